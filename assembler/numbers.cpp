@@ -1,0 +1,59 @@
+#include "assembler/numbers.h"
+
+#include <array>
+#include <bit>
+#include <charconv>
+
+#include "core/machine.h"
+
+namespace {
+
+// Room for the longest of them, "-2147483648".
+using digits_t = std::array<char, 11>;
+
+template <typename integer_t> std::string_view print(integer_t value, int base, digits_t& digits) {
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value, base).ptr;
+    return {digits.data(), static_cast<size_t>(end - digits.data())};
+}
+
+// Reads a number and prints it again: only a text that survives this unchanged is well formed.
+template <typename integer_t> bool reads_back(std::string_view text, int base, integer_t& value) {
+    digits_t digits;
+    const auto error = std::from_chars(text.data(), text.data() + text.size(), value, base).ec;
+    return error == std::errc{} && print(value, base, digits) == text;
+}
+
+} // namespace
+
+bool numeric(std::string_view text) {
+    return !text.empty() && std::string_view("-+0123456789").find(text.front()) != std::string_view::npos;
+}
+
+int32_t string_to_number(std::string_view text) {
+    if (text.starts_with("0x")) {
+        uint32_t bits = 0;
+        if (reads_back(text.substr(2), 16, bits)) {
+            return std::bit_cast<int32_t>(bits);
+        }
+    } else {
+        int32_t value = 0;
+        if (reads_back(text, 10, value)) {
+            return value;
+        }
+    }
+    throw tovik_error(std::string(text) + " is a malformed number");
+}
+
+int32_t label_to_number(std::string_view text, const label_table_t& labels) {
+    if (text.empty()) {
+        throw tovik_error("empty label");
+    }
+    if (numeric(text)) {
+        return string_to_number(text);
+    }
+    const auto label = labels.find(text);
+    if (label == labels.end()) {
+        throw tovik_error("undefined label " + std::string(text));
+    }
+    return label->second;
+}

@@ -1,0 +1,155 @@
+#include "assembler/source.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "core/files.h"
+#include "core/machine.h"
+
+namespace {
+
+constexpr size_t BUFFER_SIZE = 64 * 1024;
+
+constexpr std::string_view WHITE_SPACE = " \t\r\n\v\f";
+
+std::string_view without_comment(std::string_view line) {
+    return line.substr(0, line.find("//"));
+}
+
+// Takes the next token from the front of the text; empty when there is none.
+std::string_view take_token(std::string_view& text) {
+    text.remove_prefix(std::min(text.find_first_not_of(WHITE_SPACE), text.size()));
+    const std::string_view token = text.substr(0, text.find_first_of(WHITE_SPACE));
+    text.remove_prefix(token.size());
+    return token;
+}
+
+std::string resolve_name(const file_stack_t& stack, std::string_view name) {
+    if (pathname_is_absolute(name) || stack.empty()) {
+        return std::string(name);
+    }
+    const std::string& including = stack.back()->name;
+    const size_t slash = including.rfind('/');
+    const size_t directory_length = slash == std::string::npos ? 0 : slash + 1;
+    return including.substr(0, directory_length).append(name);
+}
+
+} // namespace
+
+input_stream_t::input_stream_t(const std::string& name) : descriptor_(open(name.c_str(), O_RDONLY | O_CLOEXEC)) {
+    if (descriptor_ < 0) {
+        error_ = errno;
+        return;
+    }
+    // A directory can be opened like a file, but would read as an empty one.
+    struct stat status {};
+    if (fstat(descriptor_, &status) == 0 && S_ISDIR(status.st_mode)) {
+        error_ = EISDIR;
+    }
+}
+
+input_stream_t::~input_stream_t() {
+    if (descriptor_ >= 0) {
+        close(descriptor_);
+    }
+}
+
+bool input_stream_t::fill() {
+    if (buffer_ == nullptr) {
+        buffer_ = std::make_unique_for_overwrite<char[]>(BUFFER_SIZE);
+    }
+    ssize_t count = 0;
+    do {
+        count = read(descriptor_, buffer_.get(), BUFFER_SIZE);
+    } while (count < 0 && errno == EINTR);
+    if (count < 0) {
+        error_ = errno;
+        count = 0;
+    }
+    position_ = 0;
+    size_ = static_cast<uint32_t>(count);
+    return size_ > 0;
+}
+
+bool input_stream_t::read_line(std::string& line) {
+    if (position_ == size_ && !fill()) {
+        return false;
+    }
+    line.clear();
+    do {
+        const char* const start = buffer_.get() + position_;
+        const char* const end = buffer_.get() + size_;
+        const char* const line_feed = std::find(start, end, '\n');
+        line.append(start, line_feed);
+        if (line_feed != end) {
+            position_ = static_cast<uint32_t>(line_feed + 1 - buffer_.get());
+            return true;
+        }
+    } while (fill());
+    return error_ == 0;
+}
+
+void input_stream_t::suspend() {
+    // What cannot be read again, a pipe for example, keeps its buffer.
+    const off_t unread = static_cast<off_t>(size_) - static_cast<off_t>(position_);
+    if (buffer_ != nullptr && lseek(descriptor_, -unread, SEEK_CUR) >= 0) {
+        buffer_.reset();
+        position_ = 0;
+        size_ = 0;
+    }
+}
+
+bool pathname_is_absolute(std::string_view name) {
+    return name.starts_with('/');
+}
+
+void open_file(file_stack_t& stack, std::string_view name) {
+    std::string resolved = resolve_name(stack, name);
+    // Built in place: a stream does not move.
+    std::unique_ptr<input_file_t> file(new input_file_t{resolved, input_stream_t(resolved), 0});
+    if (file->handle.error() != 0) {
+        throw tovik_error("can't open file " + resolved + ": " + system_error_text(file->handle.error()));
+    }
+    if (!stack.empty()) {
+        stack.back()->handle.suspend();
+    }
+    stack.push_back(std::move(file));
+}
+
+bool get_parse_line(input_file_t& file, parsed_line_t& parsed) {
+    while (file.handle.read_line(parsed.line)) {
+        ++file.line_number;
+        const std::string_view line = parsed.line;
+        const size_t carriage_return = line.find('\r');
+        if (carriage_return != std::string_view::npos && carriage_return + 1 != line.size()) {
+            throw tovik_error("carriage return in the middle of a line");
+        }
+        std::string_view text = without_comment(line);
+        const size_t first = text.find_first_not_of(" \t\r");
+        if (first == std::string_view::npos) {
+            continue;
+        }
+        parsed.label = first == 0 ? take_token(text) : std::string_view();
+        parsed.opcode = take_token(text);
+        for (std::string_view& operand : parsed.operands) {
+            operand = take_token(text);
+        }
+        parsed.extra = take_token(text);
+        return true;
+    }
+    if (file.handle.error() != 0) {
+        throw tovik_error("can't read file " + file.name + ": " + system_error_text(file.handle.error()));
+    }
+    return false;
+}
+
+void check_empty(std::string_view text) {
+    if (!text.empty()) {
+        throw tovik_error("extra characters at end of line");
+    }
+}

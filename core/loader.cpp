@@ -1,0 +1,116 @@
+#include "core/loader.h"
+
+#include <algorithm>
+#include <charconv>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <optional>
+#include <string_view>
+
+#include "core/machine.h"
+#include "core/memory.h"
+#include "core/simulate.h"
+#include "ui/gui.h"
+
+namespace {
+
+constexpr int32_t HEADER_LINES = 6;
+constexpr std::string_view BLANKS = " \t\n\v\f\r";
+
+struct word_t {
+    int32_t address;
+    int32_t value;
+};
+
+void skip_blanks(std::string_view& text) {
+    text.remove_prefix(std::min(text.find_first_not_of(BLANKS), text.size()));
+}
+
+// Takes a decimal integer, after blanks and with an optional sign, from the front of the text.
+std::optional<int32_t> take_integer(std::string_view& text) {
+    skip_blanks(text);
+    if (text.starts_with('+')) {
+        text.remove_prefix(1);
+        if (text.starts_with('-')) {
+            return std::nullopt;
+        }
+    }
+    int32_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc{}) {
+        return std::nullopt;
+    }
+    text.remove_prefix(static_cast<size_t>(end - text.data()));
+    return value;
+}
+
+// A line of the content: an address, a separator that can be any word, a value; what follows is ignored.
+std::optional<word_t> parse_word(std::string_view line) {
+    const std::optional<int32_t> address = take_integer(line);
+    if (!address) {
+        return std::nullopt;
+    }
+    skip_blanks(line);
+    if (line.empty()) {
+        return std::nullopt;
+    }
+    line.remove_prefix(std::min(line.find_first_of(BLANKS), line.size()));
+    const std::optional<int32_t> value = take_integer(line);
+    if (!value || *address < 0 || *address >= MEMORY_SIZE) {
+        return std::nullopt;
+    }
+    return word_t{*address, *value};
+}
+
+load_t load_content(std::istream& image) {
+    load_t load{.opened = true, .ended = false, .words = 0, .skipped = 0, .first_skipped = 0};
+    std::string line;
+    for (int32_t line_number = 1; std::getline(image, line); ++line_number) {
+        if (line_number <= HEADER_LINES) {
+            continue;
+        }
+        if (line.find("END;") != std::string::npos) {
+            load.ended = true;
+            break;
+        }
+        if (const std::optional<word_t> word = parse_word(line)) {
+            machine.memory[word->address] = word->value;
+            machine.modified[word->address] = true;
+            ++load.words;
+        } else if (line.find_first_not_of(BLANKS) != std::string::npos && load.skipped++ == 0) {
+            load.first_skipped = line_number;
+        }
+    }
+    return load;
+}
+
+std::ifstream open_image(const std::string& name) {
+    std::ifstream image(name);
+    // A directory can be opened, but there is nothing in it to load.
+    std::error_code ignored;
+    if (!image || std::filesystem::is_directory(name, ignored)) {
+        throw tovik_error("Can't open " + name);
+    }
+    return image;
+}
+
+} // namespace
+
+load_t simulate_load(const std::string& filename) {
+    const std::string name = filename.substr(0, filename.size() - (filename.empty() ? 0 : 1)) + "mif";
+    try {
+        std::ifstream image = open_image(name);
+        clear_memory();
+        const load_t load = load_content(image);
+        reset_machine();
+        return load;
+    } catch (const tovik_error& error) {
+        if (graphical_display) {
+            gui_message(error.message, true);
+        } else {
+            std::cout << error.message << std::endl;
+        }
+        return {};
+    }
+}

@@ -1,0 +1,4 @@
+#include "core/machine.h"
+
+machine_t machine;
+simulator_t simulator;

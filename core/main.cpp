@@ -1,0 +1,40 @@
+// The entry of the desktop program: assembles a file from the command line, or starts the simulator.
+
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+#include <string_view>
+
+#include "assembler/assemble.h"
+#include "core/simulate.h"
+
+namespace {
+
+bool has_display(char** envp) {
+    for (char** entry = envp; *entry != nullptr; ++entry) {
+        if (std::string_view(*entry).starts_with("DISPLAY=")) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+int main(int argc, char** argv, char** envp) {
+    // A file that grows beyond the user's limit is then an error of that write, with a message, not the end.
+    std::signal(SIGXFSZ, SIG_IGN);
+
+    if (argc > 2 && std::string_view(argv[1]) == "-a") {
+        assemble(argv[2]);
+        std::exit(0);
+    }
+    graphical_display = has_display(envp);
+    if (!graphical_display) {
+        std::cout << "error: must be run with a full graphical environment" << std::endl;
+        std::exit(1);
+    }
+    simulate_init();
+    std::cout << "error: the window is not available yet; tovik-run runs programs without it" << std::endl;
+    std::exit(1);
+}

@@ -1,0 +1,43 @@
+#pragma once
+
+// The run loop and what belongs to the machine as a whole.
+
+#include <cstdint>
+#include <string>
+
+// Whether the process has someone to show dialogs to; otherwise messages go to standard output.
+extern bool graphical_display;
+
+// Bounds the process's processor time to five hours (ten seconds more for the hard limit; a lower limit is
+// kept) and clears the controls of the simulation: no trace, no breakpoint, no watchpoint, no step. Prints
+// an error and exits with status 1 when the limits cannot be read or set.
+void simulate_init();
+
+// Executes instructions while simulator.running is true and hands the thread to the front end in between.
+// Never returns; the process ends in one of the front end's event handlers.
+[[noreturn]] void simulate_run();
+
+// Wall-clock time in milliseconds since 1970. Exits with status 1 when there is no clock.
+uint64_t time_ms();
+
+// The Reset action: stops the run, sets pc and instr_count to 0, resets every device and redraws. Memory,
+// switches, breakpoint and watchpoint stay as they are.
+void reset_machine();
+
+// Brings every display of the front end up to date with the machine.
+void print_machine();
+
+// Shows machine.pc as "PC N".
+void print_pc();
+
+// Why a run stopped. Where several reasons meet in one instruction the first of this list counts.
+enum class stop_reason_e { NONE, ERROR, HALT, BREAKPOINT, WATCHPOINT, STEPS, STOPPED };
+
+struct stop_t {
+    stop_reason_e reason;
+    std::string error; // the whole text of the run-time error, with its address; else empty
+};
+
+// Why the last run stopped; NONE before the first stop. STEPS is the end of the step count; STOPPED is
+// anything that set simulator.step to 0 or simulator.running to false from outside the program.
+const stop_t& last_stop();

@@ -1,0 +1,36 @@
+#pragma once
+
+// The I/O bus: which device owns which address, and the checks that all handshaking devices share.
+//
+// The common handshake: the program writes the parameter registers while command is 0, writes 1 to command,
+// polls response until it reads 1, reads the result registers, and writes 0 to command to finish.
+
+#include <cstdint>
+
+// The first I/O address, 0x80000000. A register's offset is counted from here.
+constexpr int32_t IO_BASE = INT32_MIN;
+
+// The offset of an I/O address, 0 to 0x7fffffff.
+constexpr int32_t io_offset(int32_t address) {
+    return address & INT32_MAX;
+}
+
+// One access to the bus: hands it to the device that owns the address (any negative number) and returns what
+// is read, 0 for a write. Throws tovik_error for an address that no device owns, and whatever the device
+// throws.
+int32_t io(bool write, int32_t address, int32_t data);
+
+// Throws tovik_error: the device has no such register, or not in this direction.
+[[noreturn]] void io_unsupported(int32_t address);
+
+// Throws tovik_error when response is 0: a result register was read too early.
+void check_response(int32_t response);
+
+// Writes a parameter register. Throws tovik_error when command is not 0 and the value would change.
+void update_port(int32_t& port, int32_t value, int32_t command);
+
+// Throws tovik_error when valid is 0.
+void check_valid(int32_t valid);
+
+// Throws tovik_error when command is 0.
+void check_command(int32_t command);

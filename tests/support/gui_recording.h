@@ -1,0 +1,22 @@
+#pragma once
+
+// The front end of the unit tests and the benchmark: shows nothing, remembers what it was asked to show, and
+// leaves the run loop, which never returns, when a run has stopped.
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+struct recording_t {
+    std::vector<std::string> calls;   // one text a call, for example "status Stopped"
+    std::vector<uint64_t> looks;      // the instruction counts at which the window was looked at
+    std::function<void()> at_look;    // what a user does at each of them
+    std::function<void()> at_message; // what a user does while a dialog is open
+};
+
+extern recording_t recording;
+
+// Runs the machine from where it is until the run stops, with simulate_run or reference_run, and returns the
+// calls made meanwhile. The controls of the simulator are the caller's.
+std::vector<std::string> run_until_stop(void (*run_loop)());

@@ -1,0 +1,204 @@
+// The run loop's bookkeeping: when a run stops and why, what happens every so many instructions.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include <sys/resource.h>
+
+#include "core/machine.h"
+#include "core/memory.h"
+#include "core/reference.h"
+#include "core/simulate.h"
+#include "tests/support/gui_recording.h"
+
+namespace {
+
+constexpr int32_t LOOP = 0;   // a loop of two instructions that counts in COUNT,
+constexpr int32_t BRANCH = 4; // LOOP: add COUNT COUNT ONE; BRANCH: be LOOP ONE ONE
+constexpr int32_t COUNT = 50;
+constexpr int32_t ONE = 51;
+
+class RunLoop : public testing::TestWithParam<void (*)()> {
+  protected:
+    void SetUp() override {
+        recording = {};
+        clear_memory();
+        reset_machine();
+        simulate_init();
+        const int32_t program[] = {K24_ADD, COUNT, COUNT, ONE, K24_BE, LOOP, ONE, ONE};
+        std::ranges::copy(program, machine.memory);
+        machine.memory[ONE] = 1;
+        simulator.step = -1;
+    }
+
+    void TearDown() override { simulator.speaker_on = false; }
+
+    static std::vector<std::string> run() { return run_until_stop(GetParam()); }
+
+    static void expect_reason(stop_reason_e reason) {
+        if (GetParam() == simulate_run) {
+            EXPECT_EQ(last_stop().reason, reason);
+        }
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Engines, RunLoop, testing::Values(simulate_run, reference_run),
+                         [](const auto& engine) { return engine.param == simulate_run ? "shipped" : "reference"; });
+
+TEST_P(RunLoop, CountsSteps) {
+    for (const int steps : {1, 3, 7}) {
+        machine.instr_count = 0;
+        simulator.step = steps;
+        const auto calls = run();
+        EXPECT_EQ(machine.instr_count, static_cast<uint64_t>(steps));
+        EXPECT_TRUE(std::ranges::count(calls, "status Stopped"));
+        expect_reason(stop_reason_e::STEPS);
+    }
+}
+
+TEST_P(RunLoop, ExecutesOneInstructionWhenNoStepIsLeft) {
+    simulator.step = 0;
+    run();
+    EXPECT_EQ(machine.instr_count, 1U);
+    expect_reason(stop_reason_e::STOPPED);
+}
+
+TEST_P(RunLoop, StopsBeforeTheBreakpointButNotAtTheStart) {
+    simulator.breakpoint = BRANCH;
+    run();
+    EXPECT_EQ(machine.pc, BRANCH);
+    EXPECT_EQ(machine.instr_count, 1U);
+    run();
+    EXPECT_EQ(machine.instr_count, 3U);
+    expect_reason(stop_reason_e::BREAKPOINT);
+}
+
+TEST_P(RunLoop, HasNoBreakpointAtMinusOne) {
+    machine.memory[BRANCH + 1] = -1;
+    const auto calls = run();
+    EXPECT_TRUE(std::ranges::count(calls, "error error at PC -1\nillegal address -1\n"));
+    expect_reason(stop_reason_e::ERROR);
+}
+
+TEST_P(RunLoop, StopsAfterAWriteToTheWatchpointThatChangesNothing) {
+    machine.memory[ONE] = 0;
+    simulator.watchpoint = COUNT;
+    run();
+    EXPECT_EQ(machine.instr_count, 1U);
+    EXPECT_EQ(simulator.step, 0);
+    expect_reason(stop_reason_e::WATCHPOINT);
+}
+
+TEST_P(RunLoop, StopsForTheFirstOfSeveralReasons) {
+    simulator.watchpoint = COUNT;
+    simulator.breakpoint = BRANCH;
+    simulator.step = 1;
+    run();
+    expect_reason(stop_reason_e::BREAKPOINT);
+    machine.pc = LOOP;
+    simulator.breakpoint = -1;
+    simulator.step = 1;
+    run();
+    expect_reason(stop_reason_e::WATCHPOINT);
+    machine.pc = LOOP;
+    machine.memory[LOOP] = K24_HALT;
+    simulator.step = 1;
+    const auto calls = run();
+    expect_reason(stop_reason_e::HALT);
+    EXPECT_TRUE(std::ranges::count(calls, "status Halted  "));
+    EXPECT_FALSE(std::ranges::count(calls, "status Stopped"));
+}
+
+TEST_P(RunLoop, LooksAtTheWindowEveryHundredThousandPasses) {
+    recording.at_look = [] {
+        if (machine.instr_count == 299999) {
+            simulator.step = 0; // the Stop button
+        }
+    };
+    run();
+    EXPECT_EQ(recording.looks, (std::vector<uint64_t>{99999, 199999, 299999}));
+    EXPECT_EQ(machine.instr_count, 300000U) << "one more instruction runs after Stop";
+    expect_reason(stop_reason_e::STOPPED);
+}
+
+TEST_P(RunLoop, ShowsTheSimulatedSeconds) {
+    simulator.step = 5 * 6666666;
+    const auto calls = run();
+    std::vector<std::string> times;
+    std::ranges::copy_if(calls, std::back_inserter(times), [](const auto& c) { return c.starts_with("time"); });
+    // Rounded down to millions of instructions, then to seconds: 6, 13, 19, 26 and 33 millions.
+    EXPECT_EQ(times, (std::vector<std::string>{"time 0 sec", "time 1 sec", "time 2 sec", "time 3 sec", "time 4 sec"}));
+}
+
+// While the speaker sets the pace the throttle's check waits; the instructions since the last one are then
+// owed, 150 ms for each whole million.
+TEST_P(RunLoop, SleepsForTheMillionsThatRanWithTheSpeakerOn) {
+    simulator.speaker_on = true;
+    simulator.step = 2600000;
+    recording.at_look = [] { simulator.speaker_on = machine.instr_count < 2000000; };
+    const uint64_t start = time_ms();
+    run();
+    EXPECT_GE(time_ms() - start, 300U);
+}
+
+TEST_P(RunLoop, KeepsTheResetThatADialogMade) {
+    machine.memory[BRANCH] = 18;
+    recording.at_message = reset_machine;
+    run();
+    EXPECT_EQ(machine.instr_count, 1U) << "the failed instruction counts after the reset";
+    EXPECT_EQ(machine.pc, BRANCH);
+}
+
+TEST_P(RunLoop, AbortsWhenTheInstructionCountWraps) {
+    machine.instr_count = std::numeric_limits<uint64_t>::max() - 5;
+    EXPECT_DEATH(run(), "machine.instr_count != 0");
+}
+
+TEST(Reset, KeepsProgramSwitchesAndStops) {
+    reset_machine();
+    machine.memory[3] = 33;
+    machine.sw = 5;
+    machine.pc = 8;
+    machine.instr_count = 9;
+    machine.halted = true;
+    machine.led_red = 1;
+    machine.hex30 = 2;
+    simulator.breakpoint = 7;
+    simulator.watchpoint = 8;
+    recording = {};
+    reset_machine();
+    EXPECT_EQ(recording.calls,
+              (std::vector<std::string>{"runstop Run ", "status Stopped", "time 0 sec", "pc PC 0", "hex30 0000",
+                                        "hex74 0000"}));
+    EXPECT_EQ(machine.pc, 0);
+    EXPECT_EQ(machine.instr_count, 0U);
+    EXPECT_FALSE(machine.halted);
+    EXPECT_EQ(machine.led_red, 0);
+    EXPECT_EQ(machine.memory[3], 33);
+    EXPECT_EQ(machine.sw, 5);
+    EXPECT_EQ(simulator.breakpoint, 7);
+    EXPECT_EQ(simulator.watchpoint, 8);
+    simulate_init();
+    machine.sw = 0;
+}
+
+// In a process of its own: a limit that was lowered does not rise again.
+TEST(ProcessorTime, IsBounded) {
+    const auto limits_become = [](rlim_t soft, rlim_t expected_soft, rlim_t expected_hard) {
+        rlimit limit{};
+        getrlimit(RLIMIT_CPU, &limit);
+        limit.rlim_cur = std::min(soft, limit.rlim_max);
+        setrlimit(RLIMIT_CPU, &limit);
+        simulate_init();
+        getrlimit(RLIMIT_CPU, &limit);
+        std::exit(limit.rlim_cur == expected_soft && limit.rlim_max == expected_hard ? 0 : 1);
+    };
+    EXPECT_EXIT(limits_become(RLIM_INFINITY, 18000, 18010), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(limits_become(60, 60, 70), testing::ExitedWithCode(0), "");
+}
+
+} // namespace

@@ -1,0 +1,213 @@
+#include "ui/gui_batch/gui_batch.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <limits>
+#include <string_view>
+#include <utility>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "core/files.h"
+#include "core/machine.h"
+#include "core/simulate.h"
+#include "devices/ledswitchtimer.h"
+#include "ui/gui.h"
+
+namespace {
+
+constexpr mode_t NEW_FILE_MODE = 0666;
+
+constexpr int EXIT_HALTED = 0;
+constexpr int EXIT_ERROR = 1;
+constexpr int EXIT_LIMIT = 3;
+constexpr int EXIT_STOPPED = 4;
+constexpr int EXIT_NOT_WRITTEN = 5;
+
+struct batch_t {
+    options_t options;
+    std::vector<event_t> events;
+    size_t next_event;
+    int report_descriptor;
+    run_t run;
+};
+
+batch_t batch = {.options = {}, .events = {}, .next_event = 0, .report_descriptor = STDOUT_FILENO, .run = {}};
+
+bool limit_reached() {
+    return batch.options.limit && machine.instr_count >= static_cast<uint64_t>(*batch.options.limit);
+}
+
+// The limit may be greater than the step count can hold: the count is filled up again before it runs out.
+void fill_up_step_count() {
+    if (batch.options.limit && simulator.step > 0) {
+        const uint64_t left = static_cast<uint64_t>(*batch.options.limit) - machine.instr_count;
+        simulator.step = static_cast<int>(std::min<uint64_t>(left, std::numeric_limits<int>::max()));
+    }
+}
+
+bool event_is_due() {
+    return batch.next_event < batch.events.size() &&
+           batch.events[batch.next_event].count <= machine.instr_count;
+}
+
+struct ending_t {
+    const char* reason;
+    int status;
+};
+
+ending_t ending() {
+    switch (last_stop().reason) {
+    case stop_reason_e::ERROR:
+        return {"error", EXIT_ERROR};
+    case stop_reason_e::HALT:
+        return {"halt", EXIT_HALTED};
+    case stop_reason_e::BREAKPOINT:
+        return {"breakpoint", EXIT_STOPPED};
+    case stop_reason_e::WATCHPOINT:
+        return {"watchpoint", EXIT_STOPPED};
+    case stop_reason_e::STEPS:
+        return {"limit", EXIT_LIMIT};
+    case stop_reason_e::STOPPED:
+    case stop_reason_e::NONE:
+        break;
+    }
+    return limit_reached() ? ending_t{"limit", EXIT_LIMIT} : ending_t{"script", EXIT_STOPPED};
+}
+
+// Returns 0, or the errno of the failure.
+int write_report() {
+    if (batch.options.report_format == "none") {
+        return 0;
+    }
+    const bool to_file = !batch.options.report_file.empty();
+    // Only a regular file has an old content to lose; anything else refuses, and that is fine.
+    if (to_file && ftruncate(batch.report_descriptor, 0) != 0 && errno != EINVAL) {
+        return errno;
+    }
+    const std::string report =
+        batch.options.report_format == "json" ? json_report(batch.run) : text_report(batch.run);
+    const int error = write_all(batch.report_descriptor, report);
+    if (error == 0 && to_file && close(batch.report_descriptor) != 0) {
+        return errno;
+    }
+    return error;
+}
+
+[[noreturn]] void finish() {
+    const auto [reason, status] = ending();
+    batch.run.reason = reason;
+    std::cout.flush();
+    const int error = write_report();
+    if (error == 0 && std::cout) {
+        std::exit(status);
+    }
+    const std::string& file = batch.options.report_file;
+    std::cerr << "tovik-run: Can't write " << (file.empty() ? "standard output" : "file " + file);
+    std::cerr << (error == 0 ? "" : ": " + system_error_text(error)) << std::endl;
+    std::exit(EXIT_NOT_WRITTEN);
+}
+
+void check_is_no_input(const std::string& output, const std::string& input) {
+    std::error_code missing;
+    if (std::filesystem::equivalent(output, input, missing)) {
+        usage_error("--report: " + output + " is a file of this run");
+    }
+}
+
+int open_report() {
+    const options_t& options = batch.options;
+    if (options.report_file.empty() || options.report_format == "none") {
+        return STDOUT_FILENO;
+    }
+    const std::string base = options.program.substr(0, options.program.rfind('.'));
+    for (const std::string& input : {base + ".k", base + ".mif", base + ".labels", options.script_file}) {
+        check_is_no_input(options.report_file, input);
+    }
+    const int descriptor = open(options.report_file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, NEW_FILE_MODE);
+    if (descriptor < 0) {
+        usage_error("can't open file " + options.report_file + ": " + system_error_text(errno));
+    }
+    return descriptor;
+}
+
+int32_t address_of(const char* option, const std::string& text, const labels_t& labels) {
+    if (text.empty()) {
+        return -1;
+    }
+    const std::optional<int32_t> address = find_address(text, labels);
+    if (!address) {
+        usage_error(std::string(option) + ": '" + text + "' is neither a label nor an address from 0 to 16383");
+    }
+    return *address;
+}
+
+void collect_memory_ranges() {
+    for (const std::string& text : batch.options.memory) {
+        const std::optional<range_t> range = find_range(text, batch.run.labels);
+        if (!range) {
+            usage_error("--memory: '" + text + "' is no range of labels or addresses from 0 to 16383");
+        }
+        batch.run.memory.push_back(*range);
+    }
+}
+
+} // namespace
+
+void run_batch(const options_t& options, const labels_t& labels, std::vector<event_t> events) {
+    batch.options = options;
+    batch.events = std::move(events);
+    batch.run.labels = labels;
+    collect_memory_ranges();
+    simulator.verbose = options.trace;
+    simulator.breakpoint = address_of("--break", options.breakpoint, labels);
+    simulator.watchpoint = address_of("--watch", options.watchpoint, labels);
+    batch.report_descriptor = open_report();
+
+    machine.sw = options.switches;
+    simulator.step = options.limit ? 1 : -1;
+    fill_up_step_count();
+    while (event_is_due()) {
+        deliver(batch.events[batch.next_event++]);
+    }
+    simulator.running = true;
+    simulate_run();
+}
+
+bool gui_events_pending() {
+    fill_up_step_count();
+    return event_is_due();
+}
+
+void gui_handle_event() {
+    if (!simulator.running) {
+        finish();
+    }
+    deliver(batch.events[batch.next_event++]);
+}
+
+void gui_message(std::string text, bool error) {
+    std::cerr << text << (text.ends_with('\n') ? "" : "\n") << std::flush;
+    batch.run.messages.push_back({error, std::move(text)});
+}
+
+void gui_hex74_set(std::string text) {
+    batch.run.hex74 = std::move(text);
+}
+
+void gui_hex30_set(std::string text) {
+    batch.run.hex30 = std::move(text);
+}
+
+// What these would show, the report reads from the machine itself.
+void gui_runstop_set(std::string /*text*/) {}
+void gui_status_set(std::string /*text*/) {}
+void gui_pc_set(std::string /*text*/) {}
+void gui_time_set(std::string /*text*/) {}
+void gui_sw_draw(int /*i*/) {}
+void gui_led_red_draw(int /*i*/) {}
+void gui_led_green_draw(int /*i*/) {}

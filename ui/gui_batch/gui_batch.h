@@ -1,0 +1,13 @@
+#pragma once
+
+// The front end of tovik-run: input from a script, output into a report.
+
+#include <vector>
+
+#include "ui/gui_batch/options.h"
+#include "ui/gui_batch/report.h"
+#include "ui/gui_batch/script.h"
+
+// Opens what the run will write and hands the loaded machine over to the run loop; ends the process when the
+// program has stopped. A file that cannot be written is a usage error.
+[[noreturn]] void run_batch(const options_t& options, const labels_t& labels, std::vector<event_t> events);

@@ -1,0 +1,21 @@
+#pragma once
+
+// The label list beside an image, for naming addresses by labels and labels by addresses.
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+// From name to address. The same as the assembler's own table, read back from its file.
+using labels_t = std::map<std::string, int32_t, std::less<>>;
+
+// Reads a ".labels" file; lines of another form are skipped. Empty when there is no such file.
+labels_t read_labels(const std::string& file_name);
+
+// The address that a text names: a label, or a number from 0 to 16383, decimal or hexadecimal.
+std::optional<int32_t> find_address(std::string_view text, const labels_t& labels);
+
+// "NAME" or "NAME+OFFSET" for the nearest label at or before an address; empty when there is none.
+std::string nearest_label(int32_t address, const labels_t& labels);

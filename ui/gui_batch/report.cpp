@@ -1,0 +1,120 @@
+#include "ui/gui_batch/report.h"
+
+#include <array>
+#include <cstdio>
+
+#include <nlohmann/json.hpp>
+
+#include "assembler/assemble.h"
+#include "core/machine.h"
+#include "core/simulate.h"
+
+namespace {
+
+constexpr double SECONDS_PER_INSTRUCTION = 150e-9;
+
+template <typename... values_t> std::string format(const char* pattern, values_t... values) {
+    std::array<char, 128> text{};
+    std::snprintf(text.data(), text.size(), pattern, values...);
+    return text.data();
+}
+
+std::string status_of(const run_t& run) {
+    if (run.reason == "error") {
+        return "error";
+    }
+    return run.reason == "halt" ? "halted" : "stopped";
+}
+
+std::string headline(const run_t& run) {
+    if (run.reason == "error") {
+        return "Stopped by a run-time error";
+    }
+    if (run.reason == "halt") {
+        return "Halted";
+    }
+    return "Stopped by the " + (run.reason == "limit" ? "limit of instructions" : run.reason);
+}
+
+// Where the program is: its address, and the nearest label and the instruction if it can go on from there.
+std::string place(const run_t& run) {
+    std::string text = "PC " + std::to_string(machine.pc);
+    if (run.reason == "halt") {
+        return text;
+    }
+    if (const std::string label = nearest_label(machine.pc, run.labels); !label.empty()) {
+        text += ", " + label;
+    }
+    if (machine.pc >= 0 && machine.pc < MEMORY_SIZE) {
+        const std::string_view mnemonic = mnemonic_of(machine.memory[machine.pc]);
+        text += ": ";
+        text += mnemonic.empty() ? "no instruction" : mnemonic;
+    }
+    return text;
+}
+
+} // namespace
+
+std::optional<range_t> find_range(const std::string& text, const labels_t& labels) {
+    if (const auto whole = find_address(text, labels)) {
+        return range_t{*whole, *whole};
+    }
+    for (size_t dash = text.find('-'); dash != std::string::npos; dash = text.find('-', dash + 1)) {
+        const auto first = find_address(std::string_view(text).substr(0, dash), labels);
+        const auto last = find_address(std::string_view(text).substr(dash + 1), labels);
+        if (first && last && *first <= *last) {
+            return range_t{*first, *last};
+        }
+    }
+    return std::nullopt;
+}
+
+std::string text_report(const run_t& run) {
+    std::string text = headline(run) + "\n";
+    if (run.reason == "error") {
+        text += last_stop().error;
+        text += text.ends_with('\n') ? "" : "\n";
+    }
+    text += "  at              " + place(run) + "\n";
+    text += "  instructions    " + std::to_string(machine.instr_count) +
+            format(" (%.6f s of board time)\n",
+                   static_cast<double>(machine.instr_count) * SECONDS_PER_INSTRUCTION);
+    text += format("  switches        0x%05x\n", static_cast<unsigned>(machine.sw));
+    text += format("  red LEDs        0x%05x\n", static_cast<unsigned>(machine.led_red));
+    text += format("  green LEDs      0x%02x\n", static_cast<unsigned>(machine.led_green));
+    text += "  HEX7-HEX4       " + run.hex74 + "\n";
+    text += "  HEX3-HEX0       " + run.hex30 + "\n";
+    for (const range_t& range : run.memory) {
+        for (int32_t address = range.first; address <= range.last; ++address) {
+            const std::string name = "memory[" + std::to_string(address) + "]";
+            text += format("  %-15s %d\n", name.c_str(), machine.memory[address]);
+        }
+    }
+    return text;
+}
+
+std::string json_report(const run_t& run) {
+    nlohmann::ordered_json report;
+    report["status"] = status_of(run);
+    report["reason"] = run.reason;
+    report["message"] = last_stop().error;
+    report["pc"] = machine.pc;
+    report["instructions"] = machine.instr_count;
+    report["switches"] = machine.sw;
+    report["led_red"] = machine.led_red;
+    report["led_green"] = machine.led_green;
+    report["hex74"] = run.hex74;
+    report["hex30"] = run.hex30;
+    report["memory"] = nlohmann::ordered_json::object();
+    for (const range_t& range : run.memory) {
+        for (int32_t address = range.first; address <= range.last; ++address) {
+            report["memory"][std::to_string(address)] = machine.memory[address];
+        }
+    }
+    report["messages"] = nlohmann::ordered_json::array();
+    for (const message_t& message : run.messages) {
+        report["messages"].push_back({{"error", message.error}, {"text", message.text}});
+    }
+    // A text may hold any bytes, a file's name for example; those that are not UTF-8 are replaced.
+    return report.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+}
