@@ -25,10 +25,11 @@ constexpr std::string_view CPDATA = "cpdata";
 constexpr int32_t CPDATA_VALUE_OFFSET = 3;
 
 constexpr mnemonic_t MNEMONICS[] = {
-    {"halt", K24_HALT, 0}, {"add", K24_ADD, 3},   {"sub", K24_SUB, 3},   {"mult", K24_MULT, 3}, {"div", K24_DIV, 3},
-    {"cp", K24_CP, 2},     {"and", K24_AND, 3},   {"or", K24_OR, 3},     {"not", K24_NOT, 2},   {"sl", K24_SL, 3},
-    {"sr", K24_SR, 3},     {"cpfa", K24_CPFA, 3}, {"cpta", K24_CPTA, 3}, {"be", K24_BE, 3},     {"bne", K24_BNE, 3},
-    {"blt", K24_BLT, 3},   {"call", K24_CALL, 2}, {"ret", K24_RET, 1},   {CPDATA, K24_CP, 2},
+    {"halt", K24_HALT, 0}, {"add", K24_ADD, 3}, {"sub", K24_SUB, 3}, {"mult", K24_MULT, 3},
+    {"div", K24_DIV, 3},   {"cp", K24_CP, 2},   {"and", K24_AND, 3}, {"or", K24_OR, 3},
+    {"not", K24_NOT, 2},   {"sl", K24_SL, 3},   {"sr", K24_SR, 3},   {"cpfa", K24_CPFA, 3},
+    {"cpta", K24_CPTA, 3}, {"be", K24_BE, 3},   {"bne", K24_BNE, 3}, {"blt", K24_BLT, 3},
+    {"call", K24_CALL, 2}, {"ret", K24_RET, 1}, {CPDATA, K24_CP, 2},
 };
 
 const mnemonic_t* find_mnemonic(std::string_view name) {

@@ -6,9 +6,9 @@
 #include <string>
 #include <string_view>
 
-// Assembles NAME.k and what it includes into NAME.mif and NAME.labels beside it. Reports the first fault, with
-// file and line, in a dialog (on standard output when there is no display); the two files then hold what was
-// written so far. Returns whether the program was assembled.
+// Assembles NAME.k and what it includes into NAME.mif and NAME.labels beside it. Reports the first fault,
+// with file and line, in a dialog (on standard output when there is no display); the two files then hold what
+// was written so far. Returns whether the program was assembled.
 bool assemble(const std::string& source_file_name);
 
 // The mnemonic of an opcode, empty for a number that is none.

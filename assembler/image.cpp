@@ -23,7 +23,8 @@ void append_number(std::string& text, int64_t value, int base = 10) {
 } // namespace
 
 output_file_t::output_file_t(std::string name)
-    : name_(std::move(name)), descriptor_(open(name_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, NEW_FILE_MODE)) {
+    : name_(std::move(name)),
+      descriptor_(open(name_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, NEW_FILE_MODE)) {
     if (descriptor_ < 0) {
         throw tovik_error("can't open file " + name_ + ": " + system_error_text(errno));
     }

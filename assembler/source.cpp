@@ -17,9 +17,7 @@ constexpr size_t BUFFER_SIZE = 64 * 1024;
 
 constexpr std::string_view WHITE_SPACE = " \t\r\n\v\f";
 
-std::string_view without_comment(std::string_view line) {
-    return line.substr(0, line.find("//"));
-}
+std::string_view without_comment(std::string_view line) { return line.substr(0, line.find("//")); }
 
 // Takes the next token from the front of the text; empty when there is none.
 std::string_view take_token(std::string_view& text) {
@@ -41,7 +39,8 @@ std::string resolve_name(const file_stack_t& stack, std::string_view name) {
 
 } // namespace
 
-input_stream_t::input_stream_t(const std::string& name) : descriptor_(open(name.c_str(), O_RDONLY | O_CLOEXEC)) {
+input_stream_t::input_stream_t(const std::string& name)
+    : descriptor_(open(name.c_str(), O_RDONLY | O_CLOEXEC)) {
     if (descriptor_ < 0) {
         error_ = errno;
         return;
@@ -104,9 +103,7 @@ void input_stream_t::suspend() {
     }
 }
 
-bool pathname_is_absolute(std::string_view name) {
-    return name.starts_with('/');
-}
+bool pathname_is_absolute(std::string_view name) { return name.starts_with('/'); }
 
 void open_file(file_stack_t& stack, std::string_view name) {
     std::string resolved = resolve_name(stack, name);

@@ -63,7 +63,8 @@ class table_reporter_t : public benchmark::BenchmarkReporter {
         for (const std::string program : PROGRAMS) {
             const double reference = median(mips_["reference_" + program]);
             const double engine = median(mips_["engine_" + program]);
-            std::printf("%-12s %16.1f %16.1f %8.2f\n", program.c_str(), reference, engine, engine / reference);
+            std::printf("%-12s %16.1f %16.1f %8.2f\n", program.c_str(), reference, engine,
+                        engine / reference);
         }
     }
 

@@ -8,11 +8,11 @@
 // What the loader found in an image. Lines that are not memory words are skipped, not reported: it is for the
 // caller to say something about them.
 struct load_t {
-    bool opened;            // false: there is no such image, and the machine is as it was
-    bool ended;             // the END line was there: the image is whole
-    int32_t words;          // words loaded
-    int32_t skipped;        // lines of the content that hold no word, or one outside memory
-    int32_t first_skipped;  // line number of the first of them, from 1; 0 when there is none
+    bool opened;           // false: there is no such image, and the machine is as it was
+    bool ended;            // the END line was there: the image is whole
+    int32_t words;         // words loaded
+    int32_t skipped;       // lines of the content that hold no word, or one outside memory
+    int32_t first_skipped; // line number of the first of them, from 1; 0 when there is none
 };
 
 // Loads the image beside an assembly source: its name is the source's with the last character replaced by

@@ -57,7 +57,8 @@ void keep_books(counters_t& counters) {
     ++machine.instr_count;
     assert(machine.instr_count != 0);
     if (++counters.time_label == 6666666) {
-        gui_time_set(std::to_string(static_cast<uint32_t>(machine.instr_count / 1000000) * 150 / 1000) + " sec");
+        gui_time_set(std::to_string(static_cast<uint32_t>(machine.instr_count / 1000000) * 150 / 1000) +
+                     " sec");
         counters.time_label = 0;
     }
     if (!simulator.speaker_on && ++counters.throttle == 500000) {

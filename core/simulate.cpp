@@ -264,10 +264,6 @@ void print_machine() {
     print_hex74();
 }
 
-void print_pc() {
-    gui_pc_set("PC " + std::to_string(machine.pc));
-}
+void print_pc() { gui_pc_set("PC " + std::to_string(machine.pc)); }
 
-const stop_t& last_stop() {
-    return stop;
-}
+const stop_t& last_stop() { return stop; }

@@ -20,14 +20,10 @@ struct block_t {
 };
 
 // A block of a device that this machine does not have.
-int32_t io_absent(bool /*write*/, int32_t address, int32_t /*data*/) {
-    io_unsupported(address);
-}
+int32_t io_absent(bool /*write*/, int32_t address, int32_t /*data*/) { io_unsupported(address); }
 
 // Accepted without any device behind it.
-int32_t io_silent(bool /*write*/, int32_t /*address*/, int32_t /*data*/) {
-    return 0;
-}
+int32_t io_silent(bool /*write*/, int32_t /*address*/, int32_t /*data*/) { return 0; }
 
 // Devices without data to take or to give fit the common signature through these.
 template <int32_t (*read)(bool, int32_t)> int32_t reading(bool write, int32_t address, int32_t /*data*/) {

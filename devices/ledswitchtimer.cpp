@@ -112,26 +112,14 @@ void reset_led() {
     machine.led_green = 0;
 }
 
-void reset_hex30() {
-    machine.hex30 = 0;
-}
+void reset_hex30() { machine.hex30 = 0; }
 
-void reset_hex74() {
-    machine.hex74 = 0;
-}
+void reset_hex74() { machine.hex74 = 0; }
 
-void print_led_red() {
-    print_leds(machine.led_red, led_red_drawn, RED_LEDS, gui_led_red_draw);
-}
+void print_led_red() { print_leds(machine.led_red, led_red_drawn, RED_LEDS, gui_led_red_draw); }
 
-void print_led_green() {
-    print_leds(machine.led_green, led_green_drawn, GREEN_LEDS, gui_led_green_draw);
-}
+void print_led_green() { print_leds(machine.led_green, led_green_drawn, GREEN_LEDS, gui_led_green_draw); }
 
-void print_hex30() {
-    gui_hex30_set(four_digits(machine.hex30));
-}
+void print_hex30() { gui_hex30_set(four_digits(machine.hex30)); }
 
-void print_hex74() {
-    gui_hex74_set(four_digits(machine.hex74));
-}
+void print_hex74() { gui_hex74_set(four_digits(machine.hex74)); }

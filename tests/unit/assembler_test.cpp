@@ -62,8 +62,8 @@ TEST_F(Assembler, WritesAndReportsExactly) {
         const std::string report = content(entry.path().parent_path() / (base + ".err"));
         recording.calls.clear();
         EXPECT_EQ(assemble(base + ".k"), report.empty());
-        const std::vector<std::string> expected = report.empty() ? std::vector<std::string>()
-                                                                 : std::vector{"error " + report};
+        const std::vector<std::string> expected =
+            report.empty() ? std::vector<std::string>() : std::vector{"error " + report};
         EXPECT_EQ(recording.calls, expected);
         for (const char* const extension : {".mif", ".labels"}) {
             const fs::path file = entry.path().parent_path() / (base + extension);
@@ -79,13 +79,21 @@ TEST(Numbers, AreReadOnlyAsTheyWouldBePrinted) {
     const struct {
         const char* text;
         int32_t value;
-    } good[] = {{"0", 0},       {"10", 10},   {"-10", -10},          {"2147483647", INT32_MAX}, {"-2147483648", INT32_MIN},
-                {"0x1f", 0x1f}, {"0x0", 0},   {"0x80000000", INT32_MIN}, {"0xffffffff", -1}};
+    } good[] = {{"0", 0},
+                {"10", 10},
+                {"-10", -10},
+                {"2147483647", INT32_MAX},
+                {"-2147483648", INT32_MIN},
+                {"0x1f", 0x1f},
+                {"0x0", 0},
+                {"0x80000000", INT32_MIN},
+                {"0xffffffff", -1}};
     for (const auto& c : good) {
         EXPECT_EQ(string_to_number(c.text), c.value) << c.text;
     }
-    for (const std::string text : {"+5", "010", "007", "-0", "12abc", "5;", "--5", "-", "+", "0x", "0x0ff", "0xFF",
-                                   "0X1f", "0x-1", "0x+1", "0x1g", "-0x1", "2147483648", "-2147483649", "0x100000000"}) {
+    for (const std::string text : {"+5",   "010",  "007",  "-0",         "12abc",       "5;",         "--5",
+                                   "-",    "+",    "0x",   "0x0ff",      "0xFF",        "0X1f",       "0x-1",
+                                   "0x+1", "0x1g", "-0x1", "2147483648", "-2147483649", "0x100000000"}) {
         try {
             string_to_number(text);
             ADD_FAILURE() << text << " was accepted";

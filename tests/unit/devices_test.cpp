@@ -118,8 +118,8 @@ TEST_F(Devices, SwitchesReadAsTheUserSetThem) {
 }
 
 TEST_F(Devices, TimerTicksEvery833Instructions) {
-    for (const auto& [count, ticks] : {std::pair<uint64_t, int32_t>{832, 0}, {1665, 1}, {1666, 2},
-                                       {833ULL << 31, INT32_MIN}}) {
+    for (const auto& [count, ticks] :
+         {std::pair<uint64_t, int32_t>{832, 0}, {1665, 1}, {1666, 2}, {833ULL << 31, INT32_MIN}}) {
         machine.instr_count = count;
         expect({{READ, 5, 0, ticks, {}}});
     }
@@ -138,9 +138,11 @@ TEST(Handshake, ChecksItsRules) {
     int32_t port = 5;
     EXPECT_EQ(fault([&] { update_port(port, 6, 0); }), "");
     EXPECT_EQ(fault([&] { update_port(port, 6, 1); }), "") << "the same value is no change";
-    EXPECT_EQ(fault([&] { update_port(port, 7, 1); }), "shouldn't change command parameters when command is 1");
+    EXPECT_EQ(fault([&] { update_port(port, 7, 1); }),
+              "shouldn't change command parameters when command is 1");
     EXPECT_EQ(port, 6);
-    EXPECT_EQ(fault([] { check_response(0); }), "verify that response is 1 before reading response parameters");
+    EXPECT_EQ(fault([] { check_response(0); }),
+              "verify that response is 1 before reading response parameters");
     EXPECT_EQ(fault([] { check_response(1); }), "");
     EXPECT_EQ(fault([] { check_valid(0); }), "shouldn't read port data when valid is 0");
     EXPECT_EQ(fault([] { check_command(0); }), "shouldn't read port data when command is 0");

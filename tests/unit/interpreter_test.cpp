@@ -51,7 +51,9 @@ class Interpreter : public testing::TestWithParam<void (*)()> {
 };
 
 INSTANTIATE_TEST_SUITE_P(Engines, Interpreter, testing::Values(simulate_run, reference_run),
-                         [](const auto& engine) { return engine.param == simulate_run ? "shipped" : "reference"; });
+                         [](const auto& engine) {
+                             return engine.param == simulate_run ? "shipped" : "reference";
+                         });
 
 TEST_P(Interpreter, ComputesOnWrappingWords) {
     const struct {
@@ -116,11 +118,16 @@ TEST_P(Interpreter, BranchesCallsAndReturns) {
         int32_t c;
         int32_t pc;
     } cases[] = {
-        {{K24_BE, 40, B, C}, 3, 3, 40},         {{K24_BE, 40, B, C}, 3, 4, START + 4},
-        {{K24_BNE, 40, B, C}, 3, 4, 40},        {{K24_BNE, 40, B, C}, 3, 3, START + 4},
-        {{K24_BLT, 40, B, C}, -1, 0, 40},       {{K24_BLT, 40, B, C}, 3, 3, START + 4},
-        {{K24_BE, -7, B, C}, 3, 3, -7},         {{K24_CALL, 40, A, 0}, 0, 0, 40},
-        {{K24_CALL, ILLEGAL, A, 0}, 0, 0, ILLEGAL}, {{K24_RET, B, 0, 0}, 321, 0, 321},
+        {{K24_BE, 40, B, C}, 3, 3, 40},
+        {{K24_BE, 40, B, C}, 3, 4, START + 4},
+        {{K24_BNE, 40, B, C}, 3, 4, 40},
+        {{K24_BNE, 40, B, C}, 3, 3, START + 4},
+        {{K24_BLT, 40, B, C}, -1, 0, 40},
+        {{K24_BLT, 40, B, C}, 3, 3, START + 4},
+        {{K24_BE, -7, B, C}, 3, 3, -7},
+        {{K24_CALL, 40, A, 0}, 0, 0, 40},
+        {{K24_CALL, ILLEGAL, A, 0}, 0, 0, ILLEGAL},
+        {{K24_RET, B, 0, 0}, 321, 0, 321},
     };
     for (const auto& c : cases) {
         machine.memory[A] = 0;
@@ -152,7 +159,8 @@ TEST_P(Interpreter, ReadsOperandsInOrder) {
     };
     for (const auto& c : cases) {
         const auto calls = execute(GetParam(), c.instruction);
-        EXPECT_TRUE(std::ranges::count(calls, "error error at PC 200\nillegal address " + std::to_string(c.reported)))
+        EXPECT_TRUE(
+            std::ranges::count(calls, "error error at PC 200\nillegal address " + std::to_string(c.reported)))
             << "opcode " << c.instruction.opcode << " should report " << c.reported;
     }
     // An amount of 32 or more leaves nothing of the value, which is not even read.
@@ -179,7 +187,8 @@ TEST_P(Interpreter, StopsOnAFaultWithTheProgramCounterOnIt) {
     };
     for (const auto& c : cases) {
         const auto calls = execute(GetParam(), c.instruction);
-        EXPECT_TRUE(std::ranges::count(calls, std::string("error error at PC 200\n") + c.message)) << c.message;
+        EXPECT_TRUE(std::ranges::count(calls, std::string("error error at PC 200\n") + c.message))
+            << c.message;
         EXPECT_TRUE(std::ranges::count(calls, "status Stopped"));
         EXPECT_EQ(machine.pc, START);
         EXPECT_EQ(machine.instr_count, 1U) << "a failed instruction counts";

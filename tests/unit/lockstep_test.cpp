@@ -33,15 +33,27 @@ int32_t pick(random_t& random, int32_t lowest, int32_t highest) {
     return std::uniform_int_distribution<int32_t>(lowest, highest)(random);
 }
 
-bool one_in(random_t& random, int32_t chances) {
-    return pick(random, 1, chances) == 1;
-}
+bool one_in(random_t& random, int32_t chances) { return pick(random, 1, chances) == 1; }
 
 // Addresses and values at which something changes.
 int32_t pick_edge(random_t& random) {
-    constexpr int32_t edges[] = {-1, 0, 1, 31, 32, MEMORY_SIZE - 5, MEMORY_SIZE - 4, MEMORY_SIZE - 1, MEMORY_SIZE,
-                                 MEMORY_SIZE + 1, INT32_MAX, INT32_MIN, INT32_MIN + 5, INT32_MIN + 6,
-                                 INT32_MIN + 0xf0, INT32_MIN + 0x103, INT32_MIN + 0x104};
+    constexpr int32_t edges[] = {-1,
+                                 0,
+                                 1,
+                                 31,
+                                 32,
+                                 MEMORY_SIZE - 5,
+                                 MEMORY_SIZE - 4,
+                                 MEMORY_SIZE - 1,
+                                 MEMORY_SIZE,
+                                 MEMORY_SIZE + 1,
+                                 INT32_MAX,
+                                 INT32_MIN,
+                                 INT32_MIN + 5,
+                                 INT32_MIN + 6,
+                                 INT32_MIN + 0xf0,
+                                 INT32_MIN + 0x103,
+                                 INT32_MIN + 0x104};
     return edges[pick(random, 0, std::size(edges) - 1)];
 }
 
@@ -94,7 +106,8 @@ void make_tame(random_t& random) {
         }
     }
     for (int32_t i = 0; i < 64; ++i) {
-        machine.memory[data + i] = one_in(random, 2) ? base + 4 * pick(random, 0, instructions - 1) : pick(random, -40, 40);
+        machine.memory[data + i] =
+            one_in(random, 2) ? base + 4 * pick(random, 0, instructions - 1) : pick(random, -40, 40);
     }
     machine.pc = base;
 }
@@ -128,7 +141,8 @@ void compare_engines(void (*make_program)(random_t&)) {
         // Each stop is compared; a run that stopped is taken up again, as a user does, unless it would only
         // fail again.
         stop_reason_e reason = stop_reason_e::NONE;
-        for (int stop = 0; stop < 4 && reason != stop_reason_e::HALT && reason != stop_reason_e::ERROR; ++stop) {
+        for (int stop = 0; stop < 4 && reason != stop_reason_e::HALT && reason != stop_reason_e::ERROR;
+             ++stop) {
             simulator.step = step;
             const uint64_t before = machine.instr_count;
             print_machine();
@@ -148,12 +162,8 @@ void compare_engines(void (*make_program)(random_t&)) {
     std::cout << executed << " instructions in all" << std::endl;
 }
 
-TEST(Lockstep, WildPrograms) {
-    compare_engines(make_wild);
-}
+TEST(Lockstep, WildPrograms) { compare_engines(make_wild); }
 
-TEST(Lockstep, TamePrograms) {
-    compare_engines(make_tame);
-}
+TEST(Lockstep, TamePrograms) { compare_engines(make_tame); }
 
 } // namespace

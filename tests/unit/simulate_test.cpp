@@ -47,7 +47,9 @@ class RunLoop : public testing::TestWithParam<void (*)()> {
 };
 
 INSTANTIATE_TEST_SUITE_P(Engines, RunLoop, testing::Values(simulate_run, reference_run),
-                         [](const auto& engine) { return engine.param == simulate_run ? "shipped" : "reference"; });
+                         [](const auto& engine) {
+                             return engine.param == simulate_run ? "shipped" : "reference";
+                         });
 
 TEST_P(RunLoop, CountsSteps) {
     for (const int steps : {1, 3, 7}) {
@@ -129,9 +131,11 @@ TEST_P(RunLoop, ShowsTheSimulatedSeconds) {
     simulator.step = 5 * 6666666;
     const auto calls = run();
     std::vector<std::string> times;
-    std::ranges::copy_if(calls, std::back_inserter(times), [](const auto& c) { return c.starts_with("time"); });
+    std::ranges::copy_if(calls, std::back_inserter(times),
+                         [](const auto& c) { return c.starts_with("time"); });
     // Rounded down to millions of instructions, then to seconds: 6, 13, 19, 26 and 33 millions.
-    EXPECT_EQ(times, (std::vector<std::string>{"time 0 sec", "time 1 sec", "time 2 sec", "time 3 sec", "time 4 sec"}));
+    EXPECT_EQ(times, (std::vector<std::string>{"time 0 sec", "time 1 sec", "time 2 sec", "time 3 sec",
+                                               "time 4 sec"}));
 }
 
 // While the speaker sets the pace the throttle's check waits; the instructions since the last one are then
@@ -171,9 +175,8 @@ TEST(Reset, KeepsProgramSwitchesAndStops) {
     simulator.watchpoint = 8;
     recording = {};
     reset_machine();
-    EXPECT_EQ(recording.calls,
-              (std::vector<std::string>{"runstop Run ", "status Stopped", "time 0 sec", "pc PC 0", "hex30 0000",
-                                        "hex74 0000"}));
+    EXPECT_EQ(recording.calls, (std::vector<std::string>{"runstop Run ", "status Stopped", "time 0 sec",
+                                                         "pc PC 0", "hex30 0000", "hex74 0000"}));
     EXPECT_EQ(machine.pc, 0);
     EXPECT_EQ(machine.instr_count, 0U);
     EXPECT_FALSE(machine.halted);

@@ -141,7 +141,8 @@ int32_t address_of(const char* option, const std::string& text, const labels_t& 
     }
     const std::optional<int32_t> address = find_address(text, labels);
     if (!address) {
-        usage_error(std::string(option) + ": '" + text + "' is neither a label nor an address from 0 to 16383");
+        usage_error(std::string(option) + ": '" + text +
+                    "' is neither a label nor an address from 0 to 16383");
     }
     return *address;
 }
@@ -195,13 +196,9 @@ void gui_message(std::string text, bool error) {
     batch.run.messages.push_back({error, std::move(text)});
 }
 
-void gui_hex74_set(std::string text) {
-    batch.run.hex74 = std::move(text);
-}
+void gui_hex74_set(std::string text) { batch.run.hex74 = std::move(text); }
 
-void gui_hex30_set(std::string text) {
-    batch.run.hex30 = std::move(text);
-}
+void gui_hex30_set(std::string text) { batch.run.hex30 = std::move(text); }
 
 // What these would show, the report reads from the machine itself.
 void gui_runstop_set(std::string /*text*/) {}

@@ -25,8 +25,9 @@ void check_image(const std::string& name, const load_t& load) {
         usage_error(name + " is not a memory image: it holds no word and no END");
     }
     if (load.skipped > 0) {
-        std::cerr << "tovik-run: " << name << ":" << load.first_skipped << ": warning: skipped " << load.skipped
-                  << (load.skipped == 1 ? " line that holds" : " lines that hold") << " no word of memory\n";
+        std::cerr << "tovik-run: " << name << ":" << load.first_skipped << ": warning: skipped "
+                  << load.skipped << (load.skipped == 1 ? " line that holds" : " lines that hold")
+                  << " no word of memory\n";
     }
     if (!load.ended) {
         std::cerr << "tovik-run: " << name << ": warning: the image has no END, it may be incomplete\n";

@@ -18,7 +18,8 @@ constexpr int64_t HIGHEST_SWITCHES = (1 << SWITCHES) - 1;
 CLI::Validator number_check(int64_t lowest, int64_t highest) {
     const std::string range = std::to_string(lowest) + " to " + std::to_string(highest);
     return {[=](const std::string& text) {
-                return parse_number(text, lowest, highest) ? "" : "'" + text + "' is not a number from " + range;
+                return parse_number(text, lowest, highest) ? ""
+                                                           : "'" + text + "' is not a number from " + range;
             },
             ""};
 }
@@ -74,7 +75,8 @@ options_t parse_options(int argc, char** argv) {
         ->required()
         ->check(program_check());
     app.add_flag("--assemble", options.assemble_only, "assemble only");
-    app.add_option("--limit", limit, "stop after so many instructions")->check(number_check(1, HIGHEST_LIMIT));
+    app.add_option("--limit", limit, "stop after so many instructions")
+        ->check(number_check(1, HIGHEST_LIMIT));
     app.add_option("--break", options.breakpoint, "stop before the instruction at an address or label");
     app.add_option("--watch", options.watchpoint, "stop after a write to an address or label");
     app.add_option("--switches", switches, "the slide switches at the start")

@@ -22,7 +22,7 @@ struct malformed_t {
     std::string why;
 };
 
-constexpr std::string_view EVENTS_TO_COME[] = {"press", "release", "type", "ctrl-m",
+constexpr std::string_view EVENTS_TO_COME[] = {"press", "release", "type",   "ctrl-m",
                                                "focus", "move",    "button", "serial"};
 
 words_t split(const std::string& line) {

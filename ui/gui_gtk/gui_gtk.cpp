@@ -6,17 +6,11 @@
 
 #include "ui/gui.h"
 
-bool gui_events_pending() {
-    return false;
-}
+bool gui_events_pending() { return false; }
 
-void gui_handle_event() {
-    std::exit(1);
-}
+void gui_handle_event() { std::exit(1); }
 
-void gui_message(std::string text, bool /*error*/) {
-    std::cout << text << std::endl;
-}
+void gui_message(std::string text, bool /*error*/) { std::cout << text << std::endl; }
 
 void gui_runstop_set(std::string /*text*/) {}
 void gui_status_set(std::string /*text*/) {}
