@@ -1,7 +1,7 @@
 #include "assembler/assemble.h"
 
 #include <algorithm>
-#include <iostream>
+#include <filesystem>
 #include <optional>
 
 #include "assembler/image.h"
@@ -10,7 +10,6 @@
 #include "core/arithmetic.h"
 #include "core/machine.h"
 #include "core/simulate.h"
-#include "ui/gui.h"
 
 namespace {
 
@@ -50,9 +49,9 @@ struct assembly_t {
 // Moves on to the next line that is not an include, through the files that end and those that begin on the
 // way. Returns false when the main file has ended.
 bool next_line(assembly_t& assembly) {
-    while (!assembly.files.empty()) {
-        if (!get_parse_line(*assembly.files.back(), assembly.parsed)) {
-            assembly.files.pop_back();
+    while (!assembly.files.open.empty()) {
+        if (!get_parse_line(*assembly.files.open.back(), assembly.parsed)) {
+            assembly.files.open.pop_back();
         } else if (assembly.parsed.label == "#include") {
             open_file(assembly.files, assembly.parsed.opcode);
         } else {
@@ -62,17 +61,16 @@ bool next_line(assembly_t& assembly) {
     return false;
 }
 
-// An origin, which may only move forward, or a name for the next address.
+void move_origin(assembly_t& assembly) {
+    const int32_t origin = string_to_number(assembly.parsed.label);
+    if (origin < assembly.counter) {
+        throw tovik_error("numeric label " + std::to_string(origin) + " is too low");
+    }
+    assembly.counter = origin;
+}
+
 void define_label(assembly_t& assembly) {
     const std::string_view label = assembly.parsed.label;
-    if (numeric(label)) {
-        const int32_t origin = string_to_number(label);
-        if (origin < assembly.counter) {
-            throw tovik_error("numeric label " + std::to_string(origin) + " is too low");
-        }
-        assembly.counter = origin;
-        return;
-    }
     if (!assembly.labels.emplace(label, assembly.counter).second) {
         throw tovik_error("duplicate label " + std::string(label));
     }
@@ -97,7 +95,9 @@ void find_addresses(assembly_t& assembly, const std::string& source) {
         if (assembly.counter >= MEMORY_SIZE) {
             throw tovik_error("address " + std::to_string(assembly.counter) + " too large");
         }
-        if (!assembly.parsed.label.empty()) {
+        if (numeric(assembly.parsed.label)) {
+            move_origin(assembly);
+        } else if (!assembly.parsed.label.empty()) {
             define_label(assembly);
         }
         if (!assembly.parsed.opcode.empty()) {
@@ -142,8 +142,9 @@ void encode(assembly_t& assembly, const std::string& source) {
     assembly.counter = 0;
     while (next_line(assembly)) {
         const parsed_line_t& parsed = assembly.parsed;
+        // Only a file that changed since pass 1 can fail here.
         if (numeric(parsed.label)) {
-            assembly.counter = string_to_number(parsed.label);
+            move_origin(assembly);
         }
         if (parsed.opcode == ".data") {
             encode_data(assembly);
@@ -153,13 +154,27 @@ void encode(assembly_t& assembly, const std::string& source) {
     }
 }
 
+// Links can make two names one file; writing to one would destroy the other.
+void check_differ(const std::string& output, const std::string& other) {
+    std::error_code missing;
+    if (std::filesystem::is_regular_file(output, missing) &&
+        std::filesystem::equivalent(output, other, missing)) {
+        throw tovik_error("can't open file " + output + ": it is the same file as " + other);
+    }
+}
+
 void translate(assembly_t& assembly, const std::string& source) {
     if (!source.ends_with(".k")) {
         throw tovik_error("K24 assembly file must end in .k");
     }
     const std::string base = source.substr(0, source.size() - 2);
-    assembly.image.emplace(base + ".mif");
-    assembly.list.emplace(base + ".labels");
+    const std::string image = base + ".mif";
+    const std::string list = base + ".labels";
+    check_differ(image, source);
+    check_differ(list, source);
+    check_differ(list, image);
+    assembly.image.emplace(image);
+    assembly.list.emplace(list);
     print_header(*assembly.image);
     find_addresses(assembly, source);
     encode(assembly, source);
@@ -170,17 +185,13 @@ void translate(assembly_t& assembly, const std::string& source) {
 
 void report_fault(const assembly_t& assembly, const tovik_error& fault) {
     std::string report;
-    if (!assembly.files.empty()) {
-        const input_file_t& file = *assembly.files.back();
-        report = "error in " + file.name + " at line number " + std::to_string(file.line_number) + ": " +
-                 assembly.parsed.line + "\n";
+    if (!assembly.files.open.empty()) {
+        const input_file_t& file = *assembly.files.open.back();
+        report = "error in " + std::string(file.name) + " at line number " +
+                 std::to_string(file.line_number) + ": " + assembly.parsed.line + "\n";
     }
     report += fault.message;
-    if (graphical_display) {
-        gui_message(report, true);
-    } else {
-        std::cout << report << std::endl;
-    }
+    show_error(report);
 }
 
 } // namespace

@@ -13,8 +13,6 @@
 
 namespace {
 
-constexpr mode_t NEW_FILE_MODE = 0666;
-
 void append_number(std::string& text, int64_t value, int base = 10) {
     char digits[20];
     text.append(digits, std::to_chars(digits, digits + sizeof digits, value, base).ptr);
@@ -26,7 +24,7 @@ output_file_t::output_file_t(std::string name)
     : name_(std::move(name)),
       descriptor_(open(name_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, NEW_FILE_MODE)) {
     if (descriptor_ < 0) {
-        throw tovik_error("can't open file " + name_ + ": " + system_error_text(errno));
+        throw tovik_error(cant_open_text(name_, errno));
     }
 }
 
@@ -45,7 +43,7 @@ int output_file_t::write_out() {
 
 void output_file_t::close() {
     if (const int error = write_out(); error != 0) {
-        throw tovik_error("Can't write file " + name_ + ": " + system_error_text(error));
+        throw tovik_error(cant_write_text(name_, error));
     }
 }
 

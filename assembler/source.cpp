@@ -27,28 +27,28 @@ std::string_view take_token(std::string_view& text) {
     return token;
 }
 
-std::string resolve_name(const file_stack_t& stack, std::string_view name) {
-    if (pathname_is_absolute(name) || stack.empty()) {
+std::string resolve_name(const file_stack_t& files, std::string_view name) {
+    if (pathname_is_absolute(name) || files.open.empty()) {
         return std::string(name);
     }
-    const std::string& including = stack.back()->name;
+    const std::string_view including = files.open.back()->name;
     const size_t slash = including.rfind('/');
-    const size_t directory_length = slash == std::string::npos ? 0 : slash + 1;
-    return including.substr(0, directory_length).append(name);
+    const size_t directory_length = slash == std::string_view::npos ? 0 : slash + 1;
+    return std::string(including.substr(0, directory_length)).append(name);
 }
 
 } // namespace
 
+// Not blocking: opening a pipe would wait for its other end.
 input_stream_t::input_stream_t(const std::string& name)
-    : descriptor_(open(name.c_str(), O_RDONLY | O_CLOEXEC)) {
-    if (descriptor_ < 0) {
-        error_ = errno;
-        return;
-    }
-    // A directory can be opened like a file, but would read as an empty one.
+    : descriptor_(open(name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)) {
     struct stat status {};
-    if (fstat(descriptor_, &status) == 0 && S_ISDIR(status.st_mode)) {
+    if (descriptor_ < 0 || fstat(descriptor_, &status) != 0) {
+        error_ = errno;
+    } else if (S_ISDIR(status.st_mode)) {
         error_ = EISDIR;
+    } else if (!S_ISREG(status.st_mode)) {
+        error_ = ESPIPE;
     }
 }
 
@@ -94,28 +94,28 @@ bool input_stream_t::read_line(std::string& line) {
 }
 
 void input_stream_t::suspend() {
-    // What cannot be read again, a pipe for example, keeps its buffer.
     const off_t unread = static_cast<off_t>(size_) - static_cast<off_t>(position_);
-    if (buffer_ != nullptr && lseek(descriptor_, -unread, SEEK_CUR) >= 0) {
-        buffer_.reset();
-        position_ = 0;
-        size_ = 0;
+    if (lseek(descriptor_, -unread, SEEK_CUR) < 0) {
+        error_ = errno;
     }
+    buffer_.reset();
+    position_ = 0;
+    size_ = 0;
 }
 
 bool pathname_is_absolute(std::string_view name) { return name.starts_with('/'); }
 
-void open_file(file_stack_t& stack, std::string_view name) {
-    std::string resolved = resolve_name(stack, name);
+void open_file(file_stack_t& files, std::string_view name) {
+    const std::string& resolved = *files.names.insert(resolve_name(files, name)).first;
     // Built in place: a stream does not move.
     std::unique_ptr<input_file_t> file(new input_file_t{resolved, input_stream_t(resolved), 0});
     if (file->handle.error() != 0) {
-        throw tovik_error("can't open file " + resolved + ": " + system_error_text(file->handle.error()));
+        throw tovik_error(cant_open_text(resolved, file->handle.error()));
     }
-    if (!stack.empty()) {
-        stack.back()->handle.suspend();
+    if (!files.open.empty()) {
+        files.open.back()->handle.suspend();
     }
-    stack.push_back(std::move(file));
+    files.open.push_back(std::move(file));
 }
 
 bool get_parse_line(input_file_t& file, parsed_line_t& parsed) {
@@ -140,7 +140,8 @@ bool get_parse_line(input_file_t& file, parsed_line_t& parsed) {
         return true;
     }
     if (file.handle.error() != 0) {
-        throw tovik_error("can't read file " + file.name + ": " + system_error_text(file.handle.error()));
+        throw tovik_error("can't read file " + std::string(file.name) + ": " +
+                          system_error_text(file.handle.error()));
     }
     return false;
 }

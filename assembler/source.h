@@ -5,7 +5,9 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,7 +16,8 @@
 // itself then reaches the system's limit of open files, a million on some systems, in modest memory.
 class input_stream_t {
   public:
-    // Opens a file for reading; error() tells whether that succeeded.
+    // Opens a regular file for reading; error() tells whether that succeeded. Anything else is refused: a
+    // source is read twice.
     explicit input_stream_t(const std::string& name);
     ~input_stream_t();
     input_stream_t(const input_stream_t&) = delete;
@@ -41,13 +44,16 @@ class input_stream_t {
 };
 
 struct input_file_t {
-    std::string name; // the path by which it was opened, includes resolved
+    std::string_view name; // the path by which it was opened, includes resolved
     input_stream_t handle;
     int32_t line_number; // physical lines read so far
 };
 
-// The files being read; the last one is read now, and included by the one before.
-using file_stack_t = std::vector<std::unique_ptr<input_file_t>>;
+// The files being read: the last one is read now, and included by the one before.
+struct file_stack_t {
+    std::vector<std::unique_ptr<input_file_t>> open;
+    std::set<std::string, std::less<>> names; // of all files ever opened
+};
 
 // A line split into its tokens, which are views into it and live until the next line is read.
 struct parsed_line_t {
@@ -62,7 +68,7 @@ bool pathname_is_absolute(std::string_view name);
 
 // Opens a file and pushes it. A relative name is relative to the directory of the file on top of the stack.
 // Throws tovik_error "can't open file NAME: REASON", with the stack as it was.
-void open_file(file_stack_t& stack, std::string_view name);
+void open_file(file_stack_t& files, std::string_view name);
 
 // Reads the next line that holds more than blanks and comments. A token in the first column is the label.
 // Returns false at the end of the file, with `parsed` as it was. Throws tovik_error for a carriage return in

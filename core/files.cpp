@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace {
@@ -13,6 +14,22 @@ constexpr size_t ERROR_TEXT_LIMIT = 100;
 
 std::string system_error_text(int error) {
     return std::string(std::strerror(error)).substr(0, ERROR_TEXT_LIMIT);
+}
+
+std::string cant_open_text(const std::string& name, int error) {
+    return "can't open file " + name + ": " + system_error_text(error);
+}
+
+std::string cant_write_text(const std::string& name, int error) {
+    return "Can't write file " + name + ": " + system_error_text(error);
+}
+
+void hold_standard_streams() {
+    int descriptor = 0;
+    do {
+        descriptor = open("/dev/null", O_RDONLY);
+    } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+    close(descriptor);
 }
 
 int write_all(int descriptor, std::string_view data) {

@@ -292,6 +292,7 @@ template <bool watched> [[gnu::always_inline]] inline bool execute_in_memory(int
 
 template <bool watched> slice_t run_slice_with(int32_t count) {
     const bool speaker_was_on = simulator.speaker_on;
+    const int step = simulator.step;
     slice_t slice{};
     int32_t pc = machine.pc;
     int32_t left = count;
@@ -303,9 +304,9 @@ template <bool watched> slice_t run_slice_with(int32_t count) {
             machine.instr_count = count_at_end - static_cast<uint64_t>(left);
             slice.faulted = faults(slice.fault);
             pc = machine.pc;
-            // A device may open a dialog, and a dialog may do anything to the two records.
+            // A device may open a dialog, and the user may press Reset before it is acknowledged.
             count_at_end = machine.instr_count + static_cast<uint64_t>(left);
-            if (slice.faulted || machine.halted || !simulator.running || simulator.step == 0 ||
+            if (slice.faulted || machine.halted || !simulator.running || simulator.step != step ||
                 simulator.speaker_on != speaker_was_on) {
                 --left;
                 break;
@@ -313,7 +314,7 @@ template <bool watched> slice_t run_slice_with(int32_t count) {
         }
         --left;
         if constexpr (watched) {
-            if (simulator.step == 0 || pc == simulator.breakpoint) {
+            if (simulator.step != step || pc == simulator.breakpoint) {
                 break;
             }
         }

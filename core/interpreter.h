@@ -5,9 +5,10 @@
 #include <cstdint>
 #include <string>
 
-// Executes the one instruction at machine.pc, to the letter of the instruction table: four words are
-// fetched, then the operands read and the result written in the table's order. Throws tovik_error on a
-// fault, with machine.pc then somewhere past the start of the instruction and earlier writes done.
+// Executes the one instruction at machine.pc: fetches four words, reads the operands and writes the result.
+// The order of the reads is part of what an instruction is, since reading a device may change it. Throws
+// tovik_error on a fault, with machine.pc then somewhere past the start of the instruction and earlier writes
+// done.
 void execute_instruction();
 
 struct slice_t {
@@ -17,7 +18,7 @@ struct slice_t {
 };
 
 // Executes up to `count` (at least 1) instructions from machine.pc, stopping early after one that fails,
-// halts, meets the breakpoint, sets simulator.step to 0, or changes simulator.running or
-// simulator.speaker_on. machine.pc and machine.instr_count are exact whenever a device sees them and at the
-// end, save that a failed instruction is not yet counted in machine.instr_count.
+// halts, meets the breakpoint, or changes simulator.running, simulator.step or simulator.speaker_on.
+// machine.pc and machine.instr_count are exact whenever a device sees them and at the end, save that a failed
+// instruction is not yet counted in machine.instr_count.
 slice_t run_slice(int32_t count);

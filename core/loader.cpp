@@ -4,14 +4,12 @@
 #include <charconv>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <optional>
 #include <string_view>
 
 #include "core/machine.h"
 #include "core/memory.h"
 #include "core/simulate.h"
-#include "ui/gui.h"
 
 namespace {
 
@@ -64,10 +62,12 @@ std::optional<word_t> parse_word(std::string_view line) {
 }
 
 load_t load_content(std::istream& image) {
-    load_t load{.opened = true, .ended = false, .words = 0, .skipped = 0, .first_skipped = 0};
+    load_t load{};
+    load.opened = true;
     std::string line;
     for (int32_t line_number = 1; std::getline(image, line); ++line_number) {
         if (line_number <= HEADER_LINES) {
+            load.begun = line.starts_with("BEGIN");
             continue;
         }
         if (line.find("END;") != std::string::npos) {
@@ -87,9 +87,9 @@ load_t load_content(std::istream& image) {
 
 std::ifstream open_image(const std::string& name) {
     std::ifstream image(name);
-    // A directory can be opened, but there is nothing in it to load.
+    // A directory can be opened too, but there is nothing in it to load.
     std::error_code ignored;
-    if (!image || std::filesystem::is_directory(name, ignored)) {
+    if (!image || !std::filesystem::is_regular_file(name, ignored)) {
         throw tovik_error("Can't open " + name);
     }
     return image;
@@ -106,11 +106,7 @@ load_t simulate_load(const std::string& filename) {
         reset_machine();
         return load;
     } catch (const tovik_error& error) {
-        if (graphical_display) {
-            gui_message(error.message, true);
-        } else {
-            std::cout << error.message << std::endl;
-        }
+        show_error(error.message);
         return {};
     }
 }

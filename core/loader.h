@@ -9,6 +9,7 @@
 // caller to say something about them.
 struct load_t {
     bool opened;           // false: there is no such image, and the machine is as it was
+    bool begun;            // the header ends with BEGIN
     bool ended;            // the END line was there: the image is whole
     int32_t words;         // words loaded
     int32_t skipped;       // lines of the content that hold no word, or one outside memory

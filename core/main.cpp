@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "assembler/assemble.h"
+#include "core/files.h"
 #include "core/simulate.h"
 
 namespace {
@@ -22,6 +23,7 @@ bool has_display(char** envp) {
 } // namespace
 
 int main(int argc, char** argv, char** envp) {
+    hold_standard_streams();
     // A file that grows beyond the user's limit is then an error of that write, with a message, not the end.
     std::signal(SIGXFSZ, SIG_IGN);
 

@@ -25,9 +25,9 @@ namespace {
 // Passes of the run loop, one an instruction, between two looks at the window.
 constexpr int32_t PASSES_PER_LOOK = 100000;
 
-// One second of the simulated clock, at 150 ns an instruction, rounded down to a whole number.
+// One second of the simulated clock, rounded down to a whole number.
 constexpr int32_t INSTRUCTIONS_PER_SECOND = 6666666;
-constexpr uint32_t MS_PER_MILLION_INSTRUCTIONS = 150;
+constexpr uint32_t MS_PER_MILLION_INSTRUCTIONS = NS_PER_INSTRUCTION;
 
 constexpr int32_t INSTRUCTIONS_PER_THROTTLE_CHECK = 500000;
 
@@ -73,7 +73,7 @@ void look_at_window(run_loop_t& loop) {
 
 // How many instructions lie before the next thing that must happen after one of them.
 int32_t slice_length(const run_loop_t& loop) {
-    if (simulator.verbose || simulator.step == 0) {
+    if (simulator.verbose || simulator.step == 0 || machine.halted) {
         return 1;
     }
     int32_t length = PASSES_PER_LOOK - loop.passes;
@@ -184,6 +184,14 @@ void stop_if_due(const slice_t& slice) {
 }
 
 } // namespace
+
+void show_error(const std::string& text) {
+    if (graphical_display) {
+        gui_message(text, true);
+    } else {
+        std::cout << text << std::endl;
+    }
+}
 
 void simulate_init() {
     rlimit limit{};

@@ -8,6 +8,13 @@
 // Whether the process has someone to show dialogs to; otherwise messages go to standard output.
 extern bool graphical_display;
 
+// Shows an error that is not the simulated program's: in a dialog, or on standard output when there is no
+// display.
+void show_error(const std::string& text);
+
+// The simulated clock: every instruction takes the same time.
+constexpr int32_t NS_PER_INSTRUCTION = 150;
+
 // Bounds the process's processor time to five hours (ten seconds more for the hard limit; a lower limit is
 // kept) and clears the controls of the simulation: no trace, no breakpoint, no watchpoint, no step. Prints
 // an error and exits with status 1 when the limits cannot be read or set.

@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <iostream>
 #include <limits>
-#include <string_view>
+#include <optional>
 #include <utility>
 
 #include <fcntl.h>
@@ -17,16 +17,9 @@
 #include "core/simulate.h"
 #include "devices/ledswitchtimer.h"
 #include "ui/gui.h"
+#include "ui/gui_batch/usage.h"
 
 namespace {
-
-constexpr mode_t NEW_FILE_MODE = 0666;
-
-constexpr int EXIT_HALTED = 0;
-constexpr int EXIT_ERROR = 1;
-constexpr int EXIT_LIMIT = 3;
-constexpr int EXIT_STOPPED = 4;
-constexpr int EXIT_NOT_WRITTEN = 5;
 
 struct batch_t {
     options_t options;
@@ -84,7 +77,7 @@ int write_report() {
     if (batch.options.report_format == "none") {
         return 0;
     }
-    const bool to_file = !batch.options.report_file.empty();
+    const bool to_file = batch.options.report_file.has_value();
     // Only a regular file has an old content to lose; anything else refuses, and that is fine.
     if (to_file && ftruncate(batch.report_descriptor, 0) != 0 && errno != EINVAL) {
         return errno;
@@ -103,57 +96,76 @@ int write_report() {
     batch.run.reason = reason;
     std::cout.flush();
     const int error = write_report();
-    if (error == 0 && std::cout) {
-        std::exit(status);
+    if (error != 0) {
+        std::cerr << "tovik-run: "
+                  << cant_write_text(batch.options.report_file.value_or("standard output"), error)
+                  << std::endl;
+        std::exit(EXIT_NOT_WRITTEN);
     }
-    const std::string& file = batch.options.report_file;
-    std::cerr << "tovik-run: Can't write " << (file.empty() ? "standard output" : "file " + file);
-    std::cerr << (error == 0 ? "" : ": " + system_error_text(error)) << std::endl;
-    std::exit(EXIT_NOT_WRITTEN);
+    if (!std::cout) {
+        std::cerr << "tovik-run: can't write the trace to standard output" << std::endl;
+        std::exit(EXIT_NOT_WRITTEN);
+    }
+    std::exit(status);
 }
 
-void check_is_no_input(const std::string& output, const std::string& input) {
-    std::error_code missing;
-    if (std::filesystem::equivalent(output, input, missing)) {
-        usage_error("--report: " + output + " is a file of this run");
+// A report over a source would destroy a student's work, and so would one over what this run reads.
+void check_report_file(const std::string& file) {
+    const options_t& options = batch.options;
+    const std::string base = options.program.substr(0, options.program.rfind('.'));
+    bool is_input = file.ends_with(".k");
+    const std::string script = options.script_file.value_or("");
+    for (const std::string& input : {base + ".k", base + ".mif", base + ".labels", script}) {
+        std::error_code missing;
+        is_input |= std::filesystem::equivalent(file, input, missing);
+    }
+    if (is_input) {
+        usage_error("--report: " + file + " is a source or a file of this run");
     }
 }
 
 int open_report() {
-    const options_t& options = batch.options;
-    if (options.report_file.empty() || options.report_format == "none") {
+    if (!batch.options.report_file || batch.options.report_format == "none") {
         return STDOUT_FILENO;
     }
-    const std::string base = options.program.substr(0, options.program.rfind('.'));
-    for (const std::string& input : {base + ".k", base + ".mif", base + ".labels", options.script_file}) {
-        check_is_no_input(options.report_file, input);
-    }
-    const int descriptor = open(options.report_file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, NEW_FILE_MODE);
+    const std::string file = *batch.options.report_file;
+    check_report_file(file);
+    const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, NEW_FILE_MODE);
     if (descriptor < 0) {
-        usage_error("can't open file " + options.report_file + ": " + system_error_text(errno));
+        usage_error(cant_open_text(file, errno));
+    }
+    // Truncating it would erase what the trace has written there.
+    std::error_code no_output;
+    if (std::filesystem::equivalent(file, "/dev/stdout", no_output)) {
+        close(descriptor);
+        batch.options.report_file.reset();
+        return STDOUT_FILENO;
     }
     return descriptor;
 }
 
-int32_t address_of(const char* option, const std::string& text, const labels_t& labels) {
-    if (text.empty()) {
+// -1 for an option that was not given.
+int32_t address_of(const char* option, const std::optional<std::string>& text, const labels_t& labels) {
+    if (!text) {
         return -1;
     }
-    const std::optional<int32_t> address = find_address(text, labels);
+    const std::optional<int32_t> address = find_address(*text, labels);
     if (!address) {
-        usage_error(std::string(option) + ": '" + text +
+        usage_error(std::string(option) + ": '" + *text +
                     "' is neither a label nor an address from 0 to 16383");
     }
     return *address;
 }
 
-void collect_memory_ranges() {
+void collect_memory() {
     for (const std::string& text : batch.options.memory) {
         const std::optional<range_t> range = find_range(text, batch.run.labels);
         if (!range) {
             usage_error("--memory: '" + text + "' is no range of labels or addresses from 0 to 16383");
         }
-        batch.run.memory.push_back(*range);
+        for (int32_t address = range->first; address <= range->last; ++address) {
+            batch.run.memory.insert(address);
+        }
     }
 }
 
@@ -163,7 +175,7 @@ void run_batch(const options_t& options, const labels_t& labels, std::vector<eve
     batch.options = options;
     batch.events = std::move(events);
     batch.run.labels = labels;
-    collect_memory_ranges();
+    collect_memory();
     simulator.verbose = options.trace;
     simulator.breakpoint = address_of("--break", options.breakpoint, labels);
     simulator.watchpoint = address_of("--watch", options.watchpoint, labels);

@@ -1,24 +1,35 @@
 #include "ui/gui_batch/labels.h"
 
-#include <charconv>
+#include <cerrno>
+#include <filesystem>
 #include <fstream>
+#include <iostream>
 
+#include "core/files.h"
 #include "core/machine.h"
-#include "ui/gui_batch/options.h"
+#include "ui/gui_batch/usage.h"
 
 labels_t read_labels(const std::string& file_name) {
     labels_t labels;
+    std::error_code ignored;
+    if (!std::filesystem::is_regular_file(file_name, ignored)) {
+        return labels;
+    }
     std::ifstream file(file_name);
+    if (!file) {
+        std::cerr << "tovik-run: warning: " << cant_open_text(file_name, errno) << std::endl;
+    }
     std::string line;
     while (std::getline(file, line)) {
         const size_t tab = line.find('\t');
         if (tab == std::string::npos) {
             continue;
         }
-        int32_t address = 0;
-        const char* const digits = line.data() + tab + 1;
-        if (std::from_chars(digits, line.data() + line.size(), address).ec == std::errc{}) {
-            labels.emplace(line.substr(0, tab), address);
+        const size_t digits = tab + 1;
+        const std::string_view address =
+            std::string_view(line).substr(digits, line.find('\t', digits) - digits);
+        if (const std::optional<int64_t> number = parse_number(address, 0, MEMORY_SIZE - 1)) {
+            labels.emplace(line.substr(0, tab), static_cast<int32_t>(*number));
         }
     }
     return labels;
@@ -30,6 +41,20 @@ std::optional<int32_t> find_address(std::string_view text, const labels_t& label
     }
     const std::optional<int64_t> number = parse_number(text, 0, MEMORY_SIZE - 1);
     return number ? std::optional(static_cast<int32_t>(*number)) : std::nullopt;
+}
+
+std::optional<range_t> find_range(std::string_view text, const labels_t& labels) {
+    if (const auto whole = find_address(text, labels)) {
+        return range_t{*whole, *whole};
+    }
+    for (size_t dash = text.find('-'); dash != std::string_view::npos; dash = text.find('-', dash + 1)) {
+        const auto first = find_address(text.substr(0, dash), labels);
+        const auto last = find_address(text.substr(dash + 1), labels);
+        if (first && last && *first <= *last) {
+            return range_t{*first, *last};
+        }
+    }
+    return std::nullopt;
 }
 
 std::string nearest_label(int32_t address, const labels_t& labels) {

@@ -3,16 +3,20 @@
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
+#include <new>
 #include <string>
 #include <vector>
 
 #include "assembler/assemble.h"
+#include "assembler/source.h"
+#include "core/files.h"
 #include "core/loader.h"
 #include "core/simulate.h"
 #include "ui/gui_batch/gui_batch.h"
 #include "ui/gui_batch/labels.h"
 #include "ui/gui_batch/options.h"
 #include "ui/gui_batch/script.h"
+#include "ui/gui_batch/usage.h"
 
 namespace {
 
@@ -21,8 +25,8 @@ void check_image(const std::string& name, const load_t& load) {
     if (!load.opened) {
         std::exit(EXIT_USAGE);
     }
-    if (load.words == 0 && !load.ended) {
-        usage_error(name + " is not a memory image: it holds no word and no END");
+    if (!load.ended && (load.words == 0 || !load.begun)) {
+        usage_error(name + " is not a memory image");
     }
     if (load.skipped > 0) {
         std::cerr << "tovik-run: " << name << ":" << load.first_skipped << ": warning: skipped "
@@ -34,11 +38,25 @@ void check_image(const std::string& name, const load_t& load) {
     }
 }
 
+// The assembler makes its two files before it reads the source; a name that is mistyped must leave none.
+void check_source(const std::string& name) {
+    const input_stream_t source(name);
+    if (source.error() != 0) {
+        usage_error(cant_open_text(name, source.error()));
+    }
+}
+
+[[noreturn]] void out_of_memory() { usage_error("out of memory"); }
+
 } // namespace
 
 int main(int argc, char** argv) {
-    // A file that grows beyond the user's limit is then an error of that write, with a message, not the end.
+    hold_standard_streams();
+    // A file that grows beyond the user's limit and a pipe without a reader are then errors of that write,
+    // with a message, not the end.
     std::signal(SIGXFSZ, SIG_IGN);
+    std::signal(SIGPIPE, SIG_IGN);
+    std::set_new_handler(out_of_memory);
     // The dialogs are the messages of the report.
     graphical_display = true;
 
@@ -48,11 +66,14 @@ int main(int argc, char** argv) {
         usage_error("--assemble: '" + options.program + "' does not end in .k");
     }
     std::vector<event_t> events;
-    if (!options.script_file.empty()) {
-        events = read_script(options.script_file);
+    if (options.script_file) {
+        events = read_script(*options.script_file);
     }
-    if (is_source && !assemble(options.program)) {
-        std::exit(EXIT_USAGE);
+    if (is_source) {
+        check_source(options.program);
+        if (!assemble(options.program)) {
+            std::exit(EXIT_USAGE);
+        }
     }
     if (options.assemble_only) {
         return 0;

@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr double SECONDS_PER_INSTRUCTION = 150e-9;
+constexpr double SECONDS_PER_INSTRUCTION = NS_PER_INSTRUCTION * 1e-9;
 
 template <typename... values_t> std::string format(const char* pattern, values_t... values) {
     std::array<char, 128> text{};
@@ -55,20 +55,6 @@ std::string place(const run_t& run) {
 
 } // namespace
 
-std::optional<range_t> find_range(const std::string& text, const labels_t& labels) {
-    if (const auto whole = find_address(text, labels)) {
-        return range_t{*whole, *whole};
-    }
-    for (size_t dash = text.find('-'); dash != std::string::npos; dash = text.find('-', dash + 1)) {
-        const auto first = find_address(std::string_view(text).substr(0, dash), labels);
-        const auto last = find_address(std::string_view(text).substr(dash + 1), labels);
-        if (first && last && *first <= *last) {
-            return range_t{*first, *last};
-        }
-    }
-    return std::nullopt;
-}
-
 std::string text_report(const run_t& run) {
     std::string text = headline(run) + "\n";
     if (run.reason == "error") {
@@ -84,11 +70,9 @@ std::string text_report(const run_t& run) {
     text += format("  green LEDs      0x%02x\n", static_cast<unsigned>(machine.led_green));
     text += "  HEX7-HEX4       " + run.hex74 + "\n";
     text += "  HEX3-HEX0       " + run.hex30 + "\n";
-    for (const range_t& range : run.memory) {
-        for (int32_t address = range.first; address <= range.last; ++address) {
-            const std::string name = "memory[" + std::to_string(address) + "]";
-            text += format("  %-15s %d\n", name.c_str(), machine.memory[address]);
-        }
+    for (const int32_t address : run.memory) {
+        const std::string name = "memory[" + std::to_string(address) + "]";
+        text += format("  %-15s %d\n", name.c_str(), machine.memory[address]);
     }
     return text;
 }
@@ -105,12 +89,12 @@ std::string json_report(const run_t& run) {
     report["led_green"] = machine.led_green;
     report["hex74"] = run.hex74;
     report["hex30"] = run.hex30;
-    report["memory"] = nlohmann::ordered_json::object();
-    for (const range_t& range : run.memory) {
-        for (int32_t address = range.first; address <= range.last; ++address) {
-            report["memory"][std::to_string(address)] = machine.memory[address];
-        }
+    // Appended without the library's search for a key that is there already: the addresses are all different.
+    nlohmann::ordered_json::object_t memory;
+    for (const int32_t address : run.memory) {
+        memory.emplace_back(std::to_string(address), machine.memory[address]);
     }
+    report["memory"] = std::move(memory);
     report["messages"] = nlohmann::ordered_json::array();
     for (const message_t& message : run.messages) {
         report["messages"].push_back({{"error", message.error}, {"text", message.text}});

@@ -2,16 +2,16 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <fstream>
 #include <limits>
 #include <optional>
 #include <sstream>
 #include <string_view>
 
+#include "core/files.h"
 #include "core/machine.h"
 #include "devices/ledswitchtimer.h"
-#include "ui/gui_batch/options.h"
+#include "ui/gui_batch/usage.h"
 
 namespace {
 
@@ -62,7 +62,10 @@ event_t parse_switch(const words_t& words, uint64_t count) {
 
 event_t parse_event(const words_t& words) {
     const uint64_t count = parse_count(words[0]);
-    const std::string name = words.size() > 1 ? words[1] : "";
+    if (words.size() == 1) {
+        throw malformed_t{"expected an event after the instruction count"};
+    }
+    const std::string& name = words[1];
     if (name == "switch") {
         return parse_switch(words, count);
     }
@@ -99,7 +102,7 @@ std::vector<event_t> read_script(const std::string& file_name) {
         usage_error(file_name + ":" + std::to_string(line_number) + ": " + malformed.why);
     }
     if (!file.eof()) {
-        usage_error("can't read script " + file_name + ": " + std::strerror(errno));
+        usage_error("can't read script " + file_name + ": " + system_error_text(errno));
     }
     return events;
 }
