@@ -16,7 +16,8 @@ std::optional<int64_t> parse_number(std::string_view text, int64_t lowest, int64
     uint64_t value = 0;
     const char* const end = digits.data() + digits.size();
     const auto [stop, error] = std::from_chars(digits.data(), end, value, hexadecimal ? 16 : 10);
-    if (error != std::errc{} || stop != end || std::cmp_less(value, lowest) || std::cmp_greater(value, highest)) {
+    if (error != std::errc{} || stop != end || std::cmp_less(value, lowest) ||
+        std::cmp_greater(value, highest)) {
         return std::nullopt;
     }
     return static_cast<int64_t>(value);

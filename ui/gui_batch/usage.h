@@ -1,7 +1,7 @@
 #pragma once
 
-// How tovik-run answers its caller: exit statuses, usage errors, and numbers as they are written in options and
-// scripts.
+// How tovik-run answers its caller: exit statuses, usage errors, and numbers as they are written in options
+// and scripts.
 
 #include <cstdint>
 #include <optional>
