@@ -4,7 +4,10 @@
 #include <cstring>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include "core/machine.h"
 
 namespace {
 
@@ -22,6 +25,25 @@ std::string cant_open_text(const std::string& name, int error) {
 
 std::string cant_write_text(const std::string& name, int error) {
     return "Can't write file " + name + ": " + system_error_text(error);
+}
+
+void save_file(const std::string& name, std::string_view data) {
+    const int descriptor = open(name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, NEW_FILE_MODE);
+    if (descriptor < 0) {
+        throw tovik_error("Can't open file " + name + ": " + system_error_text(errno));
+    }
+    struct stat status {};
+    const bool regular = fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+    int error = write_all(descriptor, data);
+    if (close(descriptor) != 0 && error == 0) {
+        error = errno;
+    }
+    if (error != 0) {
+        if (regular) {
+            unlink(name.c_str());
+        }
+        throw tovik_error(cant_write_text(name, error));
+    }
 }
 
 void hold_standard_streams() {

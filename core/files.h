@@ -12,6 +12,10 @@ std::string system_error_text(int error);
 std::string cant_open_text(const std::string& name, int error);
 std::string cant_write_text(const std::string& name, int error);
 
+// Creates or truncates a file and writes all of the data to it. Throws tovik_error "Can't open file NAME:
+// REASON" or "Can't write file NAME: REASON"; a regular file of which only a part was written is removed.
+void save_file(const std::string& name, std::string_view data);
+
 // Makes sure that the three standard streams are open. A caller may have closed some, and a file opened later
 // must not become one of them by its number. Writing to what stands in for a closed one fails, as it should.
 void hold_standard_streams();

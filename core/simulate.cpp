@@ -15,7 +15,12 @@
 #include "core/interpreter.h"
 #include "core/machine.h"
 #include "core/memory.h"
+#include "devices/lcd.h"
 #include "devices/ledswitchtimer.h"
+#include "devices/mouse.h"
+#include "devices/ps2.h"
+#include "devices/touch.h"
+#include "devices/vga.h"
 #include "ui/gui.h"
 
 bool graphical_display = false;
@@ -261,15 +266,22 @@ void reset_machine() {
     reset_led();
     reset_hex30();
     reset_hex74();
+    reset_lcd();
+    reset_vga();
+    reset_ps2();
+    reset_mouse();
+    reset_touch();
     print_machine();
 }
 
 void print_machine() {
     print_pc();
+    print_memory();
     print_led_red();
     print_led_green();
     print_hex30();
     print_hex74();
+    print_lcd();
 }
 
 void print_pc() { gui_pc_set("PC " + std::to_string(machine.pc)); }

@@ -7,7 +7,12 @@
 #include <string>
 
 #include "core/machine.h"
+#include "devices/lcd.h"
 #include "devices/ledswitchtimer.h"
+#include "devices/mouse.h"
+#include "devices/ps2.h"
+#include "devices/touch.h"
+#include "devices/vga.h"
 
 namespace {
 
@@ -42,20 +47,20 @@ constexpr block_t ADDRESS_MAP[] = {
     {0x03, 0x03, writing<io_hex30>},     // HEX3-HEX0
     {0x04, 0x04, writing<io_hex74>},     // HEX7-HEX4
     {0x05, 0x05, reading<io_timer>},     // timer
-    {0x10, 0x14, io_absent},             // LCD
-    {0x20, 0x23, io_absent},             // PS/2 keyboard
+    {0x10, 0x14, io_lcd},                // LCD
+    {0x20, 0x23, io_ps2},                // PS/2 keyboard
     {0x30, 0x35, io_absent},             // SDRAM controller
     {0x40, 0x42, io_absent},             // speaker
     {0x50, 0x52, io_absent},             // microphone
-    {0x60, 0x68, io_absent},             // VGA controller
-    {0x70, 0x76, io_absent},             // mouse
+    {0x60, 0x68, io_vga},                // VGA controller
+    {0x70, 0x76, io_mouse},              // mouse
     {0x80, 0x85, io_absent},             // SD card
     {0x90, 0x92, io_absent},             // serial receive
     {0xa0, 0xa2, io_absent},             // serial send
     {0xb0, 0xb5, io_absent},             // camera
     {0xc0, 0xc5, io_absent},             // FFT input
     {0xd0, 0xd3, io_absent},             // FFT output
-    {0xe0, 0xe4, io_absent},             // touch screen
+    {0xe0, 0xe4, io_touch},              // touch screen
     {0xf0, 0xf3, io_silent},             // none
     {0x100, 0x103, io_silent},           // none
 };

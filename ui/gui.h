@@ -1,8 +1,10 @@
 #pragma once
 
 // What a front end offers to the core and the devices: the only door between them and the windows. Each
-// program links one implementation.
+// program links one implementation of the gui_* functions; the picture of the screen (vga_*) is the same for
+// all.
 
+#include <cstdint>
 #include <string>
 
 // Whether window events (or scripted input) wait to be handled.
@@ -14,6 +16,21 @@ void gui_handle_event();
 // Shows a text to the user and returns when it has been acknowledged. `error` chooses the kind of dialog.
 void gui_message(std::string text, bool error);
 
+// Asks the user for a file to save (or to open). Only names that match "*.EXTENSION" are offered, all when
+// the extension is empty. A `filename` that is not empty is preselected. Returns false, with `filename` as it
+// was, when the user cancels.
+bool gui_choosefile(bool save, std::string title, std::string filter_name, std::string extension,
+                    std::string& filename);
+
+// The control window. The texts of the entries are what the user typed.
+std::string gui_assemble_file_get();
+void gui_assemble_file_set(std::string text);
+std::string gui_steps_get();
+void gui_steps_set(std::string text);
+std::string gui_breakpoint_get();
+void gui_breakpoint_set(std::string text);
+std::string gui_watchpoint_get();
+void gui_watchpoint_set(std::string text);
 void gui_runstop_set(std::string text);
 void gui_status_set(std::string text);
 void gui_pc_set(std::string text);
@@ -21,8 +38,23 @@ void gui_time_set(std::string text);
 
 void gui_hex74_set(std::string text);
 void gui_hex30_set(std::string text);
+void gui_lcd_set(std::string text);
 
 // Ask for a repaint of switch (0 to 17), red LED (0 to 17) or green LED (0 to 7) number i.
 void gui_sw_draw(int i);
 void gui_led_red_draw(int i);
 void gui_led_green_draw(int i);
+
+// Shows the whole memory, and which words were written since it was last shown; those are then no longer
+// marked as modified. Does nothing while there is no memory window.
+void print_memory();
+
+// Shows over the screen whether the mouse is active.
+void gui_vga_cursor(bool active);
+
+// Repaints a rectangle of the screen from the video memory; its coordinates wrap around at 1024. Arguments
+// must be below 1024. A y_size of 0 asks for a repaint without looking for changes.
+void vga_refresh(unsigned x_start, unsigned y_start, unsigned x_size, unsigned y_size);
+
+// Paints a rectangle, both corners inclusive and on the screen, in a colour.
+void vga_box(int32_t x1, int32_t y1, int32_t x2, int32_t y2, uint16_t color);

@@ -6,6 +6,7 @@
 #include "ui/gui.h"
 
 recording_t recording;
+typed_t typed;
 
 namespace {
 
@@ -59,3 +60,35 @@ void gui_sw_draw(int i) { recording.calls.push_back("sw " + std::to_string(i)); 
 void gui_led_red_draw(int i) { recording.calls.push_back("red " + std::to_string(i)); }
 
 void gui_led_green_draw(int i) { recording.calls.push_back("green " + std::to_string(i)); }
+
+bool gui_choosefile(bool save, std::string title, std::string /*filter_name*/, std::string extension,
+                    std::string& filename) {
+    recording.calls.push_back((save ? "save " : "open ") + title + " *." + extension + " " + filename);
+    if (typed.chosen_file.empty()) {
+        return false;
+    }
+    filename = typed.chosen_file;
+    return true;
+}
+
+std::string gui_assemble_file_get() { return typed.assemble_file; }
+
+void gui_assemble_file_set(std::string text) { typed.assemble_file = std::move(text); }
+
+std::string gui_steps_get() { return typed.steps; }
+
+void gui_steps_set(std::string text) { typed.steps = std::move(text); }
+
+std::string gui_breakpoint_get() { return typed.breakpoint; }
+
+void gui_breakpoint_set(std::string text) { typed.breakpoint = std::move(text); }
+
+std::string gui_watchpoint_get() { return typed.watchpoint; }
+
+void gui_watchpoint_set(std::string text) { typed.watchpoint = std::move(text); }
+
+void gui_lcd_set(std::string text) { recording.calls.push_back("lcd " + text); }
+
+void print_memory() { recording.calls.push_back("memory"); }
+
+void gui_vga_cursor(bool active) { recording.calls.push_back(active ? "cursor on" : "cursor off"); }

@@ -17,6 +17,17 @@ struct recording_t {
 
 extern recording_t recording;
 
+// What the user typed into the entries, and answers to the file chooser; an empty answer cancels.
+struct typed_t {
+    std::string assemble_file = "Choose assembly file";
+    std::string steps;
+    std::string breakpoint;
+    std::string watchpoint;
+    std::string chosen_file;
+};
+
+extern typed_t typed;
+
 // Runs the machine from where it is until the run stops, with simulate_run or reference_run, and returns the
 // calls made meanwhile. The controls of the simulator are the caller's.
 std::vector<std::string> run_until_stop(void (*run_loop)());

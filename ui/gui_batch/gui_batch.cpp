@@ -212,6 +212,11 @@ void gui_hex74_set(std::string text) { batch.run.hex74 = std::move(text); }
 
 void gui_hex30_set(std::string text) { batch.run.hex30 = std::move(text); }
 
+bool gui_choosefile(bool /*save*/, std::string /*title*/, std::string /*filter_name*/,
+                    std::string /*extension*/, std::string& /*filename*/) {
+    return false;
+}
+
 // What these would show, the report reads from the machine itself.
 void gui_runstop_set(std::string /*text*/) {}
 void gui_status_set(std::string /*text*/) {}
@@ -220,3 +225,6 @@ void gui_time_set(std::string /*text*/) {}
 void gui_sw_draw(int /*i*/) {}
 void gui_led_red_draw(int /*i*/) {}
 void gui_led_green_draw(int /*i*/) {}
+void gui_lcd_set(std::string /*text*/) {}
+void gui_vga_cursor(bool /*active*/) {}
+void print_memory() {}

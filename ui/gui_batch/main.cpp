@@ -12,6 +12,7 @@
 #include "core/files.h"
 #include "core/loader.h"
 #include "core/simulate.h"
+#include "devices/vga.h"
 #include "ui/gui_batch/gui_batch.h"
 #include "ui/gui_batch/labels.h"
 #include "ui/gui_batch/options.h"
@@ -80,6 +81,7 @@ int main(int argc, char** argv) {
     }
 
     simulate_init();
+    clear_vga();
     const std::string base = options.program.substr(0, options.program.rfind('.'));
     check_image(base + ".mif", simulate_load(base + ".k"));
     run_batch(options, read_labels(base + ".labels"), std::move(events));

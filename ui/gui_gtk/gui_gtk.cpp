@@ -21,3 +21,7 @@ void gui_hex30_set(std::string /*text*/) {}
 void gui_sw_draw(int /*i*/) {}
 void gui_led_red_draw(int /*i*/) {}
 void gui_led_green_draw(int /*i*/) {}
+void gui_lcd_set(std::string /*text*/) {}
+void gui_vga_cursor(bool /*active*/) {}
+void print_memory() {}
+bool gui_choosefile(bool, std::string, std::string, std::string, std::string&) { return false; }

@@ -1,0 +1,16 @@
+#pragma once
+
+// The commands behind the control window's buttons.
+
+// Asks for the source and shows its name on the file button. A chosen name that does not end in ".k" ends the
+// process with status 1, after a dialog.
+void debug_assemble_choose();
+
+// Assembles, or loads the image of, the source named on the file button; asks for it first when there is
+// none.
+void debug_assemble();
+void debug_load();
+
+// Stops the run after one more instruction; or reads the entries for steps, breakpoint and watchpoint,
+// rewrites them as they were understood, and starts a run unless the machine has halted.
+void debug_runstop();

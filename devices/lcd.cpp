@@ -1,0 +1,87 @@
+// 2x16 character display. Every command finishes at once.
+//
+//   offset  register  access  bits   meaning
+//   0x10    command   write   0      0 to 1 shows `ascii` at (x, y)
+//   0x11    response  read    0      mirrors the command
+//   0x12    x         write   3..0   column
+//   0x13    y         write   0      line
+//   0x14    ascii     write   7..0   character
+//
+// Not modelled: the real part's cursor, scrolling and busy time.
+
+#include "devices/lcd.h"
+
+#include <algorithm>
+#include <string>
+
+#include "core/machine.h"
+#include "devices/io.h"
+#include "ui/gui.h"
+
+namespace {
+
+constexpr int32_t COMMAND = 0x10;
+constexpr int32_t RESPONSE = 0x11;
+constexpr int32_t X = 0x12;
+constexpr int32_t Y = 0x13;
+constexpr int32_t ASCII = 0x14;
+
+void write_command(int32_t command) {
+    if (machine.lcd_command == 0 && command == 1) {
+        machine.lcd_ram[machine.lcd_y][machine.lcd_x] = static_cast<uint8_t>(machine.lcd_ascii);
+        print_lcd();
+    }
+    machine.lcd_command = command;
+}
+
+} // namespace
+
+int32_t io_lcd(bool write, int32_t address, int32_t data) {
+    const int32_t offset = io_offset(address);
+    if (!write) {
+        if (offset != RESPONSE) {
+            io_unsupported(address);
+        }
+        return machine.lcd_command;
+    }
+    switch (offset) {
+    case COMMAND:
+        write_command(data & 1);
+        break;
+    case X:
+        update_port(machine.lcd_x, data & 0xf, machine.lcd_command);
+        break;
+    case Y:
+        update_port(machine.lcd_y, data & 1, machine.lcd_command);
+        break;
+    case ASCII:
+        update_port(machine.lcd_ascii, data & 0xff, machine.lcd_command);
+        break;
+    default:
+        io_unsupported(address);
+    }
+    return 0;
+}
+
+void reset_lcd() {
+    machine.lcd_command = 0;
+    machine.lcd_x = 0;
+    machine.lcd_y = 0;
+    machine.lcd_ascii = 0;
+    for (auto& line : machine.lcd_ram) {
+        std::ranges::fill(line, ' ');
+    }
+}
+
+void print_lcd() {
+    std::string text;
+    for (const auto& line : machine.lcd_ram) {
+        if (!text.empty()) {
+            text += '\n';
+        }
+        text.append(std::begin(line), std::end(line));
+    }
+    // A carriage return in the display would break the two lines of the label.
+    std::ranges::replace(text, '\r', ' ');
+    gui_lcd_set(text);
+}

@@ -1,0 +1,45 @@
+#pragma once
+
+// The picture on the VGA screen, as vga_refresh and vga_box of gui.h paint it. A front end takes from here
+// what changed since it last did, when it is about to show it: painting itself asks nothing of any window
+// system.
+
+#include <cstdint>
+#include <vector>
+
+#include "devices/vga.h"
+
+// Both corners inclusive.
+struct box_t {
+    int32_t x1;
+    int32_t y1;
+    int32_t x2;
+    int32_t y2;
+};
+
+struct colored_box_t {
+    box_t box;
+    uint16_t color; // 15 bits
+};
+
+// What changed on the screen. Either a few boxes to fill in this order, or, when there are too many of them,
+// one box that has all changes in it, to be copied from screen_row.
+struct screen_changes_t {
+    std::vector<colored_box_t> fills;
+    bool copy; // whether to copy `area` instead
+    box_t area;
+};
+
+// Whether there is a screen to paint on; false once its window is closed. Painting does nothing then.
+extern bool screen_open;
+
+// Takes what changed since the last call; `fills` is empty and `copy` false when nothing did.
+screen_changes_t take_screen_changes();
+
+// One row of the picture: 640 colours of 15 bits.
+const uint16_t* screen_row(int32_t y);
+
+// A channel of 5 bits (0 to 31) widened to 16 by repeating its bits: 0 gives 0, 31 gives 0xffff.
+constexpr uint16_t widen_channel(int32_t channel) {
+    return static_cast<uint16_t>(channel << 11 | channel << 6 | channel << 1 | (channel & 1));
+}
