@@ -7,7 +7,11 @@
 
 #include "assembler/assemble.h"
 #include "core/files.h"
+#include "core/memory.h"
 #include "core/simulate.h"
+#include "devices/ledswitchtimer.h"
+#include "devices/vga.h"
+#include "ui/gui.h"
 
 namespace {
 
@@ -36,7 +40,11 @@ int main(int argc, char** argv, char** envp) {
         std::cout << "error: must be run with a full graphical environment" << std::endl;
         std::exit(1);
     }
+    gui_setup(argc, argv);
+    clear_memory();
+    clear_vga();
+    reset_machine();
+    reset_sw();
     simulate_init();
-    std::cout << "error: the window is not available yet; tovik-run runs programs without it" << std::endl;
-    std::exit(1);
+    simulate_run();
 }

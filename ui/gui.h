@@ -7,6 +7,9 @@
 #include <cstdint>
 #include <string>
 
+// Builds the windows, from the program's arguments. Only a front end with windows has it; called first.
+void gui_setup(int argc, char** argv);
+
 // Whether window events (or scripted input) wait to be handled.
 bool gui_events_pending();
 

@@ -1,27 +1,52 @@
-// The desktop front end. There is no window yet, so there is nothing to show and no event can come: the
-// desktop program says so and ends before it runs a program.
+// The desktop front end: start-up and the event pump.
+//
+// Nothing is drawn when a device asks for it. The drawing functions note what changed, and the pump hands it
+// to the toolkit when the run loop looks at the window, once in a hundred thousand instructions or when it
+// stops.
 
+#include <cassert>
 #include <cstdlib>
-#include <iostream>
 
 #include "ui/gui.h"
+#include "ui/gui_gtk/windows.h"
+#include "ui/screen.h"
 
-bool gui_events_pending() { return false; }
+namespace {
 
-void gui_handle_event() { std::exit(1); }
+void flush_display() {
+    flush_labels();
+    flush_board();
+}
 
-void gui_message(std::string text, bool /*error*/) { std::cout << text << std::endl; }
+} // namespace
 
-void gui_runstop_set(std::string /*text*/) {}
-void gui_status_set(std::string /*text*/) {}
-void gui_pc_set(std::string /*text*/) {}
-void gui_time_set(std::string /*text*/) {}
-void gui_hex74_set(std::string /*text*/) {}
-void gui_hex30_set(std::string /*text*/) {}
-void gui_sw_draw(int /*i*/) {}
-void gui_led_red_draw(int /*i*/) {}
-void gui_led_green_draw(int /*i*/) {}
-void gui_lcd_set(std::string /*text*/) {}
-void gui_vga_cursor(bool /*active*/) {}
-void print_memory() {}
-bool gui_choosefile(bool, std::string, std::string, std::string, std::string&) { return false; }
+void gui_setup(int argc, char** argv) {
+    gtk_init(&argc, &argv);
+    build_memory_window();
+    build_vga_window();
+    build_main_window();
+    choose_initial_file(argc, argv);
+}
+
+bool gui_events_pending() {
+    flush_display();
+    return gtk_events_pending() != FALSE;
+}
+
+void gui_handle_event() {
+    flush_display();
+    gtk_main_iteration();
+}
+
+void sig_destroy(GtkWidget* /*widget*/, gpointer handle) {
+    if (handle == nullptr) {
+        std::exit(0);
+    } else if (handle == &memory_buffer) {
+        memory_buffer = nullptr;
+    } else if (handle == &vga_draw) {
+        vga_draw = nullptr;
+        screen_open = false;
+    } else {
+        assert(0);
+    }
+}

@@ -1,0 +1,201 @@
+// The board's visible outputs: lamps and switches in the main window, and the VGA window.
+
+#include <bitset>
+#include <cassert>
+
+#include <gtk/gtk.h>
+
+#include "core/machine.h"
+#include "devices/ledswitchtimer.h"
+#include "ui/gui.h"
+#include "ui/gui_gtk/windows.h"
+#include "ui/screen.h"
+
+GtkWidget* vga_draw = nullptr;
+
+namespace {
+
+constexpr int LAMP_SIZE = 10;
+constexpr guint16 LAMP_GREY = 0x6d60;
+
+GtkWidget* sw_draw[SWITCHES];
+GtkWidget* led_red_draw[RED_LEDS];
+GtkWidget* led_green_draw[GREEN_LEDS];
+
+// All lamps have one expose handler; their numbers tell them apart: red LEDs, then green ones, then switches.
+constexpr int FIRST_GREEN = RED_LEDS;
+constexpr int FIRST_SWITCH = FIRST_GREEN + GREEN_LEDS;
+constexpr int FIRST_SWITCH_NUMBER = 34;
+static_assert(FIRST_SWITCH <= FIRST_SWITCH_NUMBER);
+
+// What changed since the display was last flushed.
+std::bitset<SWITCHES> changed_switches;
+std::bitset<RED_LEDS> changed_red_leds;
+std::bitset<GREEN_LEDS> changed_green_leds;
+
+GdkPixmap* vga_pixmap = nullptr;
+GdkCursor* active_cursor = nullptr;
+
+bool is_lit(int number) {
+    if (number < FIRST_GREEN) {
+        return (machine.led_red >> number & 1) != 0;
+    }
+    if (number < FIRST_SWITCH_NUMBER) {
+        return (machine.led_green >> (number - FIRST_GREEN) & 1) != 0;
+    }
+    return (machine.sw >> (number - FIRST_SWITCH_NUMBER) & 1) != 0;
+}
+
+GdkGC* lamp_gc(GtkWidget* lamp) {
+    static GdkGC* gc = nullptr;
+    if (gc == nullptr) {
+        gc = gdk_gc_new(gtk_widget_get_window(lamp));
+        const GdkColor grey = {0, LAMP_GREY, LAMP_GREY, LAMP_GREY};
+        gdk_gc_set_rgb_fg_color(gc, &grey);
+    }
+    return gc;
+}
+
+gboolean led_sw_expose(GtkWidget* lamp, GdkEventExpose* /*event*/, gpointer number) {
+    gdk_draw_rectangle(gtk_widget_get_window(lamp), lamp_gc(lamp), is_lit(GPOINTER_TO_INT(number)), 1, 1,
+                       LAMP_SIZE, LAMP_SIZE);
+    return FALSE;
+}
+
+GtkWidget* new_lamp(int number) {
+    GtkWidget* const lamp = gtk_drawing_area_new();
+    gtk_widget_set_size_request(lamp, LAMP_SIZE, LAMP_SIZE);
+    g_signal_connect(lamp, "expose_event", G_CALLBACK(led_sw_expose), GINT_TO_POINTER(number));
+    return lamp;
+}
+
+template <size_t count> void flush_lamps(std::bitset<count>& changed, GtkWidget* const (&lamps)[count]) {
+    for (size_t i = 0; i < count && changed.any(); ++i) {
+        if (changed[i]) {
+            gtk_widget_queue_draw_area(lamps[i], 1, 1, LAMP_SIZE, LAMP_SIZE);
+        }
+    }
+    changed.reset();
+}
+
+// The context for painting on the screen, in a colour.
+GdkGC* set_gc(int color) {
+    static GdkGC* gc = nullptr;
+    assert(color <= ((1 << (5 + 5 + 5)) - 1));
+    if (gc == nullptr) {
+        gc = gdk_gc_new(gtk_widget_get_window(vga_draw));
+    }
+    const GdkColor rgb = {0, widen_channel(color >> 10 & 0x1f), widen_channel(color >> 5 & 0x1f),
+                          widen_channel(color & 0x1f)};
+    gdk_gc_set_rgb_fg_color(gc, &rgb);
+    return gc;
+}
+
+void copy_area(const box_t& area) {
+    constexpr int bytes_per_pixel = 3;
+    static guchar pixels[VGA_HEIGHT][VGA_WIDTH][bytes_per_pixel];
+    for (int32_t y = area.y1; y <= area.y2; ++y) {
+        const uint16_t* const row = screen_row(y);
+        for (int32_t x = area.x1; x <= area.x2; ++x) {
+            const uint16_t color = row[x];
+            pixels[y][x][0] = static_cast<guchar>(widen_channel(color >> 10 & 0x1f) >> 8);
+            pixels[y][x][1] = static_cast<guchar>(widen_channel(color >> 5 & 0x1f) >> 8);
+            pixels[y][x][2] = static_cast<guchar>(widen_channel(color & 0x1f) >> 8);
+        }
+    }
+    const int width = area.x2 - area.x1 + 1;
+    const int height = area.y2 - area.y1 + 1;
+    gdk_draw_rgb_image(vga_pixmap, set_gc(0), area.x1, area.y1, width, height, GDK_RGB_DITHER_NONE,
+                       pixels[area.y1][area.x1], sizeof pixels[0]);
+    gtk_widget_queue_draw_area(vga_draw, area.x1, area.y1, width, height);
+}
+
+void fill_box(const colored_box_t& fill) {
+    const auto& [box, color] = fill;
+    const int width = box.x2 - box.x1 + 1;
+    const int height = box.y2 - box.y1 + 1;
+    if (width == 1 && height == 1) {
+        gdk_draw_point(vga_pixmap, set_gc(color), box.x1, box.y1);
+    } else {
+        gdk_draw_rectangle(vga_pixmap, set_gc(color), TRUE, box.x1, box.y1, width, height);
+    }
+    gtk_widget_queue_draw_area(vga_draw, box.x1, box.y1, width, height);
+}
+
+void flush_screen() {
+    const screen_changes_t changes = take_screen_changes();
+    if (vga_draw == nullptr) {
+        return;
+    }
+    if (changes.copy) {
+        copy_area(changes.area);
+    }
+    for (const colored_box_t& fill : changes.fills) {
+        fill_box(fill);
+    }
+}
+
+gboolean vga_expose(GtkWidget* widget, GdkEventExpose* event, gpointer /*data*/) {
+    const GdkRectangle& area = event->area;
+    gdk_draw_drawable(gtk_widget_get_window(widget),
+                      gtk_widget_get_style(widget)->fg_gc[gtk_widget_get_state(widget)], vga_pixmap, area.x,
+                      area.y, area.x, area.y, area.width, area.height);
+    return FALSE;
+}
+
+} // namespace
+
+GtkWidget* new_red_led(int i) { return led_red_draw[i] = new_lamp(i); }
+
+GtkWidget* new_green_led(int i) { return led_green_draw[i] = new_lamp(FIRST_GREEN + i); }
+
+GtkWidget* new_switch(int i) {
+    GtkWidget* const lamp = new_lamp(FIRST_SWITCH_NUMBER + i);
+    gtk_widget_add_events(lamp, GDK_BUTTON_PRESS_MASK);
+    g_signal_connect(lamp, "button_press_event", G_CALLBACK(gui_sw_handler), GINT_TO_POINTER(i));
+    return sw_draw[i] = lamp;
+}
+
+void build_vga_window() {
+    GtkWidget* const window = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+    gtk_window_set_title(GTK_WINDOW(window), "VGA");
+    gtk_window_set_resizable(GTK_WINDOW(window), FALSE);
+    connect_input(window);
+    g_signal_connect(window, "destroy", G_CALLBACK(sig_destroy), &vga_draw);
+    vga_draw = gtk_drawing_area_new();
+    gtk_widget_set_size_request(vga_draw, VGA_WIDTH, VGA_HEIGHT);
+    atk_object_set_name(gtk_widget_get_accessible(vga_draw), "VGA screen");
+    g_signal_connect(vga_draw, "expose_event", G_CALLBACK(vga_expose), nullptr);
+    active_cursor = gdk_cursor_new(GDK_STAR);
+    gtk_container_add(GTK_CONTAINER(window), vga_draw);
+    gtk_widget_show_all(window);
+    vga_pixmap = gdk_pixmap_new(gtk_widget_get_window(vga_draw), VGA_WIDTH, VGA_HEIGHT, -1);
+}
+
+void flush_board() {
+    flush_lamps(changed_switches, sw_draw);
+    flush_lamps(changed_red_leds, led_red_draw);
+    flush_lamps(changed_green_leds, led_green_draw);
+    flush_screen();
+}
+
+void gui_sw_draw(int i) {
+    assert(i < 18);
+    changed_switches.set(static_cast<size_t>(i));
+}
+
+void gui_led_red_draw(int i) {
+    assert(i < 18);
+    changed_red_leds.set(static_cast<size_t>(i));
+}
+
+void gui_led_green_draw(int i) {
+    assert(i < 8);
+    changed_green_leds.set(static_cast<size_t>(i));
+}
+
+void gui_vga_cursor(bool active) {
+    if (vga_draw != nullptr) {
+        gdk_window_set_cursor(gtk_widget_get_window(vga_draw), active ? active_cursor : nullptr);
+    }
+}

@@ -1,0 +1,104 @@
+// Keyboard and pointer over the VGA window, and clicks on switches: host events become calls of the devices.
+
+#include <gdk/gdkkeysyms.h>
+#include <gtk/gtk.h>
+
+#include "core/machine.h"
+#include "devices/ledswitchtimer.h"
+#include "devices/mouse.h"
+#include "devices/ps2.h"
+#include "ui/gui_gtk/windows.h"
+
+namespace {
+
+// The character of a key; its low byte is 0 for a key without one.
+guint32 keyval_to_ascii(guint keyval) {
+    const guint32 character = gdk_keyval_to_unicode(keyval);
+    if ((character & 0xff) != 0) {
+        return character;
+    }
+    switch (keyval) {
+    case GDK_KEY_Return:
+        return '\n';
+    case GDK_KEY_Tab:
+        return '\t';
+    case GDK_KEY_BackSpace:
+        return '\b';
+    case GDK_KEY_Escape:
+        return 27;
+    default:
+        return character;
+    }
+}
+
+char key_character(const GdkEventKey* event) {
+    return static_cast<char>(keyval_to_ascii(event->keyval) & 0xff);
+}
+
+gboolean gui_ps2_press_handler(GtkWidget* /*widget*/, GdkEventKey* event, gpointer /*data*/) {
+    if (event->keyval == GDK_KEY_m && (event->state & GDK_CONTROL_MASK) != 0) {
+        io_ps2_ctrlm();
+    } else {
+        io_ps2_press(key_character(event));
+    }
+    return FALSE;
+}
+
+gboolean gui_ps2_release_handler(GtkWidget* /*widget*/, GdkEventKey* event, gpointer /*data*/) {
+    io_ps2_release(key_character(event));
+    return FALSE;
+}
+
+// A double click comes as three presses, the last of them made up by the toolkit.
+bool is_single_press(const GdkEventButton* event) { return event->type == GDK_BUTTON_PRESS; }
+
+gboolean gui_mouse_press_handler(GtkWidget* /*widget*/, GdkEventButton* event, gpointer /*data*/) {
+    if (is_single_press(event)) {
+        io_mouse_press(static_cast<int>(event->button) - 1);
+    }
+    return FALSE;
+}
+
+gboolean gui_mouse_release_handler(GtkWidget* /*widget*/, GdkEventButton* event, gpointer /*data*/) {
+    io_mouse_release(static_cast<int>(event->button) - 1);
+    return FALSE;
+}
+
+gboolean gui_mouse_motion_handler(GtkWidget* /*widget*/, GdkEventMotion* event, gpointer /*data*/) {
+    io_mouse_motion(static_cast<int>(event->x), static_cast<int>(event->y));
+    return FALSE;
+}
+
+gboolean sig_vga_enter(GtkWidget* /*widget*/, GdkEventFocus* /*event*/, gpointer /*data*/) {
+    if (machine.mouse_active == 0) {
+        io_mouse_activate();
+    }
+    return FALSE;
+}
+
+gboolean sig_vga_leave(GtkWidget* /*widget*/, GdkEventFocus* /*event*/, gpointer /*data*/) {
+    io_mouse_deactivate();
+    return FALSE;
+}
+
+} // namespace
+
+gboolean gui_sw_handler(GtkWidget* /*widget*/, GdkEventButton* event, gpointer number) {
+    if (is_single_press(event)) {
+        io_sw_toggle(GPOINTER_TO_INT(number));
+    }
+    return FALSE;
+}
+
+void connect_input(GtkWidget* vga_window) {
+    gtk_widget_add_events(vga_window, GDK_POINTER_MOTION_MASK | GDK_BUTTON_PRESS_MASK |
+                                          GDK_BUTTON_RELEASE_MASK | GDK_KEY_PRESS_MASK |
+                                          GDK_KEY_RELEASE_MASK | GDK_FOCUS_CHANGE_MASK);
+    g_signal_connect(vga_window, "key_press_event", G_CALLBACK(gui_ps2_press_handler), nullptr);
+    g_signal_connect(vga_window, "key_release_event", G_CALLBACK(gui_ps2_release_handler), nullptr);
+    g_signal_connect(vga_window, "button_press_event", G_CALLBACK(gui_mouse_press_handler), nullptr);
+    g_signal_connect(vga_window, "button_release_event", G_CALLBACK(gui_mouse_release_handler), nullptr);
+    g_signal_connect(vga_window, "motion_notify_event", G_CALLBACK(gui_mouse_motion_handler), nullptr);
+    g_signal_connect(vga_window, "focus_in_event", G_CALLBACK(sig_vga_enter), nullptr);
+    g_signal_connect(vga_window, "focus_out_event", G_CALLBACK(sig_vga_leave), nullptr);
+}

@@ -1,0 +1,274 @@
+// The control window: buttons, entries, labels, and the table of lamps and switches.
+
+#include <cstdlib>
+#include <string>
+
+#include <gdk/gdkkeysyms.h>
+#include <gtk/gtk.h>
+
+#include "assembler/source.h"
+#include "core/debug.h"
+#include "core/simulate.h"
+#include "devices/ledswitchtimer.h"
+#include "devices/vga.h"
+#include "ui/gui.h"
+#include "ui/gui_gtk/text.h"
+#include "ui/gui_gtk/windows.h"
+
+namespace {
+
+constexpr int ENTRY_WIDTH_CHARACTERS = 4;
+constexpr guint BOARD_PADDING = 10;
+
+// A label that is set often and shown when the window is looked at.
+struct shown_label_t {
+    GtkWidget* widget;
+    std::string text;
+    bool changed;
+};
+
+shown_label_t status_label;
+shown_label_t time_label;
+shown_label_t pc_text;
+shown_label_t hex74_text;
+shown_label_t hex30_text;
+shown_label_t lcd_text;
+
+GtkWidget* assemble_file_button;
+GtkWidget* runstop_button;
+GtkWidget* steps_text;
+GtkWidget* breakpoint_text;
+GtkWidget* watchpoint_text;
+
+// The bytes of the file's name, which the button may have to show in another way.
+std::string assemble_file = "Choose assembly file";
+
+void set_label(shown_label_t& label, std::string text) {
+    label.text = std::move(text);
+    label.changed = true;
+}
+
+void flush_label(shown_label_t& label, std::string (*shown)(std::string_view)) {
+    if (label.changed) {
+        label.changed = false;
+        const std::string text = shown(label.text);
+        if (text != gtk_label_get_text(GTK_LABEL(label.widget))) {
+            gtk_label_set_text(GTK_LABEL(label.widget), text.c_str());
+        }
+    }
+}
+
+// Widgets are found by this name from outside: by tests, and by whoever cannot see the window.
+void set_name(GtkWidget* widget, const std::string& name) {
+    atk_object_set_name(gtk_widget_get_accessible(widget), name.c_str());
+}
+
+GtkWidget* new_shown_label(shown_label_t& label, const char* name, const char* text = "") {
+    label.widget = gtk_label_new(text);
+    set_name(label.widget, name);
+    return label.widget;
+}
+
+GtkWidget* new_entry(const char* name) {
+    GtkWidget* const entry = gtk_entry_new();
+    gtk_entry_set_width_chars(GTK_ENTRY(entry), ENTRY_WIDTH_CHARACTERS);
+    set_name(entry, name);
+    return entry;
+}
+
+GtkWidget* add_button(GtkWidget* row, const char* label, gboolean expand, void (*command)()) {
+    GtkWidget* const button = gtk_button_new_with_label(label);
+    gtk_box_pack_start(GTK_BOX(row), button, expand, TRUE, 0);
+    if (command == nullptr) {
+        gtk_widget_set_sensitive(button, FALSE);
+    } else {
+        // The toolkit passes the button and the user data, which commands do not take.
+        g_signal_connect_swapped(
+            button, "clicked", G_CALLBACK(+[](gpointer pointer) { reinterpret_cast<void (*)()>(pointer)(); }),
+            reinterpret_cast<gpointer>(command));
+    }
+    return button;
+}
+
+void add_check_button(GtkWidget* row, const char* label) {
+    GtkWidget* const button = gtk_check_button_new_with_label(label);
+    gtk_widget_set_sensitive(button, FALSE);
+    gtk_box_pack_start(GTK_BOX(row), button, FALSE, FALSE, 0);
+}
+
+GtkWidget* assemble_row() {
+    GtkWidget* const row = gtk_hbox_new(FALSE, 0);
+    add_button(row, "Assemble", FALSE, debug_assemble);
+    assemble_file_button = add_button(row, assemble_file.c_str(), TRUE, debug_assemble_choose);
+    return row;
+}
+
+GtkWidget* command_row() {
+    GtkWidget* const row = gtk_hbox_new(FALSE, 0);
+    add_button(row, "Load", TRUE, debug_load);
+    runstop_button = add_button(row, "Run ", TRUE, debug_runstop);
+    add_button(row, "Reset", TRUE, reset_machine);
+    add_button(row, "Save speaker", TRUE, nullptr);
+    add_button(row, "Save SDRAM", TRUE, nullptr);
+    add_button(row, "Save VGA", TRUE, save_vga);
+    return row;
+}
+
+GtkWidget* run_row() {
+    GtkWidget* const row = gtk_hbox_new(TRUE, 0);
+    GtkBox* const box = GTK_BOX(row);
+    steps_text = new_entry("Steps");
+    breakpoint_text = new_entry("Break");
+    watchpoint_text = new_entry("Watch");
+    gtk_box_pack_start(box, gtk_label_new("Steps"), FALSE, FALSE, 0);
+    gtk_box_pack_start(box, steps_text, TRUE, TRUE, 0);
+    gtk_box_pack_start(box, gtk_label_new("   Break"), TRUE, TRUE, 0);
+    gtk_box_pack_start(box, breakpoint_text, TRUE, TRUE, 0);
+    gtk_box_pack_start(box, gtk_label_new("   Watch"), TRUE, TRUE, 0);
+    gtk_box_pack_start(box, watchpoint_text, TRUE, TRUE, 0);
+    add_check_button(row, "Camera");
+    add_check_button(row, "Mic");
+    gtk_box_pack_end(box, new_shown_label(time_label, "Time"), TRUE, TRUE, 0);
+    gtk_box_pack_end(box, new_shown_label(status_label, "Status"), TRUE, TRUE, 0);
+    gtk_box_pack_start(box, new_shown_label(pc_text, "PC"), TRUE, TRUE, 0);
+    return row;
+}
+
+// Some monospace fonts join letters into ligatures, which would break the columns.
+void use_monospace_font(GtkWidget* label) {
+    PangoFontDescription* const font = pango_font_description_from_string("courier");
+    gtk_widget_modify_font(label, font);
+    pango_font_description_free(font);
+    PangoAttrList* const attributes = pango_attr_list_new();
+    pango_attr_list_insert(attributes, pango_attr_font_features_new("liga=0"));
+    gtk_label_set_attributes(GTK_LABEL(label), attributes);
+    pango_attr_list_unref(attributes);
+}
+
+GtkWidget* display_row() {
+    GtkWidget* const row = gtk_hbox_new(FALSE, 0);
+    const auto add = [row](GtkWidget* widget) {
+        gtk_box_pack_start(GTK_BOX(row), widget, FALSE, TRUE, BOARD_PADDING);
+    };
+    add(gtk_label_new("HEX7-HEX4"));
+    add(new_shown_label(hex74_text, "HEX7-HEX4 digits"));
+    add(gtk_label_new("HEX3-HEX0"));
+    add(new_shown_label(hex30_text, "HEX3-HEX0 digits"));
+    add(gtk_label_new("LCD"));
+    add(new_shown_label(lcd_text, "LCD text", "\n"));
+    use_monospace_font(lcd_text.widget);
+    return row;
+}
+
+GtkWidget* lamp_table() {
+    constexpr guint rows = 4;
+    constexpr guint columns = 17; // and grows by what is attached
+    GtkWidget* const table = gtk_table_new(rows, columns, FALSE);
+    const auto attach = [table](GtkWidget* widget, guint column, guint row) {
+        gtk_table_attach_defaults(GTK_TABLE(table), widget, column, column + 1, row, row + 1);
+    };
+    attach(gtk_label_new("LED_GREEN"), 0, 1);
+    attach(gtk_label_new("LED_RED"), 0, 2);
+    attach(gtk_label_new("SW"), 0, 3);
+    for (int i = 0; i < SWITCHES; ++i) {
+        const auto column = static_cast<guint>(SWITCHES - i);
+        const std::string number = std::to_string(i);
+        attach(gtk_label_new((number + "      ").c_str()), column, 0);
+        if (i < GREEN_LEDS) {
+            GtkWidget* const led = new_green_led(i);
+            set_name(led, "LED_GREEN " + number);
+            attach(led, column, 1);
+        }
+        GtkWidget* const led = new_red_led(i);
+        set_name(led, "LED_RED " + number);
+        attach(led, column, 2);
+        GtkWidget* const sw = new_switch(i);
+        set_name(sw, "SW " + number);
+        attach(sw, column, 3);
+    }
+    return table;
+}
+
+// Control+Q ends the program; the other modifiers do not matter.
+gboolean sig_debug_key(GtkWidget* /*widget*/, GdkEventKey* event, gpointer /*data*/) {
+    if (event->keyval == GDK_KEY_q && (event->state & GDK_CONTROL_MASK) != 0) {
+        std::exit(0);
+    }
+    return FALSE;
+}
+
+std::string entry_text(GtkWidget* entry) { return gtk_entry_get_text(GTK_ENTRY(entry)); }
+
+void set_entry_text(GtkWidget* entry, const std::string& text) {
+    gtk_entry_set_text(GTK_ENTRY(entry), text.c_str());
+}
+
+} // namespace
+
+void build_main_window() {
+    GtkWidget* const window = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+    gtk_window_set_title(GTK_WINDOW(window), "tovik");
+    gtk_window_set_resizable(GTK_WINDOW(window), FALSE);
+    g_signal_connect(window, "destroy", G_CALLBACK(sig_destroy), nullptr);
+    g_signal_connect(window, "key_press_event", G_CALLBACK(sig_debug_key), nullptr);
+    GtkWidget* const rows = gtk_vbox_new(FALSE, 0);
+    for (GtkWidget* const row : {assemble_row(), command_row(), run_row(), display_row(), lamp_table()}) {
+        gtk_container_add(GTK_CONTAINER(rows), row);
+    }
+    gtk_container_add(GTK_CONTAINER(window), rows);
+    gtk_widget_show_all(window);
+}
+
+void choose_initial_file(int argc, char** argv) {
+    if (argc < 2) {
+        return;
+    }
+    std::string name = argv[1];
+    if (!pathname_is_absolute(name)) {
+        const char* const folder = std::getenv("PWD");
+        name = folder == nullptr ? "" : folder + ("/" + name);
+    }
+    if (name.ends_with(".k")) {
+        gui_assemble_file_set(name);
+    }
+}
+
+void flush_labels() {
+    for (shown_label_t* const label : {&status_label, &time_label, &pc_text, &hex74_text, &hex30_text}) {
+        flush_label(*label, show_text);
+    }
+    flush_label(lcd_text, show_bytes);
+}
+
+std::string gui_assemble_file_get() { return assemble_file; }
+
+void gui_assemble_file_set(std::string text) {
+    gtk_button_set_label(GTK_BUTTON(assemble_file_button), show_text(text).c_str());
+    assemble_file = std::move(text);
+}
+
+void gui_runstop_set(std::string text) { gtk_button_set_label(GTK_BUTTON(runstop_button), text.c_str()); }
+
+void gui_status_set(std::string text) { set_label(status_label, std::move(text)); }
+
+void gui_pc_set(std::string text) { set_label(pc_text, std::move(text)); }
+
+void gui_time_set(std::string text) { set_label(time_label, std::move(text)); }
+
+void gui_lcd_set(std::string text) { set_label(lcd_text, std::move(text)); }
+
+void gui_hex74_set(std::string text) { set_label(hex74_text, std::move(text)); }
+
+void gui_hex30_set(std::string text) { set_label(hex30_text, std::move(text)); }
+
+std::string gui_steps_get() { return entry_text(steps_text); }
+
+void gui_steps_set(std::string text) { set_entry_text(steps_text, text); }
+
+std::string gui_breakpoint_get() { return entry_text(breakpoint_text); }
+
+void gui_breakpoint_set(std::string text) { set_entry_text(breakpoint_text, text); }
+
+std::string gui_watchpoint_get() { return entry_text(watchpoint_text); }
+
+void gui_watchpoint_set(std::string text) { set_entry_text(watchpoint_text, text); }

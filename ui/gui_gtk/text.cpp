@@ -1,0 +1,59 @@
+#include "ui/gui_gtk/text.h"
+
+#include <algorithm>
+
+#include <glib.h>
+
+namespace {
+
+constexpr char NULL_SHOWN_AS = 127;
+
+// More than anyone reads; the toolkit needs minutes for the megabytes that a source may have on one line.
+constexpr size_t LONGEST_TEXT = 4000;
+
+void append_latin1(std::string& shown, char byte) {
+    const auto code = static_cast<unsigned char>(byte);
+    if (code < 0x80) {
+        shown += byte;
+    } else {
+        shown += static_cast<char>(0xc0 | code >> 6);
+        shown += static_cast<char>(0x80 | (code & 0x3f));
+    }
+}
+
+} // namespace
+
+std::string replace_null(std::string text) {
+    std::ranges::replace(text, '\0', NULL_SHOWN_AS);
+    return text;
+}
+
+std::string show_bytes(std::string_view bytes) {
+    std::string shown;
+    for (const char byte : replace_null(std::string(bytes))) {
+        append_latin1(shown, byte);
+    }
+    return shown;
+}
+
+std::string show_text(std::string_view text) {
+    if (text.size() > LONGEST_TEXT) {
+        const std::string_view beginning = text.substr(0, LONGEST_TEXT / 2);
+        const std::string_view end = text.substr(text.size() - LONGEST_TEXT / 2);
+        return show_text(beginning) + "\n[...]\n" + show_text(end);
+    }
+    const std::string bytes = replace_null(std::string(text));
+    std::string shown;
+    const char* rest = bytes.data();
+    const char* const end = bytes.data() + bytes.size();
+    while (rest != end) {
+        const char* valid_end = rest;
+        g_utf8_validate(rest, end - rest, &valid_end);
+        shown.append(rest, valid_end);
+        rest = valid_end;
+        if (rest != end) {
+            append_latin1(shown, *rest++);
+        }
+    }
+    return shown;
+}

@@ -1,0 +1,16 @@
+#pragma once
+
+// Bytes on their way into the toolkit, which shows only valid UTF-8 and nothing after a NUL.
+
+#include <string>
+#include <string_view>
+
+// Each byte as the Latin-1 character of that number; NUL as character 127.
+std::string show_bytes(std::string_view bytes);
+
+// Valid UTF-8 as it is, any other byte as the Latin-1 character of that number; NUL as character 127. A text
+// too long for a dialog keeps its beginning and its end.
+std::string show_text(std::string_view text);
+
+// Every NUL replaced by character 127.
+std::string replace_null(std::string text);

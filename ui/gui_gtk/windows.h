@@ -1,0 +1,38 @@
+#pragma once
+
+// What the files of the windows share: the handles of what may be closed, how each window is built, and how
+// what was drawn since the last look reaches the screen.
+
+#include <string>
+
+#include <gtk/gtk.h>
+
+// Null once their window is closed.
+extern GtkTextBuffer* memory_buffer;
+extern GtkWidget* vga_draw;
+
+// The "destroy" handler of every window. The user data names what was closed: null for the main window, which
+// ends the process with status 0, or the address of one of the handles above, which becomes null.
+void sig_destroy(GtkWidget* widget, gpointer handle);
+
+void build_memory_window();
+void build_vga_window();
+void build_main_window();
+
+// Shows the file that the first argument names on the file button, if it ends in ".k".
+void choose_initial_file(int argc, char** argv);
+
+// A lamp or switch of the board, with its signals connected.
+GtkWidget* new_green_led(int i);
+GtkWidget* new_red_led(int i);
+GtkWidget* new_switch(int i);
+
+// Connects the keyboard and the pointer to the VGA window.
+void connect_input(GtkWidget* vga_window);
+
+// The "button_press_event" of a switch; the user data is its number.
+gboolean gui_sw_handler(GtkWidget* widget, GdkEventButton* event, gpointer number);
+
+// Hand what changed since the last call to the toolkit.
+void flush_labels();
+void flush_board();
