@@ -10,6 +10,8 @@
 #include "core/simulate.h"
 #include "devices/io.h"
 #include "devices/ledswitchtimer.h"
+#include "devices/mouse.h"
+#include "devices/ps2.h"
 #include "tests/support/gui_recording.h"
 
 namespace {
@@ -48,6 +50,7 @@ class Devices : public testing::Test {
     void SetUp() override {
         reset_machine();
         reset_sw();
+        machine.mouse_active = 0;
         recording = {};
     }
 };
@@ -66,6 +69,23 @@ TEST_F(Devices, RefuseWhatTheyDoNotHave) {
         {WRITE, 5, "unsupported operation on address 0x80000005"},
         {READ, 6, "illegal address -2147483642\n"},
         {WRITE, 0xf, "illegal address -2147483633\n"},
+        {READ, 0x10, "unsupported operation on address 0x80000010"},
+        {WRITE, 0x11, "unsupported operation on address 0x80000011"},
+        {READ, 0x14, "unsupported operation on address 0x80000014"},
+        {READ, 0x20, "unsupported operation on address 0x80000020"},
+        {WRITE, 0x21, "unsupported operation on address 0x80000021"},
+        {READ, 0x22, "verify that response is 1 before reading response parameters"},
+        {READ, 0x23, "verify that response is 1 before reading response parameters"},
+        {READ, 0x60, "unsupported operation on address 0x80000060"},
+        {WRITE, 0x61, "unsupported operation on address 0x80000061"},
+        {READ, 0x67, "unsupported operation on address 0x80000067"},
+        {READ, 0x68, "verify that response is 1 before reading response parameters"},
+        {WRITE, 0x72, "unsupported operation on address 0x80000072"},
+        {READ, 0x72, "verify that response is 1 before reading response parameters"},
+        {READ, 0x76, "verify that response is 1 before reading response parameters"},
+        {READ, 0xe0, "unsupported operation on address 0x800000e0"},
+        {READ, 0xe2, "verify that response is 1 before reading response parameters"},
+        {READ, 0x30, "unsupported operation on address 0x80000030"},
         {READ, 0xf2, ""},
         {WRITE, 0xf3, ""},
         {READ, 0xf4, "illegal address -2147483404\n"},
@@ -123,6 +143,205 @@ TEST_F(Devices, TimerTicksEvery833Instructions) {
         machine.instr_count = count;
         expect({{READ, 5, 0, ticks, {}}});
     }
+    machine.instr_count = 0;
+}
+
+TEST_F(Devices, LcdShowsACharacterACommand) {
+    const std::string blank(16, ' ');
+    expect({
+        {WRITE, 0x12, 17, 0, {}}, // column 1
+        {WRITE, 0x13, 3, 0, {}},  // line 1
+        {WRITE, 0x14, 0x141, 0, {}},
+        {WRITE, 0x10, 1, 0, {"lcd " + blank + "\n A" + std::string(14, ' ')}},
+        {READ, 0x11, 0, 1, {}},
+        {WRITE, 0x10, 3, 0, {}},
+        {WRITE, 0x12, 1, 0, {}},
+    });
+    EXPECT_EQ(fault_of(WRITE, 0x12), "shouldn't change command parameters when command is 1");
+    expect({
+        {WRITE, 0x10, 2, 0, {}},
+        {READ, 0x11, 0, 0, {}},
+        {WRITE, 0x14, '\r', 0, {}},
+        {WRITE, 0x10, 1, 0, {"lcd " + blank + "\n" + blank}},
+    });
+    EXPECT_EQ(machine.lcd_ram[1][1], '\r');
+}
+
+// Takes all events through the ports; upper case for the key, + for a press, - for a release.
+std::string take_key_events() {
+    std::string events;
+    for (;;) {
+        io(WRITE, IO_BASE + 0x20, 1);
+        if (io(READ, IO_BASE + 0x21, 0) == 0) {
+            io(WRITE, IO_BASE + 0x20, 0);
+            return events;
+        }
+        events += io(READ, IO_BASE + 0x22, 0) == 1 ? '+' : '-';
+        events += static_cast<char>(io(READ, IO_BASE + 0x23, 0));
+        io(WRITE, IO_BASE + 0x20, 0);
+    }
+}
+
+TEST_F(Devices, KeyboardPairsPressesAndReleases) {
+    const struct {
+        const char* host; // + or - and the character that the host reports
+        const char* events;
+    } cases[] = {
+        {"+a-a", "+a-a"},         {"+a+a+a-a", "+a-a"},
+        {"+a-A", "+a-a"},         {"+1-!", "+1-1"},
+        {"+a+A-A-a", "+a-a"},     {"-x", ""},
+        {"+A+b-a-B", "+A+b-A-b"}, {"+[-{+\\-|+`-~", "+[-[+\\-\\+`-`"},
+        {"+\n-\n", "+\n-\n"},     {"+\xe4-\xe4", "+\xe4-\xe4"},
+    };
+    for (const auto& c : cases) {
+        for (const char* host = c.host; *host != 0; host += 2) {
+            (*host == '+' ? io_ps2_press : io_ps2_release)(host[1]);
+        }
+        EXPECT_EQ(take_key_events(), c.events) << c.host;
+    }
+    io_ps2_press(0);
+    io_ps2_release(0);
+    EXPECT_EQ(take_key_events(), "");
+}
+
+TEST_F(Devices, KeyboardDropsTheFrontEventAtTheEndOfACommand) {
+    io(WRITE, IO_BASE + 0x20, 1);
+    io_ps2_press('a');
+    io_ps2_press('b');
+    io(WRITE, IO_BASE + 0x20, 1); // no change
+    io(WRITE, IO_BASE + 0x20, 0); // drops the press of a, though it was never seen
+    EXPECT_EQ(take_key_events(), "+b");
+    reset_ps2();
+    io_ps2_release('a');
+    EXPECT_EQ(take_key_events(), "") << "a reset forgets which keys are held";
+}
+
+TEST_F(Devices, MouseReportsWhatIsNew) {
+    io_mouse_motion(50, 50);
+    expect({{WRITE, 0x70, 1, 0, {}}, {READ, 0x71, 0, 0, {}}}); // inactive
+    io_mouse_activate();
+    io_mouse_motion(100, 100); // only a position to start from
+    expect({{READ, 0x71, 0, 0, {}}});
+    io_mouse_motion(110, 95);
+    io_mouse_press(2);
+    io_mouse_press(7);
+    io_mouse_press(-1);
+    expect({
+        {READ, 0x71, 0, 1, {}},
+        {READ, 0x72, 0, 10, {}},
+        {READ, 0x73, 0, -5, {}},
+        {READ, 0x74, 0, 0, {}},
+        {READ, 0x75, 0, 0, {}},
+        {READ, 0x76, 0, 1, {}},
+    });
+    io_mouse_motion(111, 95);
+    expect({
+        {READ, 0x71, 0, 1, {}}, // the same report until the command ends
+        {READ, 0x72, 0, 10, {}},
+        {WRITE, 0x70, 0, 0, {}},
+        {READ, 0x71, 0, 0, {}},
+        {WRITE, 0x70, 1, 0, {}},
+        {READ, 0x71, 0, 1, {}},
+        {READ, 0x72, 0, 1, {}},
+    });
+}
+
+TEST_F(Devices, MouseIsSwitchedOnAndOff) {
+    io_ps2_ctrlm();
+    EXPECT_EQ(machine.mouse_active, 1);
+    io_ps2_ctrlm();
+    EXPECT_EQ(machine.mouse_active, -1);
+    io_mouse_deactivate();
+    EXPECT_EQ(machine.mouse_active, -1) << "the user's switching off outlasts a loss of focus";
+    io_mouse_press(0);
+    EXPECT_EQ(machine.mouse_active, 1);
+    io_mouse_deactivate();
+    EXPECT_EQ(machine.mouse_active, 0);
+    EXPECT_FALSE(machine.mouse_button[0]);
+    EXPECT_EQ(recording.calls,
+              (std::vector<std::string>{"cursor on", "cursor off", "cursor off", "cursor on", "cursor off"}));
+}
+
+TEST_F(Devices, TouchScreenReportsTouchesOnly) {
+    const auto report = [] {
+        io(WRITE, IO_BASE + 0xe0, 1);
+        std::string text;
+        if (io(READ, IO_BASE + 0xe1, 0) == 1) {
+            for (const int32_t offset : {0xe2, 0xe3, 0xe4}) {
+                text += std::to_string(io(READ, IO_BASE + offset, 0)) + " ";
+            }
+        }
+        // Only a look at the response ends a report; the command alone does not.
+        io(WRITE, IO_BASE + 0xe0, 0);
+        io(READ, IO_BASE + 0xe1, 0);
+        return text;
+    };
+    io_mouse_motion(10, 20);
+    EXPECT_EQ(report(), "");
+    io_mouse_press(0);
+    EXPECT_EQ(report(), "10 20 1 ");
+    EXPECT_EQ(report(), "");
+    io_mouse_motion(-5, 700);
+    EXPECT_EQ(report(), "0 479 1 ");
+    io_mouse_release(0);
+    EXPECT_EQ(report(), "0 479 0 ");
+    io_mouse_motion(30, 30);
+    EXPECT_EQ(report(), "");
+}
+
+void write_vga(const std::vector<int32_t>& from_write_port) {
+    for (size_t i = 0; i < from_write_port.size(); ++i) {
+        io(WRITE, IO_BASE + 0x62 + static_cast<int32_t>(i), from_write_port[i]);
+    }
+    io(WRITE, IO_BASE + 0x60, 1);
+}
+
+TEST_F(Devices, VgaIsBusyForASeventhOfTheArea) {
+    const struct {
+        std::vector<int32_t> rectangle; // x1, y1, x2, y2
+        uint64_t busy;                  // instructions
+    } cases[] = {{{0, 0, 5, 0}, 0},      {{0, 0, 6, 0}, 1}, {{0, 0, 639, 479}, 43885},
+                 {{5, 0, 4, 0}, 0},      {{0, 9, 9, 8}, 0}, {{0, 0, 1023, 1023}, 149796},
+                 {{1024, 0, 1030, 0}, 1}};
+    machine.instr_count = 1000;
+    for (const auto& c : cases) {
+        const auto& r = c.rectangle;
+        write_vga({1, r[0], r[1], r[2], r[3], 0x7fff});
+        machine.instr_count += c.busy;
+        EXPECT_EQ(io(READ, IO_BASE + 0x61, 0), 1) << "busy too long";
+        machine.instr_count -= c.busy == 0 ? 0 : 1;
+        EXPECT_EQ(io(READ, IO_BASE + 0x61, 0), c.busy == 0 ? 1 : 0);
+        machine.instr_count += 1;
+        io(WRITE, IO_BASE + 0x60, 0);
+        EXPECT_EQ(io(READ, IO_BASE + 0x61, 0), 0);
+    }
+}
+
+TEST_F(Devices, VgaFillsItsMemoryAndReadsItBack) {
+    const auto read = [](int32_t x, int32_t y) {
+        write_vga({0, x, y});
+        io(READ, IO_BASE + 0x61, 0);
+        const int32_t color = io(READ, IO_BASE + 0x68, 0);
+        io(WRITE, IO_BASE + 0x60, 0);
+        return color;
+    };
+    machine.vga_ram[400][600] = 0x8123;
+    machine.vga_ram[399][600] = 0xffff;
+    EXPECT_EQ(read(600, 400), 0x8123) << "what was never written may have the bit without meaning";
+    write_vga({1, 600, 400, 1023, 1023, 0xffff});
+    machine.instr_count += 1000000;
+    io(WRITE, IO_BASE + 0x60, 0);
+    EXPECT_EQ(read(600, 400), 0x7fff);
+    EXPECT_EQ(read(1023, 1023), 0x7fff);
+    EXPECT_EQ(read(600, 399), 0xffff);
+    // A command before the time of the last one has run out is taken but does nothing.
+    write_vga({1, 0, 0, 639, 479, 1});
+    io(WRITE, IO_BASE + 0x60, 0);
+    write_vga({1, 0, 0, 0, 0, 2});
+    machine.instr_count += 43885;
+    EXPECT_EQ(io(READ, IO_BASE + 0x61, 0), 1);
+    io(WRITE, IO_BASE + 0x60, 0);
+    EXPECT_EQ(read(0, 0), 1);
     machine.instr_count = 0;
 }
 

@@ -91,7 +91,10 @@ void make_tame(random_t& random) {
     const int32_t base = 4 * pick(random, 0, 3) + (one_in(random, 4) ? pick(random, 1, 3) : 0);
     const auto pick_operand = [&] {
         if (one_in(random, 40)) {
-            return INT32_MIN + pick(random, 0, 5);
+            constexpr int32_t ports[] = {0x00, 0x01, 0x02, 0x03, 0x04, 0x05, 0x10, 0x11,
+                                         0x14, 0x20, 0x21, 0x60, 0x61, 0x62, 0x65, 0x66,
+                                         0x67, 0x68, 0x70, 0x71, 0xe0, 0xe1, 0xf0};
+            return INT32_MIN + ports[pick(random, 0, std::size(ports) - 1)];
         }
         return one_in(random, 20) ? base + pick(random, 0, 4 * instructions) : data + pick(random, 0, 63);
     };
