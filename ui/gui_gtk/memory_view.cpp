@@ -32,7 +32,6 @@ GtkTextTag* red = nullptr;
 
 // What the text shows now.
 int32_t shown_memory[MEMORY_SIZE];
-std::vector<int32_t> shown_red;
 bool shown = false;
 
 // The column of a word's field: after the address, a space, and a space before each field.
@@ -85,14 +84,6 @@ void rewrite_field(int32_t address) {
     gtk_text_buffer_insert(memory_buffer, &field.start, text.data(), static_cast<gint>(text.size()));
 }
 
-void mark_red(const std::vector<int32_t>& addresses) {
-    for (const int32_t address : addresses) {
-        const field_t field = field_of(address);
-        gtk_text_buffer_apply_tag(memory_buffer, red, &field.start, &field.end);
-    }
-    shown_red = addresses;
-}
-
 std::vector<int32_t> take_modified() {
     std::vector<int32_t> addresses;
     for (int32_t address = 0; address < MEMORY_SIZE; ++address) {
@@ -126,18 +117,20 @@ void print_memory() {
     }
     const std::vector<int32_t> modified = take_modified();
     const std::vector<int32_t> changed = changed_words();
-    if (!shown || changed.size() + modified.size() + shown_red.size() > MOST_CHANGES) {
+    if (!shown || changed.size() > MOST_CHANGES) {
         const std::string text = whole_text();
         gtk_text_buffer_set_text(memory_buffer, text.data(), static_cast<gint>(text.size()));
         shown = true;
     } else {
-        for (const int32_t address : shown_red) {
-            const field_t field = field_of(address);
-            gtk_text_buffer_remove_tag(memory_buffer, red, &field.start, &field.end);
-        }
+        field_t all;
+        gtk_text_buffer_get_bounds(memory_buffer, &all.start, &all.end);
+        gtk_text_buffer_remove_tag(memory_buffer, red, &all.start, &all.end);
         std::ranges::for_each(changed, rewrite_field);
     }
-    mark_red(modified);
+    for (const int32_t address : modified) {
+        const field_t field = field_of(address);
+        gtk_text_buffer_apply_tag(memory_buffer, red, &field.start, &field.end);
+    }
     std::ranges::copy(machine.memory, shown_memory);
 }
 
