@@ -48,6 +48,11 @@ bool event_is_due() {
            batch.events[batch.next_event].count <= machine.instr_count;
 }
 
+void happen_next() {
+    const event_t& event = batch.events[batch.next_event++];
+    event.happen(event);
+}
+
 struct ending_t {
     const char* reason;
     int status;
@@ -185,7 +190,7 @@ void run_batch(const options_t& options, const labels_t& labels, std::vector<eve
     simulator.step = options.limit ? 1 : -1;
     fill_up_step_count();
     while (event_is_due()) {
-        deliver(batch.events[batch.next_event++]);
+        happen_next();
     }
     simulator.running = true;
     simulate_run();
@@ -200,7 +205,7 @@ void gui_handle_event() {
     if (!simulator.running) {
         finish();
     }
-    deliver(batch.events[batch.next_event++]);
+    happen_next();
 }
 
 void gui_message(std::string text, bool error) {
