@@ -45,7 +45,7 @@ std::string read_word(rest_t& rest, size_t literal = 0) {
     skip_blank(rest);
     const size_t white = std::min(rest.text.find_first_of(WHITE_SPACE), rest.text.size());
     const size_t length = std::min(rest.text.find('#', literal), white);
-    const std::string word(rest.text.substr(0, length));
+    std::string word(rest.text.substr(0, length));
     rest.text.remove_prefix(length);
     return word;
 }
