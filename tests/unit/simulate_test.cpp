@@ -175,8 +175,10 @@ TEST(Reset, KeepsProgramSwitchesAndStops) {
     simulator.watchpoint = 8;
     recording = {};
     reset_machine();
-    EXPECT_EQ(recording.calls, (std::vector<std::string>{"runstop Run ", "status Stopped", "time 0 sec",
-                                                         "pc PC 0", "hex30 0000", "hex74 0000"}));
+    EXPECT_EQ(recording.calls,
+              (std::vector<std::string>{"runstop Run ", "status Stopped", "time 0 sec", "cursor off",
+                                        "pc PC 0", "memory", "hex30 0000", "hex74 0000",
+                                        "lcd " + std::string(16, ' ') + "\n" + std::string(16, ' ')}));
     EXPECT_EQ(machine.pc, 0);
     EXPECT_EQ(machine.instr_count, 0U);
     EXPECT_FALSE(machine.halted);
