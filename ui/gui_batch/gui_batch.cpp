@@ -15,8 +15,9 @@
 #include "core/files.h"
 #include "core/machine.h"
 #include "core/simulate.h"
-#include "devices/ledswitchtimer.h"
+#include "devices/vga.h"
 #include "ui/gui.h"
+#include "ui/gui_batch/picture.h"
 #include "ui/gui_batch/usage.h"
 
 namespace {
@@ -26,10 +27,18 @@ struct batch_t {
     std::vector<event_t> events;
     size_t next_event;
     int report_descriptor;
+    std::vector<std::string> files;         // what the run reads and writes, but the report
+    std::optional<std::string> chosen_file; // the answer to the file chooser
     run_t run;
 };
 
-batch_t batch = {.options = {}, .events = {}, .next_event = 0, .report_descriptor = STDOUT_FILENO, .run = {}};
+batch_t batch = {.options = {},
+                 .events = {},
+                 .next_event = 0,
+                 .report_descriptor = STDOUT_FILENO,
+                 .files = {},
+                 .chosen_file = {},
+                 .run = {}};
 
 bool limit_reached() {
     return batch.options.limit && machine.instr_count >= static_cast<uint64_t>(*batch.options.limit);
@@ -46,6 +55,11 @@ void fill_up_step_count() {
 bool event_is_due() {
     return batch.next_event < batch.events.size() &&
            batch.events[batch.next_event].count <= machine.instr_count;
+}
+
+void happen_next() {
+    const event_t& event = batch.events[batch.next_event++];
+    event.happen(event);
 }
 
 struct ending_t {
@@ -91,36 +105,82 @@ int write_report() {
     return error;
 }
 
+// The saves of the window's buttons show a failure in a dialog. Returns whether it went well.
+bool save(void (*button)(), const std::optional<std::string>& file) {
+    const size_t dialogs = batch.run.messages.size();
+    if (file) {
+        batch.chosen_file = file;
+        button();
+        batch.chosen_file.reset();
+    }
+    return batch.run.messages.size() == dialogs;
+}
+
+bool write_picture() {
+    try {
+        if (batch.options.png_file) {
+            save_file(*batch.options.png_file, png_of_screen());
+        }
+        return true;
+    } catch (const tovik_error& error) {
+        std::cerr << "tovik-run: " << error.message << std::endl;
+        return false;
+    }
+}
+
 [[noreturn]] void finish() {
     const auto [reason, status] = ending();
     batch.run.reason = reason;
     std::cout.flush();
+    bool written = write_picture();
+    written &= save(save_vga, batch.options.vga_file);
     const int error = write_report();
     if (error != 0) {
+        written = false;
         std::cerr << "tovik-run: "
                   << cant_write_text(batch.options.report_file.value_or("standard output"), error)
                   << std::endl;
-        std::exit(EXIT_NOT_WRITTEN);
-    }
-    if (!std::cout) {
+    } else if (!std::cout) {
+        written = false;
         std::cerr << "tovik-run: can't write the trace to standard output" << std::endl;
-        std::exit(EXIT_NOT_WRITTEN);
     }
-    std::exit(status);
+    std::exit(written ? status : EXIT_NOT_WRITTEN);
 }
 
-// A report over a source would destroy a student's work, and so would one over what this run reads.
-void check_report_file(const std::string& file) {
+// A file over a source would destroy a student's work, and so would one over what this run reads or writes.
+void check_output(const std::string& option, const std::string& file) {
+    const auto is_same = [&](const std::string& other) {
+        std::error_code missing;
+        return std::filesystem::equivalent(file, other, missing);
+    };
+    if (file.ends_with(".k") || std::ranges::any_of(batch.files, is_same)) {
+        usage_error(option + ": " + file + " is a source or a file of this run");
+    }
+}
+
+int open_output(const std::string& option, const std::string& file) {
+    check_output(option, file);
+    const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, NEW_FILE_MODE);
+    if (descriptor < 0) {
+        usage_error(cant_open_text(file, errno));
+    }
+    return descriptor;
+}
+
+// What is written by its name later stays open until then: a reader of a pipe must not see its end before.
+void open_files() {
     const options_t& options = batch.options;
     const std::string base = options.program.substr(0, options.program.rfind('.'));
-    bool is_input = file.ends_with(".k");
-    const std::string script = options.script_file.value_or("");
-    for (const std::string& input : {base + ".k", base + ".mif", base + ".labels", script}) {
-        std::error_code missing;
-        is_input |= std::filesystem::equivalent(file, input, missing);
-    }
-    if (is_input) {
-        usage_error("--report: " + file + " is a source or a file of this run");
+    batch.files = {base + ".k", base + ".mif", base + ".labels", options.script_file.value_or("")};
+    for (const auto& [option, file] :
+         {std::pair{"--png", options.png_file}, {"--save-vga", options.vga_file}}) {
+        if (file) {
+            open_output(option, *file);
+            // A device can take what several write.
+            if (std::error_code ignored; std::filesystem::is_regular_file(*file, ignored)) {
+                batch.files.push_back(*file);
+            }
+        }
     }
 }
 
@@ -129,11 +189,7 @@ int open_report() {
         return STDOUT_FILENO;
     }
     const std::string file = *batch.options.report_file;
-    check_report_file(file);
-    const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, NEW_FILE_MODE);
-    if (descriptor < 0) {
-        usage_error(cant_open_text(file, errno));
-    }
+    const int descriptor = open_output("--report", file);
     // Truncating it would erase what the trace has written there.
     std::error_code no_output;
     if (std::filesystem::equivalent(file, "/dev/stdout", no_output)) {
@@ -179,13 +235,14 @@ void run_batch(const options_t& options, const labels_t& labels, std::vector<eve
     simulator.verbose = options.trace;
     simulator.breakpoint = address_of("--break", options.breakpoint, labels);
     simulator.watchpoint = address_of("--watch", options.watchpoint, labels);
+    open_files();
     batch.report_descriptor = open_report();
 
     machine.sw = options.switches;
     simulator.step = options.limit ? 1 : -1;
     fill_up_step_count();
     while (event_is_due()) {
-        deliver(batch.events[batch.next_event++]);
+        happen_next();
     }
     simulator.running = true;
     simulate_run();
@@ -200,7 +257,7 @@ void gui_handle_event() {
     if (!simulator.running) {
         finish();
     }
-    deliver(batch.events[batch.next_event++]);
+    happen_next();
 }
 
 void gui_message(std::string text, bool error) {
@@ -213,8 +270,11 @@ void gui_hex74_set(std::string text) { batch.run.hex74 = std::move(text); }
 void gui_hex30_set(std::string text) { batch.run.hex30 = std::move(text); }
 
 bool gui_choosefile(bool /*save*/, std::string /*title*/, std::string /*filter_name*/,
-                    std::string /*extension*/, std::string& /*filename*/) {
-    return false;
+                    std::string /*extension*/, std::string& filename) {
+    if (batch.chosen_file) {
+        filename = *batch.chosen_file;
+    }
+    return batch.chosen_file.has_value();
 }
 
 // What these would show, the report reads from the machine itself.

@@ -11,6 +11,7 @@
 #include "assembler/source.h"
 #include "core/files.h"
 #include "core/loader.h"
+#include "core/noise.h"
 #include "core/simulate.h"
 #include "devices/vga.h"
 #include "ui/gui_batch/gui_batch.h"
@@ -81,6 +82,7 @@ int main(int argc, char** argv) {
     }
 
     simulate_init();
+    noise_seed = options.seed;
     clear_vga();
     const std::string base = options.program.substr(0, options.program.rfind('.'));
     check_image(base + ".mif", simulate_load(base + ".k"));

@@ -13,7 +13,7 @@ namespace {
 
 constexpr const char* HINT = "\nRun with --help for the options.";
 
-constexpr int64_t HIGHEST_LIMIT = std::numeric_limits<int64_t>::max();
+constexpr int64_t HIGHEST_COUNT = std::numeric_limits<int64_t>::max();
 constexpr int64_t HIGHEST_SWITCHES = (1 << SWITCHES) - 1;
 
 // A check for CLI11: an empty text is its "fine".
@@ -22,6 +22,13 @@ CLI::Validator number_check(int64_t lowest, int64_t highest) {
     return {[=](const std::string& text) {
                 return parse_number(text, lowest, highest) ? ""
                                                            : "'" + text + "' is not a number from " + range;
+            },
+            ""};
+}
+
+CLI::Validator ending_check(const std::string& ending) {
+    return {[=](const std::string& text) {
+                return text.ends_with(ending) ? "" : "'" + text + "' does not end in " + ending;
             },
             ""};
 }
@@ -43,9 +50,8 @@ CLI::Validator report_check() {
 
 // Options of devices that this board does not have yet: known, but refused.
 void refuse_options_to_come(CLI::App& app) {
-    for (const std::string name :
-         {"--sd", "--mic", "--camera", "--serial", "--png", "--save-vga", "--save-sdram", "--save-speaker",
-          "--seed", "--console", "--live-sound", "--live-camera"}) {
+    for (const std::string name : {"--sd", "--mic", "--camera", "--serial", "--save-sdram", "--save-speaker",
+                                   "--console", "--live-sound", "--live-camera"}) {
         app.add_flag_callback(name, [name] { throw CLI::ValidationError(name, "not available yet"); })
             ->group("");
     }
@@ -75,18 +81,24 @@ options_t parse_options(int argc, char** argv) {
     options_t options;
     std::string limit;
     std::string switches = "0";
+    std::string seed = "1";
     std::string report = "text";
 
     CLI::App app("Runs a K24 program on the simulated board, without a window.", "tovik-run");
     app.add_option("PROGRAM", options.program, "program.k (assembled first) or program.mif");
     app.add_flag("--assemble", options.assemble_only, "assemble only");
     app.add_option("--limit", limit, "stop after so many instructions")
-        ->check(number_check(1, HIGHEST_LIMIT));
+        ->check(number_check(1, HIGHEST_COUNT));
     app.add_option("--break", options.breakpoint, "stop before the instruction at an address or label");
     app.add_option("--watch", options.watchpoint, "stop after a write to an address or label");
     app.add_option("--switches", switches, "the slide switches at the start")
         ->check(number_check(0, HIGHEST_SWITCHES));
     app.add_option("--script", options.script_file, "timed input events");
+    app.add_option("--png", options.png_file, "a picture of the screen at the end");
+    app.add_option("--save-vga", options.vga_file, "FILE.dat: the video memory at the end")
+        ->check(ending_check(".dat"));
+    app.add_option("--seed", seed, "seed of the noise in the memories at the start")
+        ->check(number_check(0, HIGHEST_COUNT));
     app.add_option("--memory", options.memory, "FIRST-LAST: words for the report; may be repeated")
         ->allow_extra_args(false);
     app.add_option("--report", report, "text, json or none; with :FILE into a file")->check(report_check());
@@ -106,9 +118,10 @@ options_t parse_options(int argc, char** argv) {
 
     check_arguments(options.program, app.remaining());
     if (!limit.empty()) {
-        options.limit = parse_number(limit, 1, HIGHEST_LIMIT);
+        options.limit = parse_number(limit, 1, HIGHEST_COUNT);
     }
     options.switches = static_cast<int32_t>(*parse_number(switches, 0, HIGHEST_SWITCHES));
+    options.seed = static_cast<uint64_t>(*parse_number(seed, 0, HIGHEST_COUNT));
     const size_t colon = report.find(':');
     options.report_format = report.substr(0, colon);
     if (colon != std::string::npos) {

@@ -13,10 +13,13 @@ struct options_t {
     bool trace = false;
     std::optional<int64_t> limit;
     int32_t switches = 0;
+    uint64_t seed = 1;
     std::optional<std::string> breakpoint; // an address or a label
     std::optional<std::string> watchpoint;
     std::vector<std::string> memory; // words for the report, as they were given
     std::optional<std::string> script_file;
+    std::optional<std::string> png_file;
+    std::optional<std::string> vga_file; // ends in ".dat"
     std::string report_format = "text";
     std::optional<std::string> report_file; // standard output otherwise
 };

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdio>
+#include <span>
 
 #include <nlohmann/json.hpp>
 
@@ -53,6 +54,34 @@ std::string place(const run_t& run) {
     return text;
 }
 
+std::span<const uint8_t> lcd_line(size_t y) { return machine.lcd_ram[y]; }
+
+// In quotes; what is no character of ASCII is escaped.
+std::string quoted(std::span<const uint8_t> line) {
+    std::string text = "\"";
+    for (const uint8_t byte : line) {
+        if (byte < ' ' || byte > '~') {
+            text += format("\\x%02x", static_cast<unsigned>(byte));
+            continue;
+        }
+        text += byte == '"' || byte == '\\' ? "\\" : "";
+        text += static_cast<char>(byte);
+    }
+    return text + "\"";
+}
+
+// Each byte as the character of that number, in UTF-8.
+std::string characters(std::span<const uint8_t> line) {
+    std::string text;
+    for (const uint8_t byte : line) {
+        if (byte >= 0x80) {
+            text += static_cast<char>(0xc0 | byte >> 6);
+        }
+        text += static_cast<char>(byte < 0x80 ? byte : 0x80 | (byte & 0x3f));
+    }
+    return text;
+}
+
 } // namespace
 
 std::string text_report(const run_t& run) {
@@ -70,6 +99,8 @@ std::string text_report(const run_t& run) {
     text += format("  green LEDs      0x%02x\n", static_cast<unsigned>(machine.led_green));
     text += "  HEX7-HEX4       " + run.hex74 + "\n";
     text += "  HEX3-HEX0       " + run.hex30 + "\n";
+    text += "  LCD             " + quoted(lcd_line(0)) + "\n";
+    text += "                  " + quoted(lcd_line(1)) + "\n";
     for (const int32_t address : run.memory) {
         const std::string name = "memory[" + std::to_string(address) + "]";
         text += format("  %-15s %d\n", name.c_str(), machine.memory[address]);
@@ -89,6 +120,7 @@ std::string json_report(const run_t& run) {
     report["led_green"] = machine.led_green;
     report["hex74"] = run.hex74;
     report["hex30"] = run.hex30;
+    report["lcd"] = {characters(lcd_line(0)), characters(lcd_line(1))};
     // Appended without the library's search for a key that is there already: the addresses are all different.
     nlohmann::ordered_json::object_t memory;
     for (const int32_t address : run.memory) {

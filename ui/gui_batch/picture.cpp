@@ -1,0 +1,50 @@
+#include "ui/gui_batch/picture.h"
+
+#include <cstdint>
+#include <initializer_list>
+
+#include <png.h>
+
+#include "core/machine.h"
+#include "devices/vga.h"
+#include "ui/screen.h"
+
+namespace {
+
+constexpr int BYTES_PER_PIXEL = 3;
+
+// Red, green and blue of each pixel, row by row, a byte each.
+std::string screen_bytes() {
+    take_screen_changes();
+    std::string bytes;
+    bytes.reserve(static_cast<size_t>(VGA_WIDTH) * VGA_HEIGHT * BYTES_PER_PIXEL);
+    for (int32_t y = 0; y < VGA_HEIGHT; ++y) {
+        const uint16_t* const row = screen_row(y);
+        for (int32_t x = 0; x < VGA_WIDTH; ++x) {
+            for (const int shift : {10, 5, 0}) {
+                bytes += static_cast<char>(widen_channel(row[x] >> shift & 0x1f) >> 8);
+            }
+        }
+    }
+    return bytes;
+}
+
+} // namespace
+
+std::string png_of_screen() {
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    image.width = VGA_WIDTH;
+    image.height = VGA_HEIGHT;
+    image.format = PNG_FORMAT_RGB;
+    // Without filters: rectangles and noise gain nothing by them.
+    image.flags = PNG_IMAGE_FLAG_FAST;
+    const std::string bytes = screen_bytes();
+    png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(image);
+    std::string png(size, '\0');
+    if (png_image_write_to_memory(&image, png.data(), &size, 0, bytes.data(), 0, nullptr) == 0) {
+        throw tovik_error(std::string("can't encode the picture: ") + image.message);
+    }
+    png.resize(size);
+    return png;
+}

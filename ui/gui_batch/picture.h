@@ -1,0 +1,8 @@
+#pragma once
+
+// The picture on the screen as an image file.
+
+#include <string>
+
+// The bytes of a PNG file of the screen. Throws tovik_error.
+std::string png_of_screen();
