@@ -58,8 +58,8 @@ GdkGC* lamp_gc(GtkWidget* lamp) {
 }
 
 gboolean led_sw_expose(GtkWidget* lamp, GdkEventExpose* /*event*/, gpointer number) {
-    gdk_draw_rectangle(gtk_widget_get_window(lamp), lamp_gc(lamp), is_lit(GPOINTER_TO_INT(number)), 1, 1,
-                       LAMP_SIZE, LAMP_SIZE);
+    const gboolean filled = is_lit(GPOINTER_TO_INT(number)) ? TRUE : FALSE;
+    gdk_draw_rectangle(gtk_widget_get_window(lamp), lamp_gc(lamp), filled, 1, 1, LAMP_SIZE, LAMP_SIZE);
     return FALSE;
 }
 

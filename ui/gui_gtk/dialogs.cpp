@@ -11,7 +11,7 @@ namespace {
 
 // Selects the file if it exists; otherwise its folder, and its name to save under.
 void preselect(GtkFileChooser* chooser, bool save, const std::string& filename) {
-    if (!save || g_file_test(filename.c_str(), G_FILE_TEST_EXISTS)) {
+    if (!save || g_file_test(filename.c_str(), G_FILE_TEST_EXISTS) != FALSE) {
         gtk_file_chooser_set_filename(chooser, filename.c_str());
         return;
     }
