@@ -1,0 +1,284 @@
+"""Drives the windows from outside, as a person would, on a display and a session bus of its own.
+
+Nothing here waits for a fixed time: wait_until polls until a condition holds. What was started is ended by its
+process, in the reverse order.
+"""
+
+import atexit
+import faulthandler
+import os
+import pathlib
+import re
+import shutil
+import signal
+import subprocess
+import tempfile
+import time
+import unittest
+
+PATIENCE = 20
+faulthandler.dump_traceback_later(300, exit=True)  # should the other side never answer
+HERE = pathlib.Path(__file__).resolve().parent
+SCRATCH = pathlib.Path(tempfile.mkdtemp(prefix="tovik-window-"))
+atexit.register(shutil.rmtree, SCRATCH, ignore_errors=True)
+
+
+def start(command, **options):
+    process = subprocess.Popen(["setpriv", "--pdeathsig=TERM", *command], stdin=subprocess.DEVNULL,
+                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, **options)
+    atexit.register(lambda: (process.terminate(), process.wait()))
+    return process
+
+
+def first_line(command):
+    """Starts a server that says on a pipe where it can be found."""
+    read, write = os.pipe()
+    start([word.format(write) for word in command], pass_fds=[write])
+    os.close(write)
+    with os.fdopen(read) as pipe:
+        return pipe.readline().strip()
+
+
+def start_desktop():
+    for name in ("home", "runtime", "home/.config/gtk-2.0", "home/.local/share"):
+        (SCRATCH / name).mkdir(mode=0o700, parents=True)
+    # The file chooser with a field for the name, as typing needs it.
+    (SCRATCH / "home/.config/gtk-2.0/gtkfilechooser.ini").write_text(
+        "[Filechooser Settings]\nLocationMode=filename-entry\nStartupMode=cwd\n")
+    for name in ("XDG_CONFIG_HOME", "XDG_DATA_HOME", "AT_SPI_BUS_ADDRESS", "NO_AT_BRIDGE", "XAUTHORITY"):
+        os.environ.pop(name, None)
+    os.environ.update(HOME=str(SCRATCH / "home"), XDG_RUNTIME_DIR=str(SCRATCH / "runtime"), LC_ALL="C.UTF-8",
+                      GTK_MODULES="gail:atk-bridge", GIO_USE_VFS="local", GSETTINGS_BACKEND="memory")
+    os.environ["DISPLAY"] = ":" + first_line(
+        ["Xvfb", "-displayfd", "{}", "-screen", "0", "1600x1200x24", "-nolisten", "tcp"])
+    os.environ["DBUS_SESSION_BUS_ADDRESS"] = first_line(
+        ["dbus-daemon", "--session", "--nofork", "--print-address={}"])
+    start(["openbox"])
+    wait_until(lambda: "Openbox" in output("wmctrl", "-m"))
+
+
+def output(*command):
+    return subprocess.run([str(word) for word in command], capture_output=True, text=True).stdout
+
+
+def wait_until(condition, timeout=PATIENCE):
+    """The first true value of the condition."""
+    end = time.monotonic() + timeout
+    while not (value := condition()):
+        if time.monotonic() > end:
+            raise AssertionError("timed out")
+        time.sleep(0.01)
+    return value
+
+
+start_desktop()
+import gi  # noqa: E402 (reads the environment)
+gi.require_version("Atspi", "2.0")
+from gi.repository import Atspi, GLib  # noqa: E402
+
+Atspi.init()
+Atspi.set_timeout(1000, 1000)
+
+
+def children(widget):
+    return [child for child in map(widget.get_child_at_index, range(widget.get_child_count())) if child]
+
+
+def descendants(widget):
+    for child in children(widget):
+        yield child
+        yield from descendants(child)
+
+
+def text_of(widget):
+    return Atspi.Text.get_text(widget, 0, Atspi.Text.get_character_count(widget))
+
+
+class WindowTest(unittest.TestCase):
+    """One run of the program for each test, in a folder of its own that holds the test programs."""
+
+    def setUp(self):
+        self.folder = pathlib.Path(tempfile.mkdtemp(dir=SCRATCH))
+        for source in HERE.glob("*.k"):
+            shutil.copy(source, self.folder)
+
+    def launch(self, *arguments, prefix=(), **environment):
+        program = pathlib.Path(os.environ["TOVIK_BIN"]) / "tovik"
+        with open(self.folder / "stderr", "w") as log:
+            self.program = subprocess.Popen(
+                ["setpriv", "--pdeathsig=TERM", *prefix, program, *arguments], cwd=self.folder, stdin=subprocess.DEVNULL, stdout=log, stderr=log,
+                env={**os.environ, "PWD": str(self.folder), **environment})
+        self.addCleanup(self.end)
+        self.named = {}
+        wait_until(lambda: self.window("tovik") and self.has("LCD text"))
+
+    def end(self):
+        """The program must still run, and must not have complained."""
+        if self.program is None:
+            return
+        crashed = self.program.poll()
+        self.program.kill()
+        self.program.wait()
+        self.program = None
+        complaints = [line for line in (self.folder / "stderr").read_text().splitlines() if re.search(
+            "CRITICAL|Gtk-WARNING|Gdk-WARNING|Assertion|runtime error|ERROR: ", line)]
+        self.assertEqual(([], None), (complaints, crashed), "complaints, status")
+
+    def assert_exits(self, status=0):
+        wait_until(lambda: self.program.poll() is not None)
+        self.assertEqual(status, self.program.returncode)
+        self.program = None
+
+    # Widgets
+
+    def frames(self):
+        try:
+            Atspi.get_desktop(0).clear_cache()
+            for application in children(Atspi.get_desktop(0)):
+                application.clear_cache()
+                if application.get_process_id() == self.program.pid:
+                    return {"alert" if frame.get_role() == Atspi.Role.ALERT else frame.get_name(): frame
+                            for frame in children(application)}
+        except GLib.Error:  # a window that goes while we look
+            pass
+        return {}
+
+    def window(self, title):
+        return self.frames().get(title)
+
+    def has(self, name, window="tovik"):
+        try:
+            for widget in descendants(self.window(window)):
+                # An entry has the name of the label beside it.
+                if widget.get_role() == Atspi.Role.TEXT or widget.get_name() not in self.named:
+                    self.named[widget.get_name()] = widget
+        except (GLib.Error, AttributeError):
+            pass
+        return name in self.named
+
+    def widget(self, name):
+        return self.named[name]
+
+    def click(self, name):
+        Atspi.Action.do_action(self.widget(name), 0)
+
+    def text(self, name):
+        return text_of(self.widget(name))
+
+    def label(self, name):
+        return self.widget(name).get_name()
+
+    def fill(self, **entries):
+        for name, text in entries.items():
+            Atspi.EditableText.set_text_contents(self.widget(name), text)
+
+    def wait_text(self, name, expected):
+        try:
+            wait_until(lambda: self.text(name) == expected)
+        except AssertionError:
+            self.assertEqual(expected, self.text(name), name)
+
+    def wait_stopped(self, status="Stopped", pc=None):
+        self.wait_text("Status", status)
+        if pc is not None:
+            self.wait_text("PC", f"PC {pc}")
+
+    def dialog(self, title="alert"):
+        return wait_until(lambda: self.window(title))
+
+    def answer(self, button="OK", title="alert"):
+        """The text of the dialog, which goes when the button is pressed."""
+        widgets = list(descendants(self.dialog(title)))
+        texts = [text_of(widget) for widget in widgets if widget.get_role() == Atspi.Role.LABEL]
+        Atspi.Action.do_action(next(widget for widget in widgets if widget.get_name() == button), 0)
+        wait_until(lambda: self.window(title) is None)
+        return "".join(texts)
+
+    # The screen
+
+    def id(self, title):
+        return wait_until(lambda: output("xdotool", "search", "--onlyvisible", "--name", f"^{title}$").split())[-1]
+
+    def activate(self, title):
+        window = self.id(title)
+        wait_until(lambda: output("xdotool", "windowactivate", window, "getactivewindow").strip() == window)
+        return window
+
+    def type_into(self, name, text):
+        self.click_at(name)
+        self.keys("key", "ctrl+a", "BackSpace", *(["type", text] if text else []))
+        self.wait_text(name, text)
+
+    def choose(self, title, name):
+        """Types a name, or presses Cancel."""
+        self.dialog(title)
+        self.activate(title)
+        if name is None:
+            self.answer("Cancel", title)
+        else:
+            self.keys("key", "ctrl+a", "type", str(name))
+            self.keys("key", "Return")
+
+    def close(self, title):
+        output("wmctrl", "-i", "-c", self.id(title))
+
+    def keys(self, *words):
+        output("xdotool", *words)
+
+    def pixels(self, window, x, y, width=1, height=1):
+        data = subprocess.run(["import", "-window", window, "-crop", f"{width}x{height}+{x}+{y}", "-depth", "8",
+                               "rgb:-"], capture_output=True, check=True).stdout
+        return [tuple(data[i:i + 3]) for i in range(0, len(data), 3)]
+
+    def place(self, name):
+        extents = Atspi.Component.get_extents(self.widget(name), Atspi.CoordType.SCREEN)
+        return extents.x, extents.y
+
+    def click_at(self, name, clicks=1):
+        """With the pointer, also quickly in a row."""
+        self.activate("tovik")
+        x, y = self.place(name)
+        output("xdotool", "mousemove", x + 6, y + 6, "click", "--repeat", clicks, "--delay", 20, 1)
+
+    def lit(self, name):
+        """The inside and the frame of a lamp."""
+        x, y = self.place(name)
+        grey = (0x6d,) * 3
+        inside, frame = self.pixels("root", x + 6, y + 6)[0], self.pixels("root", x + 1, y + 6)[0]
+        return frame == grey and inside == grey if frame == grey else None
+
+    # Work
+
+    def memory_text(self, start=0, end=None):
+        view = next(widget for widget in descendants(self.window("K24 memory"))
+                    if widget.get_role() == Atspi.Role.TEXT)
+        return text_of(view) if end is None else Atspi.Text.get_text(view, start, end)
+
+    def red_words(self):
+        """The runs of red text, as (first address, length in characters)."""
+        view = next(widget for widget in descendants(self.window("K24 memory"))
+                    if widget.get_role() == Atspi.Role.TEXT)
+        runs, offset, length = [], 0, Atspi.Text.get_character_count(view)
+        while offset < length:
+            attributes, start, end = Atspi.Text.get_attribute_run(view, offset, False)
+            if attributes.get("fg-color") == "65535,0,0":
+                line, column = divmod(start, 127)
+                self.assertEqual(0, (column - 7) % 12, "a run begins where a field begins")
+                runs.append((line * 10 + (column - 7) // 12, end - start))
+            offset = end
+        return runs
+
+    def image(self, name):
+        """All words that the program has when it is loaded."""
+        words = [0] * 16384
+        for address, value in re.findall(r"^\t(\d+)\t:\t(-?\d+);", (self.folder / name).read_text(), re.M):
+            words[int(address)] = int(value)
+        return words
+
+    def load(self, name, run=True, **launching):
+        self.launch(name, **launching)
+        self.click("Assemble")
+        self.click("Load")
+        wait_until(lambda: not self.memory_text(0, 126).startswith("    0 " + f" {0:11}" * 2))
+        if run:
+            self.click("Run ")

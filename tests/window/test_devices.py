@@ -1,0 +1,92 @@
+"""Switches, keyboard, pointer, LCD, and the picture."""
+
+import unittest
+
+from harness import WindowTest, wait_until
+
+
+class Devices(WindowTest):
+    def test_switch(self):
+        self.launch()
+        for clicks, lit in ((1, True), (2, True), (1, False)):
+            self.click_at("SW 3", clicks)
+            wait_until(lambda: self.lit("SW 3") is lit)
+        self.assertIs(False, self.lit("SW 2"))
+
+    def test_bytes_on_the_lcd(self):
+        self.load("bytes.k")
+        self.wait_text("LCD text", "\x7f\xe9\xff\x80 \x7fA" + " " * 9 + "\n" + " " * 16)
+
+    def test_keyboard(self):
+        self.load("echo.k")
+        for keys, pressed, released in (
+                (["key", "a"], "a", "a"), (["key", "shift+a"], "A", "A"),
+                (["key", "Return", "Tab", "BackSpace", "Escape"], "\n\t\b\x1b", "\n\t\b\x1b"),
+                (["keydown", "1", "keydown", "shift", "keyup", "1", "keyup", "shift"], "1", "1"),
+                (["keydown", "b", "sleep", "0.9", "keyup", "b", "key", "c"], "bc", "bc"),
+                (["key", "ctrl+m", "key", "ctrl+m", "key", "x"], "x", "x")):
+            with self.subTest(keys=keys):
+                self.click("Reset")
+                self.wait_stopped(pc=0)
+                self.click("Run ")
+                self.wait_stopped("Running")
+                self.activate("VGA")
+                self.keys(*keys)
+                self.wait_text("LCD text", f"{pressed:16}\n{released:16}")
+
+    def test_pointer(self):
+        self.load("pointer.k")
+        window = self.activate("VGA")
+
+        def act(*words):
+            self.keys("mousemove", "--window", window, *map(str, words))
+
+        def expect(x, y, buttons):
+            self.wait_text("HEX7-HEX4 digits", f"{x & 0xffff:04x}")
+            self.wait_text("HEX3-HEX0 digits", f"{y & 0xffff:04x}")
+            wait_until(lambda: sum((self.lit(f"LED_GREEN {i}") is True) << i for i in range(8)) == buttons)
+        act(100, 300, "mousedown", 3)
+        wait_until(lambda: self.lit("LED_GREEN 2"))
+        self.click("Reset")
+        self.click("Run ")
+        self.wait_stopped("Running")
+        act(100, 300, "click", 1)
+        expect(0, 0, 0)
+        act(100, 301)  # the first motion of an active mouse is where it begins
+        act(110, 296)
+        expect(10, -5, 0)
+        act(90, 311, "mousedown", 2)
+        expect(-10, 10, 2)
+        self.keys("mouseup", "2", "mouseup", "3")
+        expect(-10, 10, 0)
+        self.click_at("SW 0")
+        wait_until(lambda: self.lit("SW 0"))
+        self.activate("VGA")
+        act(20, 400, "mousedown", 1)
+        expect(20, 400, 128)
+        act(30, 410)
+        expect(30, 410, 128)
+        self.keys("mouseup", "1")
+        expect(30, 410, 0)
+
+    def test_picture(self):
+        self.load("draw.k")
+        self.wait_stopped("Halted  ")
+        window = self.id("VGA")
+        expected = {(50, 50): (255, 0, 0), (100, 100): (132, 132, 132), (199, 149): (132, 132, 132),
+                    (200, 149): (255, 0, 0), (600, 400): (255, 255, 255), (639, 470): (255, 255, 255),
+                    (300, 200): (8, 24, 41), (301, 200): (255, 0, 0)}
+
+        def shown():
+            return {place: self.pixels(window, *place)[0] for place in expected}
+        self.activate("VGA")
+        wait_until(lambda: shown() == expected)
+        cover = self.activate("K24 memory")
+        self.keys("windowmove", cover, "0", "0", "windowmove", window, "20", "40")
+        wait_until(lambda: shown() != expected)
+        self.activate("VGA")
+        wait_until(lambda: shown() == expected)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,161 @@
+"""A lab session, run control, the memory view, and how the program ends."""
+
+import time
+import unittest
+
+from harness import WindowTest, wait_until
+
+BLANK_LCD = " " * 16 + "\n" + " " * 16
+
+
+def table_of(words):
+    """The text of the memory view."""
+    return "\n".join(f"{a:5} " + "".join(f" {word:11}" for word in words[a:a + 10])
+                     for a in range(0, len(words), 10))
+
+
+class Session(WindowTest):
+    def test_lab(self):
+        self.launch()
+        self.assertEqual("Choose assembly file", self.label("Choose assembly file"))
+        self.click("Assemble")
+        self.choose("Choose assembly file", self.folder / "lab.k")
+        wait_until(lambda: (self.folder / "lab.mif").exists())
+        self.assertEqual(str(self.folder / "lab.k"), self.label("Choose assembly file"))
+        self.assertEqual(table_of([0] * 16384), self.memory_text())
+        self.click("Load")
+        words = self.image("lab.mif")
+        wait_until(lambda: self.memory_text() == table_of(words))
+        self.assertEqual([(a, 11) for a in range(45)], self.red_words())
+        self.wait_stopped(pc=0)
+        for steps, pc, red in ((4, 16, []), (1, 20, [(40, 11)]), (1, 24, [])):
+            self.type_into("Steps", str(steps))
+            self.click("Run ")
+            self.wait_stopped(pc=pc)
+            self.assertEqual(red, self.red_words())
+        words[40] = -2147483648
+        self.assertEqual(table_of(words), self.memory_text())
+        self.type_into("Steps", "")
+        self.click("Run ")
+        self.wait_stopped("Halted  ", 36)
+        self.wait_text("HEX7-HEX4 digits", "cafe")
+        self.wait_text("HEX3-HEX0 digits", "beef")
+        self.wait_text("LCD text", "K" + BLANK_LCD[1:])
+        wait_until(lambda: self.lamps() == (0x20001, 0x82))
+        self.click("Reset")
+        self.wait_stopped(pc=0)
+        self.wait_text("HEX7-HEX4 digits", "0000")
+        self.wait_text("HEX3-HEX0 digits", "0000")
+        self.wait_text("LCD text", BLANK_LCD)
+        wait_until(lambda: self.lamps() == (0, 0))
+        self.assertEqual(table_of(words), self.memory_text())
+
+    def lamps(self):
+        return tuple(sum((self.lit(f"{name} {i}") is True) << i for i in range(count))
+                     for name, count in (("LED_RED", 18), ("LED_GREEN", 8)))
+
+    def test_break_and_watch(self):
+        self.load("lab.k", run=False)
+        for entries, pc in (({"Break": "20"}, 20), ({"Break": "", "Watch": "40"}, 20),
+                            ({"Watch": "36"}, None), ({"Break": "x", "Watch": ""}, None)):
+            self.click("Reset")
+            self.wait_stopped(pc=0)
+            self.fill(**entries)
+            self.click("Run ")
+            self.wait_stopped(*(("Halted  ", 36) if pc is None else ("Stopped", pc)))
+
+    def test_limits_of_an_endless_run(self):
+        self.load("loop.k", run=False)
+        for entries, pc in (({"Steps": "3"}, 12), ({"Steps": "", "Break": "x"}, 0),
+                            ({"Break": "-3", "Watch": "16"}, 4)):
+            self.fill(**entries)
+            self.click("Run ")
+            self.wait_stopped(pc=pc)
+        for text in ("0", "-5", "x", ""):
+            with self.subTest(steps=text):
+                self.fill(Steps=text, Watch="")
+                self.click("Run ")
+                self.wait_stopped("Running")
+                self.wait_text("PC", "")
+                self.assertEqual("Stop", self.label("Run "))
+                digits = self.text("HEX3-HEX0 digits")
+                wait_until(lambda: self.text("HEX3-HEX0 digits") != digits)
+                self.assertEqual("", self.text("Steps"))
+                self.click("Run ")
+                self.wait_stopped()
+                self.assertEqual("Run ", self.label("Run "))
+                self.assertRegex(self.text("PC"), r"^PC (0|4|8|12)$")
+
+    def test_entries_on_a_halted_machine(self):
+        self.load("lab.k")
+        self.wait_stopped("Halted  ", 36)
+        for steps, steps_shown, address, address_shown in (
+                ("3", "3", " 12", "12"), ("0", "", "-3", ""), ("-5", "", "x", "0"), ("x", "", "7x", "7"),
+                (" 2z", "2", "99999999999", "2147483647"), ("-1", "", "-0", "0"), ("9x", "9", "", "")):
+            with self.subTest(steps=steps, address=address):
+                self.fill(Steps=steps, Break=address, Watch=address)
+                self.click("Run ")
+                self.wait_text("Steps", steps_shown)
+                self.wait_text("Break", address_shown)
+                self.wait_text("Watch", address_shown)
+                self.assertEqual(("Run ", "Halted  ", "PC 36"),
+                                 (self.label("Run "), self.text("Status"), self.text("PC")))
+
+    def test_fault(self):
+        self.load("fault.k")
+        self.wait_stopped("Running")
+        self.click_at("SW 0")
+        self.assertEqual("error at PC 4\ndivision by zero", self.answer())
+        self.wait_stopped(pc=4)
+        self.assertEqual("Run ", self.label("Run "))
+        self.click("Run ")
+        self.assertEqual("error at PC 4\ndivision by zero", self.answer())
+        self.wait_stopped(pc=4)
+
+    def test_without_the_other_windows(self):
+        self.load("draw.k", run=False)
+        self.click_at("SW 17")
+        wait_until(lambda: self.lit("SW 17"))
+        self.click("Run ")
+        for window in ("VGA", "K24 memory"):
+            self.wait_text("Status", "Running")
+            digits = self.text("HEX3-HEX0 digits")
+            wait_until(lambda: self.text("HEX3-HEX0 digits") != digits)
+            self.close(window)
+            wait_until(lambda: self.window(window) is None)
+            digits = self.text("HEX3-HEX0 digits")
+            wait_until(lambda: self.text("HEX3-HEX0 digits") != digits)
+        self.click_at("SW 17")
+        self.wait_stopped("Halted  ")
+        self.click("Reset")
+        self.wait_stopped(pc=0)
+
+
+class StartAndEnd(WindowTest):
+    def test_first_argument(self):
+        for arguments, variables, shown in (
+                (["lab.k"], {}, f"{self.folder}/lab.k"), (["lab.k"], {"PWD": "/else"}, "/else/lab.k"),
+                (["/no/such.k", "lab.k"], {}, "/no/such.k"), (["lab.txt"], {}, None), (["-a"], {}, None),
+                (["--sync", "x.k"], {}, f"{self.folder}/x.k")):
+            with self.subTest(arguments=arguments):
+                self.launch(*arguments, **variables)
+                self.assertTrue(self.has(shown or "Choose assembly file"))
+                self.end()
+                self.doCleanups()
+
+    def test_control_q(self):
+        for modifiers in ("ctrl", "ctrl+alt"):
+            self.launch()
+            self.type_into("Steps", "q")
+            self.keys("key", f"{modifiers}+q")
+            self.assert_exits()
+
+    def test_closed_while_running(self):
+        self.load("loop.k")
+        self.wait_stopped("Running")
+        self.close("tovik")
+        self.assert_exits()
+
+
+if __name__ == "__main__":
+    unittest.main()
