@@ -18,7 +18,7 @@ class Devices(WindowTest):
         self.wait_text("LCD text", "\x7f\xe9\xff\x80 \x7fA" + " " * 9 + "\n" + " " * 16)
 
     def test_keyboard(self):
-        self.load("echo.k")
+        self.load("echo.k", run=False)
         for keys, pressed, released in (
                 (["key", "a"], "a", "a"), (["key", "shift+a"], "A", "A"),
                 (["key", "Return", "Tab", "BackSpace", "Escape"], "\n\t\b\x1b", "\n\t\b\x1b"),

@@ -1,0 +1,107 @@
+#!/usr/bin/env python3
+"""How the windows feel, measured from outside on a display of its own. Usage: scripts/bench-window
+
+Prints, as medians: from the start to labels and noise on the screen; from the click to the visible end of a single
+step and of Stop while a program runs at full speed; how fast programs that draw without a pause run with the VGA window
+open, compared with closed; and the processor time of the stopped program.
+"""
+
+import os
+import pathlib
+import shutil
+import statistics
+import sys
+import time
+
+REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
+sys.path.insert(0, str(REPOSITORY / "tests/window"))
+import harness  # noqa: E402
+
+ROUNDS = 7
+
+
+class Bench(harness.WindowTest):
+    def runTest(self):
+        pass
+
+    def setUp(self):
+        super().setUp()
+        for source in (REPOSITORY / "bench/window").glob("*.k"):
+            shutil.copy(source, self.folder)
+
+    def measure(self, act, done):
+        start = time.monotonic()
+        act()
+        while not done():
+            pass
+        return time.monotonic() - start
+
+    def processor_seconds(self):
+        fields = pathlib.Path(f"/proc/{self.program.pid}/stat").read_text().split()
+        return (int(fields[13]) + int(fields[14])) / os.sysconf("SC_CLK_TCK")
+
+
+def fresh(function, *arguments):
+    bench = Bench()
+    bench.setUp()
+    try:
+        return function(bench, *arguments)
+    finally:
+        bench.doCleanups()
+
+
+def start_up(bench):
+    def painted():
+        window = harness.output("xdotool", "search", "--onlyvisible", "--name", "^VGA$").split()
+        return window and len(set(bench.pixels(window[-1], 0, 300, 40, 1))) > 30
+    return bench.measure(lambda: bench.launch("loop.k"), painted)
+
+
+def single_step(bench):
+    bench.load("lab.k", run=False)
+    bench.fill(Steps="1")
+    times = []
+    for _ in range(ROUNDS):
+        before = bench.text("PC")
+        times.append(bench.measure(lambda: bench.click("Run "), lambda: bench.text("PC") not in ("", before)))
+    return statistics.median(times)
+
+
+def stop(bench):
+    bench.load("loop.k")
+    bench.wait_text("Status", "Running")
+    return bench.measure(lambda: bench.click("Run "), lambda: bench.text("Status") == "Stopped")
+
+
+def drawing(bench, program, opened):
+    bench.load(program, run=False)
+    if not opened:
+        bench.close("VGA")
+        harness.wait_until(lambda: bench.window("VGA") is None)
+    start = time.monotonic()
+    bench.click("Run ")
+    bench.wait_text("Status", "Halted  ")
+    return time.monotonic() - start
+
+
+def stopped(bench):
+    bench.load("lab.k", run=False)
+    time.sleep(2)
+    before = bench.processor_seconds()
+    time.sleep(10)
+    return bench.processor_seconds() - before
+
+
+def main():
+    median = statistics.median
+    print(f"start-up        {median(fresh(start_up) for _ in range(ROUNDS)) * 1000:6.0f} ms")
+    print(f"single step     {fresh(single_step) * 1000:6.1f} ms")
+    print(f"Stop            {median(fresh(stop) for _ in range(ROUNDS)) * 1000:6.1f} ms")
+    for program in ("plot.k", "fill.k", "displays.k"):
+        pairs = [(fresh(drawing, program, True), fresh(drawing, program, False)) for _ in range(3)]
+        speed = median(closed / opened for opened, closed in pairs)
+        print(f"{program:15} {speed * 100:6.0f} % of the speed with the VGA window closed")
+    print(f"stopped         {fresh(stopped) * 1000:6.0f} ms of processor time in 10 s")
+
+
+main()
