@@ -10,12 +10,11 @@
 
 #include "core/files.h"
 #include "core/machine.h"
+#include "core/text.h"
 
 namespace {
 
 constexpr size_t BUFFER_SIZE = 64 * 1024;
-
-constexpr std::string_view WHITE_SPACE = " \t\r\n\v\f";
 
 std::string_view without_comment(std::string_view line) { return line.substr(0, line.find("//")); }
 

@@ -10,11 +10,11 @@
 #include "core/machine.h"
 #include "core/memory.h"
 #include "core/simulate.h"
+#include "core/text.h"
 
 namespace {
 
 constexpr int32_t HEADER_LINES = 6;
-constexpr std::string_view BLANKS = " \t\n\v\f\r";
 
 struct word_t {
     int32_t address;
@@ -22,7 +22,7 @@ struct word_t {
 };
 
 void skip_blanks(std::string_view& text) {
-    text.remove_prefix(std::min(text.find_first_not_of(BLANKS), text.size()));
+    text.remove_prefix(std::min(text.find_first_not_of(WHITE_SPACE), text.size()));
 }
 
 // Takes a decimal integer, after blanks and with an optional sign, from the front of the text.
@@ -53,7 +53,7 @@ std::optional<word_t> parse_word(std::string_view line) {
     if (line.empty()) {
         return std::nullopt;
     }
-    line.remove_prefix(std::min(line.find_first_of(BLANKS), line.size()));
+    line.remove_prefix(std::min(line.find_first_of(WHITE_SPACE), line.size()));
     const std::optional<int32_t> value = take_integer(line);
     if (!value || *address < 0 || *address >= MEMORY_SIZE) {
         return std::nullopt;
@@ -78,7 +78,7 @@ load_t load_content(std::istream& image) {
             machine.memory[word->address] = word->value;
             machine.modified[word->address] = true;
             ++load.words;
-        } else if (line.find_first_not_of(BLANKS) != std::string::npos && load.skipped++ == 0) {
+        } else if (line.find_first_not_of(WHITE_SPACE) != std::string::npos && load.skipped++ == 0) {
             load.first_skipped = line_number;
         }
     }

@@ -11,14 +11,13 @@
 
 #include "core/files.h"
 #include "core/machine.h"
+#include "core/text.h"
 #include "devices/ledswitchtimer.h"
 #include "devices/mouse.h"
 #include "devices/ps2.h"
 #include "ui/gui_batch/usage.h"
 
 namespace {
-
-constexpr std::string_view WHITE_SPACE = " \t\n\v\f\r";
 
 // Why a line is malformed.
 struct malformed_t {
