@@ -57,20 +57,31 @@ def start_up(bench):
     return bench.measure(lambda: bench.launch("loop.k"), painted)
 
 
+def until_seen(bench, button, label):
+    """From a click to other pixels where a label is."""
+    def seen():
+        return bench.pixels(None, *bench.place(label), 120, 16)
+    before = seen()
+    return bench.measure(lambda: bench.click(button), lambda: seen() != before)
+
+
 def single_step(bench):
     bench.load("lab.k", run=False)
+    bench.activate("tovik")
     bench.fill(Steps="1")
     times = []
-    for _ in range(ROUNDS):
-        before = bench.text("PC")
-        times.append(bench.measure(lambda: bench.click("Run "), lambda: bench.text("PC") not in ("", before)))
+    for pc in range(4, 4 * ROUNDS, 4):
+        times.append(until_seen(bench, "Run ", "PC"))
+        bench.wait_stopped(pc=pc)
     return statistics.median(times)
 
 
-def stop(bench):
-    bench.load("loop.k")
+def stop(bench, program):
+    bench.load(program)
+    bench.activate("tovik")
     bench.wait_text("Status", "Running")
-    return bench.measure(lambda: bench.click("Run "), lambda: bench.text("Status") == "Stopped")
+    time.sleep(0.2)
+    return until_seen(bench, "Run ", "Status")
 
 
 def drawing(bench, program, opened):
@@ -96,7 +107,8 @@ def main():
     median = statistics.median
     print(f"start-up        {median(fresh(start_up) for _ in range(ROUNDS)) * 1000:6.0f} ms")
     print(f"single step     {fresh(single_step) * 1000:6.1f} ms")
-    print(f"Stop            {median(fresh(stop) for _ in range(ROUNDS)) * 1000:6.1f} ms")
+    for program in ("loop.k", "plot.k", "fill.k"):
+        print(f"Stop {program:10} {median(fresh(stop, program) for _ in range(ROUNDS)) * 1000:6.1f} ms")
     for program in ("plot.k", "fill.k", "displays.k"):
         pairs = [(fresh(drawing, program, True), fresh(drawing, program, False)) for _ in range(3)]
         speed = median(closed / opened for opened, closed in pairs)

@@ -21,7 +21,10 @@ constexpr size_t MOST_FILLS = 64;
 
 constexpr box_t WHOLE_SCREEN = {0, 0, VGA_WIDTH - 1, VGA_HEIGHT - 1};
 
-uint16_t picture[VGA_HEIGHT][VGA_WIDTH];
+uint32_t own_pixels[VGA_HEIGHT * VGA_WIDTH];
+uint32_t* picture = own_pixels;
+int32_t pixels_per_picture_row = VGA_WIDTH;
+
 // The colour last painted by a refresh or recorded by a box.
 uint16_t vga_last[VGA_HEIGHT][VGA_WIDTH];
 
@@ -29,6 +32,8 @@ uint16_t vga_last[VGA_HEIGHT][VGA_WIDTH];
 // program that fills the screen again and again costs one fill each time it is shown.
 std::vector<colored_box_t> pending;
 screen_changes_t changes;
+
+uint32_t* picture_row(int32_t y) { return picture + y * pixels_per_picture_row; }
 
 bool is_whole_screen(const box_t& box) {
     return box.x1 == 0 && box.y1 == 0 && box.x2 == VGA_WIDTH - 1 && box.y2 == VGA_HEIGHT - 1;
@@ -48,8 +53,9 @@ void add_to_area(const box_t& box) {
 // Up to the last row and column, which stay unrecorded.
 void paint_and_record(const colored_box_t& fill) {
     const auto& [box, color] = fill;
+    const uint32_t pixel = true_color(color);
     for (int32_t y = box.y1; y <= box.y2; ++y) {
-        std::fill(picture[y] + box.x1, picture[y] + box.x2 + 1, color);
+        std::fill(picture_row(y) + box.x1, picture_row(y) + box.x2 + 1, pixel);
     }
     for (int32_t y = box.y1; y < box.y2; ++y) {
         std::fill(vga_last[y] + box.x1, vga_last[y] + box.x2, color);
@@ -87,7 +93,7 @@ bool refresh_pixels(uint32_t x_start, uint32_t y_start, uint32_t x_size, uint32_
             const auto color = static_cast<uint16_t>(machine.vga_ram[y][x] & COLOR_MASK);
             if (vga_last[y][x] != color) {
                 vga_last[y][x] = color;
-                picture[y][x] = color;
+                picture_row(static_cast<int32_t>(y))[x] = true_color(color);
                 changed = true;
             }
         }
@@ -145,4 +151,12 @@ screen_changes_t take_screen_changes() {
     return std::exchange(changes, {});
 }
 
-const uint16_t* screen_row(int32_t y) { return picture[y]; }
+const uint32_t* screen_row(int32_t y) { return picture_row(y); }
+
+void keep_screen_in(uint32_t* pixels, int32_t pixels_per_row) {
+    for (int32_t y = 0; y < VGA_HEIGHT; ++y) {
+        std::copy_n(picture_row(y), VGA_WIDTH, pixels + y * pixels_per_row);
+    }
+    picture = pixels;
+    pixels_per_picture_row = pixels_per_row;
+}

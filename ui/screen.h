@@ -36,10 +36,22 @@ extern bool screen_open;
 // Takes what changed since the last call; `fills` is empty and `copy` false when nothing did.
 screen_changes_t take_screen_changes();
 
-// One row of the picture: 640 colours of 15 bits.
-const uint16_t* screen_row(int32_t y);
+// One row of the picture: 640 pixels as true_color gives them.
+const uint32_t* screen_row(int32_t y);
+
+// Keeps the picture in memory of the front end's from now on, with so many pixels from one row to the next,
+// so that it is painted where it is shown from.
+void keep_screen_in(uint32_t* pixels, int32_t pixels_per_row);
 
 // A channel of 5 bits (0 to 31) widened to 16 by repeating its bits: 0 gives 0, 31 gives 0xffff.
 constexpr uint16_t widen_channel(int32_t channel) {
     return static_cast<uint16_t>(channel << 11 | channel << 6 | channel << 1 | (channel & 1));
+}
+
+// A colour of 15 bits as 0xRRGGBB, each channel widened.
+constexpr uint32_t true_color(uint16_t color) {
+    const uint32_t red = widen_channel(color >> 10 & 0x1f) >> 8;
+    const uint32_t green = widen_channel(color >> 5 & 0x1f) >> 8;
+    const uint32_t blue = widen_channel(color & 0x1f) >> 8;
+    return red << 16 | green << 8 | blue;
 }

@@ -74,9 +74,11 @@ start_desktop()
 import gi  # noqa: E402 (reads the environment)
 gi.require_version("Atspi", "2.0")
 from gi.repository import Atspi, GLib  # noqa: E402
+from Xlib import X, display  # noqa: E402
 
 Atspi.init()
 Atspi.set_timeout(1000, 1000)
+DISPLAY = display.Display()
 
 
 def children(widget):
@@ -225,9 +227,10 @@ class WindowTest(unittest.TestCase):
         output("xdotool", *words)
 
     def pixels(self, window, x, y, width=1, height=1):
-        data = subprocess.run(["import", "-window", window, "-crop", f"{width}x{height}+{x}+{y}", "-depth", "8",
-                               "rgb:-"], capture_output=True, check=True).stdout
-        return [tuple(data[i:i + 3]) for i in range(0, len(data), 3)]
+        """Of a window, or of the whole screen without one."""
+        drawable = DISPLAY.create_resource_object("window", int(window)) if window else DISPLAY.screen().root
+        data = drawable.get_image(x, y, width, height, X.ZPixmap, 0xffffffff).data
+        return [(red, green, blue) for blue, green, red, _ in zip(*[iter(data)] * 4)]
 
     def place(self, name):
         extents = Atspi.Component.get_extents(self.widget(name), Atspi.CoordType.SCREEN)
@@ -243,7 +246,7 @@ class WindowTest(unittest.TestCase):
         """The inside and the frame of a lamp."""
         x, y = self.place(name)
         grey = (0x6d,) * 3
-        inside, frame = self.pixels("root", x + 6, y + 6)[0], self.pixels("root", x + 1, y + 6)[0]
+        inside, frame = self.pixels(None, x + 6, y + 6)[0], self.pixels(None, x + 1, y + 6)[0]
         return frame == grey and inside == grey if frame == grey else None
 
     # Work

@@ -34,7 +34,9 @@ std::bitset<RED_LEDS> changed_red_leds;
 std::bitset<GREEN_LEDS> changed_green_leds;
 
 GdkPixmap* vga_pixmap = nullptr;
-GdkImage* vga_image = nullptr; // on its way into the pixmap
+// On its way into the pixmap. Of the usual layout it holds the picture itself, in memory shared with a
+// display server on this computer.
+GdkImage* vga_image = nullptr;
 GdkCursor* active_cursor = nullptr;
 
 bool is_lit(int number) {
@@ -92,16 +94,6 @@ GdkGC* set_gc(int color) {
     return gc;
 }
 
-// A pixel of a TrueColor screen, 8 bits a channel; in arithmetic that the compiler can do for several at a
-// time.
-constexpr uint32_t true_color(uint32_t color) {
-    const uint32_t high = (color & 0x7c00) << 9 | (color & 0x03e0) << 6 | (color & 0x001f) << 3;
-    const uint32_t low = (color & 0x7000) << 4 | (color & 0x0380) << 1 | (color & 0x001c) >> 2;
-    return high | low;
-}
-static_assert(true_color(0x7fff) == 0xffffff && true_color(0x4000) == 0x840000 &&
-              true_color(0x0001) == 0x000008);
-
 bool is_true_color(const GdkImage* image) {
     return image->bits_per_pixel == 32 &&
            image->byte_order == (G_BYTE_ORDER == G_LITTLE_ENDIAN ? GDK_LSB_FIRST : GDK_MSB_FIRST) &&
@@ -109,24 +101,12 @@ bool is_true_color(const GdkImage* image) {
            image->visual->blue_mask == 0x0000ff;
 }
 
-// Through memory shared with the server, where it is on this computer.
-void copy_true_color(const box_t& area, int width, int height) {
-    for (int32_t y = area.y1; y <= area.y2; ++y) {
-        const uint16_t* const row = screen_row(y) + area.x1;
-        auto* const pixels = static_cast<uint32_t*>(vga_image->mem) + y * (vga_image->bpl / 4) + area.x1;
-        for (int32_t i = 0; i < width; ++i) {
-            pixels[i] = true_color(row[i]);
-        }
-    }
-    gdk_draw_image(vga_pixmap, set_gc(0), vga_image, area.x1, area.y1, area.x1, area.y1, width, height);
-}
-
-// On any other kind of screen: the toolkit converts.
+// Into an image of another layout: the toolkit converts.
 void copy_rgb(const box_t& area, int width, int height) {
     static guchar pixels[VGA_HEIGHT][VGA_WIDTH][3];
     for (int32_t y = area.y1; y <= area.y2; ++y) {
         for (int32_t x = area.x1; x <= area.x2; ++x) {
-            const uint32_t color = true_color(screen_row(y)[x]);
+            const uint32_t color = screen_row(y)[x];
             pixels[y][x][0] = static_cast<guchar>(color >> 16);
             pixels[y][x][1] = static_cast<guchar>(color >> 8 & 0xff);
             pixels[y][x][2] = static_cast<guchar>(color & 0xff);
@@ -140,7 +120,7 @@ void copy_area(const box_t& area) {
     const int width = area.x2 - area.x1 + 1;
     const int height = area.y2 - area.y1 + 1;
     if (is_true_color(vga_image)) {
-        copy_true_color(area, width, height);
+        gdk_draw_image(vga_pixmap, set_gc(0), vga_image, area.x1, area.y1, area.x1, area.y1, width, height);
     } else {
         copy_rgb(area, width, height);
     }
@@ -201,6 +181,9 @@ void build_vga_window() {
     g_signal_connect(window, "destroy", G_CALLBACK(sig_destroy), &vga_draw);
     vga_draw = gtk_drawing_area_new();
     gtk_widget_set_size_request(vga_draw, VGA_WIDTH, VGA_HEIGHT);
+    // Every expose covers its whole area with the pixmap: a background and a second buffer would only cost.
+    gtk_widget_set_app_paintable(vga_draw, TRUE);
+    gtk_widget_set_double_buffered(vga_draw, FALSE);
     atk_object_set_name(gtk_widget_get_accessible(vga_draw), "VGA screen");
     g_signal_connect(vga_draw, "expose_event", G_CALLBACK(vga_expose), nullptr);
     active_cursor = gdk_cursor_new(GDK_STAR);
@@ -208,6 +191,9 @@ void build_vga_window() {
     gtk_widget_show_all(window);
     vga_pixmap = gdk_pixmap_new(gtk_widget_get_window(vga_draw), VGA_WIDTH, VGA_HEIGHT, -1);
     vga_image = gdk_image_new(GDK_IMAGE_FASTEST, gtk_widget_get_visual(vga_draw), VGA_WIDTH, VGA_HEIGHT);
+    if (is_true_color(vga_image)) {
+        keep_screen_in(static_cast<uint32_t*>(vga_image->mem), vga_image->bpl / int{sizeof(uint32_t)});
+    }
 }
 
 void flush_board() {
