@@ -66,10 +66,9 @@ int32_t reported(int32_t value) {
     return value;
 }
 
-void set_button(int button, bool down) {
-    if (button >= 0 && button < static_cast<int>(std::size(machine.mouse_button))) {
-        machine.mouse_button[button] = down;
-    }
+// A wheel, for one, comes as buttons beyond the third.
+bool is_button(int button) {
+    return button >= 0 && button < static_cast<int>(std::size(machine.mouse_button));
 }
 
 } // namespace
@@ -121,11 +120,17 @@ void io_mouse_deactivate() {
 }
 
 void io_mouse_press(int button) {
-    io_mouse_activate();
-    set_button(button, true);
+    if (is_button(button)) {
+        io_mouse_activate();
+        machine.mouse_button[button] = true;
+    }
 }
 
-void io_mouse_release(int button) { set_button(button, false); }
+void io_mouse_release(int button) {
+    if (is_button(button)) {
+        machine.mouse_button[button] = false;
+    }
+}
 
 void io_mouse_motion(int x, int y) {
     if (machine.mouse_active == 1) {

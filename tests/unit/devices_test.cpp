@@ -253,6 +253,8 @@ TEST_F(Devices, MouseIsSwitchedOnAndOff) {
     EXPECT_EQ(machine.mouse_active, -1);
     io_mouse_deactivate();
     EXPECT_EQ(machine.mouse_active, -1) << "the user's switching off outlasts a loss of focus";
+    io_mouse_press(3);
+    EXPECT_EQ(machine.mouse_active, -1) << "there is no fourth button";
     io_mouse_press(0);
     EXPECT_EQ(machine.mouse_active, 1);
     io_mouse_deactivate();
