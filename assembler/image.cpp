@@ -5,7 +5,6 @@
 #include <charconv>
 #include <utility>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include "core/files.h"
@@ -20,9 +19,7 @@ void append_number(std::string& text, int64_t value, int base = 10) {
 
 } // namespace
 
-output_file_t::output_file_t(std::string name)
-    : name_(std::move(name)),
-      descriptor_(open(name_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, NEW_FILE_MODE)) {
+output_file_t::output_file_t(std::string name) : name_(std::move(name)), descriptor_(create_file(name_)) {
     if (descriptor_ < 0) {
         throw tovik_error(cant_open_text(name_, errno));
     }

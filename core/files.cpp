@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -12,6 +13,15 @@
 namespace {
 
 constexpr size_t ERROR_TEXT_LIMIT = 100;
+
+// The file itself, also where the name is a symbolic link to it.
+void remove_target(const std::string& name) {
+    std::error_code error;
+    const std::filesystem::path target = std::filesystem::canonical(name, error);
+    if (!error) {
+        std::filesystem::remove(target, error);
+    }
+}
 
 } // namespace
 
@@ -27,8 +37,17 @@ std::string cant_write_text(const std::string& name, int error) {
     return "Can't write file " + name + ": " + system_error_text(error);
 }
 
+int create_file(const std::string& name) {
+    const int flags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC;
+    const int descriptor = open(name.c_str(), flags | O_NONBLOCK, NEW_FILE_MODE);
+    if (descriptor >= 0) {
+        fcntl(descriptor, F_SETFL, flags);
+    }
+    return descriptor;
+}
+
 void save_file(const std::string& name, std::string_view data) {
-    const int descriptor = open(name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, NEW_FILE_MODE);
+    const int descriptor = create_file(name);
     if (descriptor < 0) {
         throw tovik_error("Can't open file " + name + ": " + system_error_text(errno));
     }
@@ -40,7 +59,7 @@ void save_file(const std::string& name, std::string_view data) {
     }
     if (error != 0) {
         if (regular) {
-            unlink(name.c_str());
+            remove_target(name);
         }
         throw tovik_error(cant_write_text(name, error));
     }

@@ -12,6 +12,10 @@ std::string system_error_text(int error);
 std::string cant_open_text(const std::string& name, int error);
 std::string cant_write_text(const std::string& name, int error);
 
+// Opens a file for writing, created or truncated. Returns its descriptor, or -1 with errno set; a pipe that
+// nobody reads is such an error, where waiting for a reader would stop the window.
+[[nodiscard]] int create_file(const std::string& name);
+
 // Creates or truncates a file and writes all of the data to it. Throws tovik_error "Can't open file NAME:
 // REASON" or "Can't write file NAME: REASON"; a regular file of which only a part was written is removed.
 void save_file(const std::string& name, std::string_view data);

@@ -86,10 +86,13 @@ load_t load_content(std::istream& image) {
 }
 
 std::ifstream open_image(const std::string& name) {
-    std::ifstream image(name);
-    // A directory can be opened too, but there is nothing in it to load.
+    // A directory can be opened too, but there is nothing in it to load; a pipe would be waited for.
     std::error_code ignored;
-    if (!image || !std::filesystem::is_regular_file(name, ignored)) {
+    std::ifstream image;
+    if (std::filesystem::is_regular_file(name, ignored)) {
+        image.open(name);
+    }
+    if (!image.is_open()) {
         throw tovik_error("Can't open " + name);
     }
     return image;
