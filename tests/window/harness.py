@@ -49,7 +49,7 @@ def start_desktop():
     os.environ.update(HOME=str(SCRATCH / "home"), XDG_RUNTIME_DIR=str(SCRATCH / "runtime"), LC_ALL="C.UTF-8",
                       GTK_MODULES="gail:atk-bridge", GIO_USE_VFS="local", GSETTINGS_BACKEND="memory")
     os.environ["DISPLAY"] = ":" + first_line(
-        ["Xvfb", "-displayfd", "{}", "-screen", "0", "1600x1200x24", "-nolisten", "tcp"])
+        ["Xvfb", "-displayfd", "{}", "-screen", "0", "1600x1200x24", "-nolisten", "tcp", "-noreset"])
     os.environ["DBUS_SESSION_BUS_ADDRESS"] = first_line(
         ["dbus-daemon", "--session", "--nofork", "--print-address={}"])
     start(["openbox"])
@@ -75,10 +75,12 @@ import gi  # noqa: E402 (reads the environment)
 gi.require_version("Atspi", "2.0")
 from gi.repository import Atspi, GLib  # noqa: E402
 from Xlib import X, display  # noqa: E402
+from Xlib.ext import xfixes  # noqa: E402
 
 Atspi.init()
 Atspi.set_timeout(1000, 1000)
 DISPLAY = display.Display()
+DISPLAY.xfixes_query_version()
 
 
 def children(widget):
@@ -231,6 +233,9 @@ class WindowTest(unittest.TestCase):
         drawable = DISPLAY.create_resource_object("window", int(window)) if window else DISPLAY.screen().root
         data = drawable.get_image(x, y, width, height, X.ZPixmap, 0xffffffff).data
         return [(red, green, blue) for blue, green, red, _ in zip(*[iter(data)] * 4)]
+
+    def cursor(self):
+        return xfixes.get_cursor_image(DISPLAY, DISPLAY.screen().root).cursor_image
 
     def place(self, name):
         extents = Atspi.Component.get_extents(self.widget(name), Atspi.CoordType.SCREEN)

@@ -24,7 +24,8 @@ class Devices(WindowTest):
                 (["key", "Return", "Tab", "BackSpace", "Escape"], "\n\t\b\x1b", "\n\t\b\x1b"),
                 (["keydown", "1", "keydown", "shift", "keyup", "1", "keyup", "shift"], "1", "1"),
                 (["keydown", "b", "sleep", "0.9", "keyup", "b", "key", "c"], "bc", "bc"),
-                (["key", "ctrl+m", "key", "ctrl+m", "key", "x"], "x", "x")):
+                (["key", "ctrl+m", "key", "ctrl+m", "key", "x"], "x", "x"),
+                (["key", "ctrl+shift+m", "ctrl+q", "eacute"], "Mq\xe9", "Mq\xe9")):
             with self.subTest(keys=keys):
                 self.click("Reset")
                 self.wait_stopped(pc=0)
@@ -69,11 +70,27 @@ class Devices(WindowTest):
         self.activate("VGA")
         act(20, 400, "mousedown", 1)
         expect(20, 400, 128)
-        act(25, 405)  # the first motion after a press may not come through
         act(30, 410)
         expect(30, 410, 128)
         self.keys("mouseup", "1")
         expect(30, 410, 0)
+
+    def test_cursor_shows_whether_the_mouse_is_on(self):
+        self.launch()
+        self.activate("tovik")
+        self.keys("mousemove", "--window", self.id("VGA"), "100", "100")
+        plain = self.cursor()
+        self.activate("VGA")
+        wait_until(lambda: self.cursor() != plain)
+        for act, shown in (
+                (lambda: self.keys("key", "ctrl+m"), False), (lambda: self.activate("tovik"), False),
+                (lambda: self.activate("VGA"), False), (lambda: self.keys("key", "ctrl+alt+m"), True),
+                (lambda: self.activate("tovik"), False), (lambda: self.activate("VGA"), True),
+                (lambda: self.keys("key", "ctrl+m"), False), (lambda: self.keys("click", "8"), False),
+                (lambda: self.keys("key", "ctrl+m"), True), (lambda: self.keys("key", "ctrl+m"), False),
+                (lambda: self.keys("click", "1"), True)):
+            act()
+            wait_until(lambda: (self.cursor() != plain) == shown)
 
     def test_picture(self):
         self.load("draw.k")

@@ -1,6 +1,7 @@
 """File choosers, and files that cannot be read or written."""
 
 import os
+import struct
 import unittest
 
 from harness import WindowTest, wait_until
@@ -21,13 +22,23 @@ class Files(WindowTest):
         self.assertEqual("Choose assembly file", self.label("Choose assembly file"))
         self.assertEqual([], list(self.folder.glob("*.mif")) + list(self.folder.glob("*.dat")))
 
-    def test_image_that_vanished(self):
-        self.launch("lab.k")
+    def test_source_with_another_ending(self):
+        (self.folder / "notes.txt").touch()
+        self.launch()
+        self.click("Choose assembly file")
+        self.choose("Choose assembly file", self.folder / "notes.txt")
+        self.assertEqual(f"unexpected error: {self.folder}/notes.txt doesn't end in .k", self.answer())
+        self.assert_exits(1)
+
+    def test_source_whose_name_is_not_text(self):
+        name = os.fsencode(self.folder) + b"/x\xe9.k"
+        with open(name, "w") as source:
+            source.write(" halt\n")
+        self.launch(name)
+        self.click(f"{self.folder}/x\xe9.k")
+        self.choose("Choose assembly file", None)
         self.click("Assemble")
-        wait_until(lambda: (self.folder / "lab.labels").exists())
-        (self.folder / "lab.mif").unlink()
-        self.click("Load")
-        self.assertEqual(f"Can't open {self.folder}/lab.mif", self.answer())
+        wait_until(lambda: os.path.exists(name.replace(b".k", b".mif")))
 
     def test_source_that_is_not_text(self):
         (self.folder / "bytes.k").write_bytes(b" h\xe9 %s 1\n")
@@ -39,26 +50,38 @@ class Files(WindowTest):
     def test_save(self):
         (self.folder / "full.dat").symlink_to("/dev/full")
         (self.folder / "locked").mkdir(mode=0o555)
+        os.mkfifo(self.folder / "pipe.dat")
         self.launch(prefix=PREFIX)
         for name, replace, error in (
                 ("picture", False, "filename must end in .dat"), ("x.DAT", False, "filename must end in .dat"),
                 ("full.dat", True, "Can't write file {}: No space left on device"),
+                ("pipe.dat", True, "Can't open file {}: No such device or address"),
                 ("locked/x.dat", False, "Can't open file {}: Permission denied"),
-                ("x.dat", False, None), ("x.dat", True, None)):
+                ("x.dat", False, None), ("x.dat", True, None), ("x.dat", None, None)):
             with self.subTest(name=name, replace=replace):
                 self.click("Save VGA")
                 path = self.folder / name
                 self.choose("Choose VGA .dat file", path)
+                if replace is not False and error is None:
+                    path.write_bytes(b"old")
+                if replace is None:  # second thoughts
+                    self.answer("Cancel")
+                    self.answer("Cancel", "Choose VGA .dat file")
+                    self.assertEqual(b"old", path.read_bytes())
+                    continue
                 if replace:
-                    if error is None:
-                        path.write_bytes(b"old")
                     self.answer("Replace")
                 if error is None:
                     wait_until(lambda: path.exists() and path.stat().st_size == 2097152)
+                    colors = struct.unpack("<640H", path.read_bytes()[:1280])
+                    self.activate("VGA")
+                    wait_until(lambda: self.pixels(self.id("VGA"), 0, 0, 640) == [
+                        tuple((color >> shift & 31) << 3 | (color >> shift & 31) >> 2 for shift in (10, 5, 0))
+                        for color in colors])
                 else:
                     self.assertEqual(error.format(path), self.answer())
                 wait_until(lambda: set(self.frames()) == {"tovik", "VGA", "K24 memory"})
-        self.assertEqual(["full.dat", "x.dat"], sorted(path.name for path in self.folder.rglob("*.[dD][aA][tT]")))
+        self.assertEqual(["full.dat", "pipe.dat", "x.dat"], sorted(path.name for path in self.folder.rglob("*.[dD][aA][tT]")))
 
 
 if __name__ == "__main__":

@@ -1,6 +1,6 @@
 """A lab session, run control, the memory view, and how the program ends."""
 
-import time
+import re
 import unittest
 
 from harness import WindowTest, wait_until
@@ -104,13 +104,39 @@ class Session(WindowTest):
     def test_fault(self):
         self.load("fault.k")
         self.wait_stopped("Running")
+        self.keys("windowmove", self.id("VGA"), "1000", "750")  # where no dialog hides it
         self.click_at("SW 0")
-        self.assertEqual("error at PC 4\ndivision by zero", self.answer())
-        self.wait_stopped(pc=4)
-        self.assertEqual("Run ", self.label("Run "))
-        self.click("Run ")
-        self.assertEqual("error at PC 4\ndivision by zero", self.answer())
-        self.wait_stopped(pc=4)
+        self.dialog()
+        self.wait_text("HEX3-HEX0 digits", "004b")
+        self.wait_text("LCD text", "K" + BLANK_LCD[1:])
+        wait_until(lambda: self.lit("LED_RED 0"))
+        wait_until(lambda: self.pixels(self.id("VGA"), 0, 0) == [(255, 255, 255)])
+        for _ in range(2):
+            self.assertEqual("error at PC 32\ndivision by zero", self.answer())
+            self.wait_stopped(pc=32)
+            self.assertEqual("Run ", self.label("Run "))
+            self.click("Run ")
+
+    def test_load_while_running(self):
+        self.load("loop.k")
+        (self.folder / "loop.mif").rename(self.folder / "kept.mif")
+        wait_until(lambda: re.match("[1-9][0-9]* sec$", self.text("Time")))
+        self.click("Load")
+        self.assertEqual(f"Can't open {self.folder}/loop.mif", self.answer())
+        self.wait_stopped("Running")
+        (self.folder / "kept.mif").rename(self.folder / "loop.mif")
+        self.click("Load")
+        self.wait_stopped(pc=0)
+        self.assertEqual(("Run ", "0 sec"), (self.label("Run "), self.text("Time")))
+
+    def test_images_of_other_lengths(self):
+        self.launch("data.k")
+        for length in (3000, 5, 6):
+            (self.folder / "data.k").write_text(" .data -7\n" * length)
+            self.click("Assemble")
+            self.click("Load")
+            wait_until(lambda: self.memory_text() == table_of([-7] * length + [0] * (16384 - length)))
+            self.assertEqual([(a, 11) for a in range(length)], self.red_words())
 
     def test_without_the_other_windows(self):
         self.load("draw.k", run=False)
@@ -136,9 +162,10 @@ class StartAndEnd(WindowTest):
         for arguments, variables, shown in (
                 (["lab.k"], {}, f"{self.folder}/lab.k"), (["lab.k"], {"PWD": "/else"}, "/else/lab.k"),
                 (["/no/such.k", "lab.k"], {}, "/no/such.k"), (["lab.txt"], {}, None), (["-a"], {}, None),
-                (["--sync", "x.k"], {}, f"{self.folder}/x.k")):
-            with self.subTest(arguments=arguments):
-                self.launch(*arguments, **variables)
+                (["--sync", "x.k"], {}, f"{self.folder}/x.k"), (["lab.k"], None, None)):
+            with self.subTest(arguments=arguments, variables=variables):
+                prefix = ["env", "-u", "PWD"] if variables is None else []
+                self.launch(*arguments, prefix=prefix, **variables or {})
                 self.assertTrue(self.has(shown or "Choose assembly file"))
                 self.end()
                 self.doCleanups()

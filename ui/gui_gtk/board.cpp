@@ -16,6 +16,8 @@ GtkWidget* vga_draw = nullptr;
 namespace {
 
 constexpr int LAMP_SIZE = 10;
+// A rectangle's outline reaches one pixel beyond the filled one.
+constexpr int OUTLINE_SIZE = LAMP_SIZE + 1;
 constexpr guint16 LAMP_GREY = 0x6d60;
 
 GtkWidget* sw_draw[SWITCHES];
@@ -75,7 +77,7 @@ GtkWidget* new_lamp(int number) {
 template <size_t count> void flush_lamps(std::bitset<count>& changed, GtkWidget* const (&lamps)[count]) {
     for (size_t i = 0; i < count && changed.any(); ++i) {
         if (changed[i]) {
-            gtk_widget_queue_draw_area(lamps[i], 1, 1, LAMP_SIZE, LAMP_SIZE);
+            gtk_widget_queue_draw_area(lamps[i], 1, 1, OUTLINE_SIZE, OUTLINE_SIZE);
         }
     }
     changed.reset();
@@ -177,13 +179,13 @@ void build_vga_window() {
     GtkWidget* const window = gtk_window_new(GTK_WINDOW_TOPLEVEL);
     gtk_window_set_title(GTK_WINDOW(window), "VGA");
     gtk_window_set_resizable(GTK_WINDOW(window), FALSE);
-    connect_input(window);
     g_signal_connect(window, "destroy", G_CALLBACK(sig_destroy), &vga_draw);
     vga_draw = gtk_drawing_area_new();
     gtk_widget_set_size_request(vga_draw, VGA_WIDTH, VGA_HEIGHT);
     // Every expose covers its whole area with the pixmap: a background and a second buffer would only cost.
     gtk_widget_set_app_paintable(vga_draw, TRUE);
     gtk_widget_set_double_buffered(vga_draw, FALSE);
+    connect_input(window, vga_draw);
     atk_object_set_name(gtk_widget_get_accessible(vga_draw), "VGA screen");
     g_signal_connect(vga_draw, "expose_event", G_CALLBACK(vga_expose), nullptr);
     active_cursor = gdk_cursor_new(GDK_STAR);

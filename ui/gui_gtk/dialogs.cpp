@@ -6,35 +6,61 @@
 
 #include "ui/gui.h"
 #include "ui/gui_gtk/text.h"
+#include "ui/gui_gtk/windows.h"
 
 namespace {
 
-// Selects the file if it exists; otherwise its folder, and its name to save under.
+// More than anyone reads; the toolkit needs minutes for the megabytes that a source may have on one line.
+constexpr size_t LONGEST_MESSAGE = 4000;
+
+// Selects the file if it exists; otherwise its folder, and its name to save under. Of a name that the
+// chooser's field could not give back, since it is not UTF-8, only the folder.
 void preselect(GtkFileChooser* chooser, bool save, const std::string& filename) {
-    if (!save || g_file_test(filename.c_str(), G_FILE_TEST_EXISTS) != FALSE) {
+    const bool is_utf8 = g_utf8_validate(filename.c_str(), -1, nullptr) != FALSE;
+    if (is_utf8 && (!save || g_file_test(filename.c_str(), G_FILE_TEST_EXISTS) != FALSE)) {
         gtk_file_chooser_set_filename(chooser, filename.c_str());
         return;
     }
     gchar* const folder = g_path_get_dirname(filename.c_str());
-    gchar* const name = g_filename_display_basename(filename.c_str());
     gtk_file_chooser_set_current_folder(chooser, folder);
-    gtk_file_chooser_set_current_name(chooser, name);
-    g_free(name);
     g_free(folder);
+    if (save && is_utf8) {
+        gchar* const name = g_path_get_basename(filename.c_str());
+        gtk_file_chooser_set_current_name(chooser, name);
+        g_free(name);
+    }
+}
+
+// A path is one word, and may be wider than the screen. A hyphen where it is broken would look like a part of
+// it.
+void break_long_words(GtkMessageDialog* dialog) {
+    GList* const labels =
+        gtk_container_get_children(GTK_CONTAINER(gtk_message_dialog_get_message_area(dialog)));
+    PangoAttrList* const attributes = pango_attr_list_new();
+    pango_attr_list_insert(attributes, pango_attr_insert_hyphens_new(FALSE));
+    for (const GList* item = labels; item != nullptr; item = item->next) {
+        gtk_label_set_line_wrap_mode(GTK_LABEL(item->data), PANGO_WRAP_WORD_CHAR);
+        gtk_label_set_attributes(GTK_LABEL(item->data), attributes);
+    }
+    pango_attr_list_unref(attributes);
+    g_list_free(labels);
 }
 
 } // namespace
 
 void gui_message(std::string text, bool error) {
-    GtkWidget* const dialog = gtk_message_dialog_new(nullptr, GTK_DIALOG_DESTROY_WITH_PARENT,
-                                                     error ? GTK_MESSAGE_ERROR : GTK_MESSAGE_INFO,
-                                                     GTK_BUTTONS_OK, "%s", show_text(text).c_str());
+    flush_display();
+    GtkWidget* const dialog = gtk_message_dialog_new(
+        nullptr, GTK_DIALOG_DESTROY_WITH_PARENT, error ? GTK_MESSAGE_ERROR : GTK_MESSAGE_INFO, GTK_BUTTONS_OK,
+        "%s", shorten(show_text(text), LONGEST_MESSAGE).c_str());
+    break_long_words(GTK_MESSAGE_DIALOG(dialog));
     gtk_dialog_run(GTK_DIALOG(dialog));
     gtk_widget_destroy(dialog);
 }
 
 bool gui_choosefile(bool save, std::string title, std::string /*filter_name*/, std::string extension,
                     std::string& filename) {
+    flush_display();
     GtkWidget* const dialog = gtk_file_chooser_dialog_new(
         title.c_str(), nullptr, save ? GTK_FILE_CHOOSER_ACTION_SAVE : GTK_FILE_CHOOSER_ACTION_OPEN,
         GTK_STOCK_CANCEL, GTK_RESPONSE_CANCEL, save ? GTK_STOCK_SAVE : GTK_STOCK_OPEN, GTK_RESPONSE_ACCEPT,

@@ -2,7 +2,7 @@
 //
 // Nothing is drawn when a device asks for it. The drawing functions note what changed, and the pump hands it
 // to the toolkit when the run loop looks at the window, once in a hundred thousand instructions or when it
-// stops.
+// stops. Dialogs, which have loops of their own, hand it over first.
 
 #include <cassert>
 #include <cstdlib>
@@ -11,14 +11,10 @@
 #include "ui/gui_gtk/windows.h"
 #include "ui/screen.h"
 
-namespace {
-
 void flush_display() {
     flush_labels();
     flush_board();
 }
-
-} // namespace
 
 void gui_setup(int argc, char** argv) {
     gtk_init(&argc, &argv);

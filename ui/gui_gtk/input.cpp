@@ -90,10 +90,14 @@ gboolean gui_sw_handler(GtkWidget* /*widget*/, GdkEventButton* event, gpointer n
     return FALSE;
 }
 
-void connect_input(GtkWidget* vga_window) {
-    gtk_widget_add_events(vga_window, GDK_POINTER_MOTION_MASK | GDK_BUTTON_PRESS_MASK |
-                                          GDK_BUTTON_RELEASE_MASK | GDK_KEY_PRESS_MASK |
-                                          GDK_KEY_RELEASE_MASK | GDK_FOCUS_CHANGE_MASK);
+void connect_input(GtkWidget* vga_window, GtkWidget* area) {
+    constexpr gint pointer = GDK_POINTER_MOTION_MASK | GDK_BUTTON_PRESS_MASK | GDK_BUTTON_RELEASE_MASK;
+    gtk_widget_add_events(vga_window,
+                          pointer | GDK_KEY_PRESS_MASK | GDK_KEY_RELEASE_MASK | GDK_FOCUS_CHANGE_MASK);
+    // What the area gets goes on to the window. If only the window asked for it, a press would move the
+    // pointer from the area to the window, and the toolkit would report the first motion after it as that
+    // move.
+    gtk_widget_add_events(area, pointer);
     g_signal_connect(vga_window, "key_press_event", G_CALLBACK(gui_ps2_press_handler), nullptr);
     g_signal_connect(vga_window, "key_release_event", G_CALLBACK(gui_ps2_release_handler), nullptr);
     g_signal_connect(vga_window, "button_press_event", G_CALLBACK(gui_mouse_press_handler), nullptr);

@@ -41,7 +41,7 @@ GtkWidget* breakpoint_text;
 GtkWidget* watchpoint_text;
 
 // The bytes of the file's name, which the button may have to show in another way.
-std::string assemble_file = "Choose assembly file";
+std::string assemble_file;
 
 void set_label(shown_label_t& label, std::string text) {
     label.text = std::move(text);
@@ -99,7 +99,8 @@ void add_check_button(GtkWidget* row, const char* label) {
 GtkWidget* assemble_row() {
     GtkWidget* const row = gtk_hbox_new(FALSE, 0);
     add_button(row, "Assemble", FALSE, debug_assemble);
-    assemble_file_button = add_button(row, assemble_file.c_str(), TRUE, debug_assemble_choose);
+    assemble_file_button = add_button(row, "", TRUE, debug_assemble_choose);
+    gui_assemble_file_set("Choose assembly file");
     return row;
 }
 
@@ -244,6 +245,9 @@ std::string gui_assemble_file_get() { return assemble_file; }
 
 void gui_assemble_file_set(std::string text) {
     gtk_button_set_label(GTK_BUTTON(assemble_file_button), show_text(text).c_str());
+    // Of a long path the end, in the room that the window has.
+    GtkWidget* const label = gtk_bin_get_child(GTK_BIN(assemble_file_button));
+    gtk_label_set_ellipsize(GTK_LABEL(label), PANGO_ELLIPSIZE_START);
     assemble_file = std::move(text);
 }
 

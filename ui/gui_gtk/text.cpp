@@ -8,9 +8,6 @@ namespace {
 
 constexpr char NULL_SHOWN_AS = 127;
 
-// More than anyone reads; the toolkit needs minutes for the megabytes that a source may have on one line.
-constexpr size_t LONGEST_TEXT = 4000;
-
 void append_latin1(std::string& shown, char byte) {
     const auto code = static_cast<unsigned char>(byte);
     if (code < 0x80) {
@@ -37,11 +34,6 @@ std::string show_bytes(std::string_view bytes) {
 }
 
 std::string show_text(std::string_view text) {
-    if (text.size() > LONGEST_TEXT) {
-        const std::string_view beginning = text.substr(0, LONGEST_TEXT / 2);
-        const std::string_view end = text.substr(text.size() - LONGEST_TEXT / 2);
-        return show_text(beginning) + "\n[...]\n" + show_text(end);
-    }
     const std::string bytes = replace_null(std::string(text));
     std::string shown;
     const char* rest = bytes.data();
@@ -56,4 +48,22 @@ std::string show_text(std::string_view text) {
         }
     }
     return shown;
+}
+
+std::string shorten(const std::string& text, size_t most) {
+    const auto is_inside_character = [&text](size_t at) {
+        return (static_cast<unsigned char>(text[at]) & 0xc0) == 0x80;
+    };
+    if (text.size() <= most) {
+        return text;
+    }
+    size_t beginning = most / 2;
+    size_t end = text.size() - most / 2;
+    while (is_inside_character(beginning)) {
+        --beginning;
+    }
+    while (is_inside_character(end)) {
+        ++end;
+    }
+    return text.substr(0, beginning) + "\n[...]\n" + text.substr(end);
 }

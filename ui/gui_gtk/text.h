@@ -8,9 +8,11 @@
 // Each byte as the Latin-1 character of that number; NUL as character 127.
 std::string show_bytes(std::string_view bytes);
 
-// Valid UTF-8 as it is, any other byte as the Latin-1 character of that number; NUL as character 127. A text
-// too long for a dialog keeps its beginning and its end.
+// Valid UTF-8 as it is, any other byte as the Latin-1 character of that number; NUL as character 127.
 std::string show_text(std::string_view text);
+
+// A text of UTF-8 of more bytes than that keeps its beginning and its end, without cutting a character.
+std::string shorten(const std::string& text, size_t most);
 
 // Every NUL replaced by character 127.
 std::string replace_null(std::string text);

@@ -27,12 +27,13 @@ GtkWidget* new_green_led(int i);
 GtkWidget* new_red_led(int i);
 GtkWidget* new_switch(int i);
 
-// Connects the keyboard and the pointer to the VGA window.
-void connect_input(GtkWidget* vga_window);
+// Connects the keyboard and the pointer to the VGA window and the drawing area that fills it.
+void connect_input(GtkWidget* vga_window, GtkWidget* area);
 
 // The "button_press_event" of a switch; the user data is its number.
 gboolean gui_sw_handler(GtkWidget* widget, GdkEventButton* event, gpointer number);
 
-// Hand what changed since the last call to the toolkit.
+// Hand what changed since the last call to the toolkit: all of it, or the part that a file shows.
+void flush_display();
 void flush_labels();
 void flush_board();
