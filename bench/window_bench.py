@@ -110,7 +110,7 @@ def main():
     for program in ("loop.k", "plot.k", "fill.k"):
         print(f"Stop {program:10} {median(fresh(stop, program) for _ in range(ROUNDS)) * 1000:6.1f} ms")
     for program in ("plot.k", "fill.k", "displays.k"):
-        pairs = [(fresh(drawing, program, True), fresh(drawing, program, False)) for _ in range(3)]
+        pairs = [(fresh(drawing, program, True), fresh(drawing, program, False)) for _ in range(ROUNDS)]
         speed = median(closed / opened for opened, closed in pairs)
         print(f"{program:15} {speed * 100:6.0f} % of the speed with the VGA window closed")
     print(f"stopped         {fresh(stopped) * 1000:6.0f} ms of processor time in 10 s")
