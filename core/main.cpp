@@ -10,6 +10,7 @@
 #include "core/memory.h"
 #include "core/simulate.h"
 #include "devices/ledswitchtimer.h"
+#include "devices/sdram.h"
 #include "devices/vga.h"
 #include "ui/gui.h"
 
@@ -43,6 +44,7 @@ int main(int argc, char** argv, char** envp) {
     gui_setup(argc, argv);
     clear_memory();
     clear_vga();
+    clear_sdram();
     reset_machine();
     reset_sw();
     simulate_init();

@@ -19,6 +19,8 @@
 #include "devices/ledswitchtimer.h"
 #include "devices/mouse.h"
 #include "devices/ps2.h"
+#include "devices/sd.h"
+#include "devices/sdram.h"
 #include "devices/touch.h"
 #include "devices/vga.h"
 #include "ui/gui.h"
@@ -267,10 +269,12 @@ void reset_machine() {
     reset_hex30();
     reset_hex74();
     reset_lcd();
+    reset_sdram();
     reset_vga();
     reset_ps2();
     reset_mouse();
     reset_touch();
+    reset_sd();
     print_machine();
 }
 

@@ -11,6 +11,8 @@
 #include "devices/ledswitchtimer.h"
 #include "devices/mouse.h"
 #include "devices/ps2.h"
+#include "devices/sd.h"
+#include "devices/sdram.h"
 #include "devices/touch.h"
 #include "devices/vga.h"
 
@@ -49,12 +51,12 @@ constexpr block_t ADDRESS_MAP[] = {
     {0x05, 0x05, reading<io_timer>},     // timer
     {0x10, 0x14, io_lcd},                // LCD
     {0x20, 0x23, io_ps2},                // PS/2 keyboard
-    {0x30, 0x35, io_absent},             // SDRAM controller
+    {0x30, 0x35, io_sdram},              // SDRAM controller
     {0x40, 0x42, io_absent},             // speaker
     {0x50, 0x52, io_absent},             // microphone
     {0x60, 0x68, io_vga},                // VGA controller
     {0x70, 0x76, io_mouse},              // mouse
-    {0x80, 0x85, io_absent},             // SD card
+    {0x80, 0x85, io_sd},                 // SD card
     {0x90, 0x92, io_absent},             // serial receive
     {0xa0, 0xa2, io_absent},             // serial send
     {0xb0, 0xb5, io_absent},             // camera

@@ -18,13 +18,15 @@
 #include "devices/vga.h"
 
 #include <algorithm>
+#include <iterator>
+#include <span>
 #include <string>
 #include <string_view>
 
-#include "core/files.h"
 #include "core/machine.h"
 #include "core/noise.h"
 #include "devices/io.h"
+#include "devices/save.h"
 #include "ui/gui.h"
 
 namespace {
@@ -121,17 +123,9 @@ void write_port(int32_t address, int32_t data) {
     }
 }
 
-// The video memory as it is saved.
-std::string vga_bytes() {
-    std::string bytes;
-    bytes.reserve(sizeof machine.vga_ram);
-    for (const auto& row : machine.vga_ram) {
-        for (const uint16_t word : row) {
-            bytes += static_cast<char>(word & 0xff);
-            bytes += static_cast<char>(word >> 8);
-        }
-    }
-    return bytes;
+std::string_view vga_bytes() {
+    return bytes_of(std::span<const uint16_t>(machine.vga_ram[0],
+                                              std::size(machine.vga_ram) * std::size(machine.vga_ram[0])));
 }
 
 } // namespace
@@ -175,16 +169,4 @@ void clear_vga() {
     vga_refresh(0, 0, VGA_WIDTH, VGA_HEIGHT);
 }
 
-void save_vga() {
-    if (!gui_choosefile(true, "Choose VGA .dat file", "data file", "dat", vga_filename)) {
-        return;
-    }
-    try {
-        if (!vga_filename.ends_with(".dat")) {
-            throw tovik_error("filename must end in .dat");
-        }
-        save_file(vga_filename, vga_bytes());
-    } catch (const tovik_error& error) {
-        gui_message(error.message, true);
-    }
-}
+void save_vga() { save_chosen({"Choose VGA .dat file", "data file", "dat"}, vga_filename, vga_bytes); }

@@ -2,16 +2,22 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "core/machine.h"
+#include "core/noise.h"
 #include "core/simulate.h"
 #include "devices/io.h"
 #include "devices/ledswitchtimer.h"
 #include "devices/mouse.h"
 #include "devices/ps2.h"
+#include "devices/sdram.h"
 #include "tests/support/gui_recording.h"
 
 namespace {
@@ -86,6 +92,12 @@ TEST_F(Devices, RefuseWhatTheyDoNotHave) {
         {READ, 0xe0, "unsupported operation on address 0x800000e0"},
         {READ, 0xe2, "verify that response is 1 before reading response parameters"},
         {READ, 0x30, "unsupported operation on address 0x80000030"},
+        {READ, 0x34, "unsupported operation on address 0x80000034"},
+        {WRITE, 0x35, "unsupported operation on address 0x80000035"},
+        {READ, 0x35, "verify that response is 1 before reading response parameters"},
+        {READ, 0x84, "unsupported operation on address 0x80000084"},
+        {WRITE, 0x81, "unsupported operation on address 0x80000081"},
+        {READ, 0x85, "verify that response is 1 before reading response parameters"},
         {READ, 0xf2, ""},
         {WRITE, 0xf3, ""},
         {READ, 0xf4, "illegal address -2147483404\n"},
@@ -345,6 +357,75 @@ TEST_F(Devices, VgaFillsItsMemoryAndReadsItBack) {
     io(WRITE, IO_BASE + 0x60, 0);
     EXPECT_EQ(read(0, 0), 1);
     machine.instr_count = 0;
+}
+
+TEST_F(Devices, SdramMovesAWordACommand) {
+    expect({
+        {WRITE, 0x32, 3, 0, {}},          // write
+        {WRITE, 0x33, 0x7fffffff, 0, {}}, // the last word
+        {WRITE, 0x34, -5, 0, {}},
+        {WRITE, 0x30, 1, 0, {}},
+        {WRITE, 0x34, -5, 0, {}},
+    });
+    EXPECT_EQ(machine.sdram_address, 0x1ffffff);
+    EXPECT_EQ(fault_of(WRITE, 0x34), "shouldn't change command parameters when command is 1");
+    expect({
+        {READ, 0x31, 0, 1, {}},
+        {WRITE, 0x30, 2, 0, {}},
+        {READ, 0x31, 0, 0, {}},
+        {WRITE, 0x32, 0, 0, {}},
+        {WRITE, 0x30, 1, 0, {}},
+    });
+    EXPECT_EQ(fault_of(READ, 0x35), "verify that response is 1 before reading response parameters");
+    machine.sdram_ram[0x1ffffff] = 6;
+    expect({
+        {WRITE, 0x30, 1, 0, {}}, // no second access
+        {READ, 0x31, 0, 1, {}},
+        {READ, 0x35, 0, -5, {}},
+        {WRITE, 0x30, 0, 0, {}},
+    });
+    EXPECT_EQ(fault_of(READ, 0x35), "verify that response is 1 before reading response parameters");
+}
+
+int32_t read_sdram(int32_t address) {
+    io(WRITE, IO_BASE + 0x30, 0);
+    io(WRITE, IO_BASE + 0x32, 0);
+    io(WRITE, IO_BASE + 0x33, address);
+    io(WRITE, IO_BASE + 0x30, 1);
+    return machine.sdram_data_read;
+}
+
+TEST_F(Devices, SdramIsSavedWithItsNoise) {
+    const std::vector<int32_t> addresses = {0, 1, 1023, 1024, 1025, 20000000, 33554431};
+    std::vector<int32_t> noise;
+    for (const uint64_t seed : {2, 1}) {
+        noise_seed = seed;
+        clear_sdram();
+        noise.push_back(read_sdram(1024));
+    }
+    EXPECT_NE(noise[0], noise[1]);
+    noise.clear();
+    std::ranges::transform(addresses, std::back_inserter(noise), read_sdram);
+
+    clear_sdram(); // what a word is does not depend on what was touched before it
+    const std::string name = testing::TempDir() + "saved.dat";
+    typed.chosen_file = "picture.DAT";
+    recording.calls.clear();
+    recording.at_message = [&] { typed.chosen_file = name; };
+    save_sdram();
+    const std::string asked = "save Choose SDRAM .dat file *.dat ";
+    EXPECT_EQ(recording.calls,
+              (std::vector<std::string>{asked, "error filename must end in .dat", asked + "picture.DAT"}));
+    typed.chosen_file.clear();
+    EXPECT_EQ(std::filesystem::file_size(name), 134217728U);
+    std::ifstream file(name, std::ios::binary);
+    for (size_t i = 0; i < addresses.size(); ++i) {
+        int32_t word = 0;
+        file.seekg(std::streamoff{addresses[i]} * 4);
+        file.read(reinterpret_cast<char*>(&word), sizeof word);
+        EXPECT_EQ(word, noise[i]) << addresses[i];
+    }
+    std::filesystem::remove(name);
 }
 
 TEST(Handshake, ChecksItsRules) {

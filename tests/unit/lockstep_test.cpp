@@ -17,6 +17,7 @@
 #include "core/memory.h"
 #include "core/reference.h"
 #include "core/simulate.h"
+#include "devices/sdram.h"
 #include "tests/support/gui_recording.h"
 #include "tests/support/record.h"
 
@@ -91,9 +92,9 @@ void make_tame(random_t& random) {
     const int32_t base = 4 * pick(random, 0, 3) + (one_in(random, 4) ? pick(random, 1, 3) : 0);
     const auto pick_operand = [&] {
         if (one_in(random, 40)) {
-            constexpr int32_t ports[] = {0x00, 0x01, 0x02, 0x03, 0x04, 0x05, 0x10, 0x11,
-                                         0x14, 0x20, 0x21, 0x60, 0x61, 0x62, 0x65, 0x66,
-                                         0x67, 0x68, 0x70, 0x71, 0xe0, 0xe1, 0xf0};
+            constexpr int32_t ports[] = {0x00, 0x01, 0x02, 0x03, 0x04, 0x05, 0x10, 0x11, 0x14, 0x20,
+                                         0x21, 0x30, 0x31, 0x32, 0x33, 0x34, 0x35, 0x60, 0x61, 0x62,
+                                         0x65, 0x66, 0x67, 0x68, 0x70, 0x71, 0x80, 0xe0, 0xe1, 0xf0};
             return INT32_MIN + ports[pick(random, 0, std::size(ports) - 1)];
         }
         return one_in(random, 20) ? base + pick(random, 0, 4 * instructions) : data + pick(random, 0, 63);
@@ -150,11 +151,13 @@ void compare_engines(void (*make_program)(random_t&)) {
             const uint64_t before = machine.instr_count;
             print_machine();
             start.take();
+            clear_sdram();
             const std::vector<std::string> shown = run_until_stop(reference_run);
             executed += machine.instr_count - before;
             const std::vector<uint64_t> looks = recording.looks;
             expected.take();
             start.put_back();
+            clear_sdram();
             print_machine(); // also what the devices remember of the last drawing is as it was
             EXPECT_EQ(run_until_stop(simulate_run), shown) << "seed " << seed << ", stop " << stop;
             EXPECT_EQ(recording.looks, looks) << "seed " << seed << ", stop " << stop;

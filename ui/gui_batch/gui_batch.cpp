@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <deque>
 #include <filesystem>
 #include <iostream>
 #include <limits>
+#include <map>
 #include <optional>
 #include <utility>
 
@@ -15,6 +17,7 @@
 #include "core/files.h"
 #include "core/machine.h"
 #include "core/simulate.h"
+#include "devices/sdram.h"
 #include "devices/vga.h"
 #include "ui/gui.h"
 #include "ui/gui_batch/picture.h"
@@ -27,8 +30,8 @@ struct batch_t {
     std::vector<event_t> events;
     size_t next_event;
     int report_descriptor;
-    std::vector<std::string> files;         // what the run reads and writes, but the report
-    std::optional<std::string> chosen_file; // the answer to the file chooser
+    std::vector<std::string> files;                         // what the run reads and writes, but the report
+    std::map<std::string, std::deque<std::string>> answers; // to file choosers, by their titles
     run_t run;
 };
 
@@ -37,7 +40,7 @@ batch_t batch = {.options = {},
                  .next_event = 0,
                  .report_descriptor = STDOUT_FILENO,
                  .files = {},
-                 .chosen_file = {},
+                 .answers = {},
                  .run = {}};
 
 bool limit_reached() {
@@ -106,12 +109,11 @@ int write_report() {
 }
 
 // The saves of the window's buttons show a failure in a dialog. Returns whether it went well.
-bool save(void (*button)(), const std::optional<std::string>& file) {
+bool save(void (*button)(), const std::string& title, const std::optional<std::string>& file) {
     const size_t dialogs = batch.run.messages.size();
     if (file) {
-        batch.chosen_file = file;
+        batch.answers[title] = {*file};
         button();
-        batch.chosen_file.reset();
     }
     return batch.run.messages.size() == dialogs;
 }
@@ -133,7 +135,8 @@ bool write_picture() {
     batch.run.reason = reason;
     std::cout.flush();
     bool written = write_picture();
-    written &= save(save_vga, batch.options.vga_file);
+    written &= save(save_vga, "Choose VGA .dat file", batch.options.vga_file);
+    written &= save(save_sdram, "Choose SDRAM .dat file", batch.options.sdram_file);
     const int error = write_report();
     if (error != 0) {
         written = false;
@@ -167,13 +170,27 @@ int open_output(const std::string& option, const std::string& file) {
     return descriptor;
 }
 
+// The card is written to, so what holds for outputs holds for it.
+void put_in_card(const std::string& file) {
+    const int descriptor = open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (descriptor < 0) {
+        usage_error(cant_open_text(file, errno));
+    }
+    close(descriptor);
+    check_output("--sd", file);
+    batch.answers["Choose SD card file"].push_back(file);
+}
+
 // What is written by its name later stays open until then: a reader of a pipe must not see its end before.
 void open_files() {
     const options_t& options = batch.options;
     const std::string base = options.program.substr(0, options.program.rfind('.'));
     batch.files = {base + ".k", base + ".mif", base + ".labels", options.script_file.value_or("")};
-    for (const auto& [option, file] :
-         {std::pair{"--png", options.png_file}, {"--save-vga", options.vga_file}}) {
+    std::ranges::for_each(options.sd_files, put_in_card);
+    batch.files.insert(batch.files.end(), options.sd_files.begin(), options.sd_files.end());
+    for (const auto& [option, file] : {std::pair{"--png", options.png_file},
+                                       {"--save-vga", options.vga_file},
+                                       {"--save-sdram", options.sdram_file}}) {
         if (file) {
             open_output(option, *file);
             // A device can take what several write.
@@ -269,12 +286,15 @@ void gui_hex74_set(std::string text) { batch.run.hex74 = std::move(text); }
 
 void gui_hex30_set(std::string text) { batch.run.hex30 = std::move(text); }
 
-bool gui_choosefile(bool /*save*/, std::string /*title*/, std::string /*filter_name*/,
-                    std::string /*extension*/, std::string& filename) {
-    if (batch.chosen_file) {
-        filename = *batch.chosen_file;
+bool gui_choosefile(bool /*save*/, std::string title, std::string /*filter_name*/, std::string /*extension*/,
+                    std::string& filename) {
+    std::deque<std::string>& answers = batch.answers[title];
+    if (answers.empty()) {
+        return false;
     }
-    return batch.chosen_file.has_value();
+    filename = answers.front();
+    answers.pop_front();
+    return true;
 }
 
 // What these would show, the report reads from the machine itself.

@@ -13,6 +13,7 @@
 #include "core/loader.h"
 #include "core/noise.h"
 #include "core/simulate.h"
+#include "devices/sdram.h"
 #include "devices/vga.h"
 #include "ui/gui_batch/gui_batch.h"
 #include "ui/gui_batch/labels.h"
@@ -84,6 +85,7 @@ int main(int argc, char** argv) {
     simulate_init();
     noise_seed = options.seed;
     clear_vga();
+    clear_sdram();
     const std::string base = options.program.substr(0, options.program.rfind('.'));
     check_image(base + ".mif", simulate_load(base + ".k"));
     run_batch(options, read_labels(base + ".labels"), std::move(events));

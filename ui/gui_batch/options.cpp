@@ -50,8 +50,8 @@ CLI::Validator report_check() {
 
 // Options of devices that this board does not have yet: known, but refused.
 void refuse_options_to_come(CLI::App& app) {
-    for (const std::string name : {"--sd", "--mic", "--camera", "--serial", "--save-sdram", "--save-speaker",
-                                   "--console", "--live-sound", "--live-camera"}) {
+    for (const std::string name :
+         {"--mic", "--camera", "--serial", "--save-speaker", "--console", "--live-sound", "--live-camera"}) {
         app.add_flag_callback(name, [name] { throw CLI::ValidationError(name, "not available yet"); })
             ->group("");
     }
@@ -97,6 +97,10 @@ options_t parse_options(int argc, char** argv) {
     app.add_option("--png", options.png_file, "a picture of the screen at the end");
     app.add_option("--save-vga", options.vga_file, "FILE.dat: the video memory at the end")
         ->check(ending_check(".dat"));
+    app.add_option("--save-sdram", options.sdram_file, "FILE.dat: the SDRAM at the end")
+        ->check(ending_check(".dat"));
+    app.add_option("--sd", options.sd_files, "the SD card; given again, the next one")
+        ->allow_extra_args(false);
     app.add_option("--seed", seed, "seed of the noise in the memories at the start")
         ->check(number_check(0, HIGHEST_COUNT));
     app.add_option("--memory", options.memory, "FIRST-LAST: words for the report; may be repeated")

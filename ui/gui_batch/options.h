@@ -19,7 +19,9 @@ struct options_t {
     std::vector<std::string> memory; // words for the report, as they were given
     std::optional<std::string> script_file;
     std::optional<std::string> png_file;
-    std::optional<std::string> vga_file; // ends in ".dat"
+    std::optional<std::string> vga_file;   // ends in ".dat"
+    std::optional<std::string> sdram_file; // ends in ".dat"
+    std::vector<std::string> sd_files;     // the cards put in, one after the other
     std::string report_format = "text";
     std::optional<std::string> report_file; // standard output otherwise
 };

@@ -10,6 +10,7 @@
 #include "core/debug.h"
 #include "core/simulate.h"
 #include "devices/ledswitchtimer.h"
+#include "devices/sdram.h"
 #include "devices/vga.h"
 #include "ui/gui.h"
 #include "ui/gui_gtk/text.h"
@@ -110,7 +111,7 @@ GtkWidget* command_row() {
     runstop_button = add_button(row, "Run ", TRUE, debug_runstop);
     add_button(row, "Reset", TRUE, reset_machine);
     add_button(row, "Save speaker", TRUE, nullptr);
-    add_button(row, "Save SDRAM", TRUE, nullptr);
+    add_button(row, "Save SDRAM", TRUE, save_sdram);
     add_button(row, "Save VGA", TRUE, save_vga);
     return row;
 }

@@ -1,0 +1,242 @@
+// SD card: a file of the user's, asked for at the first command. The device holds one block of 128 words; an
+// access to another block writes the old one back, if the program wrote to it, and loads the new one.
+//
+//   offset  register    access  bits   meaning
+//   0x80    command     write   0      0 to 1 starts the access
+//   0x81    response    read    0      1 when the access has completed
+//   0x82    write       write   31..0  0 reads the word, anything else writes it
+//   0x83    address     write   29..0  of the word
+//   0x84    data_write  write   31..0  the word to write
+//   0x85    data_read   read    31..0  the word that was read
+//
+// The card is busy for the time that a real card takes for a block: 3333 instructions to load one, 4666 to
+// write one back. An access to the block in the buffer is not busy.
+//
+// The file holds the words one after the other, low byte first, and nothing else. It grows by whole blocks
+// when one beyond its end is written back. A read is checked against the file, not against the buffer: a word
+// written beyond the end can be read once its block has been written back.
+//
+// Not modelled: the command protocol of a card, and that its size is fixed.
+
+#include "devices/sd.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cerrno>
+#include <iterator>
+#include <string>
+#include <utility>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "core/files.h"
+#include "core/machine.h"
+#include "core/noise.h"
+#include "devices/io.h"
+#include "ui/gui.h"
+
+namespace {
+
+constexpr int32_t COMMAND = 0x80;
+constexpr int32_t RESPONSE = 0x81;
+constexpr int32_t WRITE = 0x82;
+constexpr int32_t ADDRESS = 0x83;
+constexpr int32_t DATA_WRITE = 0x84;
+constexpr int32_t DATA_READ = 0x85;
+
+constexpr int32_t ADDRESS_MASK = 0x3fffffff;
+constexpr int32_t BLOCK_WORDS = std::size(decltype(machine.sd_buffer){});
+constexpr int32_t NO_BLOCK = -1;
+
+constexpr uint64_t LOAD_INSTRUCTIONS = 3333;
+constexpr uint64_t WRITE_BACK_INSTRUCTIONS = 4666;
+
+// The buffer's places of noise, apart from those of the memories.
+constexpr uint64_t NOISE_PLACE = uint64_t{2} << 32;
+
+static_assert(std::endian::native == std::endian::little); // the buffer has the bytes of the file
+
+// The file behind the card.
+std::string sd_filename;
+int sd_file = -1;        // its descriptor, -1 while none is open
+int64_t sd_filesize = 0; // bytes
+
+void close_file() {
+    if (sd_file >= 0) {
+        close(std::exchange(sd_file, -1));
+    }
+}
+
+void open_file() {
+    if (!gui_choosefile(false, "Choose SD card file", "SD card file", "", sd_filename)) {
+        throw tovik_error("user cancelled SD card operation");
+    }
+    sd_file = open(sd_filename.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK);
+    const int64_t size = sd_file < 0 ? -1 : lseek(sd_file, 0, SEEK_END);
+    if (size >= 0) {
+        sd_filesize = size;
+        // A block from before has nothing of this file, and must not be written over it.
+        machine.sd_buffer_valid = false;
+        machine.sd_buffer_dirty = false;
+        return;
+    }
+    const std::string reason = system_error_text(errno);
+    close_file();
+    gui_message("Can't open file " + sd_filename + ": " + reason, true);
+}
+
+// Moves all of the bytes with pread or pwrite. Returns 0 or an errno; a file that ends too early is an input
+// error.
+template <typename transfer_t>
+int transfer_all(transfer_t transfer, char* bytes, int64_t count, int64_t offset) {
+    while (count > 0) {
+        const ssize_t done = transfer(sd_file, bytes, static_cast<size_t>(count), offset);
+        if (done == 0) {
+            return EIO;
+        }
+        if (done < 0 && errno != EINTR) {
+            return errno;
+        }
+        const int64_t moved = std::max<int64_t>(done, 0);
+        bytes += moved;
+        offset += moved;
+        count -= moved;
+    }
+    return 0;
+}
+
+int64_t byte_offset(int64_t word_address) { return word_address * int64_t{sizeof(int32_t)}; }
+
+void write_back() {
+    const int64_t offset = byte_offset(machine.sd_buffer_address);
+    auto* const bytes = reinterpret_cast<char*>(machine.sd_buffer);
+    if (const int error = transfer_all(pwrite, bytes, sizeof machine.sd_buffer, offset); error != 0) {
+        throw tovik_error("Can't write SD card file " + sd_filename + ": " + system_error_text(error));
+    }
+    sd_filesize = std::max(sd_filesize, offset + int64_t{sizeof machine.sd_buffer});
+}
+
+// What lies beyond the end of the file is 0.
+void load(int32_t first_word) {
+    const int64_t offset = byte_offset(first_word);
+    std::array<int32_t, BLOCK_WORDS> block{};
+    const int64_t count = std::clamp<int64_t>(sd_filesize - offset, 0, sizeof block);
+    if (sd_file >= 0) {
+        auto* const bytes = reinterpret_cast<char*>(block.data());
+        if (const int error = transfer_all(pread, bytes, count, offset); error != 0) {
+            throw tovik_error("Can't read SD card file " + sd_filename + ": " + system_error_text(error));
+        }
+    }
+    std::ranges::copy(block, machine.sd_buffer);
+    machine.sd_buffer_address = first_word;
+}
+
+// Brings the block of the address into the buffer. A block that could not be written back or replaced stays
+// there as it is, and no time has passed.
+void change_block(int32_t address) {
+    const int32_t first_word = address - address % BLOCK_WORDS;
+    if (machine.sd_buffer_valid && machine.sd_buffer_address == first_word) {
+        return;
+    }
+    if (machine.sd_buffer_dirty) {
+        write_back();
+    }
+    load(first_word);
+    machine.sd_response_instr += LOAD_INSTRUCTIONS + (machine.sd_buffer_dirty ? WRITE_BACK_INSTRUCTIONS : 0);
+    machine.sd_buffer_valid = true;
+    machine.sd_buffer_dirty = false;
+}
+
+void carry_out() {
+    const int32_t address = machine.sd_address;
+    int32_t& word = machine.sd_buffer[address % BLOCK_WORDS];
+    if (machine.sd_write != 0) {
+        word = machine.sd_data_write;
+        machine.sd_buffer_dirty = true;
+    } else if (sd_file >= 0 && byte_offset(int64_t{address} + 1) <= sd_filesize) {
+        machine.sd_data_read = word;
+    } else {
+        throw tovik_error("Tried to read beyond the end of SD card file (address " + std::to_string(address) +
+                          ")");
+    }
+}
+
+void write_command(int32_t command) {
+    if (machine.sd_command == 0 && command == 1) {
+        // A command that comes too early is not taken at all.
+        if (machine.instr_count < machine.sd_response_instr) {
+            return;
+        }
+        if (sd_file < 0) {
+            open_file();
+        }
+        machine.sd_response_instr = machine.instr_count;
+        change_block(machine.sd_address);
+        carry_out();
+    }
+    machine.sd_command = command;
+    if (command == 0) {
+        machine.sd_response = 0;
+    }
+}
+
+void write_port(int32_t address, int32_t data) {
+    switch (io_offset(address)) {
+    case COMMAND:
+        write_command(data & 1);
+        break;
+    case WRITE:
+        update_port(machine.sd_write, data, machine.sd_command);
+        break;
+    case ADDRESS:
+        update_port(machine.sd_address, data & ADDRESS_MASK, machine.sd_command);
+        break;
+    case DATA_WRITE:
+        update_port(machine.sd_data_write, data, machine.sd_command);
+        break;
+    default:
+        io_unsupported(address);
+    }
+}
+
+int32_t read_response() {
+    const bool completed = machine.sd_command == 1 && machine.instr_count >= machine.sd_response_instr;
+    machine.sd_response = completed ? 1 : 0;
+    return machine.sd_response;
+}
+
+} // namespace
+
+int32_t io_sd(bool write, int32_t address, int32_t data) {
+    if (write) {
+        write_port(address, data);
+        return 0;
+    }
+    switch (io_offset(address)) {
+    case RESPONSE:
+        return read_response();
+    case DATA_READ:
+        check_response(machine.sd_response);
+        return machine.sd_data_read;
+    default:
+        io_unsupported(address);
+    }
+}
+
+void reset_sd() {
+    machine.sd_command = 0;
+    machine.sd_response = 0;
+    machine.sd_address = 0;
+    machine.sd_data_read = 0;
+    machine.sd_response_instr = 0;
+    uint64_t place = NOISE_PLACE;
+    for (int32_t& word : machine.sd_buffer) {
+        word = static_cast<int32_t>(noise_at(place++));
+    }
+    machine.sd_buffer_valid = false;
+    machine.sd_buffer_dirty = false;
+    machine.sd_buffer_address = NO_BLOCK;
+    close_file();
+}

@@ -1,0 +1,138 @@
+// External memory of 33554432 words, one word an access. Every access finishes at once.
+//
+//   offset  register    access  bits   meaning
+//   0x30    command     write   0      0 to 1 carries out the access
+//   0x31    response    read    0      mirrors the command
+//   0x32    write       write   0      1 writes the word, 0 reads it
+//   0x33    address     write   24..0  of the word
+//   0x34    data_write  write   31..0  the word to write
+//   0x35    data_read   read    31..0  the word that was read
+//
+// Not modelled: the real part's refresh, and that it is faster in bursts.
+
+#include "devices/sdram.h"
+
+#include <bitset>
+#include <iterator>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "core/machine.h"
+#include "core/noise.h"
+#include "devices/io.h"
+#include "devices/save.h"
+
+namespace {
+
+constexpr int32_t COMMAND = 0x30;
+constexpr int32_t RESPONSE = 0x31;
+constexpr int32_t WRITE = 0x32;
+constexpr int32_t ADDRESS = 0x33;
+constexpr int32_t DATA_WRITE = 0x34;
+constexpr int32_t DATA_READ = 0x35;
+
+constexpr size_t WORDS = std::size(decltype(machine.sdram_ram){});
+constexpr int32_t ADDRESS_MASK = WORDS - 1;
+
+// The memory's places of noise, apart from those of the others.
+constexpr uint64_t NOISE_PLACE = uint64_t{1} << 32;
+
+// To fill 128 MiB would delay every start, and few programs use much of it. So a page gets its noise when it
+// is first touched; nothing but this file reads the array.
+constexpr size_t PAGE_WORDS = 1024;
+std::bitset<WORDS / PAGE_WORDS> filled;
+
+std::string sdram_filename;
+
+void fill_page(size_t page) {
+    if (filled[page]) {
+        return;
+    }
+    for (size_t i = page * PAGE_WORDS; i < (page + 1) * PAGE_WORDS; ++i) {
+        machine.sdram_ram[i] = static_cast<int32_t>(noise_at(NOISE_PLACE + i));
+    }
+    filled[page] = true;
+}
+
+void carry_out() {
+    const auto address = static_cast<size_t>(machine.sdram_address);
+    fill_page(address / PAGE_WORDS);
+    if (machine.sdram_write == 0) {
+        machine.sdram_data_read = machine.sdram_ram[address];
+    } else {
+        machine.sdram_ram[address] = machine.sdram_data_write;
+    }
+}
+
+void write_command(int32_t command) {
+    if (machine.sdram_command == 0 && command == 1) {
+        carry_out();
+    }
+    machine.sdram_command = command;
+    if (command == 0) {
+        machine.sdram_response = 0;
+    }
+}
+
+void write_port(int32_t address, int32_t data) {
+    switch (io_offset(address)) {
+    case COMMAND:
+        write_command(data & 1);
+        break;
+    case WRITE:
+        update_port(machine.sdram_write, data & 1, machine.sdram_command);
+        break;
+    case ADDRESS:
+        update_port(machine.sdram_address, data & ADDRESS_MASK, machine.sdram_command);
+        break;
+    case DATA_WRITE:
+        update_port(machine.sdram_data_write, data, machine.sdram_command);
+        break;
+    default:
+        io_unsupported(address);
+    }
+}
+
+std::string_view sdram_bytes() {
+    for (size_t page = 0; page < filled.size(); ++page) {
+        fill_page(page);
+    }
+    return bytes_of(std::span<const int32_t>(machine.sdram_ram));
+}
+
+} // namespace
+
+int32_t io_sdram(bool write, int32_t address, int32_t data) {
+    if (write) {
+        write_port(address, data);
+        return 0;
+    }
+    switch (io_offset(address)) {
+    case RESPONSE:
+        machine.sdram_response = machine.sdram_command;
+        return machine.sdram_response;
+    case DATA_READ:
+        check_response(machine.sdram_response);
+        return machine.sdram_data_read;
+    default:
+        io_unsupported(address);
+    }
+}
+
+void reset_sdram() {
+    machine.sdram_command = 0;
+    machine.sdram_response = 0;
+    machine.sdram_address = 0;
+    machine.sdram_write = 0;
+    machine.sdram_data_write = 0;
+    machine.sdram_data_read = 0;
+}
+
+void clear_sdram() { filled.reset(); }
+
+void save_sdram() {
+    const save_t save = {"Choose SDRAM .dat file", "data file", "dat"};
+    while (save_chosen(save, sdram_filename, sdram_bytes) == saved_e::FAILED) {
+    }
+}
