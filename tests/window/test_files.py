@@ -15,7 +15,7 @@ class Files(WindowTest):
         self.launch()
         for button, title in (("Assemble", "Choose assembly file"), ("Load", "Choose assembly file"),
                               ("Choose assembly file", "Choose assembly file"),
-                              ("Save VGA", "Choose VGA .dat file")):
+                              ("Save SDRAM", "Choose SDRAM .dat file"), ("Save VGA", "Choose VGA .dat file")):
             self.click(button)
             self.choose(title, None)
             self.assertEqual({"tovik", "VGA", "K24 memory"}, set(self.frames()))
@@ -46,6 +46,29 @@ class Files(WindowTest):
         self.click("Assemble")
         self.assertEqual(f"error in {self.folder}/bytes.k at line number 1:  h\xe9 %s 1\nunknown opcode h\xe9",
                          self.answer())
+
+    def test_card(self):
+        (self.folder / "card").write_bytes(b"\x34\x12\0\0")
+        self.load("card.k")
+        self.choose("Choose SD card file", None)
+        self.assertEqual("error at PC 0\nuser cancelled SD card operation", self.answer())
+        self.wait_stopped(pc=0)
+        for _ in range(2):
+            self.click("Run ")
+            self.choose("Choose SD card file", self.folder / "card")
+            self.wait_stopped("Halted  ", 16)
+            self.wait_text("HEX3-HEX0 digits", "1234")
+            self.click("Reset")
+            self.wait_stopped(pc=0)
+
+    def test_save_sdram(self):
+        self.launch()
+        self.click("Save SDRAM")
+        self.choose("Choose SDRAM .dat file", self.folder / "memory")
+        self.assertEqual("filename must end in .dat", self.answer())
+        self.choose("Choose SDRAM .dat file", self.folder / "memory.dat")
+        wait_until(lambda: (self.folder / "memory.dat").exists() and
+                   (self.folder / "memory.dat").stat().st_size == 134217728)
 
     def test_save(self):
         (self.folder / "full.dat").symlink_to("/dev/full")
