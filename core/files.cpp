@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -46,23 +47,34 @@ int create_file(const std::string& name) {
     return descriptor;
 }
 
-void save_file(const std::string& name, std::string_view data) {
-    const int descriptor = create_file(name);
-    if (descriptor < 0) {
-        throw tovik_error("Can't open file " + name + ": " + system_error_text(errno));
+saved_file_t::saved_file_t(std::string name) : name_(std::move(name)), descriptor_(create_file(name_)) {
+    if (descriptor_ < 0) {
+        throw tovik_error("Can't open file " + name_ + ": " + system_error_text(errno));
     }
     struct stat status {};
-    const bool regular = fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
-    int error = write_all(descriptor, data);
-    if (close(descriptor) != 0 && error == 0) {
-        error = errno;
+    remove_ = fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+saved_file_t::~saved_file_t() {
+    if (descriptor_ >= 0) {
+        ::close(descriptor_);
     }
-    if (error != 0) {
-        if (regular) {
-            remove_target(name);
-        }
-        throw tovik_error(cant_write_text(name, error));
+    if (remove_) {
+        remove_target(name_);
     }
+}
+
+void saved_file_t::write(std::string_view data) {
+    if (const int error = write_all(descriptor_, data); error != 0) {
+        throw tovik_error(cant_write_text(name_, error));
+    }
+}
+
+void saved_file_t::close() {
+    if (::close(std::exchange(descriptor_, -1)) != 0) {
+        throw tovik_error(cant_write_text(name_, errno));
+    }
+    remove_ = false;
 }
 
 void hold_standard_streams() {

@@ -16,9 +16,23 @@ std::string cant_write_text(const std::string& name, int error);
 // nobody reads is such an error, where waiting for a reader would stop the window.
 [[nodiscard]] int create_file(const std::string& name);
 
-// Creates or truncates a file and writes all of the data to it. Throws tovik_error "Can't open file NAME:
-// REASON" or "Can't write file NAME: REASON"; a regular file of which only a part was written is removed.
-void save_file(const std::string& name, std::string_view data);
+// A file that is saved: created or truncated, written in as many parts as one likes, and closed. Each of them
+// throws tovik_error, "Can't open file NAME: REASON" or "Can't write file NAME: REASON". A regular file that is
+// not closed in the end, since it was not written whole, is removed.
+class saved_file_t {
+  public:
+    explicit saved_file_t(std::string name);
+    saved_file_t(const saved_file_t&) = delete;
+    saved_file_t& operator=(const saved_file_t&) = delete;
+    ~saved_file_t();
+    void write(std::string_view data);
+    void close();
+
+  private:
+    std::string name_;
+    int descriptor_;
+    bool remove_; // unless it is closed
+};
 
 // Makes sure that the three standard streams are open. A caller may have closed some, and a file opened later
 // must not become one of them by its number. Writing to what stands in for a closed one fails, as it should.

@@ -16,7 +16,6 @@
 #include <iterator>
 #include <span>
 #include <string>
-#include <string_view>
 
 #include "core/machine.h"
 #include "core/noise.h"
@@ -94,11 +93,11 @@ void write_port(int32_t address, int32_t data) {
     }
 }
 
-std::string_view sdram_bytes() {
+void write_memory(saved_file_t& file) {
     for (size_t page = 0; page < filled.size(); ++page) {
         fill_page(page);
     }
-    return bytes_of(std::span<const int32_t>(machine.sdram_ram));
+    file.write(bytes_of(std::span<const int32_t>(machine.sdram_ram)));
 }
 
 } // namespace
@@ -132,7 +131,7 @@ void reset_sdram() {
 void clear_sdram() { filled.reset(); }
 
 void save_sdram() {
-    const save_t save = {"Choose SDRAM .dat file", "data file", "dat"};
-    while (save_chosen(save, sdram_filename, sdram_bytes) == saved_e::FAILED) {
+    const save_t save = {"Choose SDRAM .dat file", "data file", "dat", is_dat, write_memory};
+    while (save_chosen(save, sdram_filename) == saved_e::FAILED) {
     }
 }

@@ -18,10 +18,8 @@
 #include "devices/vga.h"
 
 #include <algorithm>
-#include <iterator>
 #include <span>
 #include <string>
-#include <string_view>
 
 #include "core/machine.h"
 #include "core/noise.h"
@@ -123,9 +121,10 @@ void write_port(int32_t address, int32_t data) {
     }
 }
 
-std::string_view vga_bytes() {
-    return bytes_of(std::span<const uint16_t>(machine.vga_ram[0],
-                                              std::size(machine.vga_ram) * std::size(machine.vga_ram[0])));
+void write_memory(saved_file_t& file) {
+    for (const auto& row : machine.vga_ram) {
+        file.write(bytes_of(std::span<const uint16_t>(row)));
+    }
 }
 
 } // namespace
@@ -169,4 +168,6 @@ void clear_vga() {
     vga_refresh(0, 0, VGA_WIDTH, VGA_HEIGHT);
 }
 
-void save_vga() { save_chosen({"Choose VGA .dat file", "data file", "dat"}, vga_filename, vga_bytes); }
+void save_vga() {
+    save_chosen({"Choose VGA .dat file", "data file", "dat", is_dat, write_memory}, vga_filename);
+}

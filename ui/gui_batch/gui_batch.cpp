@@ -121,7 +121,9 @@ bool save(void (*button)(), const std::string& title, const std::optional<std::s
 bool write_picture() {
     try {
         if (batch.options.png_file) {
-            save_file(*batch.options.png_file, png_of_screen());
+            saved_file_t file(*batch.options.png_file);
+            file.write(png_of_screen());
+            file.close();
         }
         return true;
     } catch (const tovik_error& error) {
