@@ -7,6 +7,7 @@
 #include "assembler/assemble.h"
 #include "core/loader.h"
 #include "core/machine.h"
+#include "devices/audio.h"
 #include "ui/gui.h"
 
 namespace {
@@ -95,4 +96,13 @@ void debug_runstop() {
     gui_runstop_set("Stop");
     gui_status_set("Running");
     gui_pc_set("");
+    speaker_connect();
+}
+
+void debug_microphone() {
+    if (gui_mic_get()) {
+        microphone_connect();
+    } else {
+        microphone_disconnect();
+    }
 }

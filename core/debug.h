@@ -14,3 +14,6 @@ void debug_load();
 // Stops the run after one more instruction; or reads the entries for steps, breakpoint and watchpoint,
 // rewrites them as they were understood, and starts a run unless the machine has halted.
 void debug_runstop();
+
+// Opens or closes the microphone's stream, as the "Mic" box says.
+void debug_microphone();

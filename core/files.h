@@ -17,8 +17,8 @@ std::string cant_write_text(const std::string& name, int error);
 [[nodiscard]] int create_file(const std::string& name);
 
 // A file that is saved: created or truncated, written in as many parts as one likes, and closed. Each of them
-// throws tovik_error, "Can't open file NAME: REASON" or "Can't write file NAME: REASON". A regular file that is
-// not closed in the end, since it was not written whole, is removed.
+// throws tovik_error, "Can't open file NAME: REASON" or "Can't write file NAME: REASON". A regular file that
+// is not closed in the end, since it was not written whole, is removed.
 class saved_file_t {
   public:
     explicit saved_file_t(std::string name);

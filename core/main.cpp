@@ -9,6 +9,7 @@
 #include "core/files.h"
 #include "core/memory.h"
 #include "core/simulate.h"
+#include "devices/audio.h"
 #include "devices/ledswitchtimer.h"
 #include "devices/sdram.h"
 #include "devices/vga.h"
@@ -47,6 +48,7 @@ int main(int argc, char** argv, char** envp) {
     clear_sdram();
     reset_machine();
     reset_sw();
+    microphone_connect();
     simulate_init();
     simulate_run();
 }

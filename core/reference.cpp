@@ -10,12 +10,14 @@
 #include "core/interpreter.h"
 #include "core/machine.h"
 #include "core/simulate.h"
+#include "devices/audio.h"
 #include "ui/gui.h"
 
 namespace {
 
 struct counters_t {
     int32_t events;
+    int32_t audio;
     int32_t time_label;
     int32_t throttle;
     uint64_t throttle_reference_ms;
@@ -56,6 +58,10 @@ void keep_books(counters_t& counters) {
     }
     ++machine.instr_count;
     assert(machine.instr_count != 0);
+    if (++counters.audio == 833) {
+        advance_audio();
+        counters.audio = 0;
+    }
     if (++counters.time_label == 6666666) {
         gui_time_set(std::to_string(static_cast<uint32_t>(machine.instr_count / 1000000) * 150 / 1000) +
                      " sec");
@@ -76,6 +82,7 @@ void keep_books(counters_t& counters) {
     }
     if (!simulator.running) {
         gui_runstop_set("Run ");
+        speaker_disconnect();
         print_machine();
     }
 }

@@ -15,6 +15,7 @@
 #include "core/interpreter.h"
 #include "core/machine.h"
 #include "core/memory.h"
+#include "devices/audio.h"
 #include "devices/lcd.h"
 #include "devices/ledswitchtimer.h"
 #include "devices/mouse.h"
@@ -65,7 +66,7 @@ struct throttle_t {
 struct run_loop_t {
     int32_t passes; // through the top of the loop since the last look at the window
     // In the order in which they happen when several fall on one instruction.
-    std::array<periodic_t, 1> periodics;
+    std::array<periodic_t, 2> periodics;
     throttle_t throttle;
 };
 
@@ -187,6 +188,7 @@ void stop_if_due(const slice_t& slice) {
     }
     stop.reason = reason_to_stop(slice.faulted, at_breakpoint, counting && simulator.step == 0);
     gui_runstop_set("Run ");
+    speaker_disconnect();
     print_machine();
 }
 
@@ -224,7 +226,8 @@ void simulate_init() {
 void simulate_run() {
     run_loop_t loop = {
         .passes = 0,
-        .periodics = {{{INSTRUCTIONS_PER_SECOND, 0, show_time}}},
+        .periodics = {{{INSTRUCTIONS_PER_AUDIO_TICK, 0, advance_audio},
+                       {INSTRUCTIONS_PER_SECOND, 0, show_time}}},
         .throttle = {.elapsed = 0, .reference_ms = time_ms(), .reference_count = 0},
     };
     print_machine();
@@ -270,6 +273,8 @@ void reset_machine() {
     reset_hex74();
     reset_lcd();
     reset_sdram();
+    reset_speaker();
+    reset_microphone();
     reset_vga();
     reset_ps2();
     reset_mouse();

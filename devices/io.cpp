@@ -7,6 +7,7 @@
 #include <string>
 
 #include "core/machine.h"
+#include "devices/audio.h"
 #include "devices/lcd.h"
 #include "devices/ledswitchtimer.h"
 #include "devices/mouse.h"
@@ -52,8 +53,8 @@ constexpr block_t ADDRESS_MAP[] = {
     {0x10, 0x14, io_lcd},                // LCD
     {0x20, 0x23, io_ps2},                // PS/2 keyboard
     {0x30, 0x35, io_sdram},              // SDRAM controller
-    {0x40, 0x42, io_absent},             // speaker
-    {0x50, 0x52, io_absent},             // microphone
+    {0x40, 0x42, io_speaker},            // speaker
+    {0x50, 0x52, io_microphone},         // microphone
     {0x60, 0x68, io_vga},                // VGA controller
     {0x70, 0x76, io_mouse},              // mouse
     {0x80, 0x85, io_sd},                 // SD card

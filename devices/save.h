@@ -18,8 +18,8 @@ struct save_t {
 
 enum class saved_e { SAVED, CANCELLED, FAILED };
 
-// Asks for a file, offering the last one, and writes it. A failure is shown in a dialog: "filename must end in
-// .EXTENSION", or the errors of the file.
+// Asks for a file, offering the last one, and writes it. A failure is shown in a dialog: "filename must end
+// in .EXTENSION", or the errors of the file.
 saved_e save_chosen(const save_t& save, std::string& filename);
 
 // Whether a name ends in ".dat", the ending of saved memories.

@@ -39,6 +39,10 @@ void gui_status_set(std::string text);
 void gui_pc_set(std::string text);
 void gui_time_set(std::string text);
 
+// The "Mic" box. Setting it only shows the state; it is no command.
+bool gui_mic_get();
+void gui_mic_set(bool on);
+
 void gui_hex74_set(std::string text);
 void gui_hex30_set(std::string text);
 void gui_lcd_set(std::string text);

@@ -92,3 +92,7 @@ void gui_lcd_set(std::string text) { recording.calls.push_back("lcd " + text); }
 void print_memory() { recording.calls.push_back("memory"); }
 
 void gui_vga_cursor(bool active) { recording.calls.push_back(active ? "cursor on" : "cursor off"); }
+
+bool gui_mic_get() { return typed.microphone; }
+
+void gui_mic_set(bool on) { recording.calls.push_back(on ? "mic on" : "mic off"); }

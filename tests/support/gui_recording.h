@@ -24,6 +24,7 @@ struct typed_t {
     std::string breakpoint;
     std::string watchpoint;
     std::string chosen_file;
+    bool microphone = false;
 };
 
 extern typed_t typed;

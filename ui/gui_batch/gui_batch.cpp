@@ -17,6 +17,7 @@
 #include "core/files.h"
 #include "core/machine.h"
 #include "core/simulate.h"
+#include "devices/audio.h"
 #include "devices/sdram.h"
 #include "devices/vga.h"
 #include "ui/gui.h"
@@ -118,11 +119,12 @@ bool save(void (*button)(), const std::string& title, const std::optional<std::s
     return batch.run.messages.size() == dialogs;
 }
 
-bool write_picture() {
+// What no dialog is for. Returns whether it went well.
+bool write_file(const std::optional<std::string>& name, void (*write)(saved_file_t& file)) {
     try {
-        if (batch.options.png_file) {
-            saved_file_t file(*batch.options.png_file);
-            file.write(png_of_screen());
+        if (name) {
+            saved_file_t file(*name);
+            write(file);
             file.close();
         }
         return true;
@@ -132,11 +134,15 @@ bool write_picture() {
     }
 }
 
+void write_picture(saved_file_t& file) { file.write(png_of_screen()); }
+
 [[noreturn]] void finish() {
     const auto [reason, status] = ending();
     batch.run.reason = reason;
     std::cout.flush();
-    bool written = write_picture();
+    bool written = write_file(batch.options.png_file, write_picture);
+    // The button would not save an empty recording.
+    written &= write_file(batch.options.speaker_file, write_recording);
     written &= save(save_vga, "Choose VGA .dat file", batch.options.vga_file);
     written &= save(save_sdram, "Choose SDRAM .dat file", batch.options.sdram_file);
     const int error = write_report();
@@ -172,15 +178,28 @@ int open_output(const std::string& option, const std::string& file) {
     return descriptor;
 }
 
-// The card is written to, so what holds for outputs holds for it.
-void put_in_card(const std::string& file) {
+// A file for a device that asks for one.
+void offer_file(const std::string& title, const std::string& file) {
     const int descriptor = open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (descriptor < 0) {
         usage_error(cant_open_text(file, errno));
     }
     close(descriptor);
-    check_output("--sd", file);
-    batch.answers["Choose SD card file"].push_back(file);
+    batch.answers[title].push_back(file);
+    batch.files.push_back(file);
+}
+
+void offer_files() {
+    for (const std::string& recording : batch.options.mic_files) {
+        offer_file("Choose microphone .wav file", recording);
+    }
+    // A card is written to, so what holds for outputs holds for it, but the next card may be the same.
+    for (const std::string& card : batch.options.sd_files) {
+        check_output("--sd", card);
+    }
+    for (const std::string& card : batch.options.sd_files) {
+        offer_file("Choose SD card file", card);
+    }
 }
 
 // What is written by its name later stays open until then: a reader of a pipe must not see its end before.
@@ -188,11 +207,11 @@ void open_files() {
     const options_t& options = batch.options;
     const std::string base = options.program.substr(0, options.program.rfind('.'));
     batch.files = {base + ".k", base + ".mif", base + ".labels", options.script_file.value_or("")};
-    std::ranges::for_each(options.sd_files, put_in_card);
-    batch.files.insert(batch.files.end(), options.sd_files.begin(), options.sd_files.end());
+    offer_files();
     for (const auto& [option, file] : {std::pair{"--png", options.png_file},
                                        {"--save-vga", options.vga_file},
-                                       {"--save-sdram", options.sdram_file}}) {
+                                       {"--save-sdram", options.sdram_file},
+                                       {"--save-speaker", options.speaker_file}}) {
         if (file) {
             open_output(option, *file);
             // A device can take what several write.
@@ -263,6 +282,10 @@ void run_batch(const options_t& options, const labels_t& labels, std::vector<eve
     while (event_is_due()) {
         happen_next();
     }
+    if (options.live_sound) {
+        speaker_connect();
+        microphone_connect();
+    }
     simulator.running = true;
     simulate_run();
 }
@@ -309,4 +332,5 @@ void gui_led_red_draw(int /*i*/) {}
 void gui_led_green_draw(int /*i*/) {}
 void gui_lcd_set(std::string /*text*/) {}
 void gui_vga_cursor(bool /*active*/) {}
+void gui_mic_set(bool /*on*/) {}
 void print_memory() {}

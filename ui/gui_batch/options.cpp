@@ -50,8 +50,7 @@ CLI::Validator report_check() {
 
 // Options of devices that this board does not have yet: known, but refused.
 void refuse_options_to_come(CLI::App& app) {
-    for (const std::string name :
-         {"--mic", "--camera", "--serial", "--save-speaker", "--console", "--live-sound", "--live-camera"}) {
+    for (const std::string name : {"--camera", "--serial", "--console", "--live-camera"}) {
         app.add_flag_callback(name, [name] { throw CLI::ValidationError(name, "not available yet"); })
             ->group("");
     }
@@ -99,6 +98,11 @@ options_t parse_options(int argc, char** argv) {
         ->check(ending_check(".dat"));
     app.add_option("--save-sdram", options.sdram_file, "FILE.dat: the SDRAM at the end")
         ->check(ending_check(".dat"));
+    app.add_option("--save-speaker", options.speaker_file, "FILE.wav: what the speaker played")
+        ->check(ending_check(".wav"));
+    app.add_flag("--live-sound", options.live_sound, "play and record through the host's sound server");
+    app.add_option("--mic", options.mic_files, "a WAV file for the microphone; given again, the next one")
+        ->allow_extra_args(false);
     app.add_option("--sd", options.sd_files, "the SD card; given again, the next one")
         ->allow_extra_args(false);
     app.add_option("--seed", seed, "seed of the noise in the memories at the start")

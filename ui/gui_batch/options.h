@@ -19,9 +19,12 @@ struct options_t {
     std::vector<std::string> memory; // words for the report, as they were given
     std::optional<std::string> script_file;
     std::optional<std::string> png_file;
-    std::optional<std::string> vga_file;   // ends in ".dat"
-    std::optional<std::string> sdram_file; // ends in ".dat"
-    std::vector<std::string> sd_files;     // the cards put in, one after the other
+    std::optional<std::string> vga_file;     // ends in ".dat"
+    std::optional<std::string> sdram_file;   // ends in ".dat"
+    std::optional<std::string> speaker_file; // ends in ".wav"
+    std::vector<std::string> sd_files;       // the cards put in, one after the other
+    std::vector<std::string> mic_files;      // the recordings that the microphone plays, likewise
+    bool live_sound = false;
     std::string report_format = "text";
     std::optional<std::string> report_file; // standard output otherwise
 };

@@ -9,6 +9,7 @@
 #include "assembler/source.h"
 #include "core/debug.h"
 #include "core/simulate.h"
+#include "devices/audio.h"
 #include "devices/ledswitchtimer.h"
 #include "devices/sdram.h"
 #include "devices/vga.h"
@@ -40,6 +41,7 @@ GtkWidget* runstop_button;
 GtkWidget* steps_text;
 GtkWidget* breakpoint_text;
 GtkWidget* watchpoint_text;
+GtkWidget* microphone_button;
 
 // The bytes of the file's name, which the button may have to show in another way.
 std::string assemble_file;
@@ -77,24 +79,38 @@ GtkWidget* new_entry(const char* name) {
     return entry;
 }
 
+void run_command(gpointer command) { reinterpret_cast<void (*)()>(command)(); }
+
+void connect_command(GtkWidget* button, void (*command)()) {
+    if (command == nullptr) {
+        gtk_widget_set_sensitive(button, FALSE);
+        return;
+    }
+    // The toolkit passes the button and the user data, which commands do not take.
+    g_signal_connect_swapped(button, "clicked", G_CALLBACK(run_command), reinterpret_cast<gpointer>(command));
+}
+
 GtkWidget* add_button(GtkWidget* row, const char* label, gboolean expand, void (*command)()) {
     GtkWidget* const button = gtk_button_new_with_label(label);
     gtk_box_pack_start(GTK_BOX(row), button, expand, TRUE, 0);
-    if (command == nullptr) {
-        gtk_widget_set_sensitive(button, FALSE);
-    } else {
-        // The toolkit passes the button and the user data, which commands do not take.
-        g_signal_connect_swapped(
-            button, "clicked", G_CALLBACK(+[](gpointer pointer) { reinterpret_cast<void (*)()>(pointer)(); }),
-            reinterpret_cast<gpointer>(command));
-    }
+    connect_command(button, command);
     return button;
 }
 
-void add_check_button(GtkWidget* row, const char* label) {
+GtkWidget* add_check_button(GtkWidget* row, const char* label, void (*command)()) {
     GtkWidget* const button = gtk_check_button_new_with_label(label);
-    gtk_widget_set_sensitive(button, FALSE);
     gtk_box_pack_start(GTK_BOX(row), button, FALSE, FALSE, 0);
+    connect_command(button, command);
+    return button;
+}
+
+// To set the box counts as a click for the toolkit, but it is no command of the user's.
+void set_check_button(GtkWidget* button, bool active) {
+    g_signal_handlers_block_matched(button, G_SIGNAL_MATCH_FUNC, 0, 0, nullptr,
+                                    reinterpret_cast<gpointer>(run_command), nullptr);
+    gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(button), active ? TRUE : FALSE);
+    g_signal_handlers_unblock_matched(button, G_SIGNAL_MATCH_FUNC, 0, 0, nullptr,
+                                      reinterpret_cast<gpointer>(run_command), nullptr);
 }
 
 GtkWidget* assemble_row() {
@@ -110,7 +126,7 @@ GtkWidget* command_row() {
     add_button(row, "Load", TRUE, debug_load);
     runstop_button = add_button(row, "Run ", TRUE, debug_runstop);
     add_button(row, "Reset", TRUE, reset_machine);
-    add_button(row, "Save speaker", TRUE, nullptr);
+    add_button(row, "Save speaker", TRUE, save_speaker);
     add_button(row, "Save SDRAM", TRUE, save_sdram);
     add_button(row, "Save VGA", TRUE, save_vga);
     return row;
@@ -128,8 +144,8 @@ GtkWidget* run_row() {
     gtk_box_pack_start(box, breakpoint_text, TRUE, TRUE, 0);
     gtk_box_pack_start(box, gtk_label_new("   Watch"), TRUE, TRUE, 0);
     gtk_box_pack_start(box, watchpoint_text, TRUE, TRUE, 0);
-    add_check_button(row, "Camera");
-    add_check_button(row, "Mic");
+    add_check_button(row, "Camera", nullptr);
+    microphone_button = add_check_button(row, "Mic", debug_microphone);
     gtk_box_pack_end(box, new_shown_label(time_label, "Time"), TRUE, TRUE, 0);
     gtk_box_pack_end(box, new_shown_label(status_label, "Status"), TRUE, TRUE, 0);
     gtk_box_pack_start(box, new_shown_label(pc_text, "PC"), TRUE, TRUE, 0);
@@ -277,3 +293,7 @@ void gui_breakpoint_set(std::string text) { set_entry_text(breakpoint_text, text
 std::string gui_watchpoint_get() { return entry_text(watchpoint_text); }
 
 void gui_watchpoint_set(std::string text) { set_entry_text(watchpoint_text, text); }
+
+bool gui_mic_get() { return gtk_toggle_button_get_active(GTK_TOGGLE_BUTTON(microphone_button)) == 1; }
+
+void gui_mic_set(bool on) { set_check_button(microphone_button, on); }

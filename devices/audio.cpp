@@ -1,0 +1,309 @@
+// Speaker and microphone: 8000 samples of 32 bits a second each. At every audio tick the speaker plays its
+// sample, again and again until the program gives another one, and the microphone has a new one.
+//
+//   offset  register  access  bits   meaning
+//   0x40    command   write   0      0 to 1 gives the speaker a sample, if it has played the last one
+//   0x41    response  read    0      1 when the speaker has played the sample and command is 1
+//   0x42    sample    write   31..0  signed
+//
+//   0x50    command   write   0      1 asks the microphone for a sample
+//   0x51    response  read    0      1 when a tick has brought a sample since the last one was taken
+//   0x52    sample    read    31..0  signed; the same until the next tick
+//
+// The host's end is a sound server: a playback stream for the speaker while a program runs, a record stream
+// for the microphone while "Mic" is on, both of 16 bits, the high half of a sample. Otherwise the microphone
+// plays WAV files that the user chooses. What the speaker has played can be saved as a WAV file with all 32
+// bits.
+//
+// Not modelled: the converters' buffers and their analogue side.
+
+#include "devices/audio.h"
+
+#include <cassert>
+#include <iostream>
+#include <string>
+
+#include <pulse/error.h>
+#include <pulse/simple.h>
+
+#include "core/machine.h"
+#include "devices/io.h"
+#include "devices/save.h"
+#include "devices/wav.h"
+#include "ui/gui.h"
+
+bool speaker_recording = true;
+
+namespace {
+
+constexpr int32_t SPEAKER_COMMAND = 0x40;
+constexpr int32_t SPEAKER_RESPONSE = 0x41;
+constexpr int32_t SPEAKER_SAMPLE = 0x42;
+constexpr int32_t MICROPHONE_COMMAND = 0x50;
+constexpr int32_t MICROPHONE_RESPONSE = 0x51;
+constexpr int32_t MICROPHONE_SAMPLE = 0x52;
+
+constexpr int32_t HOST_STEP = 65536; // of a sample of 16 bits, in one of 32
+
+constexpr pa_sample_spec HOST_FORMAT = {PA_SAMPLE_S16LE, SAMPLES_PER_SECOND, 1};
+
+// One batch of 32 samples, 4 ms of sound, is a compromise between system calls and delay.
+constexpr int SPEAKER_BATCHES = 1;
+constexpr int SPEAKER_BATCH_SAMPLES = 32;
+
+pa_simple* pulse_speaker = nullptr;
+int16_t speaker_samples[SPEAKER_BATCHES][SPEAKER_BATCH_SAMPLES];
+bool speaker_played[SPEAKER_BATCHES];
+int speaker_batch = 0;
+int speaker_samples_num = 0;
+std::string speaker_filename;
+
+// The server is to deliver samples soon, not many at a time.
+constexpr uint32_t SERVER_DEFAULT = UINT32_MAX;
+constexpr pa_buffer_attr MICROPHONE_BUFFER = {.maxlength = 200,
+                                              .tlength = SERVER_DEFAULT,
+                                              .prebuf = SERVER_DEFAULT,
+                                              .minreq = SERVER_DEFAULT,
+                                              .fragsize = 100};
+
+pa_simple* pulse_microphone = nullptr;
+std::string microphone_filename;
+
+// Standard output, where a user who started the program from a terminal sees what the sound server says.
+void print_error(const std::string& function, int error) {
+    std::cout << function << " failed: " << pa_strerror(error) << std::endl;
+}
+
+pa_simple* open_stream(const char* name, pa_stream_direction_t direction, const pa_buffer_attr* buffer) {
+    int error = 0;
+    pa_simple* const stream =
+        pa_simple_new(nullptr, name, direction, nullptr, name, &HOST_FORMAT, nullptr, buffer, &error);
+    if (stream == nullptr) {
+        print_error("pa_simple_new", error);
+    }
+    return stream;
+}
+
+void play_batch() {
+    assert(pulse_speaker != __null);
+    int error = 0;
+    if (pa_simple_write(pulse_speaker, speaker_samples[speaker_batch], sizeof speaker_samples[0], &error) <
+        0) {
+        print_error("pa_simple_write", error);
+    }
+    speaker_played[speaker_batch] = true;
+    speaker_samples_num = 0;
+    speaker_batch = 0;
+}
+
+// Divided, not shifted: a negative sample is rounded toward zero.
+void play(int32_t sample) {
+    speaker_samples[speaker_batch][speaker_samples_num] = static_cast<int16_t>(sample / HOST_STEP);
+    ++speaker_samples_num;
+    if (speaker_samples_num == SPEAKER_BATCH_SAMPLES) {
+        play_batch();
+    }
+}
+
+void write_speaker_command(int32_t command) {
+    if (machine.speaker_command == 0 && command == 1 && machine.speaker_current_sample_played) {
+        machine.speaker_current_sample = machine.speaker_sample;
+        machine.speaker_current_sample_played = false;
+    }
+    machine.speaker_command = command;
+}
+
+void write_microphone_command(int32_t command) {
+    if (machine.microphone_command == 1 && command == 0) {
+        machine.microphone_sample_avail = false;
+    }
+    machine.microphone_command = command;
+    if (command == 0) {
+        machine.microphone_response = 0;
+    }
+}
+
+int32_t read_microphone_response() {
+    const bool is_there = machine.microphone_command != 0 && machine.microphone_sample_avail;
+    machine.microphone_response = is_there ? 1 : 0;
+    return machine.microphone_response;
+}
+
+void microphone_clear() { machine.microphone_samples.clear(); }
+
+// One sample. After a failure it is 0.
+void read_stream() {
+    assert(pulse_microphone != __null);
+    int16_t sample = 0;
+    int error = 0;
+    if (pa_simple_read(pulse_microphone, &sample, sizeof sample, &error) < 0) {
+        print_error("pa_simple_read", error);
+        sample = 0;
+    }
+    machine.microphone_samples.push_back(sample * HOST_STEP);
+}
+
+// All samples of a file; none when there is something wrong with it.
+void read_file() {
+    if (!gui_choosefile(false, "Choose microphone .wav file", "WAV file", "wav", microphone_filename)) {
+        throw tovik_error("user cancelled microphone file read");
+    }
+    try {
+        read_wav(microphone_filename, machine.microphone_samples);
+    } catch (const tovik_error& error) {
+        gui_message(error.message, true);
+        microphone_clear();
+    }
+}
+
+void read_microphone() {
+    if (simulator.microphone_on) {
+        read_stream();
+    } else {
+        read_file();
+    }
+}
+
+int32_t read_microphone_sample() {
+    check_response(machine.microphone_response);
+    while (machine.microphone_samples.empty()) {
+        read_microphone();
+    }
+    return machine.microphone_samples.front();
+}
+
+// A name of three characters is let through, on purpose kept so.
+bool is_wav(const std::string& name) { return name.ends_with(".wav") || name.size() == 3; }
+
+} // namespace
+
+void advance_audio() {
+    if (!machine.microphone_samples.empty()) {
+        machine.microphone_samples.pop_front();
+    }
+    machine.microphone_sample_avail = true;
+    machine.speaker_current_sample_played = true;
+    if (speaker_recording) {
+        machine.speaker_samples.push_back(machine.speaker_current_sample);
+    }
+    if (simulator.speaker_on) {
+        play(machine.speaker_current_sample);
+    }
+}
+
+int32_t io_speaker(bool write, int32_t address, int32_t data) {
+    const int32_t offset = io_offset(address);
+    if (write && offset == SPEAKER_COMMAND) {
+        write_speaker_command(data & 1);
+    } else if (write && offset == SPEAKER_SAMPLE) {
+        update_port(machine.speaker_sample, data, machine.speaker_command);
+    } else if (!write && offset == SPEAKER_RESPONSE) {
+        return machine.speaker_command != 0 && machine.speaker_current_sample_played ? 1 : 0;
+    } else {
+        io_unsupported(address);
+    }
+    return 0;
+}
+
+int32_t io_microphone(bool write, int32_t address, int32_t data) {
+    const int32_t offset = io_offset(address);
+    if (write && offset == MICROPHONE_COMMAND) {
+        write_microphone_command(data & 1);
+        return 0;
+    }
+    if (!write && offset == MICROPHONE_RESPONSE) {
+        return read_microphone_response();
+    }
+    if (!write && offset == MICROPHONE_SAMPLE) {
+        return read_microphone_sample();
+    }
+    io_unsupported(address);
+}
+
+void reset_speaker() {
+    speaker_disconnect();
+    machine.speaker_command = 0;
+    machine.speaker_sample = 0;
+    machine.speaker_current_sample = 0;
+    machine.speaker_current_sample_played = true;
+    machine.speaker_samples.clear();
+}
+
+void reset_microphone() {
+    machine.microphone_command = 0;
+    machine.microphone_response = 0;
+    machine.microphone_sample_avail = false;
+    microphone_clear();
+}
+
+void speaker_connect() {
+    if (simulator.speaker_on) {
+        return;
+    }
+    simulator.speaker_on = true;
+    try {
+        assert(pulse_speaker == __null);
+        pulse_speaker = open_stream("tovik-speaker", PA_STREAM_PLAYBACK, nullptr);
+        if (pulse_speaker == nullptr) {
+            throw tovik_error("Can't open pulse speaker.");
+        }
+        simulator.speaker_warned = false;
+    } catch (const tovik_error& error) {
+        if (!simulator.speaker_warned) {
+            gui_message(error.message, true);
+            simulator.speaker_warned = true;
+        }
+        simulator.speaker_on = false;
+    }
+}
+
+void speaker_disconnect() {
+    if (simulator.speaker_on) {
+        assert(pulse_speaker != __null);
+        pa_simple_free(pulse_speaker);
+        pulse_speaker = nullptr;
+        simulator.speaker_on = false;
+    }
+}
+
+void microphone_connect() {
+    if (!simulator.microphone_on) {
+        assert(pulse_microphone == __null);
+        pulse_microphone = open_stream("tovik-microphone", PA_STREAM_RECORD, &MICROPHONE_BUFFER);
+        simulator.microphone_on = pulse_microphone != nullptr;
+        if (simulator.microphone_on) {
+            microphone_clear();
+        } else {
+            simulator.microphone_warned = true;
+        }
+    }
+    gui_mic_set(simulator.microphone_on);
+}
+
+void microphone_disconnect() {
+    if (simulator.microphone_on) {
+        assert(pulse_microphone != __null);
+        pa_simple_free(pulse_microphone);
+        pulse_microphone = nullptr;
+        simulator.microphone_on = false;
+        microphone_clear();
+    }
+    gui_mic_set(false);
+}
+
+void write_recording(saved_file_t& file) { write_wav(file, machine.speaker_samples); }
+
+void save_speaker() {
+    const save_t save = {"Choose speaker .wav file", "WAV file", "wav", is_wav, write_recording};
+    while (!machine.speaker_samples.empty()) {
+        switch (save_chosen(save, speaker_filename)) {
+        case saved_e::SAVED:
+            machine.speaker_samples.clear();
+            break;
+        case saved_e::CANCELLED:
+            return;
+        case saved_e::FAILED:
+            break;
+        }
+    }
+}

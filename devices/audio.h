@@ -1,0 +1,44 @@
+#pragma once
+
+// Speaker and microphone, which share the audio tick.
+
+#include <cstdint>
+
+#include "core/files.h"
+
+// Instructions between two audio ticks: 8000 ticks are a second of the board's time.
+constexpr int32_t INSTRUCTIONS_PER_AUDIO_TICK = 833;
+
+// Whether the samples that the speaker plays are kept for saving.
+extern bool speaker_recording;
+
+// One audio tick: the speaker plays its current sample, the microphone goes on to its next one. While the
+// speaker's stream is open, this waits for the sound server to take every 32nd sample.
+void advance_audio();
+
+// The register handlers of the I/O bus. That of the microphone asks the user for a file, or waits for the
+// sound server, when the program reads a sample and there is none.
+int32_t io_speaker(bool write, int32_t address, int32_t data);
+int32_t io_microphone(bool write, int32_t address, int32_t data);
+
+// Open and close the speaker's stream; closing drops nothing but what the server has not yet played. Without
+// a sound server the board is silent: a dialog says so, once.
+void speaker_connect();
+void speaker_disconnect();
+
+// Open and close the microphone's stream, and show which it is on "Mic". Without one the microphone reads WAV
+// files.
+void microphone_connect();
+void microphone_disconnect();
+
+// No command, no sample, no recording, no stream of the speaker; that of the microphone stays.
+void reset_speaker();
+void reset_microphone();
+
+// Writes the recording, as "Save speaker" does, and keeps it. Throws what the file throws.
+void write_recording(saved_file_t& file);
+
+// The "Save speaker" button: asks for a WAV file, writes the recording to it and starts a new one. Shows a
+// failure in a dialog, keeps the recording and asks again, until it is saved or the user cancels. Does
+// nothing when there is no recording.
+void save_speaker();

@@ -1,0 +1,19 @@
+#pragma once
+
+// Recordings as WAV files: one channel, 8000 samples a second, 32 bits, in the extensible format.
+
+#include <cstdint>
+#include <deque>
+#include <string>
+
+#include "core/files.h"
+
+constexpr int32_t SAMPLES_PER_SECOND = 8000;
+
+// Appends the samples of a file; a file may have more than one part with samples, and other parts, which are
+// passed over. Throws tovik_error: "Can't open file NAME: REASON", or what is wrong with the file; some
+// samples may have been appended by then.
+void read_wav(const std::string& name, std::deque<int32_t>& samples);
+
+// Writes the header and all samples. Throws what the file throws.
+void write_wav(saved_file_t& file, const std::deque<int32_t>& samples);
