@@ -124,7 +124,6 @@ void make_controls(random_t& random) {
     }
     simulator.breakpoint = one_in(random, 3) ? pick(random, -1, 300) : -1;
     simulator.watchpoint = one_in(random, 3) ? 1000 + pick(random, 0, 500) : -1;
-    simulator.speaker_on = one_in(random, 4);
     machine.sw = pick(random, 0, 0x3ffff);
 }
 
@@ -164,7 +163,6 @@ void compare_engines(void (*make_program)(random_t&)) {
             EXPECT_EQ(expected.difference(), "") << "seed " << seed << ", stop " << stop;
         }
     }
-    simulator.speaker_on = false;
     simulate_init();
     std::cout << executed << " instructions in all" << std::endl;
 }

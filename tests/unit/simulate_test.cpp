@@ -35,8 +35,6 @@ class RunLoop : public testing::TestWithParam<void (*)()> {
         simulator.step = -1;
     }
 
-    void TearDown() override { simulator.speaker_on = false; }
-
     static std::vector<std::string> run() { return run_until_stop(GetParam()); }
 
     static void expect_reason(stop_reason_e reason) {
@@ -136,17 +134,6 @@ TEST_P(RunLoop, ShowsTheSimulatedSeconds) {
     // Rounded down to millions of instructions, then to seconds: 6, 13, 19, 26 and 33 millions.
     EXPECT_EQ(times, (std::vector<std::string>{"time 0 sec", "time 1 sec", "time 2 sec", "time 3 sec",
                                                "time 4 sec"}));
-}
-
-// While the speaker sets the pace the throttle's check waits; the instructions since the last one are then
-// owed, 150 ms for each whole million.
-TEST_P(RunLoop, SleepsForTheMillionsThatRanWithTheSpeakerOn) {
-    simulator.speaker_on = true;
-    simulator.step = 2600000;
-    recording.at_look = [] { simulator.speaker_on = machine.instr_count < 2000000; };
-    const uint64_t start = time_ms();
-    run();
-    EXPECT_GE(time_ms() - start, 300U);
 }
 
 TEST_P(RunLoop, KeepsTheResetThatADialogMade) {

@@ -1,0 +1,253 @@
+// Speaker and microphone without a sound server: handshakes, recordings, and files of any kind.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "core/machine.h"
+#include "core/simulate.h"
+#include "devices/audio.h"
+#include "devices/io.h"
+#include "devices/wav.h"
+#include "tests/support/gui_recording.h"
+
+namespace {
+
+constexpr int32_t SPEAKER = IO_BASE + 0x40;
+constexpr int32_t MICROPHONE = IO_BASE + 0x50;
+
+std::string fault_of(bool write, int32_t address, int32_t data = 0) {
+    try {
+        io(write, address, data);
+        return "";
+    } catch (const tovik_error& error) {
+        return error.message;
+    }
+}
+
+class Audio : public testing::Test {
+  protected:
+    void SetUp() override {
+        reset_machine();
+        recording = {};
+        std::string folder_name = testing::TempDir() + "audio_XXXXXX";
+        folder = mkdtemp(folder_name.data());
+        name = folder / "x.wav";
+    }
+
+    void TearDown() override {
+        reset_machine();
+        typed.chosen_file.clear();
+        std::filesystem::remove_all(folder);
+    }
+
+    void write_file(const std::string& bytes) const { std::ofstream(name, std::ios::binary) << bytes; }
+
+    // What a reader of the file says, or how many samples there are.
+    [[nodiscard]] std::string read_back() const {
+        std::deque<int32_t> samples;
+        try {
+            read_wav(name, samples);
+            return std::to_string(samples.size());
+        } catch (const tovik_error& error) {
+            return error.message;
+        }
+    }
+
+    std::filesystem::path folder;
+    std::string name;
+};
+
+TEST_F(Audio, SpeakerTakesANewSampleWhenTheLastHasBeenPlayed) {
+    const auto offer = [](int32_t sample) {
+        io(true, SPEAKER, 0);
+        io(true, SPEAKER + 2, sample);
+        io(true, SPEAKER, 3);
+    };
+    offer(7);
+    EXPECT_EQ(io(false, SPEAKER + 1, 0), 0);
+    EXPECT_EQ(fault_of(true, SPEAKER + 2, 8), "shouldn't change command parameters when command is 1");
+    offer(8); // too early
+    advance_audio();
+    EXPECT_EQ(io(false, SPEAKER + 1, 0), 1);
+    advance_audio(); // again the same
+    io(true, SPEAKER, 1);
+    advance_audio(); // no edge
+    offer(9);
+    advance_audio();
+    io(true, SPEAKER, 0);
+    EXPECT_EQ(io(false, SPEAKER + 1, 0), 0);
+    EXPECT_EQ(machine.speaker_samples, (std::deque<int32_t>{7, 7, 7, 9}));
+    for (const int32_t offset : {0, 2}) {
+        EXPECT_EQ(fault_of(false, SPEAKER + offset).substr(0, 21), "unsupported operation");
+    }
+    EXPECT_EQ(fault_of(true, SPEAKER + 1), "unsupported operation on address 0x80000041");
+}
+
+TEST_F(Audio, MicrophoneHasASampleATick) {
+    machine.microphone_samples = {1, 2, 3};
+    const auto response = [] { return io(false, MICROPHONE + 1, 0); };
+    io(true, MICROPHONE, 1);
+    EXPECT_EQ(response(), 0);
+    EXPECT_EQ(fault_of(false, MICROPHONE + 2),
+              "verify that response is 1 before reading response parameters");
+    advance_audio();
+    EXPECT_EQ(response(), 1);
+    EXPECT_EQ(io(false, MICROPHONE + 2, 0), 2);
+    advance_audio();
+    EXPECT_EQ(io(false, MICROPHONE + 2, 0), 3);
+    io(true, MICROPHONE, 0);
+    EXPECT_EQ(machine.microphone_response, 0);
+    io(true, MICROPHONE, 1);
+    EXPECT_EQ(response(), 0) << "until the next tick";
+    advance_audio();
+    response();
+    EXPECT_EQ(fault_of(false, MICROPHONE + 2), "user cancelled microphone file read");
+}
+
+TEST_F(Audio, MicrophoneAsksUntilAFileHasSamples) {
+    machine.speaker_samples = {5, -6, INT32_MIN};
+    {
+        saved_file_t file(name);
+        write_recording(file);
+        file.close();
+    }
+    const std::vector<std::string> files = {folder / "none.wav", name};
+    typed.chosen_file = folder;
+    size_t next = 0;
+    recording.at_message = [&] { typed.chosen_file = files.at(next++); };
+    io(true, MICROPHONE, 1);
+    std::vector<int32_t> heard;
+    for (int i = 0; i < 4; ++i) {
+        advance_audio();
+        io(false, MICROPHONE + 1, 0);
+        heard.push_back(io(false, MICROPHONE + 2, 0));
+    }
+    EXPECT_EQ(heard, (std::vector<int32_t>{5, -6, INT32_MIN, 5}));
+    const std::string ask = "open Choose microphone .wav file *.wav ";
+    EXPECT_EQ(recording.calls,
+              (std::vector<std::string>{ask, "error Can't open file " + folder.string() + ": Is a directory",
+                                        ask + folder.string(),
+                                        "error Can't open file " + files[0] + ": No such file or directory",
+                                        ask + files[0], ask + name}));
+}
+
+TEST_F(Audio, SpeakerIsSavedOrKept) {
+    save_speaker();
+    EXPECT_TRUE(recording.calls.empty()) << "nothing to save";
+    machine.speaker_samples.assign(100000, 3);
+    const std::vector<std::string> names = {folder / "x.wav.txt", folder / "none/x.wav", folder / "full.wav",
+                                            ""};
+    std::filesystem::create_symlink("/dev/full", folder / "full.wav");
+    typed.chosen_file = "ab";
+    size_t next = 0;
+    recording.at_message = [&] { typed.chosen_file = names.at(next++); };
+    save_speaker();
+    std::vector<std::string> errors;
+    for (const std::string& call : recording.calls) {
+        if (call.starts_with("error")) {
+            errors.push_back(call);
+        }
+    }
+    EXPECT_EQ(errors,
+              (std::vector<std::string>{"error filename must end in .wav", "error filename must end in .wav",
+                                        "error Can't open file " + names[1] + ": No such file or directory",
+                                        "error Can't write file " + folder.string() +
+                                            "/full.wav: No space left on device"}));
+    EXPECT_EQ(machine.speaker_samples.size(), 100000U);
+    typed.chosen_file = name;
+    save_speaker();
+    EXPECT_TRUE(machine.speaker_samples.empty());
+    EXPECT_EQ(std::filesystem::file_size(name), 68 + 4 * 100000U);
+    EXPECT_EQ(read_back(), "100000");
+}
+
+// A good file, for the others to differ from.
+std::string good_file() {
+    std::string bytes(
+        "RIFF\0\0\0\0WAVEfmt \x28\0\0\0\xfe\xff\1\0\x40\x1f\0\0\0\x7d\0\0\4\0\x20\0\x16\0\x20\0\0\0\0\0"
+        "\1\0\0\0\0\0\x10\0\x80\0\0\xaa\0\x38\x9b\x71"
+        "data\x08\0\0\0\1\2\3\4\5\6\7\x08",
+        76);
+    return bytes;
+}
+
+TEST_F(Audio, FilesThatAreNoRecordingsAreNamedSo) {
+    const struct {
+        size_t place;
+        std::string bytes; // written over the good file there
+        std::string said;
+    } cases[] = {
+        {0, "", "2"},
+        {0, "RIFX", "not a WAV file"},
+        {4, "\xff", "2"},
+        {8, "AVI ", "not a WAV file"},
+        {16, "\x12", "format chunk should be 40 bytes (not 18)"},
+        {20, {"\1\0", 2}, "audio format should be 0xfffe (WAVE_FORMAT_EXTENSIBLE) (not 1)"},
+        {21, "\x80", "audio format should be 0xfffe (WAVE_FORMAT_EXTENSIBLE) (not -32514)"},
+        {22, "\2", "number of channels should be mono"},
+        {24, "\x44\xac", "sample rate should be 8000 (not 44100)"},
+        {28, "\1", "byte rate should be 32000 (not 32001)"},
+        {32, "\2", "bytes per sample should be 4 (not 2)"},
+        {34, "\x10", "bits per sample should be 32 (not 16)"},
+        {36, "\1", "extension size should be 22 (not 1)"},
+        {38, "\x18", "valid bits per sample should be 32 (not 24)"},
+        {44, "\3", "data format code should be 1 (WAVE_FORMAT_PCM), not 3)"},
+        {59, "\1", "GUID wrong"},
+        {60, "LIST", "0"},
+        {60, {"LIST\xf0\xff\xff\xff", 8}, "0"}, // not backward
+        {60, {"LIST\1\0\0\0xdata\0\0", 12}, "Can't read chunk length"},
+        {64, "\6", "2"}, // the last sample reads on
+        {64, "\x09", "error in reading sample"},
+        {12, {"data\4\0\0\0abcd", 12}, "1"},
+    };
+    for (const auto& c : cases) {
+        write_file(good_file().replace(c.place, c.bytes.size(), c.bytes));
+        EXPECT_EQ(read_back(), c.said) << "byte " << c.place;
+    }
+    const std::pair<size_t, const char*> cuts[] = {{3, "not a WAV file"},
+                                                   {7, "Can't read total length"},
+                                                   {11, "not a WAV file"},
+                                                   {15, "0"},
+                                                   {19, "Can't read chunk length"},
+                                                   {43, "can't read speaker position mask\n"},
+                                                   {58, "GUID wrong"},
+                                                   {60, "0"},
+                                                   {75, "error in reading sample"}};
+    for (const auto& [size, said] : cuts) {
+        write_file(good_file().substr(0, size));
+        EXPECT_EQ(read_back(), said) << size << " bytes";
+    }
+}
+
+TEST_F(Audio, FilesOfAnyBytesAreReadToAnEnd) {
+    const unsigned seed = std::random_device{}();
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    for (int i = 0; i < 3000; ++i) {
+        std::string bytes = good_file() + good_file().substr(12) + good_file().substr(60);
+        for (int changes = static_cast<int>(random() % 4); changes >= 0; --changes) {
+            bytes[random() % bytes.size()] = static_cast<char>(random());
+        }
+        bytes.resize(random() % 3 == 0 ? random() % bytes.size() : bytes.size());
+        write_file(bytes);
+        EXPECT_NE(read_back(), "");
+    }
+}
+
+TEST_F(Audio, AssertsThatItsStreamsAreThere) {
+    simulator.speaker_on = true;
+    EXPECT_DEATH(speaker_disconnect(), "pulse_speaker != __null");
+    EXPECT_DEATH(
+        for (int i = 0; i < 32; ++i) { advance_audio(); }, "pulse_speaker != __null");
+    simulator.speaker_on = false;
+    simulator.microphone_on = true;
+    EXPECT_DEATH(microphone_disconnect(), "pulse_microphone != __null");
+    simulator.microphone_on = false;
+}
+
+} // namespace
