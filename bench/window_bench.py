@@ -54,7 +54,7 @@ def start_up(bench):
     def painted():
         window = harness.output("xdotool", "search", "--onlyvisible", "--name", "^VGA$").split()
         return window and len(set(bench.pixels(window[-1], 0, 300, 40, 1))) > 30
-    return bench.measure(lambda: bench.launch("loop.k"), painted)
+    return bench.measure(lambda: bench.begin("loop.k"), painted)
 
 
 def until_seen(bench, button, label):

@@ -2,7 +2,8 @@
 
 import unittest
 
-from harness import WindowTest, wait_until
+from harness import Atspi, WindowTest, wait_until
+from server import SoundServer
 
 
 class Devices(WindowTest):
@@ -91,6 +92,41 @@ class Devices(WindowTest):
                 (lambda: self.keys("click", "1"), True)):
             act()
             wait_until(lambda: (self.cursor() != plain) == shown)
+
+    def test_sound_that_goes_and_comes_back(self):
+        server = SoundServer()
+        self.addCleanup(server.close)
+        self.load("loop.k", run=False, PULSE_SERVER=server.name)
+        mic = Atspi.StateType.CHECKED
+        wait_until(lambda: self.state("Mic", mic))
+
+        def run_and_stop():
+            self.click("Run ")
+            self.wait_stopped("Running")
+            self.click("Run ")
+            self.wait_stopped()
+        run_and_stop()
+        for checked in (False, True):
+            self.click("Mic")
+            wait_until(lambda: self.state("Mic", mic) == checked)
+        server.stop()
+        self.click("Mic")
+        wait_until(lambda: not self.state("Mic", mic))
+        self.click("Mic")
+        self.click("Run ")
+        self.assertEqual("Can't open pulse speaker.", self.answer())
+        self.wait_stopped("Running")
+        self.assertFalse(self.state("Mic", mic))
+        self.click("Run ")
+        self.wait_stopped()
+        run_and_stop()  # says it once only
+        server.start()
+        self.click("Mic")
+        wait_until(lambda: self.state("Mic", mic))
+        run_and_stop()
+        self.click("Save speaker")
+        self.choose("Choose speaker .wav file", self.folder / "loop.wav")
+        wait_until(lambda: (self.folder / "loop.wav").exists() and (self.folder / "loop.wav").stat().st_size > 68)
 
     def test_picture(self):
         self.load("draw.k")
