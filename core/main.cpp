@@ -30,8 +30,10 @@ bool has_display(char** envp) {
 
 int main(int argc, char** argv, char** envp) {
     hold_standard_streams();
-    // A file that grows beyond the user's limit is then an error of that write, with a message, not the end.
+    // A file that grows beyond the user's limit and a connection that breaks are then errors of that write,
+    // with a message, not the end.
     std::signal(SIGXFSZ, SIG_IGN);
+    std::signal(SIGPIPE, SIG_IGN);
 
     if (argc > 2 && std::string_view(argv[1]) == "-a") {
         assemble(argv[2]);

@@ -22,6 +22,7 @@
 #include "devices/ps2.h"
 #include "devices/sd.h"
 #include "devices/sdram.h"
+#include "devices/serial.h"
 #include "devices/touch.h"
 #include "devices/vga.h"
 #include "ui/gui.h"
@@ -280,6 +281,7 @@ void reset_machine() {
     reset_mouse();
     reset_touch();
     reset_sd();
+    reset_serial();
     print_machine();
 }
 

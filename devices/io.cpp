@@ -14,6 +14,7 @@
 #include "devices/ps2.h"
 #include "devices/sd.h"
 #include "devices/sdram.h"
+#include "devices/serial.h"
 #include "devices/touch.h"
 #include "devices/vga.h"
 
@@ -58,8 +59,8 @@ constexpr block_t ADDRESS_MAP[] = {
     {0x60, 0x68, io_vga},                // VGA controller
     {0x70, 0x76, io_mouse},              // mouse
     {0x80, 0x85, io_sd},                 // SD card
-    {0x90, 0x92, io_absent},             // serial receive
-    {0xa0, 0xa2, io_absent},             // serial send
+    {0x90, 0x92, io_serial_receive},     // serial receive
+    {0xa0, 0xa2, io_serial_send},        // serial send
     {0xb0, 0xb5, io_absent},             // camera
     {0xc0, 0xc5, io_absent},             // FFT input
     {0xd0, 0xd3, io_absent},             // FFT output

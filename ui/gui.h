@@ -25,6 +25,10 @@ void gui_message(std::string text, bool error);
 bool gui_choosefile(bool save, std::string title, std::string filter_name, std::string extension,
                     std::string& filename);
 
+// Asks the user for a text of at most so many characters, below a prompt. However the dialog is closed, what
+// has been typed by then is the answer.
+std::string gui_gettext(std::string prompt, int max_length);
+
 // The control window. The texts of the entries are what the user typed.
 std::string gui_assemble_file_get();
 void gui_assemble_file_set(std::string text);
@@ -42,6 +46,14 @@ void gui_time_set(std::string text);
 // The "Mic" box. Setting it only shows the state; it is no command.
 bool gui_mic_get();
 void gui_mic_set(bool on);
+
+// The serial console: opens it if it is not open, and shows a byte (but no carriage return) if it is.
+void gui_serial_setup();
+void gui_serial_append(char c);
+
+// The program looks for a byte of the console's and there is none: a console that can wait for its user may
+// give one, with io_serial_press.
+void gui_serial_input();
 
 void gui_hex74_set(std::string text);
 void gui_hex30_set(std::string text);

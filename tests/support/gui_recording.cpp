@@ -96,3 +96,19 @@ void gui_vga_cursor(bool active) { recording.calls.push_back(active ? "cursor on
 bool gui_mic_get() { return typed.microphone; }
 
 void gui_mic_set(bool on) { recording.calls.push_back(on ? "mic on" : "mic off"); }
+
+std::string gui_gettext(std::string prompt, int max_length) {
+    recording.prompts.push_back(std::to_string(max_length) + " " + prompt);
+    if (typed.serial_names.empty()) {
+        return "";
+    }
+    std::string name = typed.serial_names.front();
+    typed.serial_names.erase(typed.serial_names.begin());
+    return name;
+}
+
+void gui_serial_setup() { recording.prompts.emplace_back("console"); }
+
+void gui_serial_append(char c) { recording.calls.push_back(std::string("serial ") + c); }
+
+void gui_serial_input() {}

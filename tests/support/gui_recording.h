@@ -10,6 +10,7 @@
 
 struct recording_t {
     std::vector<std::string> calls;   // one text a call, for example "status Stopped"
+    std::vector<std::string> prompts; // of the serial port, which is connected once only
     std::vector<uint64_t> looks;      // the instruction counts at which the window was looked at
     std::function<void()> at_look;    // what a user does at each of them
     std::function<void()> at_message; // what a user does while a dialog is open
@@ -24,6 +25,7 @@ struct typed_t {
     std::string breakpoint;
     std::string watchpoint;
     std::string chosen_file;
+    std::vector<std::string> serial_names; // answers to the serial port's questions
     bool microphone = false;
 };
 

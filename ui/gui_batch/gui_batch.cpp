@@ -19,6 +19,7 @@
 #include "core/simulate.h"
 #include "devices/audio.h"
 #include "devices/sdram.h"
+#include "devices/serial.h"
 #include "devices/vga.h"
 #include "ui/gui.h"
 #include "ui/gui_batch/picture.h"
@@ -33,8 +34,15 @@ struct batch_t {
     int report_descriptor;
     std::vector<std::string> files;                         // what the run reads and writes, but the report
     std::map<std::string, std::deque<std::string>> answers; // to file choosers, by their titles
+    bool console_ended;
     run_t run;
 };
+
+// The question of the serial port has no title.
+const std::string SERIAL_PORT;
+
+// What a terminal sends for the end of its input.
+constexpr char END_OF_TRANSMISSION = 4;
 
 batch_t batch = {.options = {},
                  .events = {},
@@ -42,6 +50,7 @@ batch_t batch = {.options = {},
                  .report_descriptor = STDOUT_FILENO,
                  .files = {},
                  .answers = {},
+                 .console_ended = false,
                  .run = {}};
 
 bool limit_reached() {
@@ -136,26 +145,39 @@ bool write_file(const std::optional<std::string>& name, void (*write)(saved_file
 
 void write_picture(saved_file_t& file) { file.write(png_of_screen()); }
 
-[[noreturn]] void finish() {
-    const auto [reason, status] = ending();
-    batch.run.reason = reason;
+// Returns whether all went well.
+bool write_files() {
     std::cout.flush();
     bool written = write_file(batch.options.png_file, write_picture);
     // The button would not save an empty recording.
     written &= write_file(batch.options.speaker_file, write_recording);
     written &= save(save_vga, "Choose VGA .dat file", batch.options.vga_file);
     written &= save(save_sdram, "Choose SDRAM .dat file", batch.options.sdram_file);
-    const int error = write_report();
-    if (error != 0) {
+    if (const int error = write_report(); error != 0) {
         written = false;
         std::cerr << "tovik-run: "
                   << cant_write_text(batch.options.report_file.value_or("standard output"), error)
                   << std::endl;
     } else if (!std::cout) {
         written = false;
-        std::cerr << "tovik-run: can't write the trace to standard output" << std::endl;
+        std::cerr << "tovik-run: can't write " << (batch.options.console ? "the console" : "the trace")
+                  << " to standard output" << std::endl;
     }
-    std::exit(written ? status : EXIT_NOT_WRITTEN);
+    return written;
+}
+
+[[noreturn]] void finish() {
+    const auto [reason, status] = ending();
+    batch.run.reason = reason;
+    std::exit(write_files() ? status : EXIT_NOT_WRITTEN);
+}
+
+// A device may end the process in the middle of a run.
+void finish_at_exit() {
+    if (simulator.running) {
+        batch.run.reason = "error";
+        write_files();
+    }
 }
 
 // A file over a source would destroy a student's work, and so would one over what this run reads or writes.
@@ -206,6 +228,7 @@ void offer_files() {
 void open_files() {
     const options_t& options = batch.options;
     const std::string base = options.program.substr(0, options.program.rfind('.'));
+    batch.answers[SERIAL_PORT] = {options.serial_names.begin(), options.serial_names.end()};
     batch.files = {base + ".k", base + ".mif", base + ".labels", options.script_file.value_or("")};
     offer_files();
     for (const auto& [option, file] : {std::pair{"--png", options.png_file},
@@ -286,12 +309,16 @@ void run_batch(const options_t& options, const labels_t& labels, std::vector<eve
         speaker_connect();
         microphone_connect();
     }
+    std::atexit(finish_at_exit);
     simulator.running = true;
     simulate_run();
 }
 
 bool gui_events_pending() {
     fill_up_step_count();
+    if (batch.options.console) {
+        std::cout.flush();
+    }
     return event_is_due();
 }
 
@@ -320,6 +347,43 @@ bool gui_choosefile(bool /*save*/, std::string title, std::string /*filter_name*
     filename = answers.front();
     answers.pop_front();
     return true;
+}
+
+std::string gui_gettext(std::string /*prompt*/, int /*max_length*/) {
+    std::deque<std::string>& answers = batch.answers[SERIAL_PORT];
+    std::string answer;
+    if (!answers.empty()) {
+        answer = answers.front();
+        answers.pop_front();
+    }
+    return answer;
+}
+
+void gui_serial_setup() {}
+
+void gui_serial_append(char c) {
+    if (c == '\r') {
+        return;
+    }
+    if (batch.options.report_format != "none") {
+        batch.run.serial_output += c;
+    }
+    if (batch.options.console) {
+        std::cout.put(c);
+    }
+}
+
+void gui_serial_input() {
+    if (!batch.options.console || batch.console_ended) {
+        return;
+    }
+    std::cout.flush();
+    int c = std::cin.get();
+    while (c == '\0') { // no key gives it
+        c = std::cin.get();
+    }
+    batch.console_ended = c == std::char_traits<char>::eof();
+    io_serial_press(batch.console_ended ? END_OF_TRANSMISSION : static_cast<char>(c));
 }
 
 // What these would show, the report reads from the machine itself.

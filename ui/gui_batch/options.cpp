@@ -13,6 +13,8 @@ namespace {
 
 constexpr const char* HINT = "\nRun with --help for the options.";
 
+constexpr size_t LONGEST_SERIAL_NAME = 20; // as the window's dialog has it
+
 constexpr int64_t HIGHEST_COUNT = std::numeric_limits<int64_t>::max();
 constexpr int64_t HIGHEST_SWITCHES = (1 << SWITCHES) - 1;
 
@@ -29,6 +31,15 @@ CLI::Validator number_check(int64_t lowest, int64_t highest) {
 CLI::Validator ending_check(const std::string& ending) {
     return {[=](const std::string& text) {
                 return text.ends_with(ending) ? "" : "'" + text + "' does not end in " + ending;
+            },
+            ""};
+}
+
+CLI::Validator length_check(size_t most) {
+    return {[=](const std::string& text) {
+                return text.size() <= most
+                           ? ""
+                           : "'" + text + "' has more than " + std::to_string(most) + " characters";
             },
             ""};
 }
@@ -50,7 +61,7 @@ CLI::Validator report_check() {
 
 // Options of devices that this board does not have yet: known, but refused.
 void refuse_options_to_come(CLI::App& app) {
-    for (const std::string name : {"--camera", "--serial", "--console", "--live-camera"}) {
+    for (const std::string name : {"--camera", "--live-camera"}) {
         app.add_flag_callback(name, [name] { throw CLI::ValidationError(name, "not available yet"); })
             ->group("");
     }
@@ -81,7 +92,7 @@ options_t parse_options(int argc, char** argv) {
     std::string limit;
     std::string switches = "0";
     std::string seed = "1";
-    std::string report = "text";
+    std::string report;
 
     CLI::App app("Runs a K24 program on the simulated board, without a window.", "tovik-run");
     app.add_option("PROGRAM", options.program, "program.k (assembled first) or program.mif");
@@ -103,6 +114,11 @@ options_t parse_options(int argc, char** argv) {
     app.add_flag("--live-sound", options.live_sound, "play and record through the host's sound server");
     app.add_option("--mic", options.mic_files, "a WAV file for the microphone; given again, the next one")
         ->allow_extra_args(false);
+    app.add_option("--serial", options.serial_names,
+                   "where the serial port leads: a device, a name for the relay, or nothing for the console")
+        ->allow_extra_args(false)
+        ->check(length_check(LONGEST_SERIAL_NAME));
+    app.add_flag("--console", options.console, "the serial console is standard input and output");
     app.add_option("--sd", options.sd_files, "the SD card; given again, the next one")
         ->allow_extra_args(false);
     app.add_option("--seed", seed, "seed of the noise in the memories at the start")
@@ -130,6 +146,9 @@ options_t parse_options(int argc, char** argv) {
     }
     options.switches = static_cast<int32_t>(*parse_number(switches, 0, HIGHEST_SWITCHES));
     options.seed = static_cast<uint64_t>(*parse_number(seed, 0, HIGHEST_COUNT));
+    if (report.empty()) {
+        report = options.console ? "none" : "text";
+    }
     const size_t colon = report.find(':');
     options.report_format = report.substr(0, colon);
     if (colon != std::string::npos) {

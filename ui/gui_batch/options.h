@@ -25,6 +25,8 @@ struct options_t {
     std::vector<std::string> sd_files;       // the cards put in, one after the other
     std::vector<std::string> mic_files;      // the recordings that the microphone plays, likewise
     bool live_sound = false;
+    std::vector<std::string> serial_names; // the answers to the serial port's questions
+    bool console = false;
     std::string report_format = "text";
     std::optional<std::string> report_file; // standard output otherwise
 };

@@ -54,6 +54,10 @@ std::string place(const run_t& run) {
     return text;
 }
 
+std::span<const uint8_t> bytes_of(const std::string& text) {
+    return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
+}
+
 std::span<const uint8_t> lcd_line(size_t y) { return machine.lcd_ram[y]; }
 
 // In quotes; what is no character of ASCII is escaped.
@@ -101,6 +105,9 @@ std::string text_report(const run_t& run) {
     text += "  HEX3-HEX0       " + run.hex30 + "\n";
     text += "  LCD             " + quoted(lcd_line(0)) + "\n";
     text += "                  " + quoted(lcd_line(1)) + "\n";
+    if (!run.serial_output.empty()) {
+        text += "  serial output   " + quoted(bytes_of(run.serial_output)) + "\n";
+    }
     for (const int32_t address : run.memory) {
         const std::string name = "memory[" + std::to_string(address) + "]";
         text += format("  %-15s %d\n", name.c_str(), machine.memory[address]);
@@ -121,6 +128,7 @@ std::string json_report(const run_t& run) {
     report["hex74"] = run.hex74;
     report["hex30"] = run.hex30;
     report["lcd"] = {characters(lcd_line(0)), characters(lcd_line(1))};
+    report["serial_output"] = characters(bytes_of(run.serial_output));
     // Appended without the library's search for a key that is there already: the addresses are all different.
     nlohmann::ordered_json::object_t memory;
     for (const int32_t address : run.memory) {

@@ -22,6 +22,7 @@ struct run_t {
     std::string hex30;
     std::set<int32_t> memory; // addresses of words to report
     std::vector<message_t> messages;
+    std::string serial_output; // to the serial console, without carriage returns
     labels_t labels;
 };
 

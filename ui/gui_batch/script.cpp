@@ -15,6 +15,7 @@
 #include "devices/ledswitchtimer.h"
 #include "devices/mouse.h"
 #include "devices/ps2.h"
+#include "devices/serial.h"
 #include "ui/gui_batch/usage.h"
 
 namespace {
@@ -148,6 +149,8 @@ void type(const event_t& event) {
     }
 }
 
+void type_in_console(const event_t& event) { std::ranges::for_each(event.text, io_serial_press); }
+
 void ctrl_m(const event_t& /*event*/) { io_ps2_ctrlm(); }
 
 void focus(const event_t& event) {
@@ -183,6 +186,7 @@ constexpr form_t FORMS[] = {
     {"press", "press C", press, form_e::KEY, {key}},
     {"release", "release C", release, form_e::KEY, {key}},
     {"type", "type \"TEXT\"", type, form_e::TEXT, {}},
+    {"serial", "serial \"TEXT\"", type_in_console, form_e::TEXT, {}},
     {"ctrl-m", "ctrl-m", ctrl_m, form_e::WORDS, {}},
     {"focus", "focus in|out", focus, form_e::WORDS, {in_out}},
     {"move", "move X Y", move, form_e::WORDS, {coordinate, coordinate}},
@@ -193,9 +197,6 @@ constexpr form_t FORMS[] = {
 const form_t& find_form(const std::string& name) {
     if (name.empty()) {
         throw malformed_t{"expected an event after the instruction count"};
-    }
-    if (name == "serial") {
-        throw malformed_t{"'serial' is not available yet"};
     }
     const auto* const form = std::ranges::find(FORMS, name, &form_t::name);
     if (form == std::end(FORMS)) {

@@ -84,3 +84,21 @@ bool gui_choosefile(bool save, std::string title, std::string /*filter_name*/, s
     gtk_widget_destroy(dialog);
     return accepted;
 }
+
+std::string gui_gettext(std::string prompt, int max_length) {
+    flush_display();
+    GtkWidget* const dialog = gtk_dialog_new();
+    GtkWidget* const entry = gtk_entry_new();
+    gtk_entry_set_max_length(GTK_ENTRY(entry), max_length);
+    gtk_entry_set_activates_default(GTK_ENTRY(entry), TRUE);
+    gtk_container_add(GTK_CONTAINER(gtk_dialog_get_content_area(GTK_DIALOG(dialog))),
+                      gtk_label_new(prompt.c_str()));
+    gtk_container_add(GTK_CONTAINER(gtk_dialog_get_action_area(GTK_DIALOG(dialog))), entry);
+    gtk_dialog_add_button(GTK_DIALOG(dialog), GTK_STOCK_OK, GTK_RESPONSE_ACCEPT);
+    gtk_dialog_set_default_response(GTK_DIALOG(dialog), GTK_RESPONSE_ACCEPT);
+    gtk_widget_show_all(dialog);
+    gtk_dialog_run(GTK_DIALOG(dialog));
+    const std::string text = gtk_entry_get_text(GTK_ENTRY(entry));
+    gtk_widget_destroy(dialog);
+    return text;
+}

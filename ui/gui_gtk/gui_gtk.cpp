@@ -14,6 +14,7 @@
 void flush_display() {
     flush_labels();
     flush_board();
+    flush_serial_console();
 }
 
 void gui_setup(int argc, char** argv) {
@@ -39,6 +40,8 @@ void sig_destroy(GtkWidget* /*widget*/, gpointer handle) {
         std::exit(0);
     } else if (handle == &memory_buffer) {
         memory_buffer = nullptr;
+    } else if (handle == &serial_buffer) {
+        serial_buffer = nullptr;
     } else if (handle == &vga_draw) {
         vga_draw = nullptr;
         screen_open = false;

@@ -1,4 +1,5 @@
-// Keyboard and pointer over the VGA window, and clicks on switches: host events become calls of the devices.
+// Keyboard and pointer over the VGA window, keys in the serial console, and clicks on switches: host events
+// become calls of the devices.
 
 #include <gdk/gdkkeysyms.h>
 #include <gtk/gtk.h>
@@ -7,6 +8,7 @@
 #include "devices/ledswitchtimer.h"
 #include "devices/mouse.h"
 #include "devices/ps2.h"
+#include "devices/serial.h"
 #include "ui/gui_gtk/windows.h"
 
 namespace {
@@ -46,6 +48,11 @@ gboolean gui_ps2_press_handler(GtkWidget* /*widget*/, GdkEventKey* event, gpoint
 
 gboolean gui_ps2_release_handler(GtkWidget* /*widget*/, GdkEventKey* event, gpointer /*data*/) {
     io_ps2_release(key_character(event));
+    return FALSE;
+}
+
+gboolean gui_serial_press_handler(GtkWidget* /*widget*/, GdkEventKey* event, gpointer /*data*/) {
+    io_serial_press(key_character(event));
     return FALSE;
 }
 
@@ -105,4 +112,9 @@ void connect_input(GtkWidget* vga_window, GtkWidget* area) {
     g_signal_connect(vga_window, "motion_notify_event", G_CALLBACK(gui_mouse_motion_handler), nullptr);
     g_signal_connect(vga_window, "focus_in_event", G_CALLBACK(sig_vga_enter), nullptr);
     g_signal_connect(vga_window, "focus_out_event", G_CALLBACK(sig_vga_leave), nullptr);
+}
+
+void connect_serial_keys(GtkWidget* console) {
+    gtk_widget_add_events(console, GDK_KEY_PRESS_MASK);
+    g_signal_connect(console, "key_press_event", G_CALLBACK(gui_serial_press_handler), nullptr);
 }

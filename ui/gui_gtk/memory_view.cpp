@@ -12,6 +12,7 @@
 
 #include "core/machine.h"
 #include "ui/gui.h"
+#include "ui/gui_gtk/text.h"
 #include "ui/gui_gtk/windows.h"
 
 GtkTextBuffer* memory_buffer = nullptr;
@@ -140,17 +141,9 @@ void build_memory_window() {
     g_signal_connect(window, "destroy", G_CALLBACK(sig_destroy), &memory_buffer);
     // The view stands in the scrolled window itself: through a viewport its 24,600 pixels would come near to
     // the greatest height that a window can have.
-    GtkWidget* const scrolled = gtk_scrolled_window_new(nullptr, nullptr);
-    gtk_widget_set_size_request(scrolled, WINDOW_WIDTH, WINDOW_HEIGHT);
-    gtk_scrolled_window_set_policy(GTK_SCROLLED_WINDOW(scrolled), GTK_POLICY_AUTOMATIC, GTK_POLICY_AUTOMATIC);
-    GtkWidget* const view = gtk_text_view_new();
-    gtk_text_view_set_editable(GTK_TEXT_VIEW(view), FALSE);
-    PangoFontDescription* const font = pango_font_description_from_string("courier,10");
-    gtk_widget_modify_font(view, font);
-    pango_font_description_free(font);
+    GtkWidget* const view = new_text_view();
     memory_buffer = gtk_text_view_get_buffer(GTK_TEXT_VIEW(view));
     gtk_text_buffer_set_text(memory_buffer, "", 0);
-    gtk_container_add(GTK_CONTAINER(scrolled), view);
-    gtk_container_add(GTK_CONTAINER(window), scrolled);
+    gtk_container_add(GTK_CONTAINER(window), new_scrolled(view, WINDOW_WIDTH, WINDOW_HEIGHT));
     gtk_widget_show_all(window);
 }

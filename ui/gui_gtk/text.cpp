@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include <glib.h>
-
 namespace {
 
 constexpr char NULL_SHOWN_AS = 127;
@@ -66,4 +64,21 @@ std::string shorten(const std::string& text, size_t most) {
         ++end;
     }
     return text.substr(0, beginning) + "\n[...]\n" + text.substr(end);
+}
+
+GtkWidget* new_text_view() {
+    GtkWidget* const view = gtk_text_view_new();
+    gtk_text_view_set_editable(GTK_TEXT_VIEW(view), FALSE);
+    PangoFontDescription* const font = pango_font_description_from_string("courier,10");
+    gtk_widget_modify_font(view, font);
+    pango_font_description_free(font);
+    return view;
+}
+
+GtkWidget* new_scrolled(GtkWidget* view, int width, int height) {
+    GtkWidget* const scrolled = gtk_scrolled_window_new(nullptr, nullptr);
+    gtk_widget_set_size_request(scrolled, width, height);
+    gtk_scrolled_window_set_policy(GTK_SCROLLED_WINDOW(scrolled), GTK_POLICY_AUTOMATIC, GTK_POLICY_AUTOMATIC);
+    gtk_container_add(GTK_CONTAINER(scrolled), view);
+    return scrolled;
 }

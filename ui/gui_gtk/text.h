@@ -1,9 +1,12 @@
 #pragma once
 
-// Bytes on their way into the toolkit, which shows only valid UTF-8 and nothing after a NUL.
+// Bytes on their way into the toolkit, which shows only valid UTF-8 and nothing after a NUL; and views of
+// text.
 
 #include <string>
 #include <string_view>
+
+#include <gtk/gtk.h>
 
 // Each byte as the Latin-1 character of that number; NUL as character 127.
 std::string show_bytes(std::string_view bytes);
@@ -16,3 +19,8 @@ std::string shorten(const std::string& text, size_t most);
 
 // Every NUL replaced by character 127.
 std::string replace_null(std::string text);
+
+// A text view in the fixed-width font of memory and console that the user can't write in, and a scrolled
+// window of that size, in pixels, around one.
+GtkWidget* new_text_view();
+GtkWidget* new_scrolled(GtkWidget* view, int width, int height);

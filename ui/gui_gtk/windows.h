@@ -9,6 +9,7 @@
 
 // Null once their window is closed.
 extern GtkTextBuffer* memory_buffer;
+extern GtkTextBuffer* serial_buffer;
 extern GtkWidget* vga_draw;
 
 // The "destroy" handler of every window. The user data names what was closed: null for the main window, which
@@ -30,6 +31,9 @@ GtkWidget* new_switch(int i);
 // Connects the keyboard and the pointer to the VGA window and the drawing area that fills it.
 void connect_input(GtkWidget* vga_window, GtkWidget* area);
 
+// Connects the keyboard to the serial console.
+void connect_serial_keys(GtkWidget* console);
+
 // The "button_press_event" of a switch; the user data is its number.
 gboolean gui_sw_handler(GtkWidget* widget, GdkEventButton* event, gpointer number);
 
@@ -37,3 +41,4 @@ gboolean gui_sw_handler(GtkWidget* widget, GdkEventButton* event, gpointer numbe
 void flush_display();
 void flush_labels();
 void flush_board();
+void flush_serial_console();

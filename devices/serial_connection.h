@@ -1,0 +1,35 @@
+#pragma once
+
+// Where the serial port leads: to a serial device of the host, through a relay server to another simulator,
+// or to the console window. And the bytes that it brought, until the program takes them.
+
+#include <cstdint>
+#include <queue>
+#include <string>
+
+enum serial_state_e { DISCONNECTED = 0, HW = 1, NET = 2, WINDOW = 3 };
+
+extern serial_state_e serial_state;
+
+// At most 1024 bytes.
+extern std::queue<uint8_t> serial_queue;
+
+// Appends a byte to the queue; it is lost if the queue is full.
+void serial_enqueue(char byte);
+
+// Unless the port is connected, asks the user where it leads, with the message above the question, until it
+// is. Throws tovik_error, disconnected, when the relay cannot be reached or refuses.
+void serial_connect(const std::string& message);
+
+// Closes the connection, if there is one, and forgets what it brought.
+void serial_disconnect();
+
+// Moves all bytes that wait on the connection into the queue, without waiting. A connection that has been
+// lost is closed, and the user is asked for another one: throws what serial_connect throws.
+void serial_receive();
+
+// Move that many bytes over the connection. Return how many were moved; reading, also -1 when it failed.
+// Waits no more than 30 s for the other side. A connection that can no longer be written to ends the process
+// with status 1, with the reason on standard error.
+int read_size(char* buffer, int size);
+int write_size(const char* buffer, int size);
