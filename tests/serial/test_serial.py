@@ -1,0 +1,161 @@
+"""The serial port's ends: a device, the relay, and what happens when they fail."""
+
+import itertools
+import json
+import os
+import pathlib
+import socket
+import struct
+import subprocess
+import tempfile
+import threading
+import time
+import unittest
+
+BIN = pathlib.Path(os.environ["TOVIK_BIN"])
+ADDRESSES = (f"127.77.{os.getpid() >> 8 & 127}.{i}" for i in itertools.count(1))
+
+# Sends what it receives, plus 1, until a full stop comes.
+NEXT_LETTER = """
+next cp 0x80000090 one
+wait bne wait 0x80000091 one
+ cp c 0x80000092
+ cp 0x80000090 zero
+ be end c stop
+ add c c one
+ cp 0x800000a2 c
+ cp 0x800000a0 one
+busy bne busy 0x800000a1 one
+ cp 0x800000a0 zero
+ be next one one
+end halt
+c .data 0
+one .data 1
+zero .data 0
+stop .data 46
+"""
+# Sends the letter A again and again.
+FLOOD = """
+ cp 0x800000a2 letter
+next cp 0x800000a0 one
+busy bne busy 0x800000a1 one
+ cp 0x800000a0 zero
+ be next one one
+letter .data 65
+one .data 1
+zero .data 0
+"""
+
+
+class Serial(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+        self.host = next(ADDRESSES)
+
+    def start(self, source, *options):
+        name = f"p{len(list(self.folder.iterdir()))}.k"
+        (self.folder / name).write_text(source)
+        process = subprocess.Popen([BIN / "tovik-run", "--report", "json", *options, name], cwd=self.folder, text=True,
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                   env={**os.environ, "TOVIK_RELAY_HOST": self.host})
+        self.addCleanup(process.kill)
+        return process
+
+    def end(self, process):
+        out, errors = process.communicate(timeout=60)
+        return process.returncode, json.loads(out)["reason"], errors
+
+    def line(self, other):
+        """A serial line with another program at its end."""
+        socat = subprocess.Popen(["socat", f"pty,raw,echo=0,link={self.folder}/tty", other])
+        self.addCleanup(lambda: (socat.terminate(), socat.wait()))
+        while not (self.folder / "tty").exists():
+            time.sleep(0.01)
+        return socat
+
+    def test_device(self):
+        (self.folder / "in").write_bytes(b"HAL" * 20)
+        self.line(f"system:'cat {self.folder}/in; sleep 0.3; echo -n .; cat > {self.folder}/out'")
+        self.assertEqual((0, "halt", ""), self.end(self.start(NEXT_LETTER, "--serial", "./tty")))
+        end = time.monotonic() + 20
+        while (self.folder / "out").stat().st_size < 60 and time.monotonic() < end:
+            time.sleep(0.01)
+        self.assertEqual(b"IBM" * 20, (self.folder / "out").read_bytes())
+
+    def test_device_that_cannot_be_used(self):
+        (self.folder / "file1").touch()
+        process = self.start(NEXT_LETTER, "--serial", "./none", "--serial", "file1", "--console", "--limit", "1000000")
+        out, errors = process.communicate("AB.", timeout=60)
+        self.assertEqual("Can't open serial device\nCan't tcflush serial device\n", errors)
+
+    def test_device_whose_other_end_goes(self):
+        socat = self.line("system:'sleep 0.2'")
+        process = self.start(NEXT_LETTER, "--serial", "./tty", "--limit", "4000000")
+        socat.wait()
+        self.assertEqual((3, "limit", ""), self.end(process))
+
+    # The relay refuses in ways that no real one can be made to: a stand-in for it.
+
+    def relay(self, *steps):
+        """Does what each step says: sends bytes, or receives that many."""
+        listener = socket.create_server((self.host, 10000))
+        received = []
+
+        def serve():
+            connection, _ = listener.accept()
+            with connection, listener:
+                for step in steps:
+                    if isinstance(step, int):
+                        received.append(connection.recv(step, socket.MSG_WAITALL))
+                    else:
+                        connection.sendall(step)
+        thread = threading.Thread(target=serve)
+        thread.start()
+        self.addCleanup(thread.join)
+        return received
+
+    CHALLENGE = struct.pack("<i", 65536)
+
+    def test_relay_that_refuses(self):
+        failed = "Cannot connect to virtual serial port (error {}.  Please contact instructor.\n"
+        for steps, error in (
+                ([], failed.format("receiving challenge")), ([b"abc"], failed.format("receiving challenge")),
+                ([self.CHALLENGE, 4, 4, 4], failed.format("receiving status)")),
+                ([self.CHALLENGE, 4, 4, 4, b"\0"], failed.format("receiving status)"))):
+            with self.subTest(steps=steps):
+                self.host = next(ADDRESSES)
+                self.relay(*steps)
+                self.assertEqual((1, "error", "error at PC 0\n" + error),
+                                 self.end(self.start(NEXT_LETTER, "--serial", "abc")))
+        self.host = next(ADDRESSES)
+        self.assertEqual((1, "error", "error at PC 0\nCannot connect to virtual serial port.  Please contact instructor.\n"),
+                         self.end(self.start(NEXT_LETTER, "--serial", "abc")))
+        self.host = "nowhere.invalid"
+        self.assertEqual((1, "error", "error at PC 0\nCannot connect to virtual serial port (error getting hostent).  "
+                          "Please contact instructor.\n"), self.end(self.start(NEXT_LETTER, "--serial", "abc")))
+
+    def test_relay_that_accepts(self):
+        for status, text in ((b"\0\0\0\0", 'Connected to virtual serial port.  Next, run a second instance of tovik and '
+                              'connect it to serial port "abc".\n'),
+                             (b"\xc0\x00\x02\x05", "Connected to another instance of tovik, running on 192.0.2.5.\n")):
+            with self.subTest(status=status):
+                self.host = next(ADDRESSES)
+                received = self.relay(self.CHALLENGE, 12, status, b"AHL.", 3)
+                self.assertEqual((0, "halt", text), self.end(self.start(NEXT_LETTER, "--serial", "abc")))
+                self.assertEqual([struct.pack("<ii", 10714194, 4) + b"abc\0", b"BIM"], received)
+
+    def test_relay_that_goes(self):
+        first = 'Connected to virtual serial port.  Next, run a second instance of tovik and connect it to serial port "abc".\n'
+        self.relay(self.CHALLENGE, 12, b"\0\0\0\0", b"A", 1)
+        process = self.start(NEXT_LETTER, "--serial", "abc", "--script", os.devnull, "--limit", "100000000")
+        self.assertEqual((3, "limit", first), self.end(process))  # asked again, and answered with the console
+        self.host = next(ADDRESSES)
+        self.relay(self.CHALLENGE, 12, b"\0\0\0\0", 1)
+        self.assertEqual((1, "error", first + "write: Broken pipe\n"),
+                         self.end(self.start(FLOOD, "--serial", "abc", "--limit", "2000000000")))
+
+
+if __name__ == "__main__":
+    unittest.main()
