@@ -15,6 +15,7 @@
 #include "core/interpreter.h"
 #include "core/machine.h"
 #include "core/memory.h"
+#include "devices/fft.h"
 #include "devices/lcd.h"
 #include "devices/ledswitchtimer.h"
 #include "devices/mouse.h"
@@ -271,6 +272,7 @@ void reset_machine() {
     reset_ps2();
     reset_mouse();
     reset_touch();
+    reset_fft();
     print_machine();
 }
 
