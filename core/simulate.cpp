@@ -16,6 +16,7 @@
 #include "core/machine.h"
 #include "core/memory.h"
 #include "devices/audio.h"
+#include "devices/fft.h"
 #include "devices/lcd.h"
 #include "devices/ledswitchtimer.h"
 #include "devices/mouse.h"
@@ -282,6 +283,7 @@ void reset_machine() {
     reset_touch();
     reset_sd();
     reset_serial();
+    reset_fft();
     print_machine();
 }
 

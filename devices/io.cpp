@@ -8,6 +8,7 @@
 
 #include "core/machine.h"
 #include "devices/audio.h"
+#include "devices/fft.h"
 #include "devices/lcd.h"
 #include "devices/ledswitchtimer.h"
 #include "devices/mouse.h"
@@ -62,8 +63,8 @@ constexpr block_t ADDRESS_MAP[] = {
     {0x90, 0x92, io_serial_receive},     // serial receive
     {0xa0, 0xa2, io_serial_send},        // serial send
     {0xb0, 0xb5, io_absent},             // camera
-    {0xc0, 0xc5, io_absent},             // FFT input
-    {0xd0, 0xd3, io_absent},             // FFT output
+    {0xc0, 0xc5, io_fft_send},           // FFT input
+    {0xd0, 0xd3, io_fft_receive},        // FFT output
     {0xe0, 0xe4, io_touch},              // touch screen
     {0xf0, 0xf3, io_silent},             // none
     {0x100, 0x103, io_silent},           // none

@@ -34,6 +34,12 @@ one .data 1
 zero .data 0
 stop .data 46
 """
+# Sends a byte first, so that the other side knows when the line is open.
+READY = """
+ cp 0x800000a0 one
+ready bne ready 0x800000a1 one
+ cp 0x800000a0 zero
+"""
 # Sends the letter A again and again.
 FLOOD = """
  cp 0x800000a2 letter
@@ -77,11 +83,8 @@ class Serial(unittest.TestCase):
 
     def test_device(self):
         (self.folder / "in").write_bytes(b"HAL" * 20)
-        self.line(f"system:'cat {self.folder}/in; sleep 0.3; echo -n .; cat > {self.folder}/out'")
-        self.assertEqual((0, "halt", ""), self.end(self.start(NEXT_LETTER, "--serial", "./tty")))
-        end = time.monotonic() + 20
-        while (self.folder / "out").stat().st_size < 60 and time.monotonic() < end:
-            time.sleep(0.01)
+        self.line(f"system:'head -c 1 > /dev/null; cat {self.folder}/in; head -c 60 > {self.folder}/out; echo .; cat'")
+        self.assertEqual((0, "halt", ""), self.end(self.start(READY + NEXT_LETTER, "--serial", "./tty")))
         self.assertEqual(b"IBM" * 20, (self.folder / "out").read_bytes())
 
     def test_device_that_cannot_be_used(self):
@@ -149,7 +152,7 @@ class Serial(unittest.TestCase):
     def test_relay_that_goes(self):
         first = 'Connected to virtual serial port.  Next, run a second instance of tovik and connect it to serial port "abc".\n'
         self.relay(self.CHALLENGE, 12, b"\0\0\0\0", b"A", 1)
-        process = self.start(NEXT_LETTER, "--serial", "abc", "--script", os.devnull, "--limit", "100000000")
+        process = self.start(NEXT_LETTER, "--serial", "abc", "--script", os.devnull, "--limit", "3000000")
         self.assertEqual((3, "limit", first), self.end(process))  # asked again, and answered with the console
         self.host = next(ADDRESSES)
         self.relay(self.CHALLENGE, 12, b"\0\0\0\0", 1)

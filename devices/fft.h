@@ -1,0 +1,12 @@
+#pragma once
+
+// FFT unit: transforms blocks of 1024 complex numbers.
+
+#include <cstdint>
+
+// The register handlers of the I/O bus, for the points that go in and for the results.
+int32_t io_fft_send(bool write, int32_t address, int32_t data);
+int32_t io_fft_receive(bool write, int32_t address, int32_t data);
+
+// No command, no point collected, no results; all registers 0.
+void reset_fft();
