@@ -59,7 +59,8 @@ TEST_F(Commands, RunReadsAndRewritesTheEntries) {
 TEST_F(Commands, RunStartsAndStops) {
     typed.steps = "9";
     debug_runstop();
-    EXPECT_EQ(recording.calls, (std::vector<std::string>{"runstop Stop", "status Running", "pc "}));
+    EXPECT_EQ(recording.calls, (std::vector<std::string>{"runstop Stop", "status Running", "pc ",
+                                                         "error Can't open pulse speaker."}));
     typed.steps = "8";
     debug_runstop();
     EXPECT_EQ(simulator.step, 0);
