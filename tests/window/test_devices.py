@@ -2,7 +2,7 @@
 
 import unittest
 
-from harness import Atspi, WindowTest, wait_until
+from harness import Atspi, WindowTest, descendants, text_of, wait_until
 from server import SoundServer
 
 
@@ -92,6 +92,25 @@ class Devices(WindowTest):
                 (lambda: self.keys("click", "1"), True)):
             act()
             wait_until(lambda: (self.cursor() != plain) == shown)
+
+    def test_serial_console(self):
+        self.load("serial_echo.k")
+        title = wait_until(lambda: (set(self.frames()) - {"tovik", "VGA", "K24 memory"}))
+        self.assertIn("To show the serial output in the serial port window, leave the field blank.",
+                      self.answer("OK", title.pop()))
+        wait_until(lambda: self.window("Serial console"))
+        view = next(widget for widget in descendants(self.window("Serial console"))
+                    if widget.get_role() == Atspi.Role.TEXT)
+        self.activate("Serial console")
+        self.keys("key", "a", "shift", "eacute", "Return", "Tab", "b")
+        wait_until(lambda: text_of(view) == "a\xe9\n\tb")
+        self.wait_text("HEX3-HEX0 digits", "0005")
+        self.close("Serial console")
+        wait_until(lambda: self.window("Serial console") is None)
+        self.click("Reset")
+        self.wait_stopped(pc=0)
+        self.click("Run ")
+        self.wait_stopped("Running")  # not asked again
 
     def test_sound_that_goes_and_comes_back(self):
         server = SoundServer()
