@@ -32,6 +32,7 @@
 #include "devices/wav.h"
 #include "ui/gui.h"
 
+std::ostream* sound_log = &std::cout;
 bool speaker_recording = true;
 
 namespace {
@@ -69,9 +70,8 @@ constexpr pa_buffer_attr MICROPHONE_BUFFER = {.maxlength = 200,
 pa_simple* pulse_microphone = nullptr;
 std::string microphone_filename;
 
-// Standard output, where a user who started the program from a terminal sees what the sound server says.
 void print_error(const std::string& function, int error) {
-    std::cout << function << " failed: " << pa_strerror(error) << std::endl;
+    *sound_log << function << " failed: " << pa_strerror(error) << std::endl;
 }
 
 pa_simple* open_stream(const char* name, pa_stream_direction_t direction, const pa_buffer_attr* buffer) {

@@ -3,11 +3,15 @@
 // Speaker and microphone, which share the audio tick.
 
 #include <cstdint>
+#include <ostream>
 
 #include "core/files.h"
 
 // Instructions between two audio ticks: 8000 ticks are a second of the board's time.
 constexpr int32_t INSTRUCTIONS_PER_AUDIO_TICK = 833;
+
+// Where what the sound server says goes: standard output, unless a front end needs that for other things.
+extern std::ostream* sound_log;
 
 // Whether the samples that the speaker plays are kept for saving.
 extern bool speaker_recording;

@@ -124,7 +124,12 @@ void reset_serial() {
     machine.serial_send_response = 0;
     machine.serial_send_response_instr = 0;
     if (serial_state != DISCONNECTED) {
-        serial_receive();
+        try {
+            serial_receive();
+        } catch (const tovik_error& error) {
+            // No program waits for it, and the other devices are still to be reset.
+            gui_message(error.message, true);
+        }
         serial_queue = {};
     }
 }

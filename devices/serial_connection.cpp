@@ -39,6 +39,10 @@ namespace {
 
 constexpr size_t QUEUE_BYTES = 1024;
 constexpr int LONGEST_NAME = 20;
+
+// A side that sends faster than bytes are taken from the line must not hold the program for ever.
+constexpr int MOST_BYTES_AT_ONCE = 65536;
+
 constexpr const char* RELAY_PORT = "10000";
 constexpr int PATIENCE_SECONDS = 30;
 
@@ -196,13 +200,13 @@ void connect_to(const std::string& name) {
 
 void receive_from_device() {
     char byte = 0;
-    while (read_size(&byte, 1) == 1) {
+    for (int i = 0; i < MOST_BYTES_AT_ONCE && read_size(&byte, 1) == 1; ++i) {
         serial_enqueue(byte);
     }
 }
 
 void receive_from_relay() {
-    for (;;) {
+    for (int i = 0; i < MOST_BYTES_AT_ONCE; ++i) {
         pollfd waiting = {serial_sock, POLLIN, 0};
         const int result = poll(&waiting, 1, 0);
         if (result < 0 && errno != EINTR) {
@@ -267,14 +271,17 @@ int read_size(char* buffer, int size) {
     assert(serial_state != DISCONNECTED);
     int count = 0;
     while (count < size && serial_state != WINDOW) {
-        const ssize_t result = read(serial_linux_fd(), buffer + count, static_cast<size_t>(size - count));
+        const auto rest = static_cast<size_t>(size - count);
+        // The socket's time-out is then one for all bytes together.
+        const ssize_t result = serial_state == NET ? recv(serial_sock, buffer + count, rest, MSG_WAITALL)
+                                                   : read(serial_fd, buffer + count, rest);
         if (result < 0 && errno != EINTR) {
             return -1;
         }
-        if (result == 0) {
+        count += result < 0 ? 0 : static_cast<int>(result);
+        if (result == 0 || (result > 0 && serial_state == NET)) {
             break;
         }
-        count += result < 0 ? 0 : static_cast<int>(result);
     }
     return count;
 }

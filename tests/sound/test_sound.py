@@ -177,12 +177,13 @@ class Sound(unittest.TestCase):
         time.sleep(0.7)
         self.server.stop()
         out, errors = process.communicate(timeout=60)
-        self.assertEqual((3, ""), (process.returncode, errors))
-        self.assertEqual({"pa_simple_write failed: Connection terminated"}, set(out.splitlines()))
+        self.assertEqual((3, ""), (process.returncode, out))
+        self.assertEqual({"pa_simple_write failed: Connection terminated"}, set(errors.splitlines()))
         self.assertEqual(68 + 4 * 24000, (self.folder / "s.wav").stat().st_size)
-        status, out, errors = self.run_to_end(LOOP, "--limit", 833 * 8000, "--report", "none")
-        self.assertEqual((3, "Can't open pulse speaker.\n"), (status, errors))
-        self.assertEqual(["pa_simple_new failed: Connection refused"] * 2, out.splitlines())
+        status, out, errors = self.run_to_end(LOOP, "--limit", 833 * 8000, "--report", "json")
+        refused = "pa_simple_new failed: Connection refused\n"
+        self.assertEqual((3, refused + "Can't open pulse speaker.\n" + refused), (status, errors))
+        self.assertEqual("limit", json.loads(out)["reason"])
         self.server.start()
         self.assertEqual((3, "", ""), self.run_to_end(LOOP, "--limit", 833 * 800, "--report", "none"))
 

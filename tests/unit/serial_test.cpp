@@ -2,8 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <string>
+#include <thread>
 #include <vector>
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include "core/machine.h"
 #include "core/simulate.h"
@@ -113,6 +120,46 @@ TEST_F(Serial, SendsAByteIn462Instructions) {
     io(true, SEND, 1); // free at once
     EXPECT_EQ(recording.calls, (std::vector<std::string>{"serial A", "serial B", "serial C"}));
     EXPECT_EQ(fault_of(false, SEND + 2), "unsupported operation on address 0x800000a2");
+}
+
+// A relay that accepts one client and goes: a stand-in, as a real one would not go so soon.
+void serve_once(int listener) {
+    const int client = accept(listener, nullptr, nullptr);
+    const int32_t number = 0;
+    char answers[12];
+    EXPECT_EQ(send(client, &number, sizeof number, 0), ssize_t{sizeof number});
+    EXPECT_EQ(recv(client, answers, sizeof answers, MSG_WAITALL), ssize_t{sizeof answers});
+    EXPECT_EQ(send(client, &number, sizeof number, 0), ssize_t{sizeof number});
+    close(client);
+    close(listener);
+}
+
+TEST_F(Serial, ResetOutlivesALostRelay) {
+    const std::string host =
+        "127.88." + std::to_string(getpid() >> 8 & 127) + "." + std::to_string(getpid() & 127);
+    setenv("TOVIK_RELAY_HOST", host.c_str(), 1);
+    const int listener = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(10000);
+    inet_pton(AF_INET, host.c_str(), &address.sin_addr);
+    ASSERT_EQ(bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(listener, 1), 0);
+    std::thread relay(serve_once, listener);
+    typed.serial_names = {"abc", "abc"};
+    io(false, SEND + 1, 0);
+    relay.join();
+    EXPECT_EQ(serial_state, NET);
+    serial_enqueue('x');
+    machine.fft_response_instr = 5;
+    reset_machine();
+    EXPECT_EQ(machine.fft_response_instr, 0U) << "the devices after it are reset too";
+    EXPECT_TRUE(serial_queue.empty());
+    EXPECT_EQ(serial_state, DISCONNECTED);
+    EXPECT_EQ(recording.prompts.at(1).substr(0, 30), "20 Reconnecting to serial port");
+    EXPECT_NE(std::ranges::find(recording.calls,
+                                "error Cannot connect to virtual serial port.  Please contact instructor."),
+              recording.calls.end());
 }
 
 TEST(Challenge, IsAnsweredInWrappingArithmetic) {

@@ -95,9 +95,14 @@ class Devices(WindowTest):
 
     def test_serial_console(self):
         self.load("serial_echo.k")
-        title = wait_until(lambda: (set(self.frames()) - {"tovik", "VGA", "K24 memory"}))
+        def prompt():
+            return wait_until(lambda: set(self.frames()) - {"tovik", "VGA", "K24 memory", "alert"}).pop()
+        prompt()
+        self.keys("type", "--delay", "30", "none/of/these/that/is/too/long")
+        self.keys("key", "Return")
+        self.assertEqual("Can't open serial device", self.answer())
         self.assertIn("To show the serial output in the serial port window, leave the field blank.",
-                      self.answer("OK", title.pop()))
+                      self.answer("OK", prompt()))
         wait_until(lambda: self.window("Serial console"))
         view = next(widget for widget in descendants(self.window("Serial console"))
                     if widget.get_role() == Atspi.Role.TEXT)

@@ -61,6 +61,7 @@ int main(int argc, char** argv) {
     std::signal(SIGXFSZ, SIG_IGN);
     std::signal(SIGPIPE, SIG_IGN);
     std::set_new_handler(out_of_memory);
+    sound_log = &std::cerr;
     // The dialogs are the messages of the report.
     graphical_display = true;
 

@@ -97,6 +97,7 @@ std::string gui_gettext(std::string prompt, int max_length) {
     gtk_dialog_add_button(GTK_DIALOG(dialog), GTK_STOCK_OK, GTK_RESPONSE_ACCEPT);
     gtk_dialog_set_default_response(GTK_DIALOG(dialog), GTK_RESPONSE_ACCEPT);
     gtk_widget_show_all(dialog);
+    gtk_widget_grab_focus(entry);
     gtk_dialog_run(GTK_DIALOG(dialog));
     const std::string text = gtk_entry_get_text(GTK_ENTRY(entry));
     gtk_widget_destroy(dialog);
