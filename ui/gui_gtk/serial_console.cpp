@@ -20,7 +20,7 @@ GtkWidget* serial_view = nullptr;
 
 // The toolkit makes the layout of a whole line anew for each change in it, so a line without an end would
 // soon take all the time there is. It goes on in the next line, as on a terminal.
-constexpr int LONGEST_LINE = 400; // characters
+constexpr int LONGEST_LINE = 1000; // characters
 
 // Each addition scrolls the view and paints it anew: fifty times a second is enough for the eye, and leaves
 // the time to the program.
@@ -44,7 +44,6 @@ void gui_serial_setup() {
     connect_serial_keys(window);
     g_signal_connect(window, "destroy", G_CALLBACK(sig_destroy), &serial_buffer);
     serial_view = new_text_view();
-    gtk_text_view_set_wrap_mode(GTK_TEXT_VIEW(serial_view), GTK_WRAP_CHAR);
     serial_buffer = gtk_text_view_get_buffer(GTK_TEXT_VIEW(serial_view));
     gtk_container_add(GTK_CONTAINER(window), new_scrolled(serial_view, WINDOW_WIDTH, WINDOW_HEIGHT));
     gtk_widget_show_all(window);
