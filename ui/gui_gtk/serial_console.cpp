@@ -20,11 +20,11 @@ GtkWidget* serial_view = nullptr;
 
 // The toolkit makes the layout of a whole line anew for each change in it, so a line without an end would
 // soon take all the time there is. It goes on in the next line, as on a terminal.
-constexpr int LONGEST_LINE = 1000; // characters
+constexpr int LONGEST_LINE = 250; // characters
 
-// Each addition scrolls the view and paints it anew: fifty times a second is enough for the eye, and leaves
+// Each addition scrolls the view and paints it anew: thirty times a second is enough for the eye, and leaves
 // the time to the program.
-constexpr gint64 APPEND_INTERVAL_US = 20000;
+constexpr gint64 APPEND_INTERVAL_US = 30000;
 gint64 last_append = 0;
 
 // What came since then.
