@@ -86,7 +86,9 @@ template <size_t count> void flush_lamps(std::bitset<count>& changed, GtkWidget*
 // The context for painting on the screen, in a colour.
 GdkGC* set_gc(int color) {
     static GdkGC* gc = nullptr;
+    // clang-format off: the text is known so
     assert(color <= ((1 << (5 + 5 + 5)) - 1));
+    // clang-format on
     if (gc == nullptr) {
         gc = gdk_gc_new(gtk_widget_get_window(vga_draw));
     }
@@ -205,6 +207,7 @@ void flush_board() {
     flush_screen();
 }
 
+// clang-format off: the texts of the assertions are known so
 void gui_sw_draw(int i) {
     assert(i < 18);
     changed_switches.set(static_cast<size_t>(i));
@@ -219,6 +222,7 @@ void gui_led_green_draw(int i) {
     assert(i < 8);
     changed_green_leds.set(static_cast<size_t>(i));
 }
+// clang-format on
 
 void gui_vga_cursor(bool active) {
     if (vga_draw != nullptr) {
