@@ -148,8 +148,9 @@ void take_frame() {
         }
         throw;
     }
-    // clang-format off: the text is known so
-    assert(v4l2_buf.index == 0);
+    // The text is known so.
+    // clang-format off
+    assert(v4l2_buf.index==0);
     // clang-format on
     convert_yuyv(static_cast<const uint8_t*>(v4l2_buf_data), machine.camera_ram[0],
                  size_t{CAMERA_WIDTH} * CAMERA_HEIGHT / 2);
