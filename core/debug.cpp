@@ -8,6 +8,7 @@
 #include "core/loader.h"
 #include "core/machine.h"
 #include "devices/audio.h"
+#include "devices/camera_capture.h"
 #include "ui/gui.h"
 
 namespace {
@@ -97,6 +98,14 @@ void debug_runstop() {
     gui_status_set("Running");
     gui_pc_set("");
     speaker_connect();
+}
+
+void debug_camera() {
+    if (gui_camera_get()) {
+        camera_connect();
+    } else {
+        camera_disconnect();
+    }
 }
 
 void debug_microphone() {

@@ -15,5 +15,6 @@ void debug_load();
 // rewrites them as they were understood, and starts a run unless the machine has halted.
 void debug_runstop();
 
-// Opens or closes the microphone's stream, as the "Mic" box says.
+// Opens or closes the capture device or the microphone's stream, as the "Camera" or "Mic" box says.
+void debug_camera();
 void debug_microphone();

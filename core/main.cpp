@@ -10,6 +10,7 @@
 #include "core/memory.h"
 #include "core/simulate.h"
 #include "devices/audio.h"
+#include "devices/camera_capture.h"
 #include "devices/ledswitchtimer.h"
 #include "devices/sdram.h"
 #include "devices/vga.h"
@@ -51,6 +52,7 @@ int main(int argc, char** argv, char** envp) {
     reset_machine();
     reset_sw();
     microphone_connect();
+    camera_connect();
     simulate_init();
     simulate_run();
 }

@@ -11,6 +11,7 @@
 #include "core/machine.h"
 #include "core/simulate.h"
 #include "devices/audio.h"
+#include "devices/camera.h"
 #include "ui/gui.h"
 
 namespace {
@@ -18,6 +19,7 @@ namespace {
 struct counters_t {
     int32_t events;
     int32_t audio;
+    int32_t camera;
     int32_t time_label;
     int32_t throttle;
     uint64_t throttle_reference_ms;
@@ -61,6 +63,10 @@ void keep_books(counters_t& counters) {
     if (++counters.audio == 833) {
         advance_audio();
         counters.audio = 0;
+    }
+    if (++counters.camera == 222222) {
+        advance_camera_file();
+        counters.camera = 0;
     }
     if (++counters.time_label == 6666666) {
         gui_time_set(std::to_string(static_cast<uint32_t>(machine.instr_count / 1000000) * 150 / 1000) +

@@ -16,6 +16,7 @@
 #include "core/machine.h"
 #include "core/memory.h"
 #include "devices/audio.h"
+#include "devices/camera.h"
 #include "devices/fft.h"
 #include "devices/lcd.h"
 #include "devices/ledswitchtimer.h"
@@ -68,7 +69,7 @@ struct throttle_t {
 struct run_loop_t {
     int32_t passes; // through the top of the loop since the last look at the window
     // In the order in which they happen when several fall on one instruction.
-    std::array<periodic_t, 2> periodics;
+    std::array<periodic_t, 3> periodics;
     throttle_t throttle;
 };
 
@@ -229,6 +230,7 @@ void simulate_run() {
     run_loop_t loop = {
         .passes = 0,
         .periodics = {{{INSTRUCTIONS_PER_AUDIO_TICK, 0, advance_audio},
+                       {INSTRUCTIONS_PER_FRAME, 0, advance_camera_file},
                        {INSTRUCTIONS_PER_SECOND, 0, show_time}}},
         .throttle = {.elapsed = 0, .reference_ms = time_ms(), .reference_count = 0},
     };
@@ -284,6 +286,7 @@ void reset_machine() {
     reset_sd();
     reset_serial();
     reset_fft();
+    reset_camera();
     print_machine();
 }
 

@@ -8,6 +8,7 @@
 
 #include "core/machine.h"
 #include "devices/audio.h"
+#include "devices/camera.h"
 #include "devices/fft.h"
 #include "devices/lcd.h"
 #include "devices/ledswitchtimer.h"
@@ -28,9 +29,6 @@ struct block_t {
     int32_t last;
     handler_t handler;
 };
-
-// A block of a device that this machine does not have.
-int32_t io_absent(bool /*write*/, int32_t address, int32_t /*data*/) { io_unsupported(address); }
 
 // Accepted without any device behind it.
 int32_t io_silent(bool /*write*/, int32_t /*address*/, int32_t /*data*/) { return 0; }
@@ -62,7 +60,7 @@ constexpr block_t ADDRESS_MAP[] = {
     {0x80, 0x85, io_sd},                 // SD card
     {0x90, 0x92, io_serial_receive},     // serial receive
     {0xa0, 0xa2, io_serial_send},        // serial send
-    {0xb0, 0xb5, io_absent},             // camera
+    {0xb0, 0xb5, io_camera},             // camera
     {0xc0, 0xc5, io_fft_send},           // FFT input
     {0xd0, 0xd3, io_fft_receive},        // FFT output
     {0xe0, 0xe4, io_touch},              // touch screen

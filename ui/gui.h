@@ -43,7 +43,9 @@ void gui_status_set(std::string text);
 void gui_pc_set(std::string text);
 void gui_time_set(std::string text);
 
-// The "Mic" box. Setting it only shows the state; it is no command.
+// The "Camera" and "Mic" boxes. Setting one only shows the state; it is no command.
+bool gui_camera_get();
+void gui_camera_set(bool on);
 bool gui_mic_get();
 void gui_mic_set(bool on);
 

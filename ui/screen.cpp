@@ -104,10 +104,13 @@ bool refresh_pixels(uint32_t x_start, uint32_t y_start, uint32_t x_size, uint32_
 } // namespace
 
 void vga_refresh(unsigned x_start, unsigned y_start, unsigned x_size, unsigned y_size) {
-    assert(x_start < 1024);
-    assert(y_start < 1024);
-    assert(x_size < 1024);
-    assert(y_size < 1024);
+    // The texts are known so.
+    // clang-format off
+    assert(x_start<1024);
+    assert(y_start<1024);
+    assert(x_size<1024);
+    assert(y_size<1024);
+    // clang-format on
     if (!screen_open) {
         return;
     }

@@ -112,3 +112,7 @@ void gui_serial_setup() { recording.prompts.emplace_back("console"); }
 void gui_serial_append(char c) { recording.calls.push_back(std::string("serial ") + c); }
 
 void gui_serial_input() {}
+
+bool gui_camera_get() { return typed.camera; }
+
+void gui_camera_set(bool on) { recording.calls.push_back(on ? "camera on" : "camera off"); }

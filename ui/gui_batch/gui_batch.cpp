@@ -18,6 +18,7 @@
 #include "core/machine.h"
 #include "core/simulate.h"
 #include "devices/audio.h"
+#include "devices/camera_capture.h"
 #include "devices/sdram.h"
 #include "devices/serial.h"
 #include "devices/vga.h"
@@ -215,6 +216,9 @@ void offer_files() {
     for (const std::string& recording : batch.options.mic_files) {
         offer_file("Choose microphone .wav file", recording);
     }
+    for (const std::string& movie : batch.options.camera_files) {
+        offer_file("Choose kmovie file", movie);
+    }
     // A card is written to, so what holds for outputs holds for it, but the next card may be the same.
     for (const std::string& card : batch.options.sd_files) {
         check_output("--sd", card);
@@ -309,6 +313,9 @@ void run_batch(const options_t& options, const labels_t& labels, std::vector<eve
         speaker_connect();
         microphone_connect();
     }
+    if (options.live_camera) {
+        camera_connect();
+    }
     std::atexit(finish_at_exit);
     simulator.running = true;
     simulate_run();
@@ -396,5 +403,6 @@ void gui_led_red_draw(int /*i*/) {}
 void gui_led_green_draw(int /*i*/) {}
 void gui_lcd_set(std::string /*text*/) {}
 void gui_vga_cursor(bool /*active*/) {}
+void gui_camera_set(bool /*on*/) {}
 void gui_mic_set(bool /*on*/) {}
 void print_memory() {}

@@ -59,14 +59,6 @@ CLI::Validator report_check() {
             ""};
 }
 
-// Options of devices that this board does not have yet: known, but refused.
-void refuse_options_to_come(CLI::App& app) {
-    for (const std::string name : {"--camera", "--live-camera"}) {
-        app.add_flag_callback(name, [name] { throw CLI::ValidationError(name, "not available yet"); })
-            ->group("");
-    }
-}
-
 // The library calls the value of an unknown option a program; the option is what is wrong.
 void check_arguments(const std::string& program, const std::vector<std::string>& unexpected) {
     const auto is_option = [](const std::string& argument) { return argument.starts_with('-'); };
@@ -112,6 +104,10 @@ options_t parse_options(int argc, char** argv) {
     app.add_option("--save-speaker", options.speaker_file, "FILE.wav: what the speaker played")
         ->check(ending_check(".wav"));
     app.add_flag("--live-sound", options.live_sound, "play and record through the host's sound server");
+    app.add_option("--camera", options.camera_files,
+                   "a kmovie file for the camera; given again, the next one")
+        ->allow_extra_args(false);
+    app.add_flag("--live-camera", options.live_camera, "take pictures with the host's camera");
     app.add_option("--mic", options.mic_files, "a WAV file for the microphone; given again, the next one")
         ->allow_extra_args(false);
     app.add_option("--serial", options.serial_names,
@@ -129,7 +125,6 @@ options_t parse_options(int argc, char** argv) {
     app.add_flag("--trace", options.trace, "print every instruction and memory write");
     app.allow_extras();
     app.set_version_flag("--version", std::string("tovik-run ") + TOVIK_VERSION);
-    refuse_options_to_come(app);
 
     try {
         app.parse(argc, argv);

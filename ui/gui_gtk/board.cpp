@@ -86,7 +86,10 @@ template <size_t count> void flush_lamps(std::bitset<count>& changed, GtkWidget*
 // The context for painting on the screen, in a colour.
 GdkGC* set_gc(int color) {
     static GdkGC* gc = nullptr;
-    assert(color <= ((1 << (5 + 5 + 5)) - 1));
+    // The text is known so.
+    // clang-format off
+    assert(color <= ( (1 << (5 + 5 + 5)) - 1 ));
+    // clang-format on
     if (gc == nullptr) {
         gc = gdk_gc_new(gtk_widget_get_window(vga_draw));
     }
@@ -205,20 +208,23 @@ void flush_board() {
     flush_screen();
 }
 
+// The texts of the assertions are known so.
+// clang-format off
 void gui_sw_draw(int i) {
-    assert(i < 18);
+    assert(i<18);
     changed_switches.set(static_cast<size_t>(i));
 }
 
 void gui_led_red_draw(int i) {
-    assert(i < 18);
+    assert(i<18);
     changed_red_leds.set(static_cast<size_t>(i));
 }
 
 void gui_led_green_draw(int i) {
-    assert(i < 8);
+    assert(i<8);
     changed_green_leds.set(static_cast<size_t>(i));
 }
+// clang-format on
 
 void gui_vga_cursor(bool active) {
     if (vga_draw != nullptr) {

@@ -41,6 +41,7 @@ GtkWidget* runstop_button;
 GtkWidget* steps_text;
 GtkWidget* breakpoint_text;
 GtkWidget* watchpoint_text;
+GtkWidget* camera_button;
 GtkWidget* microphone_button;
 
 // The bytes of the file's name, which the button may have to show in another way.
@@ -82,10 +83,6 @@ GtkWidget* new_entry(const char* name) {
 void run_command(gpointer command) { reinterpret_cast<void (*)()>(command)(); }
 
 void connect_command(GtkWidget* button, void (*command)()) {
-    if (command == nullptr) {
-        gtk_widget_set_sensitive(button, FALSE);
-        return;
-    }
     // The toolkit passes the button and the user data, which commands do not take.
     g_signal_connect_swapped(button, "clicked", G_CALLBACK(run_command), reinterpret_cast<gpointer>(command));
 }
@@ -144,7 +141,7 @@ GtkWidget* run_row() {
     gtk_box_pack_start(box, breakpoint_text, TRUE, TRUE, 0);
     gtk_box_pack_start(box, gtk_label_new("   Watch"), TRUE, TRUE, 0);
     gtk_box_pack_start(box, watchpoint_text, TRUE, TRUE, 0);
-    add_check_button(row, "Camera", nullptr);
+    camera_button = add_check_button(row, "Camera", debug_camera);
     microphone_button = add_check_button(row, "Mic", debug_microphone);
     gtk_box_pack_end(box, new_shown_label(time_label, "Time"), TRUE, TRUE, 0);
     gtk_box_pack_end(box, new_shown_label(status_label, "Status"), TRUE, TRUE, 0);
@@ -293,6 +290,10 @@ void gui_breakpoint_set(std::string text) { set_entry_text(breakpoint_text, text
 std::string gui_watchpoint_get() { return entry_text(watchpoint_text); }
 
 void gui_watchpoint_set(std::string text) { set_entry_text(watchpoint_text, text); }
+
+bool gui_camera_get() { return gtk_toggle_button_get_active(GTK_TOGGLE_BUTTON(camera_button)) == 1; }
+
+void gui_camera_set(bool on) { set_check_button(camera_button, on); }
 
 bool gui_mic_get() { return gtk_toggle_button_get_active(GTK_TOGGLE_BUTTON(microphone_button)) == 1; }
 

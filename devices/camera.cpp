@@ -1,0 +1,201 @@
+// Camera of 640x480 points. A command copies the newest frame into the video memory.
+//
+//   offset  register  access  bits  meaning
+//   0xb0    command   write   0     0 to 1 copies a frame
+//   0xb1    response  read    0     1 when the time of a frame has passed since the copy and command is 1
+//   0xb2    x         write   9..0  left column in the video memory
+//   0xb3    y         write   9..0  top row
+//   0xb4    scale     write   1..0  3 full size, 2 half, 1 a quarter, 0 an eighth
+//   0xb5    flip      write   0     1 mirrors left to right, and shifts by one point to the right
+//
+// Busy for the time of a frame, 1/30 s: 222222 instructions. A command that comes earlier copies nothing, but
+// is answered in the end.
+//
+// The host's end is a capture device while "Camera" is on. Otherwise a file plays, frame after frame as they
+// stand in the memory: 614400 bytes each, from the top left corner, a word a point, low byte first.
+//
+// Not modelled: exposure, and that a real frame is not taken in one moment.
+
+#include "devices/camera.h"
+
+#include <bit>
+#include <cassert>
+#include <cerrno>
+#include <string>
+#include <utility>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "core/files.h"
+#include "core/machine.h"
+#include "devices/camera_capture.h"
+#include "devices/io.h"
+#include "devices/vga.h"
+#include "ui/gui.h"
+
+namespace {
+
+constexpr int32_t COMMAND = 0xb0;
+constexpr int32_t RESPONSE = 0xb1;
+constexpr int32_t X = 0xb2;
+constexpr int32_t Y = 0xb3;
+constexpr int32_t SCALE = 0xb4;
+constexpr int32_t FLIP = 0xb5;
+
+constexpr int32_t COORDINATE_MASK = VGA_RAM_SIZE - 1;
+constexpr int32_t FULL_SIZE = 3;
+
+static_assert(sizeof machine.camera_ram == 614400);
+static_assert(std::endian::native == std::endian::little); // frames as they stand in the file
+
+std::string camera_filename;
+int camera_file = -1; // the movie's descriptor, -1 when none plays
+
+void open_movie() {
+    camera_file = open(camera_filename.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (camera_file < 0) {
+        gui_message("Can't open file " + camera_filename + ": " + system_error_text(errno), true);
+        return;
+    }
+    advance_camera_file();
+}
+
+// Asks until there is a frame.
+void ask_for_movie() {
+    while (!machine.camera_ram_valid) {
+        close_movie();
+        if (!gui_choosefile(false, "Choose kmovie file", "KMOVIE file", "kmovie", camera_filename)) {
+            throw tovik_error("user cancelled camera file read");
+        }
+        open_movie();
+    }
+}
+
+void copy_frame() {
+    const int32_t shift = FULL_SIZE - machine.camera_scale;
+    const int32_t step = 1 << shift;
+    for (int32_t row = 0; row < CAMERA_HEIGHT; row += step) {
+        uint16_t* const line = machine.vga_ram[((row >> shift) + machine.camera_y) & COORDINATE_MASK];
+        for (int32_t column = 0; column < CAMERA_WIDTH; column += step) {
+            const int32_t place = machine.camera_flip == 0 ? column : CAMERA_WIDTH - column;
+            line[((place >> shift) + machine.camera_x) & COORDINATE_MASK] = machine.camera_ram[row][column];
+        }
+    }
+    // The greatest area that a frame can have, whatever the scale.
+    vga_refresh(static_cast<unsigned>(machine.camera_x), static_cast<unsigned>(machine.camera_y),
+                CAMERA_WIDTH, CAMERA_HEIGHT);
+}
+
+void take_frame() {
+    machine.camera_response_instr = machine.instr_count;
+    if (simulator.camera_on) {
+        camera_check();
+    }
+    if (simulator.camera_on) {
+        assert(machine.camera_ram_valid);
+    } else {
+        ask_for_movie();
+    }
+    copy_frame();
+    machine.camera_response_instr += INSTRUCTIONS_PER_FRAME;
+}
+
+void write_command(int32_t command) {
+    if (machine.camera_command == 0 && command == 1 && machine.instr_count >= machine.camera_response_instr) {
+        take_frame();
+    }
+    machine.camera_command = command;
+}
+
+void write_port(int32_t address, int32_t data) {
+    const auto update = [](int32_t& port, int32_t value) {
+        update_port(port, value, machine.camera_command);
+    };
+    switch (io_offset(address)) {
+    case COMMAND:
+        write_command(data & 1);
+        break;
+    case X:
+        update(machine.camera_x, data & COORDINATE_MASK);
+        break;
+    case Y:
+        update(machine.camera_y, data & COORDINATE_MASK);
+        break;
+    case SCALE:
+        update(machine.camera_scale, data & FULL_SIZE);
+        break;
+    case FLIP:
+        update(machine.camera_flip, data & 1);
+        break;
+    default:
+        io_unsupported(address);
+    }
+}
+
+// Returns how many bytes of the next frame there were, or -1 with errno set.
+ssize_t read_frame() {
+    auto* const bytes = reinterpret_cast<char*>(machine.camera_ram);
+    size_t count = 0;
+    while (count < sizeof machine.camera_ram) {
+        const ssize_t result = read(camera_file, bytes + count, sizeof machine.camera_ram - count);
+        if (result == 0) {
+            break;
+        }
+        if (result < 0 && errno != EINTR) {
+            return -1;
+        }
+        count += result < 0 ? 0 : static_cast<size_t>(result);
+    }
+    return static_cast<ssize_t>(count);
+}
+
+} // namespace
+
+int32_t io_camera(bool write, int32_t address, int32_t data) {
+    if (write) {
+        write_port(address, data);
+        return 0;
+    }
+    if (io_offset(address) == RESPONSE) {
+        return machine.camera_command != 0 && machine.instr_count >= machine.camera_response_instr ? 1 : 0;
+    }
+    io_unsupported(address);
+}
+
+void advance_camera_file() {
+    if (simulator.camera_on) {
+        return;
+    }
+    machine.camera_ram_valid = false;
+    if (camera_file < 0) {
+        return;
+    }
+    const ssize_t count = read_frame();
+    const int error = errno;
+    machine.camera_ram_valid = count == ssize_t{sizeof machine.camera_ram};
+    if (!machine.camera_ram_valid) {
+        close_movie();
+    }
+    if (count < 0) {
+        gui_message("Can't read camera frame from file " + camera_filename + ": " + system_error_text(error),
+                    true);
+    }
+}
+
+void close_movie() {
+    if (camera_file >= 0) {
+        close(std::exchange(camera_file, -1));
+    }
+}
+
+void reset_camera() {
+    machine.camera_command = 0;
+    machine.camera_x = 0;
+    machine.camera_y = 0;
+    machine.camera_scale = 0;
+    machine.camera_flip = 0;
+    machine.camera_ram_valid = false;
+    machine.camera_response_instr = 0;
+    close_movie();
+}
