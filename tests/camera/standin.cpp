@@ -88,7 +88,7 @@ int is_capture(uint32_t type) { return type == V4L2_BUF_TYPE_VIDEO_CAPTURE ? 0 :
 
 int open_device(const std::string& path, int flags) {
     note(path);
-    if (path != text_option("PATH", "/dev/video0")) {
+    if (path != text_option("PATH", "/dev/video0") || gone()) {
         return failure(ENOENT);
     }
     if (fails("open")) {
