@@ -43,7 +43,7 @@ void PrintTo(const result_t& result, std::ostream* out) {
 }
 
 // Waits out the time before and after, so that no command comes too early.
-result_t access(int32_t write, int32_t address, int32_t word) {
+result_t run_access(int32_t write, int32_t address, int32_t word) {
     machine.instr_count += 10000;
     try {
         io(true, WRITE, write);
@@ -146,7 +146,7 @@ TEST_F(SdCard, KeepsWhatAModelOfItKeeps) {
             const int32_t write = pick(0, 2) == 0 ? 0 : pick(1, 5);
             const int32_t address = pick(0, 700);
             const int32_t word = pick(INT32_MIN, INT32_MAX);
-            ASSERT_EQ(access(write, address, word), model.access(write, address, word))
+            ASSERT_EQ(run_access(write, address, word), model.access(write, address, word))
                 << "seed " << seed << ", session " << session << ", address " << address;
         }
         reset_machine(); // what is in the buffer only is lost
@@ -175,7 +175,7 @@ TEST_F(SdCard, AddressesHave30Bits) {
     EXPECT_EQ(machine.sd_buffer_address, 0x3fffff80);
     io(true, COMMAND, 0);
     machine.instr_count += 3333;
-    EXPECT_EQ(access(0, 0, 0), (result_t{"", 7999, 0})) << "the gap reads as zeros";
+    EXPECT_EQ(run_access(0, 0, 0), (result_t{"", 7999, 0})) << "the gap reads as zeros";
     EXPECT_EQ(std::filesystem::file_size(card), uint64_t{1} << 32);
 }
 
@@ -184,17 +184,17 @@ TEST_F(SdCard, AsksForItsFile) {
     const std::string no_folder = "/dev/null/none";
     put_in("word");
     typed.chosen_file = none;
-    EXPECT_EQ(access(0, 0, 0).fault, BEYOND + "0)");
+    EXPECT_EQ(run_access(0, 0, 0).fault, BEYOND + "0)");
     recording.calls.clear(); // where the first chooser began is another test's affair
     typed.chosen_file = "";
-    EXPECT_EQ(access(0, 0, 0).fault, "user cancelled SD card operation");
+    EXPECT_EQ(run_access(0, 0, 0).fault, "user cancelled SD card operation");
     typed.chosen_file = folder;
-    EXPECT_EQ(access(1, 1, 7).fault, "");
+    EXPECT_EQ(run_access(1, 1, 7).fault, "");
     typed.chosen_file = no_folder;
-    EXPECT_EQ(access(1, 128, 7).fault, "Can't write SD card file /dev/null/none: Bad file descriptor");
+    EXPECT_EQ(run_access(1, 128, 7).fault, "Can't write SD card file /dev/null/none: Bad file descriptor");
     typed.chosen_file = card;
-    EXPECT_EQ(access(0, 0, 0).word, 0x64726f77) << "not the block from before";
-    access(0, 128, 0);
+    EXPECT_EQ(run_access(0, 0, 0).word, 0x64726f77) << "not the block from before";
+    run_access(0, 128, 0);
     EXPECT_EQ(content(), "word");
     const std::string ask = "open Choose SD card file *. ";
     EXPECT_EQ(recording.calls,
@@ -206,8 +206,8 @@ TEST_F(SdCard, AsksForItsFile) {
 
 TEST_F(SdCard, LosesNothingWhenItsFileFails) {
     put_in(std::string(1024, 'x'));
-    access(1, 200, 5);
-    access(1, 300, 6);
+    run_access(1, 200, 5);
+    run_access(1, 300, 6);
     std::signal(SIGXFSZ, SIG_IGN);
     rlimit limit{};
     getrlimit(RLIMIT_FSIZE, &limit);
@@ -215,16 +215,17 @@ TEST_F(SdCard, LosesNothingWhenItsFileFails) {
     setrlimit(RLIMIT_FSIZE, &low);
     const std::string written = content();
     for (int attempt = 0; attempt < 2; ++attempt) {
-        EXPECT_EQ(access(0, 0, 0).fault, "Can't write SD card file " + card.string() + ": File too large");
+        EXPECT_EQ(run_access(0, 0, 0).fault,
+                  "Can't write SD card file " + card.string() + ": File too large");
         EXPECT_EQ(machine.sd_response_instr, machine.instr_count) << "no time has passed";
         EXPECT_TRUE(machine.sd_buffer_valid && machine.sd_buffer_dirty && machine.sd_buffer[300 - 256] == 6);
     }
     setrlimit(RLIMIT_FSIZE, &limit);
-    EXPECT_EQ(access(0, 0, 0), (result_t{"", 7999, 0x78787878}));
-    EXPECT_EQ(access(0, 300, 0).word, 6);
+    EXPECT_EQ(run_access(0, 0, 0), (result_t{"", 7999, 0x78787878}));
+    EXPECT_EQ(run_access(0, 300, 0).word, 6);
     std::filesystem::resize_file(card, 100);
-    EXPECT_EQ(access(0, 0, 0).fault, "Can't read SD card file " + card.string() + ": Input/output error");
-    EXPECT_EQ(access(0, 300, 0), (result_t{"", 0, 6}));
+    EXPECT_EQ(run_access(0, 0, 0).fault, "Can't read SD card file " + card.string() + ": Input/output error");
+    EXPECT_EQ(run_access(0, 300, 0), (result_t{"", 0, 6}));
 }
 
 } // namespace

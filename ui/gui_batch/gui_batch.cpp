@@ -326,6 +326,13 @@ bool gui_events_pending() {
     if (batch.options.console) {
         std::cout.flush();
     }
+    // Nobody reads any more what an endless program writes.
+    if (!std::cout) {
+        simulator.running = false;
+        batch.run.reason = "error";
+        write_files();
+        std::exit(EXIT_NOT_WRITTEN);
+    }
     return event_is_due();
 }
 

@@ -99,7 +99,7 @@ std::string gui_gettext(std::string prompt, int max_length) {
     gtk_widget_show_all(dialog);
     gtk_widget_grab_focus(entry);
     gtk_dialog_run(GTK_DIALOG(dialog));
-    const std::string text = gtk_entry_get_text(GTK_ENTRY(entry));
+    std::string text = gtk_entry_get_text(GTK_ENTRY(entry));
     gtk_widget_destroy(dialog);
     return text;
 }
