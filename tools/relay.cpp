@@ -17,11 +17,15 @@
 #include "tools/relay.h"
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <memory>
 #include <random>
 #include <span>
+#include <stdexcept>
+#include <string>
 #include <system_error>
 #include <unordered_map>
 

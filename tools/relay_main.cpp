@@ -2,12 +2,13 @@
 
 #include "tools/relay.h"
 
-#include <algorithm>
 #include <csignal>
+#include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <limits>
 #include <map>
+#include <string>
 
 #include <sys/resource.h>
 
