@@ -1,5 +1,6 @@
 """Switches, keyboard, pointer, LCD, and the picture."""
 
+import os
 import unittest
 
 from harness import Atspi, WindowTest, descendants, text_of, wait_until
@@ -151,6 +152,28 @@ class Devices(WindowTest):
         self.click("Save speaker")
         self.choose("Choose speaker .wav file", self.folder / "loop.wav")
         wait_until(lambda: (self.folder / "loop.wav").exists() and (self.folder / "loop.wav").stat().st_size > 68)
+
+    def test_camera_that_vanishes(self):
+        (self.folder / "gray").write_bytes(b"\x10\x42" * 307200 * 40)
+        self.load("camera.k", run=False, LD_PRELOAD=os.environ["CAMERA_STANDIN"], STANDIN_GONE="30",
+                  ASAN_OPTIONS="verify_asan_link_order=0:detect_leaks=0")
+        checked = Atspi.StateType.CHECKED
+        self.assertTrue(self.state("Camera", checked))
+        for on in (False, True):
+            self.click("Camera")
+            wait_until(lambda: self.state("Camera", checked) == on)
+        self.click("Run ")
+        self.assertEqual("error dequeueing buffer", self.answer())
+        self.choose("Choose kmovie file", self.folder / "gray")
+        self.assertFalse(self.state("Camera", checked))
+        window = self.id("VGA")
+        wait_until(lambda: {self.pixels(window, *place)[0] for place in ((0, 0), (639, 479))} == {(132, 132, 132)})
+        self.choose("Choose kmovie file", None)
+        self.assertEqual("error at PC 4\nuser cancelled camera file read", self.answer())
+        self.click("Camera")
+        self.click("Reset")
+        self.wait_stopped(pc=0)
+        self.assertFalse(self.state("Camera", checked))
 
     def test_picture(self):
         self.load("draw.k")
