@@ -99,6 +99,21 @@ class Serial(unittest.TestCase):
         socat.wait()
         self.assertEqual((3, "limit", ""), self.end(process))
 
+    def test_two_over_the_relay(self):
+        relay = subprocess.Popen([BIN / "tovik-relay", "--address", self.host], stderr=subprocess.PIPE, text=True)
+        self.addCleanup(relay.stderr.close)
+        relay.stderr.readline()  # it listens
+        self.addCleanup(lambda: (relay.terminate(), relay.wait()))
+        first = self.start(NEXT_LETTER, "--serial", "abc")
+        self.assertRegex(first.stderr.readline(), "^Connected to virtual serial port.")
+        second = self.start(" cpdata 0x800000a2 43" + READY + NEXT_LETTER, "--serial", "abc")
+        # Each sends on what it received plus 1: 43 + there, 44 back, 45 - there, 46 . back.
+        status, reason, said = self.end(second)
+        self.assertEqual((0, "halt"), (status, reason))
+        self.assertRegex(said, r"^Connected to another instance of tovik, running on .*\.\n$")
+        first.kill()
+        first.communicate()
+
     # The relay refuses in ways that no real one can be made to: a stand-in for it.
 
     def relay(self, *steps):

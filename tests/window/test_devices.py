@@ -27,7 +27,7 @@ class Devices(WindowTest):
                 (["keydown", "1", "keydown", "shift", "keyup", "1", "keyup", "shift"], "1", "1"),
                 (["keydown", "b", "sleep", "0.9", "keyup", "b", "key", "c"], "bc", "bc"),
                 (["key", "ctrl+m", "key", "ctrl+m", "key", "x"], "x", "x"),
-                (["key", "ctrl+shift+m", "ctrl+q", "eacute"], "Mq\xe9", "Mq\xe9")):
+                (["key", "ctrl+shift+m", "ctrl+q"], "Mq", "Mq")):
             with self.subTest(keys=keys):
                 self.click("Reset")
                 self.wait_stopped(pc=0)
@@ -108,9 +108,9 @@ class Devices(WindowTest):
         view = next(widget for widget in descendants(self.window("Serial console"))
                     if widget.get_role() == Atspi.Role.TEXT)
         self.activate("Serial console")
-        self.keys("key", "a", "shift", "eacute", "Return", "Tab", "b")
-        wait_until(lambda: text_of(view) == "a\xe9\n\tb")
-        self.wait_text("HEX3-HEX0 digits", "0005")
+        self.keys("key", "a", "shift", "Return", "Tab", "b")
+        wait_until(lambda: text_of(view) == "a\n\tb")
+        self.wait_text("HEX3-HEX0 digits", "0004")
         self.close("Serial console")
         wait_until(lambda: self.window("Serial console") is None)
         self.click("Reset")

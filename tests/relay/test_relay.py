@@ -1,0 +1,372 @@
+"""The relay of the virtual serial cable, with real sockets. Each test has a relay on a loopback address of its own."""
+
+import asyncio
+import fcntl
+import itertools
+import os
+import pathlib
+import random
+import re
+import resource
+import signal
+import socket
+import struct
+import subprocess
+import termios
+import threading
+import time
+import unittest
+
+TOVIK_RELAY = pathlib.Path(os.environ["TOVIK_BIN"]) / "tovik-relay"
+ADDRESSES = (f"127.0.0.{i}" for i in itertools.count(2))
+PAIRS = int(os.environ.get("TOVIK_RELAY_PAIRS", "2000"))
+
+
+def response_to(challenge):
+    (number,) = struct.unpack("<I", challenge)
+    return struct.pack("<I", (number * number + 10714194) % 2**32)
+
+
+def introduction(challenge, name):
+    return response_to(challenge) + struct.pack("<I", len(name) + 1) + name + b"\0"
+
+
+def take(connection, count):
+    """Exactly so many bytes, or fewer at the end of the transmission."""
+    data = b""
+    while len(data) < count and (more := connection.recv(count - len(data))):
+        data += more
+    return data
+
+
+def is_closed(connection):
+    try:
+        return connection.recv(1) == b""
+    except ConnectionResetError:
+        return True
+
+
+def reset(connection):
+    connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+    connection.close()
+
+
+class Relay(unittest.TestCase):
+    def start(self, *options):
+        self.address = next(ADDRESSES)
+        self.process = subprocess.Popen(
+            ["setpriv", "--pdeathsig=TERM", TOVIK_RELAY, "--address", self.address, "--port", "0", *map(str, options)],
+            stderr=subprocess.PIPE, text=True)
+        self.log = [self.process.stderr.readline()]
+        self.port = int(re.search(r"listening on [\d.]+:(\d+)", self.log[0]).group(1))
+        self.reader = threading.Thread(target=lambda: self.log.extend(self.process.stderr))
+        self.reader.start()
+        self.addCleanup(self.stop)
+
+    def stop(self, number=signal.SIGTERM):
+        if self.process.stderr.closed:
+            return
+        self.process.send_signal(number)
+        self.assertEqual(0, self.process.wait(timeout=20), "".join(self.log))
+        self.reader.join()
+        self.process.stderr.close()
+
+    def memory(self):
+        status = pathlib.Path(f"/proc/{self.process.pid}/status").read_text()
+        return int(re.search(r"VmRSS:\s+(\d+) kB", status).group(1)) * 1024
+
+    def processor_time(self):
+        fields = pathlib.Path(f"/proc/{self.process.pid}/stat").read_text().split()
+        return sum(map(int, fields[13:15])) / os.sysconf("SC_CLK_TCK")
+
+    def connect(self, source="127.0.0.1"):
+        connection = socket.create_connection((self.address, self.port), 20, (source, 0))
+        self.addCleanup(connection.close)
+        return connection
+
+    def join(self, name, source="127.0.0.1"):
+        """A client after its handshake, and the status that it was given."""
+        connection = self.connect(source)
+        connection.sendall(introduction(take(connection, 4), name))
+        return connection, take(connection, 4)
+
+    def pair(self, name=b"ada"):
+        return self.join(name)[0], self.join(name)[0]
+
+    def fill(self, connection, most=8 << 20):
+        """Sends until nothing more is taken for a while; returns what was sent."""
+        sent = bytearray()
+        connection.settimeout(1)
+        try:
+            while len(sent) < most:
+                piece = random.randbytes(4096)
+                sent += piece[:connection.send(piece)]
+        except TimeoutError:
+            pass
+        connection.settimeout(20)
+        return bytes(sent)
+
+    def test_pairs_and_status(self):
+        self.start()
+        first, status = self.join(b"ada", "127.0.1.5")
+        self.assertEqual(bytes(4), status)
+        other, status = self.join(b"bob")
+        self.assertEqual(bytes(4), status)
+        second, status = self.join(b"ada")
+        self.assertEqual(bytes([127, 0, 1, 5]), status)
+        everything = bytes(range(256))
+        for sender, receiver in ((first, second), (second, first)):
+            sender.sendall(everything)
+            self.assertEqual(everything, take(receiver, 256))
+        third, status = self.join(b"ada")
+        self.assertEqual(b"", status)
+        self.assertTrue(is_closed(third))
+        first.sendall(b"x")
+        self.assertEqual(b"x", take(second, 1))
+        other.sendall(b"y")
+        bobs, _ = self.join(b"bob")
+        self.assertEqual(b"y", take(bobs, 1))
+
+    def test_what_the_first_sends_waits(self):
+        self.start()
+        for name, count in ((b"few", 3), (b"buffer", 8192), (b"more", 100_000)):
+            with self.subTest(name):
+                first = self.connect()
+                early = random.randbytes(count)
+                sender = threading.Thread(target=first.sendall, args=(introduction(take(first, 4), name) + early,))
+                sender.start()
+                self.assertEqual(bytes(4), take(first, 4))
+                time.sleep(0.05)
+                second, _ = self.join(name)
+                self.assertEqual(early, take(second, count))
+                sender.join()
+                first.sendall(b"later")
+                self.assertEqual(b"later", take(second, 5))
+
+    def test_a_bad_handshake_is_closed(self):
+        self.start("--max-name", 6)
+        for what, data in {"wrong response": lambda c: bytes(4),
+                           "wrong by one": lambda c: bytes([response_to(c)[0] ^ 1]) + response_to(c)[1:],
+                           "no name": lambda c: introduction(c, b""),
+                           "length 0": lambda c: response_to(c) + bytes(4),
+                           "long name": lambda c: introduction(c, b"seven77"),
+                           "negative length": lambda c: response_to(c) + b"\xff\xff\xff\xff",
+                           "zero byte inside": lambda c: introduction(c, b"a\0b"),
+                           "no zero byte": lambda c: introduction(c, b"ab")[:-1] + b"c",
+                           "garbage": lambda c: random.randbytes(100_000)}.items():
+            with self.subTest(what):
+                connection = self.connect()
+                connection.sendall(data(take(connection, 4)))
+                self.assertTrue(is_closed(connection))
+        self.assertEqual(bytes(4), self.join(b"six666")[1])
+        self.assertEqual(bytes(4), self.join(b"\xff\n")[1], "any other byte may be in a name")
+
+    def test_a_stall_in_the_handshake_is_closed(self):
+        self.start("--handshake-timeout", 1)
+        patient, _ = self.join(b"ada")
+        stalled = [self.connect() for _ in range(6)]
+        for count, connection in zip((0, 3, 4, 7, 8, 10), stalled):
+            connection.sendall(introduction(take(connection, 4), b"abc")[:count])
+        for connection in stalled:
+            self.assertTrue(is_closed(connection))
+        second, _ = self.join(b"ada")
+        second.sendall(b"x")
+        self.assertEqual(b"x", take(patient, 1), "only the handshake has a time limit")
+
+    def test_one_of_a_pair_leaves(self):
+        self.start()
+        for how, leave in {"close": socket.socket.close, "half-close": lambda c: c.shutdown(socket.SHUT_WR),
+                           "reset": reset}.items():
+            for index in (0, 1):
+                with self.subTest(how, index=index):
+                    pair = self.pair()
+                    leaver, stayer = pair[index], pair[1 - index]
+                    leaver.sendall(b"bye")
+                    self.assertEqual(b"bye", take(stayer, 3))
+                    leave(leaver)
+                    self.assertEqual(b"", take(stayer, 1))
+                    first, status = self.join(b"ada")
+                    self.assertEqual(bytes(4), status, "the name is free")
+                    for _ in range(5):
+                        stayer.sendall(bytes(100_000))  # more than waits anywhere, and no broken pipe
+                    second, _ = self.join(b"ada")
+                    first.sendall(b"new")
+                    self.assertEqual(b"new", take(second, 3), "nothing of the old pair")
+                    stayer.close()
+                    second.sendall(b"back")
+                    self.assertEqual(b"back", take(first, 4))
+                    first.close()
+                    self.assertEqual(b"", take(second, 1))
+
+    def test_the_farewell_has_a_time_limit(self):
+        self.start("--farewell-timeout", 1)
+        leaver, stayer = self.pair()
+        leaver.close()
+        self.assertEqual(b"", take(stayer, 1))
+        begin = time.monotonic()
+        with self.assertRaises((BrokenPipeError, ConnectionResetError)):
+            while time.monotonic() < begin + 10:
+                stayer.sendall(b"x")
+                time.sleep(0.01)
+        self.assertTrue(0.9 < time.monotonic() - begin < 5)
+
+    def test_a_name_is_free_when_its_client_leaves(self):
+        self.start()
+        for early in (b"", b"abc", bytes(20_000)):
+            with self.subTest(early=len(early)):
+                waiting, status = self.join(b"ada")
+                self.assertEqual(bytes(4), status)
+                waiting.sendall(early)
+                time.sleep(0.05)
+                waiting.close()
+                time.sleep(0.05)
+                again, status = self.join(b"ada")
+                self.assertEqual(bytes(4), status)
+                again.close()
+                time.sleep(0.05)
+        with self.subTest("behind a partner that does not read"):
+            first, second = self.pair()
+            sent, arrived = self.fill(first), b""
+            # Until all of it is on its way, for the end of a transmission travels behind its bytes.
+            while struct.unpack("i", fcntl.ioctl(first, termios.TIOCOUTQ, bytes(4)))[0] > 0:
+                arrived += take(second, 4096)
+            first.close()
+            time.sleep(0.05)
+            third, fourth = self.join(b"ada"), self.join(b"ada")
+            self.assertEqual((bytes(4), bytes([127, 0, 0, 1])), (third[1], fourth[1]))
+            self.assertEqual(sent, arrived + take(second, len(sent)), "and yet gets all that was sent")
+            second.close()
+            time.sleep(0.05)
+            third[0].sendall(b"x")
+            self.assertEqual(b"x", take(fourth[0], 1))
+
+    def test_a_slow_reader_slows_its_partner(self):
+        self.start()
+        first, second = self.pair()
+        other, another = self.pair(b"bob")
+        before = self.memory()
+        sent = [self.fill(first), self.fill(second)]
+        waiting, _ = self.join(b"eve")
+        early = self.fill(waiting)
+        for data in (*sent, early):
+            self.assertLess(len(data), 6 << 20, "the kernel's buffers on both sides and no more")
+        self.assertLess(self.memory() - before, 1 << 20)
+        other.sendall(b"x")
+        self.assertEqual(b"x", take(another, 1), "nobody else is slowed")
+        self.assertEqual(sent[0], take(second, len(sent[0])))
+        self.assertEqual(sent[1], take(first, len(sent[1])))
+        partner, _ = self.join(b"eve")
+        self.assertEqual(early, take(partner, len(early)))
+
+    def test_limits_of_connections(self):
+        self.start("--max-clients", 4, "--max-per-address", 3)
+        joined = [self.join(b"%d" % i) for i in range(3)]
+        self.assertEqual([bytes(4)] * 3, [status for _, status in joined])
+        self.assertTrue(is_closed(self.connect()), "three from this address")
+        self.assertEqual(bytes(4), self.join(b"x", "127.0.1.1")[1])
+        self.assertTrue(is_closed(self.connect("127.0.1.2")), "four in all")
+        joined[0][0].close()
+        time.sleep(0.05)
+        self.assertEqual(bytes(4), self.join(b"y")[1])
+
+    @unittest.skipIf(os.environ.get("TOVIK_SANITIZE") == "ON", "the sanitizers themselves need descriptors")
+    def test_no_descriptors_left(self):
+        self.start()
+        count = len(os.listdir(f"/proc/{self.process.pid}/fd"))
+        subprocess.run(["prlimit", "--pid", str(self.process.pid), f"--nofile={count + 2}"], check=True)
+        inside = [self.join(b"a")[0], self.join(b"b")[0]]
+        outside = self.connect()
+        before = self.processor_time()
+        time.sleep(1)
+        self.assertLess(self.processor_time() - before, 0.2, "it does not spin")
+        inside[0].close()
+        outside.sendall(introduction(take(outside, 4), b"b"))
+        self.assertEqual(bytes([127, 0, 0, 1]), take(outside, 4), "whoever waited gets its turn")
+
+    def test_start_and_end(self):
+        self.start()
+        for options, status, error in (
+                (("--port", str(self.port), "--address", self.address), 1,
+                 f"tovik-relay: cannot listen on {self.address}:{self.port}: Address already in use\n"),
+                (("--port", "x"), 2, "tovik-relay: --port: "), (("--port", "65536"), 2, "tovik-relay: --port: "),
+                (("--address", "nowhere"), 2, "tovik-relay: --address: "), (("--log-level", "loud"), 2, "--log-level: "),
+                (("extra",), 2, "tovik-relay: "), (("--max-clients", "0"), 2, "tovik-relay: --max-clients: ")):
+            with self.subTest(options):
+                done = subprocess.run([TOVIK_RELAY, *options], capture_output=True, text=True, timeout=20)
+                self.assertEqual(status, done.returncode)
+                self.assertIn(error, done.stderr)
+        waiting, _ = self.join(b"eve")
+        pair = self.pair()
+        self.fill(pair[0])
+        self.stop(signal.SIGINT)
+        self.assertTrue(is_closed(waiting))
+
+    def test_the_log_keeps_names_to_itself(self):
+        for level, is_named in (("info", False), ("debug", True)):
+            self.start("--log-level", level)
+            self.join(b"se\ncret")[0].close()
+            self.join(b"secret")
+            self.stop()
+            text = "".join(self.log)
+            self.assertEqual([is_named] * 3, ["'se\\x0acret'" in text, "'secret'" in text, "cret" in text], text)
+
+    def test_load(self):
+        """All pairs at a time; some talk both ways, in some one sends and closes at once. No byte is lost."""
+        seed = random.randrange(2**32)
+        print(f"{PAIRS} pairs, seed {seed}")
+        rng = random.Random(seed)
+        resource.setrlimit(resource.RLIMIT_NOFILE, (resource.getrlimit(resource.RLIMIT_NOFILE)[1],) * 2)
+        if resource.getrlimit(resource.RLIMIT_NOFILE)[0] < 2 * PAIRS + 50:
+            self.skipTest("the limit of open files is too low")
+        self.start("--max-clients", 2 * PAIRS, "--max-per-address", 2 * PAIRS)
+        noise = rng.randbytes(1 << 20)
+        gate = asyncio.Semaphore(500)
+
+        async def join(name):
+            async with gate:
+                reader, writer = await asyncio.open_connection(self.address, self.port)
+                writer.write(introduction(await reader.readexactly(4), name))
+                return reader, writer, await reader.readexactly(4)
+
+        async def send(writer, data):
+            while data:
+                count = rng.choice((1, 100, 10_000, 100_000))
+                writer.write(data[:count])
+                data = data[count:]
+                await writer.drain()
+
+        async def talk(one, other):
+            (reader1, writer1, _), (reader2, writer2, _) = one, other
+            sizes = [int(2 ** rng.uniform(0, 16)), rng.choice((0, int(2 ** rng.uniform(0, 16))))]
+            there, back = (noise[(start := rng.randrange(len(noise) - size)):start + size] for size in sizes)
+
+            async def first():
+                await send(writer1, there)
+                arrived = await reader1.readexactly(len(back))
+                writer1.close()
+                return arrived
+
+            _, arrived1, arrived2 = await asyncio.gather(send(writer2, back), first(), reader2.read(-1))
+            writer2.close()
+            return sum(sizes) if (arrived1, arrived2) == (back, there) else None
+
+        async def everything():
+            before = self.memory()
+            names = [b"%d" % i for i in range(PAIRS)]
+            firsts = await asyncio.gather(*map(join, names))
+            seconds = await asyncio.gather(*map(join, names))
+            self.assertEqual({bytes(4)}, {status for *_, status in firsts})
+            self.assertEqual({bytes([127, 0, 0, 1])}, {status for *_, status in seconds})
+            idle = self.memory() - before
+            pairs = [pair if rng.random() < 0.5 else pair[::-1] for pair in zip(firsts, seconds)]
+            results = await asyncio.gather(*(talk(*pair) for pair in pairs))
+            self.assertNotIn(None, results)
+            print(f"{sum(results)} bytes; memory per pair: {idle // PAIRS} bytes, "
+                  f"at the end {(self.memory() - before) // PAIRS}")
+            self.assertLess(self.memory() - before, PAIRS * 40_000 + (8 << 20))
+
+        asyncio.run(everything())
+
+
+if __name__ == "__main__":
+    unittest.main()
