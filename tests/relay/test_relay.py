@@ -229,7 +229,7 @@ class Relay(unittest.TestCase):
             sent, arrived = self.fill(first), b""
             # Until all of it is on its way, for the end of a transmission travels behind its bytes.
             while struct.unpack("i", fcntl.ioctl(first, termios.TIOCOUTQ, bytes(4)))[0] > 0:
-                arrived += take(second, 4096)
+                arrived += take(second, min(4096, len(sent) - len(arrived)))
             first.close()
             time.sleep(0.05)
             third, fourth = self.join(b"ada"), self.join(b"ada")
