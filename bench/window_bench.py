@@ -95,6 +95,30 @@ def drawing(bench, program, opened):
     return time.monotonic() - start
 
 
+def start_console(bench):
+    bench.load("send.k", run=False)
+    bench.click("Run ")
+    title = harness.wait_until(lambda: set(bench.frames()) - {"tovik", "VGA", "K24 memory"}).pop()
+    bench.answer("OK", title)
+    harness.wait_until(lambda: bench.window("Serial console"))
+
+
+def sending(bench, opened):
+    """Processor time, which the accessibility interface's part in showing text counts in."""
+    start_console(bench)
+    if not opened:
+        bench.close("Serial console")
+    bench.wait_text("Status", "Halted  ")
+    return bench.processor_seconds()
+
+
+def stop_console(bench):
+    start_console(bench)
+    bench.activate("tovik")
+    time.sleep(5)
+    return until_seen(bench, "Run ", "Status")
+
+
 def stopped(bench):
     bench.load("lab.k", run=False)
     time.sleep(2)
@@ -113,6 +137,10 @@ def main():
         pairs = [(fresh(drawing, program, True), fresh(drawing, program, False)) for _ in range(ROUNDS)]
         speed = median(closed / opened for opened, closed in pairs)
         print(f"{program:15} {speed * 100:6.0f} % of the speed with the VGA window closed")
+    pairs = [(fresh(sending, True), fresh(sending, False)) for _ in range(ROUNDS)]
+    speed = median(closed / opened for opened, closed in pairs)
+    print(f"send.k          {speed * 100:6.0f} % of the speed with the console closed")
+    print(f"Stop send.k     {median(fresh(stop_console) for _ in range(ROUNDS)) * 1000:6.1f} ms")
     print(f"stopped         {fresh(stopped) * 1000:6.0f} ms of processor time in 10 s")
 
 
