@@ -53,9 +53,15 @@ std::string camera_filename;
 int camera_file = -1; // the movie's descriptor, -1 when none plays
 
 void open_movie() {
-    camera_file = open(camera_filename.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (camera_file < 0) {
-        gui_message("Can't open file " + camera_filename + ": " + system_error_text(errno), true);
+    camera_file = open(camera_filename.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    int error = camera_file < 0 ? errno : 0;
+    // A pipe would have to be waited for.
+    if (error == 0 && lseek(camera_file, 0, SEEK_CUR) < 0) {
+        error = errno;
+        close_movie();
+    }
+    if (error != 0) {
+        gui_message("Can't open file " + camera_filename + ": " + system_error_text(error), true);
         return;
     }
     advance_camera_file();
