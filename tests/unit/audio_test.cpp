@@ -13,21 +13,13 @@
 #include "devices/audio.h"
 #include "devices/io.h"
 #include "devices/wav.h"
+#include "tests/support/bus.h"
 #include "tests/support/gui_recording.h"
 
 namespace {
 
 constexpr int32_t SPEAKER = IO_BASE + 0x40;
 constexpr int32_t MICROPHONE = IO_BASE + 0x50;
-
-std::string fault_of(bool write, int32_t address, int32_t data = 0) {
-    try {
-        io(write, address, data);
-        return "";
-    } catch (const tovik_error& error) {
-        return error.message;
-    }
-}
 
 class Audio : public testing::Test {
   protected:

@@ -15,6 +15,7 @@ namespace {
 class Commands : public testing::Test {
   protected:
     void SetUp() override {
+        simulator.speaker_warned = false;
         reset_machine();
         simulate_init();
         recording = {};

@@ -18,6 +18,7 @@
 #include "devices/mouse.h"
 #include "devices/ps2.h"
 #include "devices/sdram.h"
+#include "tests/support/bus.h"
 #include "tests/support/gui_recording.h"
 
 namespace {
@@ -33,14 +34,7 @@ struct access_t {
     std::vector<std::string> calls; // what the window is asked to show
 };
 
-std::string fault_of(bool write, int32_t offset) {
-    try {
-        io(write, IO_BASE + offset, 0);
-        return "";
-    } catch (const tovik_error& error) {
-        return error.message;
-    }
-}
+std::string fault_at(bool write, int32_t offset) { return fault_of(write, IO_BASE + offset); }
 
 void expect(const std::vector<access_t>& accesses) {
     for (const access_t& access : accesses) {
@@ -107,7 +101,7 @@ TEST_F(Devices, RefuseWhatTheyDoNotHave) {
         {WRITE, INT32_MAX, "illegal address -1\n"},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(fault_of(c.write, c.offset), c.fault) << "offset " << c.offset;
+        EXPECT_EQ(fault_at(c.write, c.offset), c.fault) << "offset " << c.offset;
     }
 }
 
@@ -169,7 +163,7 @@ TEST_F(Devices, LcdShowsACharacterACommand) {
         {WRITE, 0x10, 3, 0, {}},
         {WRITE, 0x12, 1, 0, {}},
     });
-    EXPECT_EQ(fault_of(WRITE, 0x12), "shouldn't change command parameters when command is 1");
+    EXPECT_EQ(fault_at(WRITE, 0x12), "shouldn't change command parameters when command is 1");
     expect({
         {WRITE, 0x10, 2, 0, {}},
         {READ, 0x11, 0, 0, {}},
@@ -368,7 +362,7 @@ TEST_F(Devices, SdramMovesAWordACommand) {
         {WRITE, 0x34, -5, 0, {}},
     });
     EXPECT_EQ(machine.sdram_address, 0x1ffffff);
-    EXPECT_EQ(fault_of(WRITE, 0x34), "shouldn't change command parameters when command is 1");
+    EXPECT_EQ(fault_at(WRITE, 0x34), "shouldn't change command parameters when command is 1");
     expect({
         {READ, 0x31, 0, 1, {}},
         {WRITE, 0x30, 2, 0, {}},
@@ -376,7 +370,7 @@ TEST_F(Devices, SdramMovesAWordACommand) {
         {WRITE, 0x32, 0, 0, {}},
         {WRITE, 0x30, 1, 0, {}},
     });
-    EXPECT_EQ(fault_of(READ, 0x35), "verify that response is 1 before reading response parameters");
+    EXPECT_EQ(fault_at(READ, 0x35), "verify that response is 1 before reading response parameters");
     machine.sdram_ram[0x1ffffff] = 6;
     expect({
         {WRITE, 0x30, 1, 0, {}}, // no second access
@@ -384,7 +378,7 @@ TEST_F(Devices, SdramMovesAWordACommand) {
         {READ, 0x35, 0, -5, {}},
         {WRITE, 0x30, 0, 0, {}},
     });
-    EXPECT_EQ(fault_of(READ, 0x35), "verify that response is 1 before reading response parameters");
+    EXPECT_EQ(fault_at(READ, 0x35), "verify that response is 1 before reading response parameters");
 }
 
 int32_t read_sdram(int32_t address) {

@@ -18,21 +18,13 @@
 #include "devices/io.h"
 #include "devices/serial.h"
 #include "devices/serial_connection.h"
+#include "tests/support/bus.h"
 #include "tests/support/gui_recording.h"
 
 namespace {
 
 constexpr int32_t RECEIVE = IO_BASE + 0x90;
 constexpr int32_t SEND = IO_BASE + 0xa0;
-
-std::string fault_of(bool write, int32_t address, int32_t data = 0) {
-    try {
-        io(write, address, data);
-        return "";
-    } catch (const tovik_error& error) {
-        return error.message;
-    }
-}
 
 class Serial : public testing::Test {
   protected:
