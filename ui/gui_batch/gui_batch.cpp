@@ -181,6 +181,17 @@ void finish_at_exit() {
     }
 }
 
+// The next answer to a question, if there is one left.
+std::optional<std::string> take_answer(const std::string& title) {
+    std::deque<std::string>& answers = batch.answers[title];
+    if (answers.empty()) {
+        return std::nullopt;
+    }
+    std::string answer = answers.front();
+    answers.pop_front();
+    return answer;
+}
+
 // A file over a source would destroy a student's work, and so would one over what this run reads or writes.
 void check_output(const std::string& option, const std::string& file) {
     const auto is_same = [&](const std::string& other) {
@@ -354,23 +365,13 @@ void gui_hex30_set(std::string text) { batch.run.hex30 = std::move(text); }
 
 bool gui_choosefile(bool /*save*/, std::string title, std::string /*filter_name*/, std::string /*extension*/,
                     std::string& filename) {
-    std::deque<std::string>& answers = batch.answers[title];
-    if (answers.empty()) {
-        return false;
-    }
-    filename = answers.front();
-    answers.pop_front();
-    return true;
+    const std::optional<std::string> answer = take_answer(title);
+    filename = answer.value_or(filename);
+    return answer.has_value();
 }
 
 std::string gui_gettext(std::string /*prompt*/, int /*max_length*/) {
-    std::deque<std::string>& answers = batch.answers[SERIAL_PORT];
-    std::string answer;
-    if (!answers.empty()) {
-        answer = answers.front();
-        answers.pop_front();
-    }
-    return answer;
+    return take_answer(SERIAL_PORT).value_or("");
 }
 
 void gui_serial_setup() {}
