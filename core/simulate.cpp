@@ -12,7 +12,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include "core/interpreter.h"
+#include "core/engine.h"
 #include "core/machine.h"
 #include "core/memory.h"
 #include "devices/audio.h"

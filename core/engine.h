@@ -1,0 +1,22 @@
+#pragma once
+
+// Executes many instructions in one go.
+
+#include <cstdint>
+#include <string>
+
+struct slice_t {
+    int32_t executed;  // instructions, a failed one included
+    bool faulted;      // the last instruction failed; machine.pc is its address
+    std::string fault; // the message of the fault
+};
+
+// Executes up to `count` (at least 1) instructions from machine.pc, stopping early after one that fails,
+// halts, meets the breakpoint, or changes simulator.running, simulator.step or simulator.speaker_on.
+// machine.pc and machine.instr_count are exact whenever a device sees them and at the end, save that a failed
+// instruction is not yet counted in machine.instr_count.
+slice_t run_slice(int32_t count);
+
+// Whether loops that only wait are passed over, many turns at once. Only the speed depends on it: the benchmark
+// and the tests turn it off to compare.
+extern bool pass_over_waiting;
