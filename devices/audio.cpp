@@ -123,12 +123,6 @@ void write_microphone_command(int32_t command) {
     }
 }
 
-int32_t read_microphone_response() {
-    const bool is_there = machine.microphone_command != 0 && machine.microphone_sample_avail;
-    machine.microphone_response = is_there ? 1 : 0;
-    return machine.microphone_response;
-}
-
 void microphone_clear() { machine.microphone_samples.clear(); }
 
 // One sample. After a failure it is 0.
@@ -191,6 +185,16 @@ void advance_audio() {
     }
 }
 
+int32_t read_speaker_response() {
+    return machine.speaker_command != 0 && machine.speaker_current_sample_played ? 1 : 0;
+}
+
+int32_t read_microphone_response() {
+    const bool is_there = machine.microphone_command != 0 && machine.microphone_sample_avail;
+    machine.microphone_response = is_there ? 1 : 0;
+    return machine.microphone_response;
+}
+
 int32_t io_speaker(bool write, int32_t address, int32_t data) {
     const int32_t offset = io_offset(address);
     if (write && offset == SPEAKER_COMMAND) {
@@ -198,7 +202,7 @@ int32_t io_speaker(bool write, int32_t address, int32_t data) {
     } else if (write && offset == SPEAKER_SAMPLE) {
         update_port(machine.speaker_sample, data, machine.speaker_command);
     } else if (!write && offset == SPEAKER_RESPONSE) {
-        return machine.speaker_command != 0 && machine.speaker_current_sample_played ? 1 : 0;
+        return read_speaker_response();
     } else {
         io_unsupported(address);
     }

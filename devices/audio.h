@@ -25,6 +25,10 @@ void advance_audio();
 int32_t io_speaker(bool write, int32_t address, int32_t data);
 int32_t io_microphone(bool write, int32_t address, int32_t data);
 
+// What programs poll, for the address map.
+int32_t read_speaker_response();
+int32_t read_microphone_response();
+
 // Open and close the speaker's stream; closing drops nothing but what the server has not yet played. Without
 // a sound server the board is silent: a dialog says so, once.
 void speaker_connect();

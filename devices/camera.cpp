@@ -158,13 +158,19 @@ ssize_t read_frame() {
 
 } // namespace
 
+int32_t read_camera_response() {
+    return machine.camera_command != 0 && machine.instr_count >= machine.camera_response_instr ? 1 : 0;
+}
+
+uint64_t camera_steady_until() { return until_completion(machine.camera_response_instr); }
+
 int32_t io_camera(bool write, int32_t address, int32_t data) {
     if (write) {
         write_port(address, data);
         return 0;
     }
     if (io_offset(address) == RESPONSE) {
-        return machine.camera_command != 0 && machine.instr_count >= machine.camera_response_instr ? 1 : 0;
+        return read_camera_response();
     }
     io_unsupported(address);
 }

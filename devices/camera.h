@@ -14,6 +14,10 @@ constexpr int CAMERA_HEIGHT = 480;
 // there is none; throws tovik_error "user cancelled camera file read".
 int32_t io_camera(bool write, int32_t address, int32_t data);
 
+// What programs poll, for the address map.
+int32_t read_camera_response();
+uint64_t camera_steady_until();
+
 // The movie goes on to its next frame; at its end it is closed. Does nothing while the capture device is on.
 // A failure closes the movie and is shown in a dialog.
 void advance_camera_file();

@@ -143,18 +143,6 @@ int16_t double_to_int16(double value) {
     return static_cast<int16_t>(static_cast<int32_t>(rounded));
 }
 
-int32_t read_receive_response() {
-    const bool available =
-        machine.fft_receive_command == 1 && machine.fft_receive_count < NO_RESULTS && !is_busy();
-    if (available) {
-        const kiss_fft_cpx& result = machine.fft_receive[machine.fft_receive_count];
-        machine.fft_receive_real = double_to_int16(result.r);
-        machine.fft_receive_imaginary = double_to_int16(result.i);
-    }
-    machine.fft_receive_response = available ? 1 : 0;
-    return machine.fft_receive_response;
-}
-
 void write_send_port(int32_t address, int32_t data) {
     switch (io_offset(address)) {
     case SEND_COMMAND:
@@ -179,6 +167,22 @@ void write_send_port(int32_t address, int32_t data) {
 
 } // namespace
 
+int32_t read_fft_send_response() { return machine.fft_send_command == 1 && !is_busy() ? 1 : 0; }
+
+int32_t read_fft_receive_response() {
+    const bool available =
+        machine.fft_receive_command == 1 && machine.fft_receive_count < NO_RESULTS && !is_busy();
+    if (available) {
+        const kiss_fft_cpx& result = machine.fft_receive[machine.fft_receive_count];
+        machine.fft_receive_real = double_to_int16(result.r);
+        machine.fft_receive_imaginary = double_to_int16(result.i);
+    }
+    machine.fft_receive_response = available ? 1 : 0;
+    return machine.fft_receive_response;
+}
+
+uint64_t fft_steady_until() { return until_completion(machine.fft_response_instr); }
+
 int32_t io_fft_send(bool write, int32_t address, int32_t data) {
     if (write) {
         write_send_port(address, data);
@@ -187,7 +191,7 @@ int32_t io_fft_send(bool write, int32_t address, int32_t data) {
     if (io_offset(address) != SEND_RESPONSE) {
         io_unsupported(address);
     }
-    return machine.fft_send_command == 1 && !is_busy() ? 1 : 0;
+    return read_fft_send_response();
 }
 
 int32_t io_fft_receive(bool write, int32_t address, int32_t data) {
@@ -201,7 +205,7 @@ int32_t io_fft_receive(bool write, int32_t address, int32_t data) {
     }
     switch (offset) {
     case RECEIVE_RESPONSE:
-        return read_receive_response();
+        return read_fft_receive_response();
     case RECEIVE_REAL:
         check_response(machine.fft_receive_response);
         return machine.fft_receive_real;

@@ -8,5 +8,10 @@
 int32_t io_fft_send(bool write, int32_t address, int32_t data);
 int32_t io_fft_receive(bool write, int32_t address, int32_t data);
 
+// What programs poll, for the address map.
+int32_t read_fft_send_response();
+int32_t read_fft_receive_response();
+uint64_t fft_steady_until();
+
 // No command, no point collected, no results; all registers 0.
 void reset_fft();

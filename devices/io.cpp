@@ -22,12 +22,12 @@
 
 namespace {
 
-using handler_t = int32_t (*)(bool write, int32_t address, int32_t data);
-
 struct block_t {
     int32_t first; // offsets, inclusive
     int32_t last;
-    handler_t handler;
+    io_handler_t handler;
+    int32_t polled_offset = 0; // of the register that programs poll, if there is one
+    polled_t polled = {};
 };
 
 // Accepted without any device behind it.
@@ -43,52 +43,77 @@ template <void (*act)(bool, int32_t, int32_t)> int32_t writing(bool write, int32
     return 0;
 }
 
+// Steady as long as nothing happens.
+uint64_t until_event() { return UNTIL_EVENT; }
+
 constexpr block_t ADDRESS_MAP[] = {
-    {0x00, 0x00, reading<io_sw>},        // switches
-    {0x01, 0x01, writing<io_led_red>},   // red LEDs
-    {0x02, 0x02, writing<io_led_green>}, // green LEDs
-    {0x03, 0x03, writing<io_hex30>},     // HEX3-HEX0
-    {0x04, 0x04, writing<io_hex74>},     // HEX7-HEX4
-    {0x05, 0x05, reading<io_timer>},     // timer
-    {0x10, 0x14, io_lcd},                // LCD
-    {0x20, 0x23, io_ps2},                // PS/2 keyboard
-    {0x30, 0x35, io_sdram},              // SDRAM controller
-    {0x40, 0x42, io_speaker},            // speaker
-    {0x50, 0x52, io_microphone},         // microphone
-    {0x60, 0x68, io_vga},                // VGA controller
-    {0x70, 0x76, io_mouse},              // mouse
-    {0x80, 0x85, io_sd},                 // SD card
-    {0x90, 0x92, io_serial_receive},     // serial receive
-    {0xa0, 0xa2, io_serial_send},        // serial send
-    {0xb0, 0xb5, io_camera},             // camera
-    {0xc0, 0xc5, io_fft_send},           // FFT input
-    {0xd0, 0xd3, io_fft_receive},        // FFT output
-    {0xe0, 0xe4, io_touch},              // touch screen
-    {0xf0, 0xf3, io_silent},             // none
-    {0x100, 0x103, io_silent},           // none
+    {0x00, 0x00, reading<io_sw>, 0x00, {read_sw, until_event}},                        // switches
+    {0x01, 0x01, writing<io_led_red>},                                                 // red LEDs
+    {0x02, 0x02, writing<io_led_green>},                                               // green LEDs
+    {0x03, 0x03, writing<io_hex30>},                                                   // HEX3-HEX0
+    {0x04, 0x04, writing<io_hex74>},                                                   // HEX7-HEX4
+    {0x05, 0x05, reading<io_timer>, 0x05, {read_timer, timer_steady_until}},           // timer
+    {0x10, 0x14, io_lcd, 0x11, {read_lcd_response, until_event}},                      // LCD
+    {0x20, 0x23, io_ps2, 0x21, {read_ps2_response, until_event}},                      // PS/2 keyboard
+    {0x30, 0x35, io_sdram, 0x31, {read_sdram_response, until_event}},                  // SDRAM controller
+    {0x40, 0x42, io_speaker, 0x41, {read_speaker_response, until_event}},              // speaker
+    {0x50, 0x52, io_microphone, 0x51, {read_microphone_response, until_event}},        // microphone
+    {0x60, 0x68, io_vga, 0x61, {read_vga_response, vga_steady_until}},                 // VGA controller
+    {0x70, 0x76, io_mouse, 0x71, {read_mouse_response, until_event}},                  // mouse
+    {0x80, 0x85, io_sd, 0x81, {read_sd_response, sd_steady_until}},                    // SD card
+    {0x90, 0x92, io_serial_receive, 0x91, {nullptr, serial_receive_steady_until}},     // serial receive
+    {0xa0, 0xa2, io_serial_send, 0xa1, {nullptr, serial_send_steady_until}},           // serial send
+    {0xb0, 0xb5, io_camera, 0xb1, {read_camera_response, camera_steady_until}},        // camera
+    {0xc0, 0xc5, io_fft_send, 0xc1, {read_fft_send_response, fft_steady_until}},       // FFT input
+    {0xd0, 0xd3, io_fft_receive, 0xd1, {read_fft_receive_response, fft_steady_until}}, // FFT output
+    {0xe0, 0xe4, io_touch, 0xe1, {read_touch_response, until_event}},                  // touch screen
+    {0xf0, 0xf3, io_silent},                                                           // none
+    {0x100, 0x103, io_silent},                                                         // none
 };
 
 constexpr int32_t SLOTS = 0x104;
 
-constexpr auto HANDLERS = [] {
-    std::array<handler_t, SLOTS> handlers{};
+struct slot_t {
+    io_handler_t handler;
+    polled_t polled;
+};
+
+constexpr auto SLOT_TABLE = [] {
+    std::array<slot_t, SLOTS> slots{};
     for (const block_t& block : ADDRESS_MAP) {
         for (int32_t offset = block.first; offset <= block.last; ++offset) {
-            handlers[static_cast<size_t>(offset)] = block.handler;
+            slots[static_cast<size_t>(offset)].handler = block.handler;
+        }
+        if (block.polled.steady_until != nullptr) {
+            slots[static_cast<size_t>(block.polled_offset)].polled = block.polled;
         }
     }
-    return handlers;
+    return slots;
 }();
+
+const slot_t* slot_of(int32_t address) {
+    const int32_t offset = io_offset(address);
+    return offset < SLOTS ? &SLOT_TABLE[static_cast<size_t>(offset)] : nullptr;
+}
 
 } // namespace
 
 int32_t io(bool write, int32_t address, int32_t data) {
-    const int32_t offset = io_offset(address);
-    const handler_t handler = offset < SLOTS ? HANDLERS[static_cast<size_t>(offset)] : nullptr;
+    const io_handler_t handler = io_handler(address);
     if (handler == nullptr) {
         throw tovik_error("illegal address " + std::to_string(address) + "\n");
     }
     return handler(write, address, data);
+}
+
+io_handler_t io_handler(int32_t address) {
+    const slot_t* const slot = slot_of(address);
+    return slot == nullptr ? nullptr : slot->handler;
+}
+
+const polled_t* io_polled(int32_t address) {
+    const slot_t* const slot = slot_of(address);
+    return slot == nullptr || slot->polled.steady_until == nullptr ? nullptr : &slot->polled;
 }
 
 void io_unsupported(int32_t address) {

@@ -7,6 +7,8 @@
 
 #include <cstdint>
 
+#include "core/machine.h"
+
 // The first I/O address, 0x80000000. A register's offset is counted from here.
 constexpr int32_t IO_BASE = INT32_MIN;
 
@@ -17,6 +19,32 @@ constexpr int32_t io_offset(int32_t address) { return address & INT32_MAX; }
 // is read, 0 for a write. Throws tovik_error for an address that no device owns, and whatever the device
 // throws.
 int32_t io(bool write, int32_t address, int32_t data);
+
+using io_handler_t = int32_t (*)(bool write, int32_t address, int32_t data);
+
+// The handler of the device that owns the address; nullptr when none does.
+io_handler_t io_handler(int32_t address);
+
+// Instruction counts that are no counts.
+constexpr uint64_t NOW = 0;
+constexpr uint64_t UNTIL_EVENT = UINT64_MAX; // what the user does, an audio tick, or the program's next write
+
+// A register that programs read again and again until it changes.
+struct polled_t {
+    // Reads it. nullptr when a read can do more than give a value: fail, or ask the user something.
+    int32_t (*read)();
+    // Before the instruction count that this returns, each further read gives what the next one gives and
+    // changes nothing more. NOW when the device cannot tell.
+    uint64_t (*steady_until)();
+};
+
+// nullptr for an address that is no such register.
+const polled_t* io_polled(int32_t address);
+
+// For a response that comes at an instruction count: until when it is steady.
+inline uint64_t until_completion(uint64_t completion) {
+    return machine.instr_count < completion ? completion : UNTIL_EVENT;
+}
 
 // Throws tovik_error: the device has no such register, or not in this direction.
 [[noreturn]] void io_unsupported(int32_t address);

@@ -36,13 +36,15 @@ void write_command(int32_t command) {
 
 } // namespace
 
+int32_t read_lcd_response() { return machine.lcd_command; }
+
 int32_t io_lcd(bool write, int32_t address, int32_t data) {
     const int32_t offset = io_offset(address);
     if (!write) {
         if (offset != RESPONSE) {
             io_unsupported(address);
         }
-        return machine.lcd_command;
+        return read_lcd_response();
     }
     switch (offset) {
     case COMMAND:

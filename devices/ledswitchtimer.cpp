@@ -63,9 +63,11 @@ void check_direction(bool supported, int32_t address) {
 
 } // namespace
 
+int32_t read_sw() { return machine.sw; }
+
 int32_t io_sw(bool write, int32_t address) {
     check_direction(!write, address);
-    return machine.sw;
+    return read_sw();
 }
 
 void io_led_red(bool write, int32_t address, int32_t data) {
@@ -90,9 +92,15 @@ void io_hex74(bool write, int32_t address, int32_t data) {
     write_hex(machine.hex74, data, print_hex74);
 }
 
+int32_t read_timer() { return static_cast<int32_t>(machine.instr_count / INSTRUCTIONS_PER_TICK); }
+
+uint64_t timer_steady_until() {
+    return (machine.instr_count / INSTRUCTIONS_PER_TICK + 1) * INSTRUCTIONS_PER_TICK;
+}
+
 int32_t io_timer(bool write, int32_t address) {
     check_direction(!write, address);
-    return static_cast<int32_t>(machine.instr_count / INSTRUCTIONS_PER_TICK);
+    return read_timer();
 }
 
 void io_sw_toggle(int switch_number) {

@@ -16,6 +16,11 @@ void io_hex30(bool write, int32_t address, int32_t data);
 void io_hex74(bool write, int32_t address, int32_t data);
 int32_t io_timer(bool write, int32_t address);
 
+// What programs poll, for the address map.
+int32_t read_sw();
+int32_t read_timer();
+uint64_t timer_steady_until();
+
 // Flips switch 0 to 17, as a click on it does, and redraws it.
 void io_sw_toggle(int switch_number);
 

@@ -52,15 +52,6 @@ void make_report() {
     machine.mouse_button3 = machine.mouse_button[2];
 }
 
-int32_t read_response() {
-    if (machine.mouse_command == 0) {
-        machine.mouse_response = 0;
-    } else if (machine.mouse_response == 0 && something_is_new()) {
-        make_report();
-    }
-    return machine.mouse_response;
-}
-
 int32_t reported(int32_t value) {
     check_response(machine.mouse_response);
     return value;
@@ -73,6 +64,15 @@ bool is_button(int button) {
 
 } // namespace
 
+int32_t read_mouse_response() {
+    if (machine.mouse_command == 0) {
+        machine.mouse_response = 0;
+    } else if (machine.mouse_response == 0 && something_is_new()) {
+        make_report();
+    }
+    return machine.mouse_response;
+}
+
 int32_t io_mouse(bool write, int32_t address, int32_t data) {
     const int32_t offset = io_offset(address);
     if (write) {
@@ -84,7 +84,7 @@ int32_t io_mouse(bool write, int32_t address, int32_t data) {
     }
     switch (offset) {
     case RESPONSE:
-        return read_response();
+        return read_mouse_response();
     case DELTAX:
         return reported(machine.mouse_deltax);
     case DELTAY:

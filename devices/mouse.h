@@ -7,6 +7,9 @@
 // The register handler of the I/O bus.
 int32_t io_mouse(bool write, int32_t address, int32_t data);
 
+// What programs poll, for the address map.
+int32_t read_mouse_response();
+
 // Active, with its own cursor over the screen.
 void io_mouse_activate();
 

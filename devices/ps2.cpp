@@ -51,15 +51,15 @@ void write_command(int32_t command) {
     }
 }
 
-int32_t read_response() {
+} // namespace
+
+int32_t read_ps2_response() {
     machine.ps2_response = machine.ps2_command == 1 && !machine.ps2_events.empty() ? 1 : 0;
     if (machine.ps2_response == 1) {
         machine.ps2_event = machine.ps2_events.front();
     }
     return machine.ps2_response;
 }
-
-} // namespace
 
 int32_t io_ps2(bool write, int32_t address, int32_t data) {
     const int32_t offset = io_offset(address);
@@ -72,7 +72,7 @@ int32_t io_ps2(bool write, int32_t address, int32_t data) {
     }
     switch (offset) {
     case RESPONSE:
-        return read_response();
+        return read_ps2_response();
     case PRESSED:
         check_response(machine.ps2_response);
         return machine.ps2_event.pressed ? 1 : 0;

@@ -201,13 +201,15 @@ void write_port(int32_t address, int32_t data) {
     }
 }
 
-int32_t read_response() {
+} // namespace
+
+int32_t read_sd_response() {
     const bool completed = machine.sd_command == 1 && machine.instr_count >= machine.sd_response_instr;
     machine.sd_response = completed ? 1 : 0;
     return machine.sd_response;
 }
 
-} // namespace
+uint64_t sd_steady_until() { return until_completion(machine.sd_response_instr); }
 
 int32_t io_sd(bool write, int32_t address, int32_t data) {
     if (write) {
@@ -216,7 +218,7 @@ int32_t io_sd(bool write, int32_t address, int32_t data) {
     }
     switch (io_offset(address)) {
     case RESPONSE:
-        return read_response();
+        return read_sd_response();
     case DATA_READ:
         check_response(machine.sd_response);
         return machine.sd_data_read;

@@ -9,6 +9,10 @@
 // still 0 and nothing is lost, so the program may try again.
 int32_t io_sd(bool write, int32_t address, int32_t data);
 
+// What programs poll, for the address map.
+int32_t read_sd_response();
+uint64_t sd_steady_until();
+
 // Takes the card out: no command, no block, no file. What was written to the block in the buffer is lost, as
 // on the real board.
 void reset_sd();

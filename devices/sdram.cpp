@@ -102,6 +102,11 @@ void write_memory(saved_file_t& file) {
 
 } // namespace
 
+int32_t read_sdram_response() {
+    machine.sdram_response = machine.sdram_command;
+    return machine.sdram_response;
+}
+
 int32_t io_sdram(bool write, int32_t address, int32_t data) {
     if (write) {
         write_port(address, data);
@@ -109,8 +114,7 @@ int32_t io_sdram(bool write, int32_t address, int32_t data) {
     }
     switch (io_offset(address)) {
     case RESPONSE:
-        machine.sdram_response = machine.sdram_command;
-        return machine.sdram_response;
+        return read_sdram_response();
     case DATA_READ:
         check_response(machine.sdram_response);
         return machine.sdram_data_read;

@@ -79,6 +79,14 @@ int32_t read_send_response() {
 
 } // namespace
 
+// In the console's queue there is something new only after an event; of the other ends, and of what the
+// answer to the first question will be, nothing can be told.
+uint64_t serial_receive_steady_until() { return serial_state == WINDOW ? UNTIL_EVENT : NOW; }
+
+uint64_t serial_send_steady_until() {
+    return serial_state == DISCONNECTED ? NOW : until_completion(machine.serial_send_response_instr);
+}
+
 int32_t io_serial_receive(bool write, int32_t address, int32_t data) {
     serial_connect("");
     serial_receive();

@@ -9,6 +9,10 @@
 int32_t io_serial_receive(bool write, int32_t address, int32_t data);
 int32_t io_serial_send(bool write, int32_t address, int32_t data);
 
+// What programs poll, for the address map.
+uint64_t serial_receive_steady_until();
+uint64_t serial_send_steady_until();
+
 // A key in the serial console: its character waits in the receive queue. 0 is no character; a character that
 // finds the queue full is lost.
 void io_serial_press(char c);

@@ -31,7 +31,14 @@ bool something_is_new(int32_t pressed) {
                                                                  machine.touch_y_private != machine.touch_y));
 }
 
-int32_t read_response() {
+int32_t reported(int32_t value) {
+    check_response(machine.touch_response);
+    return value;
+}
+
+} // namespace
+
+int32_t read_touch_response() {
     const int32_t pressed = machine.mouse_button[0] ? 1 : 0;
     if (machine.touch_command == 0) {
         machine.touch_response = 0;
@@ -44,13 +51,6 @@ int32_t read_response() {
     return machine.touch_response;
 }
 
-int32_t reported(int32_t value) {
-    check_response(machine.touch_response);
-    return value;
-}
-
-} // namespace
-
 int32_t io_touch(bool write, int32_t address, int32_t data) {
     const int32_t offset = io_offset(address);
     if (write) {
@@ -62,7 +62,7 @@ int32_t io_touch(bool write, int32_t address, int32_t data) {
     }
     switch (offset) {
     case RESPONSE:
-        return read_response();
+        return read_touch_response();
     case X:
         return reported(machine.touch_x);
     case Y:

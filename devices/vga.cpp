@@ -86,12 +86,6 @@ void write_command(int32_t command) {
     }
 }
 
-int32_t read_response() {
-    const bool completed = machine.vga_command == 1 && machine.instr_count >= machine.vga_response_instr;
-    machine.vga_response = completed ? 1 : 0;
-    return machine.vga_response;
-}
-
 void write_port(int32_t address, int32_t data) {
     const auto update = [](int32_t& port, int32_t value) { update_port(port, value, machine.vga_command); };
     switch (io_offset(address)) {
@@ -129,6 +123,14 @@ void write_memory(saved_file_t& file) {
 
 } // namespace
 
+int32_t read_vga_response() {
+    const bool completed = machine.vga_command == 1 && machine.instr_count >= machine.vga_response_instr;
+    machine.vga_response = completed ? 1 : 0;
+    return machine.vga_response;
+}
+
+uint64_t vga_steady_until() { return until_completion(machine.vga_response_instr); }
+
 int32_t io_vga(bool write, int32_t address, int32_t data) {
     if (write) {
         write_port(address, data);
@@ -136,7 +138,7 @@ int32_t io_vga(bool write, int32_t address, int32_t data) {
     }
     switch (io_offset(address)) {
     case RESPONSE:
-        return read_response();
+        return read_vga_response();
     case COLOR_READ:
         check_response(machine.vga_response);
         return machine.vga_color_read;

@@ -18,6 +18,10 @@ constexpr int32_t COLOR_MASK = 0x7fff;
 // The register handler of the I/O bus.
 int32_t io_vga(bool write, int32_t address, int32_t data);
 
+// What programs poll, for the address map.
+int32_t read_vga_response();
+uint64_t vga_steady_until();
+
 // No command, all registers 0. The video memory stays as it is.
 void reset_vga();
 
