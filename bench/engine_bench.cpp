@@ -1,5 +1,6 @@
-// How fast the run loop executes instructions, compared with the reference, which keeps all books after each:
-// millions of instructions of the simulated program a second, medians of interleaved repetitions.
+// How fast the run loop executes instructions: millions of instructions of the simulated program a second of
+// processor time, medians of interleaved repetitions. Two comparisons: with the reference, which keeps all
+// books after each instruction, on programs that compute; and with itself, on programs that wait.
 
 #include <algorithm>
 #include <cstdio>
@@ -12,30 +13,88 @@
 #include <benchmark/benchmark.h>
 
 #include "assembler/assemble.h"
+#include "core/engine.h"
 #include "core/loader.h"
 #include "core/machine.h"
 #include "core/reference.h"
 #include "core/simulate.h"
 #include "tests/support/gui_recording.h"
+#include "ui/screen.h"
 
 namespace {
 
-constexpr const char* PROGRAMS[] = {"primes", "sort", "fibonacci"};
+constexpr int UNTIL_HALT = -1;
 
-using run_loop_t = void (*)();
+// The waiting programs do not end: three seconds of the board's time.
+constexpr int WAITING_STEPS = 20000000;
 
-void run_program(benchmark::State& state, const std::string& source, run_loop_t run_loop) {
+struct way_t {
+    const char* name;
+    void (*run_loop)();
+    bool passes_over;
+};
+
+constexpr way_t REFERENCE = {"reference", reference_run, false};
+constexpr way_t ENGINE = {"run loop", simulate_run, false};
+constexpr way_t PASSING_OVER = {"passing over", simulate_run, true};
+
+struct table_t {
+    const char* programs_are;
+    std::vector<const char*> sources;
+    int steps;
+    way_t ways[2]; // compared with each other; the ratio is the second by the first
+};
+
+const table_t TABLES[] = {
+    {"computing",
+     {"bench/programs/arithmetic.k", "bench/programs/sieve.k", "bench/programs/bubble_sort.k",
+      "bench/programs/fibonacci.k", "bench/programs/self_modifying.k", "bench/programs/polling.k"},
+     UNTIL_HALT,
+     {REFERENCE, ENGINE}},
+    {"waiting",
+     {"examples/bounce.k", "examples/counter.k", "bench/programs/key_wait.k"},
+     WAITING_STEPS,
+     {ENGINE, PASSING_OVER}},
+};
+
+std::string program_name(const std::string& source) { return std::filesystem::path(source).stem(); }
+
+std::string measurement_name(const std::string& source, const way_t& way) {
+    return program_name(source) + " " + way.name;
+}
+
+// Every repetition starts from the same memory, devices and picture; what a Reset leaves in the video memory
+// makes no difference to these programs.
+void put_back(const std::vector<int32_t>& image, int steps) {
+    std::ranges::copy(image, machine.memory);
+    reset_machine();
+    take_screen_changes();
+    simulator.step = steps;
+}
+
+// A program that stopped early would be measured as something else.
+void check_end(int steps) {
+    const bool whole = steps == UNTIL_HALT
+                           ? machine.halted
+                           : !machine.halted && machine.instr_count == static_cast<uint64_t>(steps);
+    if (!whole) {
+        std::fprintf(stderr, "a program ended early, at PC %d\n", machine.pc);
+        std::exit(1);
+    }
+}
+
+void run_program(benchmark::State& state, const std::string& source, int steps, const way_t& way) {
     simulate_load(source);
     const std::vector<int32_t> image(std::begin(machine.memory), std::end(machine.memory));
+    pass_over_waiting = way.passes_over;
     double instructions = 0;
     for (auto _ : state) {
-        std::ranges::copy(image, machine.memory);
-        machine.pc = 0;
-        machine.instr_count = 0;
-        machine.halted = false;
-        simulator.step = -1;
-        run_until_stop(run_loop);
+        state.PauseTiming();
+        put_back(image, steps);
+        state.ResumeTiming();
+        run_until_stop(way.run_loop);
         instructions += static_cast<double>(machine.instr_count);
+        check_end(steps);
     }
     state.counters["MIPS"] = benchmark::Counter(instructions / 1e6, benchmark::Counter::kIsRate);
 }
@@ -45,7 +104,7 @@ double median(std::vector<double> values) {
     return values.empty() ? 0 : values[values.size() / 2];
 }
 
-// Keeps every repetition's figure; the table is printed at the end.
+// Keeps every repetition's figure; the tables are printed at the end.
 class table_reporter_t : public benchmark::BenchmarkReporter {
   public:
     bool ReportContext(const Context& /*context*/) override { return true; }
@@ -59,12 +118,16 @@ class table_reporter_t : public benchmark::BenchmarkReporter {
     }
 
     void Finalize() override {
-        std::printf("%-12s %16s %16s %8s\n", "program", "reference MIPS", "run loop MIPS", "ratio");
-        for (const std::string program : PROGRAMS) {
-            const double reference = median(mips_["reference_" + program]);
-            const double engine = median(mips_["engine_" + program]);
-            std::printf("%-12s %16.1f %16.1f %8.2f\n", program.c_str(), reference, engine,
-                        engine / reference);
+        for (const table_t& table : TABLES) {
+            const auto& [first, second] = table.ways;
+            std::printf("%-14s %14s %14s %8s   (MIPS)\n", table.programs_are, first.name, second.name,
+                        "ratio");
+            for (const std::string source : table.sources) {
+                const double before = median(mips_[measurement_name(source, first)]);
+                const double after = median(mips_[measurement_name(source, second)]);
+                std::printf("%-14s %14.1f %14.1f %8.2f\n", program_name(source).c_str(), before, after,
+                            after / before);
+            }
         }
     }
 
@@ -72,15 +135,38 @@ class table_reporter_t : public benchmark::BenchmarkReporter {
     std::map<std::string, std::vector<double>> mips_;
 };
 
-// Examples are assembled on a copy: the benchmark leaves nothing in the source tree.
-std::filesystem::path copy_examples() {
-    std::string folder = (std::filesystem::temp_directory_path() / "tovik-bench-XXXXXX").string();
-    if (mkdtemp(folder.data()) == nullptr) {
-        std::perror(folder.c_str());
+// The programs are assembled on a copy, in the same folders because of what they include: the benchmark
+// leaves nothing in the source tree.
+std::filesystem::path copy_programs() {
+    std::string name = (std::filesystem::temp_directory_path() / "tovik-bench-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) {
+        std::perror(name.c_str());
         std::exit(1);
     }
-    std::filesystem::copy(TOVIK_EXAMPLES, folder, std::filesystem::copy_options::recursive);
+    std::filesystem::path folder = name;
+    const std::filesystem::path sources = TOVIK_SOURCES;
+    for (const char* part : {"examples", "bench/programs"}) {
+        std::filesystem::create_directories(folder / part);
+        std::filesystem::copy(sources / part, folder / part, std::filesystem::copy_options::recursive);
+    }
     return folder;
+}
+
+// Whether all programs could be assembled.
+bool register_measurements(const std::filesystem::path& folder) {
+    for (const table_t& table : TABLES) {
+        for (const std::string name : table.sources) {
+            const std::string source = folder / name;
+            if (!assemble(source)) {
+                return false;
+            }
+            for (const way_t& way : table.ways) {
+                benchmark::RegisterBenchmark(measurement_name(name, way).c_str(), run_program, source,
+                                             table.steps, way);
+            }
+        }
+    }
+    return true;
 }
 
 } // namespace
@@ -89,23 +175,18 @@ int main(int argc, char** argv) {
     std::vector<char*> arguments(argv, argv + argc);
     std::string interleaving = "--benchmark_enable_random_interleaving=true";
     std::string repetitions = "--benchmark_repetitions=9";
-    std::string time = "--benchmark_min_time=0.2";
+    std::string time = "--benchmark_min_time=0.15";
     arguments.insert(arguments.begin() + 1, {interleaving.data(), repetitions.data(), time.data()});
     int count = static_cast<int>(arguments.size());
     benchmark::Initialize(&count, arguments.data());
 
     simulate_init();
-    const std::filesystem::path folder = copy_examples();
-    for (const std::string program : PROGRAMS) {
-        const std::string source = folder / (program + ".k");
-        if (!assemble(source)) {
-            return 1;
-        }
-        benchmark::RegisterBenchmark(("reference_" + program).c_str(), run_program, source, reference_run);
-        benchmark::RegisterBenchmark(("engine_" + program).c_str(), run_program, source, simulate_run);
+    const std::filesystem::path folder = copy_programs();
+    const bool assembled = register_measurements(folder);
+    if (assembled) {
+        table_reporter_t reporter;
+        benchmark::RunSpecifiedBenchmarks(&reporter);
     }
-    table_reporter_t reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
     std::filesystem::remove_all(folder);
-    return 0;
+    return assembled ? 0 : 1;
 }
