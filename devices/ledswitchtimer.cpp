@@ -13,6 +13,7 @@
 
 #include "devices/ledswitchtimer.h"
 
+#include <bit>
 #include <cstdio>
 #include <string>
 
@@ -32,11 +33,10 @@ constexpr uint64_t INSTRUCTIONS_PER_TICK = 833;
 int32_t led_red_drawn = 0;
 int32_t led_green_drawn = 0;
 
-void print_leds(int32_t lit, int32_t& drawn, int count, void (*draw)(int)) {
-    for (int i = 0; i < count; ++i) {
-        if (((lit ^ drawn) >> i & 1) != 0) {
-            draw(i);
-        }
+void print_leds(int32_t lit, int32_t& drawn, void (*draw)(int)) {
+    auto changed = static_cast<uint32_t>(lit ^ drawn);
+    for (; changed != 0; changed &= changed - 1) {
+        draw(std::countr_zero(changed));
     }
     drawn = lit;
 }
@@ -124,9 +124,9 @@ void reset_hex30() { machine.hex30 = 0; }
 
 void reset_hex74() { machine.hex74 = 0; }
 
-void print_led_red() { print_leds(machine.led_red, led_red_drawn, RED_LEDS, gui_led_red_draw); }
+void print_led_red() { print_leds(machine.led_red, led_red_drawn, gui_led_red_draw); }
 
-void print_led_green() { print_leds(machine.led_green, led_green_drawn, GREEN_LEDS, gui_led_green_draw); }
+void print_led_green() { print_leds(machine.led_green, led_green_drawn, gui_led_green_draw); }
 
 void print_hex30() { gui_hex30_set(four_digits(machine.hex30)); }
 
