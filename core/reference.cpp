@@ -82,7 +82,7 @@ void keep_books(counters_t& counters) {
     if (machine.halted) {
         gui_status_set("Halted  ");
         simulator.running = false;
-    } else if (simulator.step == 0 || (simulator.breakpoint != -1 && simulator.breakpoint == machine.pc)) {
+    } else if (simulator.step == 0 || simulator.breakpoint == machine.pc) {
         gui_status_set("Stopped");
         simulator.running = false;
     }
