@@ -1,219 +1,716 @@
+// The fast way to execute instructions. It differs from execute_instruction, the plain way, in nothing but
+// speed, and leaves to it all that is rare: faults, halts, illegal addresses, odd ports.
+//
+// Proofs. Most instructions are executed again and again and always turn out the same: the opcode is known,
+// and so is that all operands lie in memory. So for each word of the memory there is a proof: what is known
+// of the instruction that starts there, with its operands and a function, the handler, that executes just
+// this kind of instruction without checking anything again. A word of which nothing is known yet has the
+// handler `prove`. Two proven instructions that follow each other are made a pair, with one handler.
+//
+// Stores. A program may store into itself, so what is proven may become wrong. The first store to a word
+// marks it as modified, and one to the watched word stops the run. For each word a byte tells whether a store
+// is only a store; if not, heed_store sees to it. An instruction whose words are stored into again and again
+// is no longer proven: its operands are looked up afresh each time.
+//
+// Dispatch. A handler ends with a jump to the handler of the next instruction; what they all need travels in
+// registers. Where the compiler cannot be relied on to make a jump of that call, a loop calls them one after
+// the other.
+//
+// Ports. A device must see the exact count of instructions, and may do anything: fail, or open a dialog in
+// which the user presses Reset. be_exact comes before, take_stock afterwards. A register that programs poll
+// is known to give a value and no more.
+//
+// Waiting. Where a branch closes a loop that waits, whole turns are passed over.
+
 #include "core/engine.h"
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
 #include <string>
+#include <utility>
 
-#include "core/arithmetic.h"
+#include "core/instructions.h"
 #include "core/interpreter.h"
 #include "core/machine.h"
 #include "core/memory.h"
+#include "core/waiting.h"
+#include "devices/io.h"
 
 bool pass_over_waiting = true;
 
 namespace {
 
-// One comparison for any number of addresses: MEMORY_SIZE is a power of two, so the bits of all of them
-// together stay below it exactly when each does.
-constexpr bool in_memory(int32_t address_bits) {
-    return static_cast<uint32_t>(address_bits) < static_cast<uint32_t>(MEMORY_SIZE);
+struct proof_t;
+
+// Executes the instruction at `at`, and what follows it, with `left` instructions left to execute in the
+// slice. `memory` and `stores` are machine.memory and store_kinds; `result` is what the instruction before
+// has stored, if it is the first of a pair. Returns the proof of the instruction that comes next, or nullptr
+// when machine.pc says which; how many are left is then in run.left.
+using handler_t = proof_t* (*)(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores,
+                               int32_t result);
+
+struct proof_t {
+    handler_t execute;
+    // The operands: addresses, or the offset of a port. arg1 of a branch or call is how many proofs farther
+    // that of its target is.
+    uint16_t arg1;
+    uint16_t arg2;
+    uint16_t arg3;
+    uint8_t hits;    // stores into the instruction
+    uint8_t strikes; // turns of the loop that the branch closes that looked like waiting and were not
+};
+static_assert(sizeof(proof_t) == 16);
+
+// From this many on, an instruction is not proven again, and a branch not taken for one that may wait.
+constexpr uint8_t MOST_HITS = 8;
+constexpr uint8_t MOST_STRIKES = 8;
+
+// An instruction is four words and may start at any word. So that the proofs of consecutive instructions are
+// neighbours, there is a row of proofs for each of the four ways to lie. Behind a row's last instruction
+// comes one that starts just above the memory.
+constexpr uint32_t ROW_BITS = ADDRESS_BITS - 1;
+constexpr int32_t ROW_PROOFS = MEMORY_SIZE / WORDS_PER_INSTRUCTION;
+static_assert(ROW_PROOFS < 1 << ROW_BITS);
+
+proof_t proofs[WORDS_PER_INSTRUCTION << ROW_BITS];
+
+// For 0 to 16387.
+[[gnu::always_inline]] inline proof_t* proof_of(int32_t pc) {
+    const auto address = static_cast<uint32_t>(pc);
+    return proofs + (address % WORDS_PER_INSTRUCTION << ROW_BITS | address / WORDS_PER_INSTRUCTION);
 }
 
-// `watched`: a breakpoint, a watchpoint or the trace is set.
-template <bool watched> [[gnu::always_inline]] inline void store(int32_t address, int32_t value) {
-    if constexpr (watched) {
-        memwrite(address, value);
+int32_t pc_of(const proof_t* proof) {
+    const auto place = static_cast<uint32_t>(proof - proofs);
+    return static_cast<int32_t>(place % (1 << ROW_BITS) * WORDS_PER_INSTRUCTION + (place >> ROW_BITS));
+}
+
+bool proofs_forgotten = true;
+
+// What a store to a word is besides a store.
+constexpr uint8_t ONLY_A_STORE = 0;
+constexpr uint8_t HEED = 1; // the word may not be marked as modified yet, or is watched
+constexpr uint8_t CODE = 2; // the word may be part of an instruction of which something is proven
+
+uint8_t store_kinds[MEMORY_SIZE];
+
+// What executes an access to the ports that proven instructions name, by offset.
+int32_t (*port_readers[IO_SLOTS])();
+io_handler_t port_handlers[IO_SLOTS];
+
+// As the proofs and the store kinds have them.
+constexpr int32_t NONE = -1;
+int32_t breakpoint = NONE;
+int32_t watchpoint = NONE;
+
+struct run_t {
+    int32_t left;          // instructions, while no handler has it in a register
+    uint64_t count_at_end; // the instruction count when none is left
+    int32_t start;         // the last instruction that may have failed
+    simulator_t controls;  // as they were when the slice began
+    bool over;             // no further instruction may be executed in this slice
+};
+
+run_t run;
+
+[[gnu::always_inline]] inline uint64_t count_at(int32_t left) {
+    return run.count_at_end - static_cast<uint64_t>(left);
+}
+
+// ---- Dispatch
+
+proof_t* leave(proof_t* at, int32_t left, int32_t* /*memory*/, const uint8_t* /*stores*/,
+               int32_t /*result*/) {
+    machine.pc = pc_of(at);
+    run.left = left;
+    return nullptr;
+}
+
+// The slice ends at the breakpoint. One that begins there does not come through here.
+proof_t* stop_at_breakpoint(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores,
+                            int32_t result) {
+    run.over = true;
+    return leave(at, left, memory, stores, result);
+}
+
+[[gnu::always_inline]] inline proof_t* go_on(proof_t* at, int32_t left, int32_t* memory,
+                                             const uint8_t* stores, int32_t result) {
+#ifdef TOVIK_TAIL_CALLS
+    return at->execute(at, left, memory, stores, result);
+#else
+    static_cast<void>(memory);
+    static_cast<void>(stores);
+    static_cast<void>(result);
+    run.left = left;
+    return at;
+#endif
+}
+
+// Counts an instruction that is done and goes on with the one at `at`, by what is known to be its handler.
+template <handler_t handler = go_on>
+[[gnu::always_inline]] inline proof_t* next(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores,
+                                            int32_t result) {
+    --left;
+    if (left == 0) [[unlikely]] {
+        return leave(at, left, memory, stores, result);
+    }
+    return handler(at, left, memory, stores, result);
+}
+
+// The same for an instruction after which anything may be; machine.pc is the next.
+proof_t* next_at_pc(int32_t left, int32_t* memory, const uint8_t* stores, int32_t result) {
+    --left;
+    if (left == 0 || run.over || !in_memory(machine.pc)) {
+        run.left = left;
+        return nullptr;
+    }
+    return go_on(proof_of(machine.pc), left, memory, stores, result);
+}
+
+// ---- Stores
+
+proof_t* prove(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores, int32_t result);
+
+// Nothing is known any more of an instruction, save that there is a breakpoint.
+void drop_proof(int32_t pc) {
+    proof_t* const proof = proof_of(pc);
+    if (proof->execute != stop_at_breakpoint) {
+        proof->execute = prove;
+    }
+}
+
+// The instruction before the one at pc must not go on with it unseen.
+void break_pair_before(int32_t pc) {
+    if (pc >= WORDS_PER_INSTRUCTION) {
+        drop_proof(pc - WORDS_PER_INSTRUCTION);
+    }
+}
+
+void drop_proofs_with(int32_t address) {
+    for (int32_t pc = std::max(address - WORDS_PER_INSTRUCTION + 1, 0); pc <= address; ++pc) {
+        drop_proof(pc);
+        break_pair_before(pc);
+        proof_t* const proof = proof_of(pc);
+        proof->strikes = 0;
+        if (proof->hits < MOST_HITS) {
+            ++proof->hits;
+        }
+    }
+}
+
+void note_store(int32_t address) {
+    machine.modified[address] = true;
+    if ((store_kinds[address] & CODE) != 0) {
+        drop_proofs_with(address);
+    }
+    store_kinds[address] = address == watchpoint ? HEED : ONLY_A_STORE;
+}
+
+[[gnu::noinline]] proof_t* heed_store(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores,
+                                      int32_t address) {
+    note_store(address);
+    if (address == watchpoint) {
+        simulator.step = 0;
+        watchpoint_hit = true;
+        run.over = true;
+        return leave(at, left - 1, memory, stores, 0);
+    }
+    return next(at, left, memory, stores, 0);
+}
+
+// Stores the result of an instruction and goes on with the one at `at`.
+template <handler_t handler = go_on>
+[[gnu::always_inline]] inline proof_t* store(proof_t* at, int32_t left, int32_t* memory,
+                                             const uint8_t* stores, int32_t address, int32_t value) {
+    memory[address] = value;
+    if (stores[address] != ONLY_A_STORE) [[unlikely]] {
+        return heed_store(at, left, memory, stores, address);
+    }
+    return next<handler>(at, left, memory, stores, value);
+}
+
+// ---- The plain way, and ports
+
+[[gnu::always_inline]] inline void be_exact(int32_t pc, int32_t left) {
+    run.start = pc;
+    run.left = left;
+    last_written = NOTHING_WRITTEN;
+    machine.pc = pc;
+    machine.instr_count = count_at(left);
+}
+
+// machine.pc is then the next instruction; if the slice must end there, run.over is set.
+[[gnu::always_inline]] inline void take_stock(int32_t left) {
+    if (last_written != NOTHING_WRITTEN) {
+        note_store(last_written);
+    }
+    run.count_at_end = machine.instr_count + static_cast<uint64_t>(left);
+    run.over = !(simulator == run.controls) || machine.halted || proofs_forgotten;
+}
+
+proof_t* plain(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores, int32_t result) {
+    be_exact(pc_of(at), left);
+    execute_instruction();
+    take_stock(left);
+    return next_at_pc(left, memory, stores, result);
+}
+
+// Something has changed: another opcode wants another handler, another operand may be a port or a fault.
+proof_t* look_again(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores, int32_t result) {
+    at->execute = prove;
+    return plain(at, left, memory, stores, result);
+}
+
+// A copy from or to a port at which more can happen than that a value passes.
+template <bool writes>
+proof_t* copy_through_port(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores,
+                           int32_t result) {
+    const int32_t pc = pc_of(at);
+    const int32_t after = pc + WORDS_PER_INSTRUCTION;
+    const uint16_t port = writes ? at->arg1 : at->arg2;
+    be_exact(pc, left);
+    machine.pc = after;
+    const int32_t value = port_handlers[port](writes, IO_BASE + port, writes ? memory[at->arg2] : 0);
+    if constexpr (!writes) {
+        memwrite(at->arg1, value);
+    }
+    take_stock(left);
+    if (run.over || machine.pc != after) [[unlikely]] {
+        return next_at_pc(left, memory, stores, result);
+    }
+    return next(at + 1, left, memory, stores, result);
+}
+
+// ---- Waiting
+
+bool is_only_a_store(int32_t address) { return store_kinds[address] == ONLY_A_STORE; }
+
+// A branch has just closed a loop. If it waits, passes over as many whole turns as come before something can
+// change; the rest is executed. Returns how many instructions are left.
+[[gnu::noinline]] int32_t pass_over_turns(proof_t* branch, const proof_t* target, int32_t left) {
+    if (left < LONGEST_TURN) {
+        return left;
+    }
+    machine.instr_count = count_at(left);
+    const waiting_t waiting = follow_loop(pc_of(target), is_only_a_store);
+    if (waiting.turn > 0) {
+        branch->strikes = 0;
+        const uint64_t steady = waiting.steady_until - machine.instr_count;
+        const auto steady_here = static_cast<int32_t>(std::min(steady, static_cast<uint64_t>(left)));
+        return left - steady_here / waiting.turn * waiting.turn;
+    }
+    if (!waiting.may_wait && ++branch->strikes == MOST_STRIKES) {
+        branch->execute = prove;
+    }
+    return left;
+}
+
+// ---- Handlers
+
+// Where the operands are that the handler reads.
+enum from_e {
+    MEMORY,
+    LEFT_RESULT, // the word at arg2 is what the first instruction of the pair has stored
+    RIGHT_RESULT,
+    LEFT_PORT, // the word at arg2 is a register that programs poll, the others are in memory
+    RIGHT_PORT,
+    FRESH, // not proven: in memory, or the handler does not apply
+    PLACES
+};
+
+struct operands_t {
+    int32_t arg1;
+    int32_t arg2;
+    int32_t arg3;
+};
+
+template <from_e from>
+[[gnu::always_inline]] inline operands_t operands_of(const proof_t* at, const int32_t* memory) {
+    if constexpr (from == FRESH) {
+        const int32_t* const words = memory + pc_of(at);
+        return {words[1], words[2], words[3]};
     } else {
-        machine.memory[address] = value;
-        machine.modified[address] = true;
+        return {at->arg1, at->arg2, at->arg3};
     }
 }
 
-// Executes the instruction at `pc` and moves `pc` on, when the instruction and all that it touches lie in
-// memory and it neither fails nor halts. Otherwise does nothing and returns false: execute_instruction then
-// says what happens.
-template <bool watched> [[gnu::always_inline]] inline bool execute_in_memory(int32_t& pc) {
-    if (static_cast<uint32_t>(pc) > static_cast<uint32_t>(MEMORY_SIZE - WORDS_PER_INSTRUCTION)) {
-        return false;
-    }
-    const int32_t* const memory = machine.memory;
-    const int32_t opcode = memory[pc];
-    const int32_t arg1 = memory[pc + 1];
-    const int32_t arg2 = memory[pc + 2];
-    const int32_t arg3 = memory[pc + 3];
-    const int32_t next = pc + WORDS_PER_INSTRUCTION;
+// Whether the instruction is what its handler executes; when it is proven, that needs no check.
+template <opcode_e opcode, from_e from>
+[[gnu::always_inline]] inline bool applies(const proof_t* at, const int32_t* memory,
+                                           const operands_t& operands) {
+    constexpr uses_t uses = uses_of(opcode);
+    return from != FRESH || (memory[pc_of(at)] == opcode &&
+                             in_memory((uses.arg1 ? operands.arg1 : 0) | (uses.arg2 ? operands.arg2 : 0) |
+                                       (uses.arg3 ? operands.arg3 : 0)));
+}
 
-    switch (opcode) {
-    case K24_ADD:
-        if (!in_memory(arg1 | arg2 | arg3)) {
-            return false;
-        }
-        store<watched>(arg1, wrap_add(memory[arg2], memory[arg3]));
-        break;
-    case K24_SUB:
-        if (!in_memory(arg1 | arg2 | arg3)) {
-            return false;
-        }
-        store<watched>(arg1, wrap_sub(memory[arg2], memory[arg3]));
-        break;
-    case K24_MULT:
-        if (!in_memory(arg1 | arg2 | arg3)) {
-            return false;
-        }
-        store<watched>(arg1, wrap_mult(memory[arg2], memory[arg3]));
-        break;
-    case K24_DIV:
-        if (!in_memory(arg1 | arg2 | arg3) || memory[arg3] == 0) {
-            return false;
-        }
-        store<watched>(arg1, wrap_div(memory[arg2], memory[arg3]));
-        break;
-    case K24_CP:
-        if (!in_memory(arg1 | arg2)) {
-            return false;
-        }
-        store<watched>(arg1, memory[arg2]);
-        break;
-    case K24_AND:
-        if (!in_memory(arg1 | arg2 | arg3)) {
-            return false;
-        }
-        store<watched>(arg1, memory[arg2] & memory[arg3]);
-        break;
-    case K24_OR:
-        if (!in_memory(arg1 | arg2 | arg3)) {
-            return false;
-        }
-        store<watched>(arg1, memory[arg2] | memory[arg3]);
-        break;
-    case K24_NOT:
-        if (!in_memory(arg1 | arg2)) {
-            return false;
-        }
-        store<watched>(arg1, ~memory[arg2]);
-        break;
-    case K24_SL:
-    case K24_SR: {
-        // An amount of 32 or more, rare, goes the plain way, which does not read the value.
-        if (!in_memory(arg1 | arg2 | arg3) || static_cast<uint32_t>(memory[arg3]) >= DATA_BITS) {
-            return false;
-        }
-        const int32_t value = memory[arg2];
-        const int32_t amount = memory[arg3];
-        store<watched>(arg1, opcode == K24_SL ? shift_left(value, amount) : shift_right(value, amount));
-        break;
+[[gnu::always_inline]] inline int32_t read_port(int32_t offset, int32_t left) {
+    machine.instr_count = count_at(left);
+    return port_readers[offset]();
+}
+
+template <from_e from>
+[[gnu::always_inline]] inline int32_t left_word(int32_t arg2, int32_t left, const int32_t* memory,
+                                                int32_t result) {
+    return from == LEFT_PORT ? read_port(arg2, left) : from == LEFT_RESULT ? result : memory[arg2];
+}
+
+template <from_e from>
+[[gnu::always_inline]] inline int32_t right_word(int32_t arg3, int32_t left, const int32_t* memory,
+                                                 int32_t result) {
+    return from == RIGHT_PORT ? read_port(arg3, left) : from == RIGHT_RESULT ? result : memory[arg3];
+}
+
+// `then`: the handler of the next instruction, where it is known.
+template <opcode_e opcode, from_e from, handler_t then = go_on>
+[[gnu::always_inline]] inline proof_t* compute(proof_t* at, int32_t left, int32_t* memory,
+                                               const uint8_t* stores, int32_t result) {
+    const operands_t operands = operands_of<from>(at, memory);
+    if (!applies<opcode, from>(at, memory, operands)) [[unlikely]] {
+        return look_again(at, left, memory, stores, result);
     }
-    case K24_CPFA: {
-        if (!in_memory(arg1 | arg3)) {
-            return false;
-        }
-        const int32_t element = wrap_add(arg2, memory[arg3]);
-        if (!in_memory(element)) {
-            return false;
-        }
-        store<watched>(arg1, memory[element]);
-        break;
+    const int32_t first = left_word<from>(operands.arg2, left, memory, result);
+    const int32_t second = reads_right(opcode) ? right_word<from>(operands.arg3, left, memory, result) : 0;
+    if (!has_result(opcode, second)) [[unlikely]] {
+        return plain(at, left, memory, stores, result);
     }
-    case K24_CPTA: {
-        if (!in_memory(arg1 | arg3)) {
-            return false;
-        }
-        const int32_t element = wrap_add(arg2, memory[arg3]);
-        if (!in_memory(element)) {
-            return false;
-        }
-        store<watched>(element, memory[arg1]);
-        break;
+    return store<then>(at + 1, left, memory, stores, operands.arg1, result_of(opcode, first, second));
+}
+
+template <opcode_e opcode, from_e from, handler_t then = go_on>
+[[gnu::always_inline]] inline proof_t* copy_element(proof_t* at, int32_t left, int32_t* memory,
+                                                    const uint8_t* stores, int32_t result) {
+    const operands_t operands = operands_of<from>(at, memory);
+    if (!applies<opcode, from>(at, memory, operands)) [[unlikely]] {
+        return look_again(at, left, memory, stores, result);
     }
-    case K24_BE:
-        if (!in_memory(arg2 | arg3)) {
-            return false;
-        }
-        pc = memory[arg2] == memory[arg3] ? arg1 : next;
-        return true;
-    case K24_BNE:
-        if (!in_memory(arg2 | arg3)) {
-            return false;
-        }
-        pc = memory[arg2] != memory[arg3] ? arg1 : next;
-        return true;
-    case K24_BLT:
-        if (!in_memory(arg2 | arg3)) {
-            return false;
-        }
-        pc = memory[arg2] < memory[arg3] ? arg1 : next;
-        return true;
-    case K24_CALL:
-        if (!in_memory(arg2)) {
-            return false;
-        }
-        store<watched>(arg2, next);
-        pc = arg1;
-        return true;
-    case K24_RET:
-        if (!in_memory(arg1)) {
-            return false;
-        }
-        pc = memory[arg1];
-        return true;
+    const int32_t index = right_word<from>(operands.arg3, left, memory, result);
+    const int32_t element = wrap_add(operands.arg2, index);
+    if (!in_memory(element)) [[unlikely]] {
+        return plain(at, left, memory, stores, result);
+    }
+    return opcode == K24_CPFA ? store<then>(at + 1, left, memory, stores, operands.arg1, memory[element])
+                              : store<then>(at + 1, left, memory, stores, element, memory[operands.arg1]);
+}
+
+template <from_e from>
+[[gnu::always_inline]] inline proof_t* target_of(proof_t* at, const operands_t& operands) {
+    return from == FRESH ? proof_of(operands.arg1) : at + static_cast<int16_t>(operands.arg1);
+}
+
+// `may_wait`: the branch may close a loop that waits.
+template <opcode_e opcode, from_e from, bool may_wait, handler_t then = go_on>
+[[gnu::always_inline]] inline proof_t* branch(proof_t* at, int32_t left, int32_t* memory,
+                                              const uint8_t* stores, int32_t result) {
+    const operands_t operands = operands_of<from>(at, memory);
+    if (!applies<opcode, from>(at, memory, operands)) [[unlikely]] {
+        return look_again(at, left, memory, stores, result);
+    }
+    const int32_t first = left_word<from>(operands.arg2, left, memory, result);
+    const int32_t second = right_word<from>(operands.arg3, left, memory, result);
+    if (!is_taken(opcode, first, second)) {
+        return next<then>(at + 1, left, memory, stores, result);
+    }
+    proof_t* const target = target_of<from>(at, operands);
+    if constexpr (may_wait) {
+        // The turns that are passed over are counted here, the branch itself by `next`.
+        left = pass_over_turns(at, target, left - 1) + 1;
+    }
+    return next(target, left, memory, stores, result);
+}
+
+template <from_e from>
+[[gnu::always_inline]] inline proof_t* call(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores,
+                                            int32_t result) {
+    const operands_t operands = operands_of<from>(at, memory);
+    if (!applies<K24_CALL, from>(at, memory, operands)) [[unlikely]] {
+        return look_again(at, left, memory, stores, result);
+    }
+    const int32_t after = pc_of(at) + WORDS_PER_INSTRUCTION;
+    return store(target_of<from>(at, operands), left, memory, stores, operands.arg2, after);
+}
+
+template <from_e from>
+[[gnu::always_inline]] inline proof_t* ret(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores,
+                                           int32_t result) {
+    const operands_t operands = operands_of<from>(at, memory);
+    if (!applies<K24_RET, from>(at, memory, operands)) [[unlikely]] {
+        return look_again(at, left, memory, stores, result);
+    }
+    const int32_t pc = memory[operands.arg1];
+    if (!in_memory(pc)) [[unlikely]] {
+        machine.pc = pc;
+        run.left = left - 1;
+        return nullptr;
+    }
+    return next(proof_of(pc), left, memory, stores, result);
+}
+
+// ---- The tables of handlers
+
+template <opcode_e opcode> constexpr bool can_be(from_e from) {
+    switch (from) {
+    case LEFT_PORT:
+        return always_has_result(opcode);
+    case RIGHT_PORT:
+        return always_has_result(opcode) && reads_right(opcode);
+    case LEFT_RESULT:
+        return reads_left(opcode);
+    case RIGHT_RESULT:
+        return reads_right(opcode);
     default:
+        return opcode != K24_HALT;
+    }
+}
+
+// nullptr where there is none.
+template <opcode_e opcode, from_e from, bool may_wait = false> constexpr handler_t handler_of() {
+    if constexpr (!can_be<opcode>(from)) {
+        return nullptr;
+    } else if constexpr (computes(opcode)) {
+        return compute<opcode, from>;
+    } else if constexpr (is_branch(opcode)) {
+        return branch<opcode, from, may_wait>;
+    } else if constexpr (opcode == K24_CALL) {
+        return call<from>;
+    } else if constexpr (opcode == K24_RET) {
+        return ret<from>;
+    } else {
+        return copy_element<opcode, from>;
+    }
+}
+
+// Halves the jumps from handler to handler. `from` is where the second instruction's operands are. A call or
+// return is never the first of a pair: what comes next is not its neighbour.
+template <opcode_e first, opcode_e second, from_e from> constexpr handler_t pair_of() {
+    constexpr handler_t then = handler_of<second, from>();
+    if constexpr (then == nullptr) {
+        return nullptr;
+    } else if constexpr (computes(first)) {
+        return compute<first, MEMORY, then>;
+    } else if constexpr (first == K24_CPFA || (first == K24_CPTA && from == MEMORY)) {
+        return copy_element<first, MEMORY, then>;
+    } else if constexpr (is_branch(first) && from == MEMORY) {
+        return branch<first, MEMORY, false, then>;
+    } else {
+        return nullptr;
+    }
+}
+
+constexpr size_t OPCODES = K24_RET + 1;
+
+// Make the tables: `f` gets its numbers as types, so that they can be arguments of templates.
+template <size_t count, typename function_t> constexpr auto table_of(function_t f) {
+    return [f]<size_t... i>(std::index_sequence<i...>) {
+        return std::array{f(std::integral_constant<size_t, i>())...};
+    }
+    (std::make_index_sequence<count>());
+}
+
+template <bool may_wait>
+constexpr auto HANDLERS = table_of<PLACES>([](auto from) {
+    return table_of<OPCODES>([from](auto opcode) {
+        return handler_of<static_cast<opcode_e>(opcode()), static_cast<from_e>(from()), may_wait>();
+    });
+});
+
+constexpr auto PAIRS = table_of<LEFT_PORT>([](auto from) {
+    return table_of<OPCODES>([from](auto first) {
+        return table_of<OPCODES>([from, first](auto second) {
+            return pair_of<static_cast<opcode_e>(first()), static_cast<opcode_e>(second()),
+                           static_cast<from_e>(from())>();
+        });
+    });
+});
+
+// ---- Proving
+
+handler_t handler_for(int32_t pc, const proof_t& proof, const words_t& words, from_e from) {
+    const auto opcode = static_cast<size_t>(words.opcode);
+    const bool closes_loop = words.arg1 <= pc && words.arg1 > pc - LONGEST_TURN * WORDS_PER_INSTRUCTION;
+    return closes_loop && pass_over_waiting && proof.strikes < MOST_STRIKES ? HANDLERS<true>[from][opcode]
+                                                                            : HANDLERS<false>[from][opcode];
+}
+
+// From now on the register can be read without asking who owns it. False when it is none that can be.
+bool learn_reader(int32_t address) {
+    const polled_t* const port = address < 0 ? io_polled(address) : nullptr;
+    if (port == nullptr || port->read == nullptr) {
         return false;
     }
-    pc = next;
+    port_readers[io_offset(address)] = port->read;
     return true;
 }
 
-// Executes one instruction the plain way and returns whether it failed; machine.pc is then where it starts.
-// Kept out of line, so that the fast loop has no exception handling in it.
-[[gnu::noinline]] bool faults(std::string& fault) {
-    const int32_t start = machine.pc;
-    try {
-        execute_instruction();
+bool learn_handler(int32_t address) {
+    const io_handler_t handler = address < 0 ? io_handler(address) : nullptr;
+    if (handler == nullptr) {
         return false;
-    } catch (const tovik_error& error) {
-        machine.pc = start;
-        fault = error.message;
-        return true;
+    }
+    port_handlers[io_offset(address)] = handler;
+    return true;
+}
+
+// The quickest way to execute an instruction whose operands are where they are.
+handler_t choose_handler(int32_t pc, const proof_t& proof, const words_t& words) {
+    const auto opcode = static_cast<size_t>(words.opcode);
+    const uses_t uses = uses_of(words.opcode);
+    const bool arg1 = !uses.arg1 || in_memory(words.arg1);
+    const bool arg2 = !uses.arg2 || in_memory(words.arg2);
+    const bool arg3 = !uses.arg3 || in_memory(words.arg3);
+    if (arg1 && arg2 && arg3) {
+        return handler_for(pc, proof, words, MEMORY);
+    }
+    if (arg1 && arg3 && HANDLERS<false>[LEFT_PORT][opcode] != nullptr && learn_reader(words.arg2)) {
+        return handler_for(pc, proof, words, LEFT_PORT);
+    }
+    if (arg1 && arg2 && HANDLERS<false>[RIGHT_PORT][opcode] != nullptr && learn_reader(words.arg3)) {
+        return handler_for(pc, proof, words, RIGHT_PORT);
+    }
+    if (words.opcode == K24_CP && arg1 && learn_handler(words.arg2)) {
+        return copy_through_port<false>;
+    }
+    if (words.opcode == K24_CP && arg2 && learn_handler(words.arg1)) {
+        return copy_through_port<true>;
+    }
+    return plain;
+}
+
+// Finds out what there is to know of the instruction at pc, and returns how to execute it.
+handler_t examine(int32_t pc, proof_t& proof) {
+    const words_t words = words_at(pc);
+    const bool can_be_proven = words.opcode != K24_HALT && is_opcode(words.opcode);
+    if (proof.hits == MOST_HITS) {
+        return can_be_proven ? handler_for(pc, proof, words, FRESH) : look_again;
+    }
+    for (int32_t address = pc; address < pc + WORDS_PER_INSTRUCTION; ++address) {
+        store_kinds[address] |= CODE;
+    }
+    if (!can_be_proven) {
+        return plain;
+    }
+    const bool jumps = is_branch(words.opcode) || words.opcode == K24_CALL;
+    const bool has_target = jumps && in_memory(words.arg1);
+    proof.arg1 = static_cast<uint16_t>(has_target ? proof_of(words.arg1) - &proof : words.arg1);
+    proof.arg2 = static_cast<uint16_t>(words.arg2);
+    proof.arg3 = static_cast<uint16_t>(words.arg3);
+    return choose_handler(pc, proof, words);
+}
+
+// Whether the instruction at pc is proven, with all operands in memory, and not the first of a pair.
+bool is_single(int32_t pc) {
+    return whole_in_memory(pc) && is_opcode(machine.memory[pc]) && machine.memory[pc] != K24_HALT &&
+           proof_of(pc)->execute == HANDLERS<false>[MEMORY][static_cast<size_t>(machine.memory[pc])];
+}
+
+void pair_up(int32_t pc) {
+    if (!is_single(pc) || !is_single(pc + WORDS_PER_INSTRUCTION)) {
+        return;
+    }
+    proof_t* const one = proof_of(pc);
+    const proof_t* const two = one + 1;
+    const auto first = static_cast<size_t>(machine.memory[pc]);
+    const auto second = static_cast<size_t>(machine.memory[pc + WORDS_PER_INSTRUCTION]);
+    const auto choose = [&](from_e from) {
+        const handler_t pair = PAIRS[from][first][second];
+        one->execute = pair == nullptr ? one->execute : pair;
+    };
+    choose(MEMORY);
+    if (one->arg1 == two->arg3) {
+        choose(RIGHT_RESULT);
+    }
+    if (one->arg1 == two->arg2) {
+        choose(LEFT_RESULT);
     }
 }
 
-template <bool watched> slice_t run_slice_with(int32_t count) {
-    const bool speaker_was_on = simulator.speaker_on;
-    const int step = simulator.step;
-    slice_t slice{};
-    int32_t pc = machine.pc;
-    int32_t left = count;
-    uint64_t count_at_end = machine.instr_count + static_cast<uint64_t>(count);
+proof_t* prove(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores, int32_t result) {
+    const int32_t pc = pc_of(at);
+    if (whole_in_memory(pc)) {
+        at->execute = examine(pc, *at);
+        pair_up(pc);
+        pair_up(pc - WORDS_PER_INSTRUCTION);
+    } else {
+        at->execute = in_memory(pc) ? plain : leave;
+    }
+    return at->execute(at, left, memory, stores, result);
+}
 
-    while (left > 0) {
-        if (!execute_in_memory<watched>(pc)) [[unlikely]] {
-            machine.pc = pc;
-            machine.instr_count = count_at_end - static_cast<uint64_t>(left);
-            slice.faulted = faults(slice.fault);
-            pc = machine.pc;
-            // A device may open a dialog, and the user may press Reset before it is acknowledged.
-            count_at_end = machine.instr_count + static_cast<uint64_t>(left);
-            if (slice.faulted || machine.halted || !simulator.running || simulator.step != step ||
-                simulator.speaker_on != speaker_was_on) {
-                --left;
-                break;
-            }
+// ---- Slices
+
+void start_afresh() {
+    constexpr proof_t UNPROVEN = {prove, 0, 0, 0, 0, 0};
+    for (uint32_t row = 0; row < WORDS_PER_INSTRUCTION; ++row) {
+        proof_t* const first = proofs + (row << ROW_BITS);
+        std::fill(first, first + ROW_PROOFS + 1, UNPROVEN);
+    }
+    std::ranges::fill(store_kinds, HEED);
+    breakpoint = NONE;
+    watchpoint = NONE;
+    proofs_forgotten = false;
+}
+
+void take_over_controls() {
+    if (simulator.breakpoint != breakpoint) {
+        if (in_memory(breakpoint)) {
+            proof_of(breakpoint)->execute = prove;
         }
-        --left;
-        if constexpr (watched) {
-            if (simulator.step != step || pc == simulator.breakpoint) {
-                break;
-            }
+        breakpoint = simulator.breakpoint;
+        if (in_memory(breakpoint)) {
+            proof_of(breakpoint)->execute = stop_at_breakpoint;
+            break_pair_before(breakpoint);
         }
     }
+    if (simulator.watchpoint != watchpoint) {
+        watchpoint = simulator.watchpoint;
+        if (in_memory(watchpoint)) {
+            store_kinds[watchpoint] |= HEED;
+        }
+    }
+    run.controls = simulator;
+}
 
-    machine.pc = pc;
-    machine.instr_count = count_at_end - static_cast<uint64_t>(left) - (slice.faulted ? 1 : 0);
-    slice.executed = count - left;
-    return slice;
+void execute_until_over() {
+    do {
+        // A slice that begins at the breakpoint executes the instruction there.
+        if (in_memory(machine.pc) && machine.pc != breakpoint && !simulator.verbose) {
+            proof_t* at = proof_of(machine.pc);
+            while (at != nullptr) {
+                at = at->execute(at, run.left, machine.memory, store_kinds, 0);
+            }
+        } else {
+            be_exact(machine.pc, run.left);
+            execute_instruction();
+            take_stock(run.left);
+            --run.left;
+        }
+    } while (run.left > 0 && !run.over && machine.pc != breakpoint);
 }
 
 } // namespace
 
 slice_t run_slice(int32_t count) {
-    const bool watched = simulator.verbose || simulator.breakpoint != -1 || simulator.watchpoint != -1;
-    return watched ? run_slice_with<true>(count) : run_slice_with<false>(count);
+    if (proofs_forgotten) {
+        start_afresh();
+    }
+    take_over_controls();
+    run.left = count;
+    run.count_at_end = machine.instr_count + static_cast<uint64_t>(count);
+    run.over = false;
+    slice_t slice{};
+    try {
+        execute_until_over();
+    } catch (const tovik_error& error) {
+        take_stock(run.left);
+        machine.pc = run.start;
+        --run.left;
+        slice.faulted = true;
+        slice.fault = error.message;
+    }
+    machine.instr_count = count_at(run.left) - (slice.faulted ? 1 : 0);
+    slice.executed = count - run.left;
+    return slice;
 }
+
+void forget_proofs() { proofs_forgotten = true; }

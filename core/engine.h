@@ -12,10 +12,14 @@ struct slice_t {
 };
 
 // Executes up to `count` (at least 1) instructions from machine.pc, stopping early after one that fails,
-// halts, meets the breakpoint, or changes simulator.running, simulator.step or simulator.speaker_on.
-// machine.pc and machine.instr_count are exact whenever a device sees them and at the end, save that a failed
-// instruction is not yet counted in machine.instr_count.
+// halts, meets the breakpoint, or changes the controls in `simulator`. machine.pc and machine.instr_count are
+// exact whenever a device sees them and at the end, save that a failed instruction is not yet counted in
+// machine.instr_count.
 slice_t run_slice(int32_t count);
+
+// Whoever writes machine.memory or clears machine.modified, other than by memwrite in an instruction, calls
+// this afterwards: what the engine knows of the memory is no longer true.
+void forget_proofs();
 
 // Whether loops that only wait are passed over, many turns at once. Only the speed depends on it: the benchmark
 // and the tests turn it off to compare.

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string_view>
 
+#include "core/engine.h"
 #include "core/machine.h"
 #include "core/memory.h"
 #include "core/simulate.h"
@@ -106,6 +107,7 @@ load_t simulate_load(const std::string& filename) {
         std::ifstream image = open_image(name);
         clear_memory();
         const load_t load = load_content(image);
+        forget_proofs();
         reset_machine();
         return load;
     } catch (const tovik_error& error) {

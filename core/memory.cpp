@@ -8,6 +8,7 @@
 #include "devices/io.h"
 
 bool watchpoint_hit = false;
+int32_t last_written = NOTHING_WRITTEN;
 
 namespace {
 
@@ -30,6 +31,7 @@ void memwrite(int32_t address, int32_t value) {
     }
     machine.memory[address] = value;
     machine.modified[address] = true;
+    last_written = address;
     if (address == simulator.watchpoint) {
         simulator.step = 0;
         watchpoint_hit = true;

@@ -21,3 +21,7 @@ void clear_memory();
 // Set by a write to the watchpoint; the run loop clears it when a run goes on. It tells a watchpoint from
 // the other things that set simulator.step to 0.
 extern bool watchpoint_hit;
+
+// The address of the last word that memwrite wrote; whoever wants to know sets it to NOTHING_WRITTEN before.
+constexpr int32_t NOTHING_WRITTEN = -1;
+extern int32_t last_written;

@@ -46,6 +46,7 @@ template <void (*act)(bool, int32_t, int32_t)> int32_t writing(bool write, int32
 // Steady as long as nothing happens.
 uint64_t until_event() { return UNTIL_EVENT; }
 
+// First and last offset, handler; the polled register's offset, how to read it, until when it is steady.
 constexpr block_t ADDRESS_MAP[] = {
     {0x00, 0x00, reading<io_sw>, 0x00, {read_sw, until_event}},                        // switches
     {0x01, 0x01, writing<io_led_red>},                                                 // red LEDs
@@ -71,15 +72,13 @@ constexpr block_t ADDRESS_MAP[] = {
     {0x100, 0x103, io_silent},                                                         // none
 };
 
-constexpr int32_t SLOTS = 0x104;
-
 struct slot_t {
     io_handler_t handler;
     polled_t polled;
 };
 
 constexpr auto SLOT_TABLE = [] {
-    std::array<slot_t, SLOTS> slots{};
+    std::array<slot_t, IO_SLOTS> slots{};
     for (const block_t& block : ADDRESS_MAP) {
         for (int32_t offset = block.first; offset <= block.last; ++offset) {
             slots[static_cast<size_t>(offset)].handler = block.handler;
@@ -93,7 +92,7 @@ constexpr auto SLOT_TABLE = [] {
 
 const slot_t* slot_of(int32_t address) {
     const int32_t offset = io_offset(address);
-    return offset < SLOTS ? &SLOT_TABLE[static_cast<size_t>(offset)] : nullptr;
+    return offset < IO_SLOTS ? &SLOT_TABLE[static_cast<size_t>(offset)] : nullptr;
 }
 
 } // namespace

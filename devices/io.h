@@ -15,6 +15,9 @@ constexpr int32_t IO_BASE = INT32_MIN;
 // The offset of an I/O address, 0 to 0x7fffffff.
 constexpr int32_t io_offset(int32_t address) { return address & INT32_MAX; }
 
+// All offsets that devices own are below this.
+constexpr int32_t IO_SLOTS = 0x104;
+
 // One access to the bus: hands it to the device that owns the address (any negative number) and returns what
 // is read, 0 for a write. Throws tovik_error for an address that no device owns, and whatever the device
 // throws.

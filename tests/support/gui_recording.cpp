@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "core/engine.h"
 #include "core/machine.h"
 #include "ui/gui.h"
 
@@ -17,6 +18,8 @@ struct run_stopped_t {};
 std::vector<std::string> run_until_stop(void (*run_loop)()) {
     recording.calls.clear();
     recording.looks.clear();
+    // The tests write programs into the memory themselves.
+    forget_proofs();
     simulator.running = true;
     try {
         run_loop();

@@ -10,6 +10,7 @@
 
 #include <gtk/gtk.h>
 
+#include "core/engine.h"
 #include "core/machine.h"
 #include "ui/gui.h"
 #include "ui/gui_gtk/text.h"
@@ -93,6 +94,7 @@ std::vector<int32_t> take_modified() {
             addresses.push_back(address);
         }
     }
+    forget_proofs();
     return addresses;
 }
 
