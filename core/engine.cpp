@@ -485,7 +485,7 @@ template <opcode_e opcode, from_e from, bool may_wait = false> constexpr handler
 // return is never the first of a pair: what comes next is not its neighbour.
 template <opcode_e first, opcode_e second, from_e from> constexpr handler_t pair_of() {
     constexpr handler_t then = handler_of<second, from>();
-    if constexpr (then == nullptr) {
+    if constexpr (!can_be<second>(from)) {
         return nullptr;
     } else if constexpr (computes(first)) {
         return compute<first, MEMORY, then>;
