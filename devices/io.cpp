@@ -22,11 +22,13 @@
 
 namespace {
 
+constexpr int32_t NO_REGISTER = -1;
+
 struct block_t {
     int32_t first; // offsets, inclusive
     int32_t last;
     io_handler_t handler;
-    int32_t polled_offset = 0; // of the register that programs poll, if there is one
+    int32_t polled_offset = NO_REGISTER; // of the register that programs poll
     polled_t polled = {};
 };
 
@@ -83,7 +85,7 @@ constexpr auto SLOT_TABLE = [] {
         for (int32_t offset = block.first; offset <= block.last; ++offset) {
             slots[static_cast<size_t>(offset)].handler = block.handler;
         }
-        if (block.polled.steady_until != nullptr) {
+        if (block.polled_offset != NO_REGISTER) {
             slots[static_cast<size_t>(block.polled_offset)].polled = block.polled;
         }
     }
