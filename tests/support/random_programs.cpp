@@ -15,19 +15,23 @@ constexpr int32_t ZERO = DATA;
 constexpr int32_t ONE = DATA + 1;
 constexpr int32_t COUNT = DATA + 2;
 constexpr int32_t START_TIME = DATA + 3;
+constexpr int32_t AMOUNTS = DATA + 4; // four to shift by, so that few programs end at a negative one
 constexpr int32_t FIRST_FREE = DATA + 8;
 
 constexpr int32_t port(int32_t offset) { return INT32_MIN + offset; }
 
 constexpr int32_t TIMER = port(0x05);
 
-// Registers that take any value at any time.
-constexpr int32_t PORTS[] = {0x00, 0x01, 0x02, 0x03, 0x04, 0x05, 0x10, 0x11, 0x14, 0x20, 0x21,
-                             0x30, 0x31, 0x32, 0x33, 0x34, 0x35, 0x40, 0x41, 0x42, 0x50, 0x51,
-                             0x60, 0x61, 0x62, 0x65, 0x66, 0x67, 0x68, 0x70, 0x71, 0x80, 0x91,
-                             0xa1, 0xb1, 0xc0, 0xc1, 0xc5, 0xd0, 0xd1, 0xe0, 0xe1, 0xf0, 0x103};
+// Registers that take any value at any time, or nearly so.
+constexpr int32_t READABLE[] = {0x00, 0x05, 0x11, 0x21, 0x31, 0x41, 0x51, 0x61, 0x71,  0x81,
+                                0x91, 0xa1, 0xb1, 0xc1, 0xd1, 0xe1, 0xf0, 0xf3, 0x100, 0x103};
+constexpr int32_t WRITABLE[] = {0x01, 0x02, 0x03, 0x04, 0x10, 0x14, 0x20, 0x30, 0x32,
+                                0x33, 0x34, 0x40, 0x42, 0x50, 0x60, 0x62, 0x65, 0x66,
+                                0x70, 0x90, 0xa0, 0xc0, 0xc5, 0xd0, 0xe0, 0xf0, 0x103};
 
-int32_t pick_port(random_t& random) { return port(pick_from(random, PORTS)); }
+int32_t pick_readable(random_t& random) { return port(pick_from(random, READABLE)); }
+
+int32_t pick_writable(random_t& random) { return port(pick_from(random, WRITABLE)); }
 
 int32_t pick_data(random_t& random) { return DATA + pick(random, 0, DATA_WORDS - 1); }
 
@@ -59,6 +63,9 @@ void fill_data(random_t& random) {
     machine.memory[ZERO] = 0;
     machine.memory[ONE] = 1;
     machine.memory[COUNT] = 0;
+    for (int32_t i = 0; i < 4; ++i) {
+        machine.memory[AMOUNTS + i] = pick(random, 0, 35);
+    }
 }
 
 program_t finish(random_t& random, int32_t code, int32_t end) {
@@ -67,17 +74,32 @@ program_t finish(random_t& random, int32_t code, int32_t end) {
     return {.code = code, .instructions = instructions, .data = DATA, .words = DATA_WORDS};
 }
 
+// The right operand of an instruction: one that does not fail, mostly.
+int32_t pick_right(random_t& random, int32_t opcode) {
+    if (one_in(random, 20)) {
+        return pick_data(random);
+    }
+    switch (opcode) {
+    case K24_DIV:
+        return ONE;
+    case K24_SL:
+    case K24_SR:
+        return AMOUNTS + pick(random, 0, 3);
+    default:
+        return pick_data(random);
+    }
+}
+
 // Neither branches nor halts.
 void emit_ordinary(random_t& random, int32_t& place, int32_t target) {
     const int32_t opcode = pick(random, K24_ADD, K24_CPTA);
     if (opcode == K24_CPFA || opcode == K24_CPTA) {
-        const int32_t array = one_in(random, 8) ? pick_wild(random) : DATA + 32;
+        const int32_t array = one_in(random, 30) ? pick_wild(random) : DATA + 32;
         const int32_t other = pick_data(random);
         emit(place, opcode, opcode == K24_CPFA ? target : other, array, pick_data(random));
         return;
     }
-    const int32_t right = opcode == K24_DIV ? ONE : pick_data(random); // else most programs would end there
-    emit(place, opcode, target, pick_data(random), right);
+    emit(place, opcode, target, pick_data(random), pick_right(random, opcode));
 }
 
 void emit_branch(random_t& random, int32_t& place, int32_t target, int32_t left, int32_t right) {
@@ -107,20 +129,24 @@ program_t make_tame(random_t& random) {
     const int32_t instructions = pick(random, 6, 60);
     const int32_t base = 4 * pick(random, 0, 3) + (one_in(random, 4) ? pick(random, 1, 3) : 0);
     const auto pick_instruction = [&] { return base + 4 * pick(random, 0, instructions - 1); };
-    const auto pick_operand = [&] {
+    const auto pick_operand = [&](int32_t otherwise, int32_t (*pick_port)(random_t&)) {
         if (one_in(random, 40)) {
             return pick_port(random);
         }
-        return one_in(random, 20) ? base + pick(random, 0, 4 * instructions) : pick_data(random);
+        return one_in(random, 20) ? base + pick(random, 0, 4 * instructions) : otherwise;
     };
     for (int32_t place = base; place < base + 4 * instructions;) {
         const int32_t opcode = pick(random, K24_ADD, K24_RET);
         const bool jumps = opcode >= K24_BE && opcode <= K24_CALL;
-        const int32_t arg1 = jumps ? pick_instruction() : pick_operand();
-        emit(place, opcode, arg1, pick_operand(), pick_operand());
+        const int32_t arg1 =
+            jumps ? pick_instruction()
+                  : pick_operand(pick_variable(random), opcode == K24_RET ? pick_readable : pick_writable);
+        const int32_t arg2 =
+            pick_operand(pick_data(random), opcode == K24_CALL ? pick_writable : pick_readable);
+        emit(place, opcode, arg1, arg2, pick_operand(pick_right(random, opcode), pick_readable));
     }
     fill_data(random);
-    for (int32_t i = 0; i < DATA_WORDS; i += pick(random, 1, 4)) {
+    for (int32_t i = FIRST_FREE - DATA; i < DATA_WORDS; i += pick(random, 1, 4)) {
         machine.memory[DATA + i] = pick_instruction();
     }
     return finish(random, base, base + 4 * instructions);
@@ -151,7 +177,7 @@ void emit_filler(random_t& random, int32_t& place, int32_t loop, int32_t polled)
         break;
     }
     case 3:
-        emit(place, K24_CP, pick_port(random), pick_data(random), 0);
+        emit(place, K24_CP, pick_writable(random), pick_data(random), 0);
         break;
     case 4:
         emit(place, K24_BE, place + WORDS_PER_INSTRUCTION, ZERO, ZERO);
@@ -279,14 +305,17 @@ program_t make_waiting(random_t& random) {
     return finish(random, code, place);
 }
 
-// Something that fits a word of an instruction.
+// Something that fits a word of an instruction, so that the program lives on.
 int32_t pick_patch(random_t& random, int32_t code, int32_t instructions, int32_t word) {
-    if ((word - code) % WORDS_PER_INSTRUCTION == 0) {
-        return pick(random, one_in(random, 30) ? -1 : K24_ADD, one_in(random, 30) ? K24_RET + 1 : K24_BLT);
+    const int32_t offset = (word - code) % WORDS_PER_INSTRUCTION;
+    const bool branches = word >= offset && machine.memory[word - offset] >= K24_BE;
+    if (one_in(random, 60)) {
+        return pick(random, -1, K24_RET + 1);
     }
-    const int32_t opcode = machine.memory[word - (word - code) % WORDS_PER_INSTRUCTION];
-    const bool target = (word - code) % WORDS_PER_INSTRUCTION == 1 && opcode >= K24_BE;
-    return target ? code + 4 * pick(random, 0, instructions - 1) : pick_data(random);
+    if (offset == 0) {
+        return branches ? pick(random, K24_BE, K24_BLT) : pick(random, K24_ADD, K24_NOT);
+    }
+    return offset == 1 && branches ? code + 4 * pick(random, 0, instructions - 1) : pick_data(random);
 }
 
 // A small loop that rewrites its own words again and again.
@@ -298,34 +327,29 @@ program_t make_patching(random_t& random) {
     std::array<int32_t, 12> alternated; // the word that each instruction changes to and fro, or -1
     alternated.fill(-1);
     for (int32_t i = 0; i < instructions; ++i) {
-        const int32_t word = code + pick(random, one_in(random, 9) ? -1 : 0, 4 * instructions);
+        const int32_t offset = one_in(random, 3) ? 0 : pick(random, 1, 3);
+        const int32_t word = one_in(random, 60) ? code + pick(random, -1, 4 * instructions)
+                                                : code + 4 * pick(random, 0, instructions - 1) + offset;
         const int32_t value = pick_variable(random);
-        switch (word < 0 || word >= MEMORY_SIZE ? 9 : pick(random, 0, 11)) {
-        case 0:
-        case 1:
-        case 2: // word = sum - word
+        const int32_t shape = word < 0 || word >= MEMORY_SIZE ? 9 : pick(random, 0, 11);
+        if (shape <= 2) { // word = sum - word
             alternated[static_cast<size_t>(i)] = word;
             emit(place, K24_SUB, word, DATA + DATA_WORDS + i, word);
-            break;
-        case 3: // walks over the data, as programs without array instructions do
+        } else if (shape == 3 && offset != 0) { // walks over the data, as programs without arrays do
             emit(place, K24_ADD, word, word, ONE);
-            break;
-        case 4:
-            emit(place, K24_CP, word, value, 0);
+        } else if (shape <= 5) {
+            emit(place, shape == 4 ? K24_CP : K24_CPTA, shape == 4 ? word : value,
+                 shape == 4 ? value : word - 1, ONE);
             machine.memory[value] = pick_patch(random, code, instructions, word);
-            break;
-        case 5:
-            emit(place, K24_CPTA, value, word - 1, ONE);
-            machine.memory[value] = pick_patch(random, code, instructions, word);
-            break;
-        case 6: // also over its own operands
-            emit(place, K24_CALL, place + 4, one_in(random, 2) ? place + pick(random, 0, 7) : word, 0);
-            break;
-        case 7: // overlapping instructions
+        } else if (shape == 6 && one_in(random, 2)) { // also over its own operands
+            emit(place, K24_CALL, place + 4, one_in(random, 2) ? place + pick(random, 1, 3) : word, 0);
+        } else if (shape == 7 && one_in(random, 4)) { // overlapping instructions
             emit_branch(random, place, word, pick_data(random), pick_data(random));
-            break;
-        default:
-            emit_ordinary(random, place, one_in(random, 8) ? word : pick_variable(random));
+        } else if (shape == 8) {
+            emit_branch(random, place, code + 4 * pick(random, 0, instructions), pick_data(random),
+                        pick_data(random));
+        } else {
+            emit_ordinary(random, place, one_in(random, 40) ? word : pick_variable(random));
         }
     }
     for (int32_t i = 0; i < instructions; ++i) {
@@ -377,7 +401,7 @@ program_t make_edges(random_t& random) {
             break;
         case 2:
             emit(place, one_in(random, 2) ? K24_CPFA : K24_CPTA, pick_data(random),
-                 one_in(random, 2) ? pick_wild(random) : pick_port(random), pick_data(random));
+                 one_in(random, 2) ? pick_wild(random) : pick_readable(random), pick_data(random));
             break;
         default:
             if (one_in(random, 2)) {

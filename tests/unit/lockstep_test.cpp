@@ -74,15 +74,19 @@ bool video_changed = false;
 void note_video() { video_changed |= machine.vga_response_instr != 0; }
 
 int32_t pick_address(random_t& random, const program_t& program) {
-    switch (pick(random, 0, 5)) {
+    const int32_t instruction = program.code + 4 * pick(random, 0, program.instructions - 1);
+    switch (pick(random, 0, 7)) {
     case 0:
         return pick_wild(random);
     case 1:
         return program.data + pick(random, 0, program.words - 1);
     case 2:
         return program.code + pick(random, 0, 4 * program.instructions);
+    case 3:
+    case 4: // what an instruction names
+        return machine.memory[(instruction + pick(random, 1, 3)) % MEMORY_SIZE];
     default:
-        return program.code + 4 * pick(random, 0, program.instructions - 1);
+        return instruction;
     }
 }
 
@@ -241,6 +245,10 @@ template <typename at_stop_t> void play(const session_t& session, void (*run_loo
         if (one_in(random, 3)) {
             act(random, session.program);
         }
+        if (one_in(random, 4)) {
+            machine.pc = session.program.code + 4 * pick(random, 0, session.program.instructions - 1);
+            machine.halted = false;
+        }
     }
     speaker_disconnect();
 }
@@ -283,7 +291,7 @@ void make_session(session_t& session, const program_kind_t& kind, random_t rando
     session.longest = pick_longest(random);
     session.stops = pick(random, 1, MOST_STOPS);
     session.long_stop =
-        session.longest > 230000 || one_in(random, 30) ? pick(random, 0, session.stops - 1) : -1;
+        session.longest > 230000 || one_in(random, 15) ? pick(random, 0, session.stops - 1) : -1;
     machine.instr_count = pick_count(random, session.longest);
     machine.sw = pick(random, 0, 0x3ffff);
     machine.halted = one_in(random, 50);
