@@ -160,7 +160,7 @@ struct polled_t {
 constexpr polled_t POLLED[] = {{0x05, 0x01}, {0x05, 0x02}, {0x00, 0x01},   {0x11, 0x10}, {0x21, 0x20},
                                {0x31, 0x30}, {0x41, 0x40}, {0x51, 0x50},   {0x61, 0x60}, {0x61, 0x60},
                                {0x71, 0x70}, {0x91, 0x90}, {0xa1, 0xa0},   {0xc1, 0xc0}, {0xd1, 0xd0},
-                               {0xe1, 0xe0}, {0xf2, 0xf0}, {0x102, 0x100}, {0x81, 0x01}, {0xb1, 0x02}};
+                               {0xe1, 0xe0}, {0xf2, 0xf0}, {0x102, 0x100}, {0x81, 0x01}, {0xb1, 0xb0}};
 
 // What a loop may do besides waiting; only some of it changes nothing.
 void emit_filler(random_t& random, int32_t& place, int32_t loop, int32_t polled) {
@@ -273,12 +273,11 @@ void set_up_devices(random_t& random, int32_t& place) {
     emit(place, K24_CP, port(0x66), corner, 0);
     emit(place, K24_CP, port(0x62), ONE, 0);
     emit(place, K24_CP, port(0xc5), ONE, 0);
+    emit(place, K24_CP, port(0xa0), ZERO, 0); // connects the serial port
     machine.memory[corner] = pick(random, 0, 250);
     if (one_in(random, 3)) {
         machine.sd_command = 1;
         machine.sd_response_instr = machine.instr_count + static_cast<uint64_t>(pick(random, 0, 8000));
-        machine.camera_command = 1;
-        machine.camera_response_instr = machine.instr_count + static_cast<uint64_t>(pick(random, 0, 222222));
     }
 }
 
