@@ -62,16 +62,21 @@ struct outcome_t {
     std::queue<uint8_t> serial_queue;
 };
 
+std::string call_of(const std::vector<std::string>& texts, const std::vector<uint64_t>& counts, size_t i) {
+    if (i >= texts.size()) {
+        return "no call";
+    }
+    std::string call = texts[i];
+    return call.append(" at ").append(std::to_string(counts[i]));
+}
+
 // Only the first: the framework's own comparison of thousands of calls would take minutes.
 std::string first_difference(const std::vector<std::string>& calls, const outcome_t& expected) {
-    const auto call_of = [](const auto& texts, const auto& counts, size_t i) {
-        return i < texts.size() ? texts[i] + " at " + std::to_string(counts[i]) : "no call";
-    };
     for (size_t i = 0; i < std::max(calls.size(), expected.calls.size()); ++i) {
         const std::string call = call_of(calls, recording.counts, i);
         const std::string other = call_of(expected.calls, expected.counts, i);
         if (call != other) {
-            return call + " instead of " + other;
+            return std::string(call).append(" instead of ").append(other);
         }
     }
     return "";
