@@ -4,6 +4,7 @@
 
 #include "core/engine.h"
 #include "core/machine.h"
+#include "core/noise.h"
 #include "ui/gui.h"
 
 recording_t recording;
@@ -15,8 +16,14 @@ struct run_stopped_t {};
 
 } // namespace
 
+void record_call(std::string text) {
+    recording.calls.push_back(std::move(text));
+    recording.counts.push_back(machine.instr_count);
+}
+
 std::vector<std::string> run_until_stop(void (*run_loop)()) {
     recording.calls.clear();
+    recording.counts.clear();
     recording.looks.clear();
     // The tests write programs into the memory themselves.
     forget_proofs();
@@ -40,33 +47,33 @@ bool gui_events_pending() {
 void gui_handle_event() { throw run_stopped_t{}; }
 
 void gui_message(std::string text, bool error) {
-    recording.calls.push_back((error ? "error " : "message ") + text);
+    record_call((error ? "error " : "message ") + text);
     if (recording.at_message) {
         recording.at_message();
     }
 }
 
-void gui_runstop_set(std::string text) { recording.calls.push_back("runstop " + text); }
+void gui_runstop_set(std::string text) { record_call("runstop " + text); }
 
-void gui_status_set(std::string text) { recording.calls.push_back("status " + text); }
+void gui_status_set(std::string text) { record_call("status " + text); }
 
-void gui_pc_set(std::string text) { recording.calls.push_back("pc " + text); }
+void gui_pc_set(std::string text) { record_call("pc " + text); }
 
-void gui_time_set(std::string text) { recording.calls.push_back("time " + text); }
+void gui_time_set(std::string text) { record_call("time " + text); }
 
-void gui_hex74_set(std::string text) { recording.calls.push_back("hex74 " + text); }
+void gui_hex74_set(std::string text) { record_call("hex74 " + text); }
 
-void gui_hex30_set(std::string text) { recording.calls.push_back("hex30 " + text); }
+void gui_hex30_set(std::string text) { record_call("hex30 " + text); }
 
-void gui_sw_draw(int i) { recording.calls.push_back("sw " + std::to_string(i)); }
+void gui_sw_draw(int i) { record_call("sw " + std::to_string(i)); }
 
-void gui_led_red_draw(int i) { recording.calls.push_back("red " + std::to_string(i)); }
+void gui_led_red_draw(int i) { record_call("red " + std::to_string(i)); }
 
-void gui_led_green_draw(int i) { recording.calls.push_back("green " + std::to_string(i)); }
+void gui_led_green_draw(int i) { record_call("green " + std::to_string(i)); }
 
 bool gui_choosefile(bool save, std::string title, std::string /*filter_name*/, std::string extension,
                     std::string& filename) {
-    recording.calls.push_back((save ? "save " : "open ") + title + " *." + extension + " " + filename);
+    record_call((save ? "save " : "open ") + title + " *." + extension + " " + filename);
     if (typed.chosen_file.empty()) {
         return false;
     }
@@ -90,15 +97,26 @@ std::string gui_watchpoint_get() { return typed.watchpoint; }
 
 void gui_watchpoint_set(std::string text) { typed.watchpoint = std::move(text); }
 
-void gui_lcd_set(std::string text) { recording.calls.push_back("lcd " + text); }
+void gui_lcd_set(std::string text) { record_call("lcd " + text); }
 
-void print_memory() { recording.calls.push_back("memory"); }
+void print_memory() {
+    record_call("memory");
+    if (recording.memory_window) {
+        uint64_t sum = 0;
+        for (int32_t address = 0; address < MEMORY_SIZE; ++address) {
+            if (std::exchange(machine.modified[address], false)) {
+                sum += noise_at(static_cast<uint64_t>(address));
+            }
+        }
+        record_call("modified " + std::to_string(sum));
+    }
+}
 
-void gui_vga_cursor(bool active) { recording.calls.push_back(active ? "cursor on" : "cursor off"); }
+void gui_vga_cursor(bool active) { record_call(active ? "cursor on" : "cursor off"); }
 
 bool gui_mic_get() { return typed.microphone; }
 
-void gui_mic_set(bool on) { recording.calls.push_back(on ? "mic on" : "mic off"); }
+void gui_mic_set(bool on) { record_call(on ? "mic on" : "mic off"); }
 
 std::string gui_gettext(std::string prompt, int max_length) {
     recording.prompts.push_back(std::to_string(max_length) + " " + prompt);
@@ -112,10 +130,10 @@ std::string gui_gettext(std::string prompt, int max_length) {
 
 void gui_serial_setup() { recording.prompts.emplace_back("console"); }
 
-void gui_serial_append(char c) { recording.calls.push_back(std::string("serial ") + c); }
+void gui_serial_append(char c) { record_call(std::string("serial ") + c); }
 
 void gui_serial_input() {}
 
 bool gui_camera_get() { return typed.camera; }
 
-void gui_camera_set(bool on) { recording.calls.push_back(on ? "camera on" : "camera off"); }
+void gui_camera_set(bool on) { record_call(on ? "camera on" : "camera off"); }

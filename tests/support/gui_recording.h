@@ -10,10 +10,12 @@
 
 struct recording_t {
     std::vector<std::string> calls;   // one text a call, for example "status Stopped"
+    std::vector<uint64_t> counts;     // the instruction count at each of the calls
     std::vector<std::string> prompts; // of the serial port, which is connected once only
     std::vector<uint64_t> looks;      // the instruction counts at which the window was looked at
     std::function<void()> at_look;    // what a user does at each of them
     std::function<void()> at_message; // what a user does while a dialog is open
+    bool memory_window = false; // open: showing the memory takes its marks, and a sum of them is recorded
 };
 
 extern recording_t recording;
@@ -31,6 +33,9 @@ struct typed_t {
 };
 
 extern typed_t typed;
+
+// Remembers a call, for other stand-ins of the tests.
+void record_call(std::string text);
 
 // Runs the machine from where it is until the run stops, with simulate_run or reference_run, and returns the
 // calls made meanwhile. The controls of the simulator are the caller's.

@@ -1,6 +1,8 @@
 #pragma once
 
-// A copy of the machine record, without the SDRAM array, for comparing what two engines made of one start.
+// A copy of the machine record for comparing what two engines made of one start: all but the video memory and
+// the camera's frame, megabytes that few programs change, and of the SDRAM its first page, where random
+// programs mostly write.
 
 #include <cstddef>
 #include <deque>
@@ -14,7 +16,7 @@ class record_t {
     // Copies the machine and the simulator's controls.
     void take();
 
-    // Makes the machine and the controls what they were when this was taken.
+    // Makes the machine and the controls what they were when this was taken; all 0 when it never was.
     void put_back() const;
 
     // Where the machine or the controls first differ from this; empty when they do not.

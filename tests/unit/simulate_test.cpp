@@ -150,6 +150,59 @@ TEST_P(RunLoop, AbortsWhenTheInstructionCountWraps) {
     EXPECT_DEATH(run(), "machine.instr_count != 0");
 }
 
+// Computes a little at every tick of the timer and waits for the next one.
+TEST(LongRun, EndsAsComputed) {
+    constexpr int32_t turns = 120049; // a little more than a hundred million instructions
+    constexpr int32_t terms = 100;
+    constexpr int32_t timer = INT32_MIN + 5;
+    enum : int32_t { NOW = 100, LAST, I, SUM, TURN, ZERO, TERM, TERMS, TURNS };
+    const int32_t program[] = {
+        K24_CP,  NOW,  timer, 0,    // 0: now = timer
+        K24_BE,  0,    NOW,   LAST, // 4: if now == last goto 0
+        K24_CP,  LAST, NOW,   0,    // 8: last = now
+        K24_CP,  I,    TERMS, 0,    // 12: i = terms
+        K24_ADD, SUM,  SUM,   I,    // 16: sum += i
+        K24_SUB, I,    I,     TERM, // 20: i -= 1
+        K24_BNE, 16,   I,     ZERO, // 24: if i != 0 goto 16
+        K24_ADD, TURN, TURN,  TERM, // 28: turn += 1
+        K24_BLT, 0,    TURN,  TURNS // 32: if turn < turns goto 0; 36: halt
+    };
+    recording = {};
+    clear_memory();
+    reset_machine();
+    simulate_init();
+    std::ranges::copy(program, machine.memory);
+    machine.memory[TERM] = 1;
+    machine.memory[TERMS] = terms;
+    machine.memory[TURNS] = turns;
+    simulator.step = -1;
+    const auto calls = run_until_stop(simulate_run);
+
+    uint64_t count = 0; // instructions when the timer is read
+    uint64_t last = 0;
+    for (int32_t turn = 0; turn < turns; ++turn) {
+        while (count / 833 == last) {
+            count += 2;
+        }
+        last = count / 833;
+        count += 2 + 2 + 3 * terms + 2;
+    }
+    ++count; // the halt
+    EXPECT_EQ(last_stop().reason, stop_reason_e::HALT);
+    EXPECT_EQ(machine.pc, 40);
+    EXPECT_EQ(machine.instr_count, count);
+    EXPECT_EQ(machine.memory[NOW], static_cast<int32_t>(last));
+    EXPECT_EQ(machine.memory[TURN], turns);
+    EXPECT_EQ(machine.memory[SUM],
+              static_cast<int32_t>(static_cast<uint32_t>(turns) * terms * (terms + 1) / 2));
+    EXPECT_EQ(machine.speaker_samples.size(), count / 833);
+    EXPECT_EQ(recording.looks.size(), count / 100000);
+    EXPECT_EQ(recording.looks.back(), count / 100000 * 100000 - 1);
+    const auto is_time = [](const std::string& call) { return call.starts_with("time"); };
+    EXPECT_EQ(std::ranges::count_if(calls, is_time), static_cast<std::ptrdiff_t>(count / 6666666));
+    reset_machine();
+}
+
 TEST(Reset, KeepsProgramSwitchesAndStops) {
     reset_machine();
     machine.memory[3] = 33;

@@ -1,0 +1,15 @@
+#pragma once
+
+// The host's clock, its sleep and its sound server, as the simulator sees them in the unit tests: the real
+// ones, unless a test wants them to be the same in every run.
+
+#include <cstdint>
+
+struct host_standin_t {
+    bool on = false;
+    uint64_t slept_us = 0; // by which the clock is ahead of the machine's own time
+};
+
+// While it is on, the clock follows machine.instr_count, a sleep takes no time and is recorded like a call of
+// the front end, and the sound server takes every sample at once.
+extern host_standin_t host_standin;

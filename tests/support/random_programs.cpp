@@ -1,0 +1,465 @@
+#include "tests/support/random_programs.h"
+
+#include <algorithm>
+#include <array>
+
+#include "core/machine.h"
+#include "core/noise.h"
+
+namespace {
+
+// Data of all kinds but the wild ones. The first words have fixed values, which programs seldom overwrite.
+constexpr int32_t DATA = 1000;
+constexpr int32_t DATA_WORDS = 64;
+constexpr int32_t ZERO = DATA;
+constexpr int32_t ONE = DATA + 1;
+constexpr int32_t COUNT = DATA + 2;
+constexpr int32_t START_TIME = DATA + 3;
+constexpr int32_t AMOUNTS = DATA + 4; // four to shift by, so that few programs end at a negative one
+constexpr int32_t FIRST_FREE = DATA + 8;
+
+constexpr int32_t port(int32_t offset) { return INT32_MIN + offset; }
+
+constexpr int32_t TIMER = port(0x05);
+
+// Registers that take any value at any time, or nearly so.
+constexpr int32_t READABLE[] = {0x00, 0x05, 0x11, 0x21, 0x31, 0x41, 0x51, 0x61, 0x71,  0x81,
+                                0x91, 0xa1, 0xb1, 0xc1, 0xd1, 0xe1, 0xf0, 0xf3, 0x100, 0x103};
+constexpr int32_t WRITABLE[] = {0x01, 0x02, 0x03, 0x04, 0x10, 0x14, 0x20, 0x30, 0x32,
+                                0x33, 0x34, 0x40, 0x42, 0x50, 0x60, 0x62, 0x65, 0x66,
+                                0x70, 0x90, 0xa0, 0xc0, 0xc5, 0xd0, 0xe0, 0xf0, 0x103};
+
+int32_t pick_readable(random_t& random) { return port(pick_from(random, READABLE)); }
+
+int32_t pick_writable(random_t& random) { return port(pick_from(random, WRITABLE)); }
+
+int32_t pick_data(random_t& random) { return DATA + pick(random, 0, DATA_WORDS - 1); }
+
+int32_t pick_variable(random_t& random) { return pick(random, FIRST_FREE, DATA + DATA_WORDS - 1); }
+
+// Values at which an instruction changes its mind.
+int32_t pick_value(random_t& random) {
+    constexpr int32_t values[] = {0, 1, -1, 2, 4, 31, 32, 33, -5, INT32_MIN, INT32_MAX, DATA};
+    return one_in(random, 2) ? pick(random, -40, 40) : pick_from(random, values);
+}
+
+// Near the start of memory, seldom so near its end that the program is cut off there; at any offset.
+int32_t pick_base(random_t& random) {
+    const int32_t start = one_in(random, 10) ? MEMORY_SIZE - 4 * pick(random, 1, 14) : 4 * pick(random, 0, 3);
+    return one_in(random, 4) ? start + pick(random, 0, 3) : start;
+}
+
+void emit(int32_t& place, int32_t opcode, int32_t arg1, int32_t arg2, int32_t arg3) {
+    for (const int32_t word : {opcode, arg1, arg2, arg3}) {
+        if (place < MEMORY_SIZE) {
+            machine.memory[place] = word;
+        }
+        ++place;
+    }
+}
+
+void fill_data(random_t& random) {
+    std::generate_n(machine.memory + DATA, DATA_WORDS, [&] { return pick_value(random); });
+    machine.memory[ZERO] = 0;
+    machine.memory[ONE] = 1;
+    machine.memory[COUNT] = 0;
+    for (int32_t i = 0; i < 4; ++i) {
+        machine.memory[AMOUNTS + i] = pick(random, 0, 35);
+    }
+}
+
+program_t finish(random_t& random, int32_t code, int32_t end) {
+    const int32_t instructions = (end - code) / WORDS_PER_INSTRUCTION;
+    machine.pc = code + (one_in(random, 4) ? 4 * pick(random, 0, instructions - 1) : 0);
+    return {.code = code, .instructions = instructions, .data = DATA, .words = DATA_WORDS};
+}
+
+// The right operand of an instruction: one that does not fail, mostly.
+int32_t pick_right(random_t& random, int32_t opcode) {
+    if (one_in(random, 20)) {
+        return pick_data(random);
+    }
+    switch (opcode) {
+    case K24_DIV:
+        return ONE;
+    case K24_SL:
+    case K24_SR:
+        return AMOUNTS + pick(random, 0, 3);
+    default:
+        return pick_data(random);
+    }
+}
+
+// Neither branches nor halts.
+void emit_ordinary(random_t& random, int32_t& place, int32_t target) {
+    const int32_t opcode = pick(random, K24_ADD, K24_CPTA);
+    if (opcode == K24_CPFA || opcode == K24_CPTA) {
+        const int32_t array = one_in(random, 30) ? pick_wild(random) : DATA + 32;
+        const int32_t other = pick_data(random);
+        emit(place, opcode, opcode == K24_CPFA ? target : other, array, pick_data(random));
+        return;
+    }
+    emit(place, opcode, target, pick_data(random), pick_right(random, opcode));
+}
+
+void emit_branch(random_t& random, int32_t& place, int32_t target, int32_t left, int32_t right) {
+    if (one_in(random, 2)) {
+        std::swap(left, right);
+    }
+    emit(place, pick(random, K24_BE, K24_BLT), target, left, right);
+}
+
+// Anything anywhere: soon faults.
+program_t make_wild(random_t& random) {
+    // Some different words, over and over, fill the memory as well as all different ones would.
+    std::array<int32_t, 512> words;
+    for (size_t i = 0; i < words.size(); ++i) {
+        const bool is_opcode = i % WORDS_PER_INSTRUCTION == 0;
+        words[i] = one_in(random, 6) ? pick_wild(random) : pick(random, 0, is_opcode ? 18 : MEMORY_SIZE - 1);
+    }
+    for (size_t i = 0; i < MEMORY_SIZE; i += words.size()) {
+        std::ranges::copy(words, machine.memory + i);
+    }
+    machine.pc = one_in(random, 8) ? pick_wild(random) : 4 * pick(random, 0, MEMORY_SIZE / 4 - 1);
+    return {.code = 0, .instructions = MEMORY_SIZE / 4, .data = 0, .words = MEMORY_SIZE};
+}
+
+// Mostly stays within its own code and data, writes to both, and runs long.
+program_t make_tame(random_t& random) {
+    const int32_t instructions = pick(random, 6, 60);
+    const int32_t base = 4 * pick(random, 0, 3) + (one_in(random, 4) ? pick(random, 1, 3) : 0);
+    const auto pick_instruction = [&] { return base + 4 * pick(random, 0, instructions - 1); };
+    const auto pick_operand = [&](int32_t otherwise, int32_t (*pick_port)(random_t&)) {
+        if (one_in(random, 40)) {
+            return pick_port(random);
+        }
+        return one_in(random, 20) ? base + pick(random, 0, 4 * instructions) : otherwise;
+    };
+    for (int32_t place = base; place < base + 4 * instructions;) {
+        const int32_t opcode = pick(random, K24_ADD, K24_RET);
+        const bool jumps = opcode >= K24_BE && opcode <= K24_CALL;
+        const int32_t arg1 =
+            jumps ? pick_instruction()
+                  : pick_operand(pick_variable(random), opcode == K24_RET ? pick_readable : pick_writable);
+        const int32_t arg2 =
+            pick_operand(pick_data(random), opcode == K24_CALL ? pick_writable : pick_readable);
+        emit(place, opcode, arg1, arg2, pick_operand(pick_right(random, opcode), pick_readable));
+    }
+    fill_data(random);
+    for (int32_t i = FIRST_FREE - DATA; i < DATA_WORDS; i += pick(random, 1, 4)) {
+        machine.memory[DATA + i] = pick_instruction();
+    }
+    return finish(random, base, base + 4 * instructions);
+}
+
+struct polled_t {
+    int32_t response; // offsets
+    int32_t command;  // of the register that is set before; LEDs, which change nothing, when there is none
+};
+
+constexpr polled_t POLLED[] = {{0x05, 0x01}, {0x05, 0x02}, {0x00, 0x01},   {0x11, 0x10}, {0x21, 0x20},
+                               {0x31, 0x30}, {0x41, 0x40}, {0x51, 0x50},   {0x61, 0x60}, {0x61, 0x60},
+                               {0x71, 0x70}, {0x91, 0x90}, {0xa1, 0xa0},   {0xc1, 0xc0}, {0xd1, 0xd0},
+                               {0xe1, 0xe0}, {0xf2, 0xf0}, {0x102, 0x100}, {0x81, 0x01}, {0xb1, 0xb0}};
+
+// What a loop may do besides waiting; only some of it changes nothing.
+void emit_filler(random_t& random, int32_t& place, int32_t loop, int32_t polled) {
+    switch (pick(random, 0, 9)) {
+    case 0:
+        emit(place, K24_ADD, COUNT, COUNT, ONE);
+        break;
+    case 1:
+        emit(place, K24_CP, loop + pick(random, 0, 15), loop + pick(random, 0, 15), 0);
+        break;
+    case 2: {
+        const int32_t word = loop + pick(random, 0, 15);
+        emit(place, K24_CP, word, word, 0);
+        break;
+    }
+    case 3:
+        emit(place, K24_CP, pick_writable(random), pick_data(random), 0);
+        break;
+    case 4:
+        emit(place, K24_BE, place + WORDS_PER_INSTRUCTION, ZERO, ZERO);
+        break;
+    case 5:
+        emit(place, K24_CP, pick_variable(random), port(pick_from(random, POLLED).response), 0);
+        break;
+    case 6:
+        emit(place, K24_CPFA, pick_variable(random), polled, one_in(random, 2) ? ZERO : ONE);
+        break;
+    case 7:
+        emit_branch(random, place, loop + 4 * pick(random, -1, 6), pick_data(random), pick_data(random));
+        break;
+    default:
+        emit_ordinary(random, place, pick_variable(random));
+    }
+}
+
+// Goes back to `loop` while the polled register is as it was at first, mostly.
+void emit_waiting_branch(random_t& random, int32_t& place, int32_t loop, int32_t left, int32_t polled) {
+    if (one_in(random, 4)) {
+        emit_branch(random, place, loop, left, one_in(random, 2) ? ZERO : pick_data(random));
+    } else if (polled == TIMER) {
+        const bool swapped = one_in(random, 2);
+        emit(place, K24_BE, loop, swapped ? START_TIME : left, swapped ? left : START_TIME);
+    } else if (const int32_t opcode = pick(random, K24_BE, K24_BLT); opcode == K24_BLT) {
+        emit(place, K24_BLT, loop, left, ONE);
+    } else {
+        const int32_t value = opcode == K24_BE ? ZERO : ONE;
+        const bool swapped = one_in(random, 2);
+        emit(place, opcode, loop, swapped ? value : left, swapped ? left : value);
+    }
+}
+
+void emit_loop(random_t& random, int32_t& place, int32_t polled) {
+    const int32_t loop = place;
+    const int32_t copy = pick_variable(random);
+    const auto maybe_filler = [&] {
+        if (one_in(random, 5)) {
+            emit_filler(random, place, loop, polled);
+        }
+    };
+    maybe_filler();
+    switch (pick(random, 0, 6)) {
+    case 0: // the register itself
+        emit_waiting_branch(random, place, loop, polled, polled);
+        break;
+    case 1: { // some of its bits, or how far it is
+        emit(place, K24_CP, copy, polled, 0);
+        maybe_filler();
+        const int32_t part = pick_variable(random);
+        const bool masks = one_in(random, 2);
+        emit(place, masks ? K24_AND : K24_SUB, part, copy, masks ? pick_data(random) : START_TIME);
+        maybe_filler();
+        emit_waiting_branch(random, place, loop, part, polled);
+        break;
+    }
+    case 2: { // through a function that stands behind
+        const int32_t back = pick_variable(random);
+        emit(place, K24_CALL, place + 12, back, 0);
+        emit_waiting_branch(random, place, loop, copy, polled);
+        emit(place, K24_BE, place + 12, ZERO, ZERO);
+        emit(place, K24_CP, copy, polled, 0);
+        emit(place, K24_RET, back, 0, 0);
+        break;
+    }
+    case 3: // for ever
+        if (one_in(random, 2)) {
+            emit(place, K24_CP, copy, polled, 0);
+        }
+        maybe_filler();
+        emit_branch(random, place, one_in(random, 4) ? place : loop, ZERO, ZERO);
+        break;
+    case 4: { // for either of two
+        const int32_t other = port(pick_from(random, POLLED).response);
+        emit(place, K24_CP, copy, polled, 0);
+        emit(place, K24_BNE, loop + 4 * pick(random, 4, 8), copy, one_in(random, 2) ? ZERO : START_TIME);
+        emit(place, K24_CP, copy, other, 0);
+        emit_waiting_branch(random, place, loop, copy, other);
+        break;
+    }
+    default:
+        emit(place, K24_CP, copy, polled, 0);
+        maybe_filler();
+        emit_waiting_branch(random, place, loop, copy, polled);
+    }
+}
+
+// What the devices need that answer only after some set-up, or only to a user with a file.
+void set_up_devices(random_t& random, int32_t& place) {
+    const int32_t corner = pick_variable(random);
+    emit(place, K24_CP, port(0x65), corner, 0);
+    emit(place, K24_CP, port(0x66), corner, 0);
+    emit(place, K24_CP, port(0x62), ONE, 0);
+    emit(place, K24_CP, port(0xc5), ONE, 0);
+    emit(place, K24_CP, port(0xa0), ZERO, 0); // connects the serial port
+    machine.memory[corner] = pick(random, 0, 250);
+    if (one_in(random, 3)) {
+        machine.sd_command = 1;
+        machine.sd_response_instr = machine.instr_count + static_cast<uint64_t>(pick(random, 0, 8000));
+    }
+}
+
+// Loops that wait for a device, for time, for the user, or for ever, one after the other.
+program_t make_waiting(random_t& random) {
+    fill_data(random);
+    const int32_t code = pick_base(random);
+    int32_t place = code;
+    if (one_in(random, 2)) {
+        set_up_devices(random, place);
+    }
+    const int32_t again = place;
+    for (int loops = pick(random, 1, 3); loops > 0; --loops) {
+        const polled_t device = pick_from(random, POLLED);
+        emit(place, K24_CP, START_TIME, TIMER, 0);
+        emit(place, K24_CP, port(device.command), ONE, 0);
+        emit_loop(random, place, port(device.response));
+        emit(place, K24_CP, port(device.command), ZERO, 0);
+    }
+    emit(place, K24_ADD, COUNT, COUNT, ONE);
+    if (!one_in(random, 8)) {
+        emit(place, K24_BE, again, ZERO, ZERO);
+    }
+    return finish(random, code, place);
+}
+
+// Something that fits a word of an instruction, so that the program lives on.
+int32_t pick_patch(random_t& random, int32_t code, int32_t instructions, int32_t word) {
+    const int32_t offset = (word - code) % WORDS_PER_INSTRUCTION;
+    const bool branches = word >= offset && machine.memory[word - offset] >= K24_BE;
+    if (one_in(random, 60)) {
+        return pick(random, -1, K24_RET + 1);
+    }
+    if (offset == 0) {
+        return branches ? pick(random, K24_BE, K24_BLT) : pick(random, K24_ADD, K24_NOT);
+    }
+    return offset == 1 && branches ? code + 4 * pick(random, 0, instructions - 1) : pick_data(random);
+}
+
+// A small loop that rewrites its own words again and again.
+program_t make_patching(random_t& random) {
+    fill_data(random);
+    const int32_t code = pick_base(random);
+    const int32_t instructions = std::min(pick(random, 2, 12), (MEMORY_SIZE - code) / 4);
+    int32_t place = code;
+    std::array<int32_t, 12> alternated; // the word that each instruction changes to and fro, or -1
+    alternated.fill(-1);
+    for (int32_t i = 0; i < instructions; ++i) {
+        const int32_t offset = one_in(random, 3) ? 0 : pick(random, 1, 3);
+        const int32_t word = one_in(random, 60) ? code + pick(random, -1, 4 * instructions)
+                                                : code + 4 * pick(random, 0, instructions - 1) + offset;
+        const int32_t value = pick_variable(random);
+        const int32_t shape = word < 0 || word >= MEMORY_SIZE ? 9 : pick(random, 0, 11);
+        if (shape <= 2) { // word = sum - word
+            alternated[static_cast<size_t>(i)] = word;
+            emit(place, K24_SUB, word, DATA + DATA_WORDS + i, word);
+        } else if (shape == 3 && offset != 0) { // walks over the data, as programs without arrays do
+            emit(place, K24_ADD, word, word, ONE);
+        } else if (shape <= 5) {
+            emit(place, shape == 4 ? K24_CP : K24_CPTA, shape == 4 ? word : value,
+                 shape == 4 ? value : word - 1, ONE);
+            machine.memory[value] = pick_patch(random, code, instructions, word);
+        } else if (shape == 6 && one_in(random, 2)) { // also over its own operands
+            emit(place, K24_CALL, place + 4, one_in(random, 2) ? place + pick(random, 1, 3) : word, 0);
+        } else if (shape == 7 && one_in(random, 4)) { // overlapping instructions
+            emit_branch(random, place, word, pick_data(random), pick_data(random));
+        } else if (shape == 8) {
+            emit_branch(random, place, code + 4 * pick(random, 0, instructions), pick_data(random),
+                        pick_data(random));
+        } else {
+            emit_ordinary(random, place, one_in(random, 40) ? word : pick_variable(random));
+        }
+    }
+    for (int32_t i = 0; i < instructions; ++i) {
+        if (const int32_t word = alternated[static_cast<size_t>(i)]; word >= 0) {
+            machine.memory[DATA + DATA_WORDS + i] =
+                machine.memory[word] + pick_patch(random, code, instructions, word);
+        }
+    }
+    emit(place, K24_BE, code, ONE, ONE);
+    program_t program = finish(random, code, place);
+    program.words += instructions;
+    return program;
+}
+
+// A result and a branch on it, again and again, entered also between the two.
+program_t make_pairs(random_t& random) {
+    fill_data(random);
+    const int32_t code = pick_base(random);
+    const int32_t pairs = pick(random, 1, 12);
+    int32_t place = code;
+    for (int32_t i = 0; i < pairs; ++i) {
+        const int32_t result = pick_variable(random);
+        const int32_t next = place + WORDS_PER_INSTRUCTION;
+        emit_ordinary(random, place, one_in(random, 8) ? next + pick(random, -1, 4) : result);
+        const int32_t target =
+            code + (one_in(random, 12) ? pick(random, 0, 8 * pairs) : 4 * pick(random, 0, 2 * pairs));
+        emit_branch(random, place, target, result, one_in(random, 2) ? ZERO : pick_data(random));
+        if (one_in(random, 5)) {
+            emit_ordinary(random, place, pick_variable(random));
+        }
+    }
+    emit(place, K24_BE, code, ONE, ONE);
+    return finish(random, code, place);
+}
+
+// Operands and values on which an instruction fails, or just does not.
+program_t make_edges(random_t& random) {
+    fill_data(random);
+    const int32_t code = pick_base(random);
+    int32_t place = code;
+    const auto operand = [&] { return one_in(random, 3) ? pick_wild(random) : pick_data(random); };
+    for (int32_t i = pick(random, 2, 12); i > 0; --i) {
+        switch (pick(random, 0, 3)) {
+        case 0: // a value that must not be read when nothing is left of it
+            emit(place, one_in(random, 2) ? K24_SL : K24_SR, pick_data(random), operand(), pick_data(random));
+            break;
+        case 1:
+            emit(place, K24_DIV, operand(), pick_data(random), pick_data(random));
+            break;
+        case 2:
+            emit(place, one_in(random, 2) ? K24_CPFA : K24_CPTA, pick_data(random),
+                 one_in(random, 2) ? pick_wild(random) : pick_readable(random), pick_data(random));
+            break;
+        default:
+            if (one_in(random, 2)) {
+                emit_branch(random, place, one_in(random, 4) ? operand() : place + 4, operand(),
+                            pick_data(random));
+            } else {
+                emit(place, pick(random, K24_ADD, K24_RET), operand(), operand(), operand());
+            }
+        }
+    }
+    emit(place, K24_BE, code, ONE, ONE);
+    return finish(random, code, place);
+}
+
+} // namespace
+
+int32_t pick(random_t& random, int32_t lowest, int32_t highest) {
+    const uint64_t numbers = static_cast<uint64_t>(int64_t{highest} - lowest + 1);
+    return static_cast<int32_t>(lowest +
+                                static_cast<int64_t>((noise_at(random.place++) >> 32) * numbers >> 32));
+}
+
+bool one_in(random_t& random, int32_t chances) { return pick(random, 1, chances) == 1; }
+
+int32_t pick_wild(random_t& random) {
+    constexpr int32_t edges[] = {-1,
+                                 0,
+                                 1,
+                                 31,
+                                 32,
+                                 MEMORY_SIZE - 5,
+                                 MEMORY_SIZE - 4,
+                                 MEMORY_SIZE - 3,
+                                 MEMORY_SIZE - 2,
+                                 MEMORY_SIZE - 1,
+                                 MEMORY_SIZE,
+                                 MEMORY_SIZE + 1,
+                                 INT32_MAX,
+                                 INT32_MIN,
+                                 INT32_MIN + 5,
+                                 INT32_MIN + 6,
+                                 INT32_MIN + 0xf0,
+                                 INT32_MIN + 0xf1,
+                                 INT32_MIN + 0x100,
+                                 INT32_MIN + 0x103,
+                                 INT32_MIN + 0x104};
+    switch (pick(random, 0, 7)) {
+    case 0:
+        return pick(random, INT32_MIN, INT32_MAX);
+    case 1:
+        return pick_from(random, edges);
+    case 2:
+        return INT32_MIN + pick(random, 0, 0x110);
+    default:
+        return pick(random, 0, MEMORY_SIZE - 1);
+    }
+}
+
+const program_kind_t PROGRAM_KINDS[6] = {
+    {"wild", 5, make_wild},          {"tame", 20, make_tame},   {"waiting", 35, make_waiting},
+    {"patching", 20, make_patching}, {"pairs", 10, make_pairs}, {"edges", 10, make_edges},
+};
