@@ -108,6 +108,7 @@ void print_memory() {
                 sum += noise_at(static_cast<uint64_t>(address));
             }
         }
+        forget_proofs();
         record_call("modified " + std::to_string(sum));
     }
 }

@@ -51,7 +51,7 @@ uint64_t setting(const char* name, uint64_t otherwise) {
 }
 
 // Memory was written behind the engine's back.
-void tell_engine() {}
+void tell_engine() { forget_proofs(); }
 
 // What one engine made of a program up to one of its stops.
 struct outcome_t {
