@@ -110,6 +110,7 @@ struct run_t {
     int32_t start;         // the last instruction that may have failed
     simulator_t controls;  // as they were when the slice began
     bool over;             // no further instruction may be executed in this slice
+    int32_t left_settled;  // simulator.step has been decreased for the instructions up to here
 };
 
 run_t run;
@@ -232,7 +233,17 @@ template <handler_t handler = go_on>
 
 // ---- The plain way, and ports
 
+// Decreases simulator.step for the instructions so far.
+[[gnu::always_inline]] inline void settle_steps(int32_t left) {
+    if (simulator.step > 0) [[unlikely]] {
+        simulator.step -= run.left_settled - left;
+        run.controls.step = simulator.step;
+    }
+    run.left_settled = left;
+}
+
 [[gnu::always_inline]] inline void be_exact(int32_t pc, int32_t left) {
+    settle_steps(left);
     run.start = pc;
     run.left = left;
     last_written = NOTHING_WRITTEN;
@@ -696,6 +707,7 @@ slice_t run_slice(int32_t count) {
     }
     take_over_controls();
     run.left = count;
+    run.left_settled = count;
     run.count_at_end = machine.instr_count + static_cast<uint64_t>(count);
     run.over = false;
     slice_t slice{};
@@ -709,6 +721,7 @@ slice_t run_slice(int32_t count) {
         slice.fault = error.message;
     }
     machine.instr_count = count_at(run.left) - (slice.faulted ? 1 : 0);
+    settle_steps(run.left + 1);
     slice.executed = count - run.left;
     return slice;
 }

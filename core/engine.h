@@ -14,13 +14,13 @@ struct slice_t {
 // Executes up to `count` (at least 1) instructions from machine.pc, stopping early after one that fails,
 // halts, meets the breakpoint, or changes the controls in `simulator`. machine.pc and machine.instr_count are
 // exact whenever a device sees them and at the end, save that a failed instruction is not yet counted in
-// machine.instr_count.
+// machine.instr_count. simulator.step, where it counts, is then decreased for all but the last instruction.
 slice_t run_slice(int32_t count);
 
 // Whoever writes machine.memory or clears machine.modified, other than by memwrite in an instruction, calls
 // this afterwards: what the engine knows of the memory is no longer true.
 void forget_proofs();
 
-// Whether loops that only wait are passed over, many turns at once. Only the speed depends on it: the benchmark
-// and the tests turn it off to compare.
+// Whether loops that only wait are passed over, many turns at once. Only the speed depends on it: the
+// benchmark and the tests turn it off to compare.
 extern bool pass_over_waiting;

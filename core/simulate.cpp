@@ -175,11 +175,11 @@ stop_reason_e reason_to_stop(bool faulted, bool at_breakpoint, bool steps_done) 
     return steps_done ? stop_reason_e::STEPS : stop_reason_e::STOPPED;
 }
 
-// Counts the slice's steps and stops the run if it is over.
+// Counts the step of the slice's last instruction and stops the run if it is over.
 void stop_if_due(const slice_t& slice) {
     const bool counting = simulator.step > 0;
     if (counting) {
-        simulator.step -= slice.executed;
+        --simulator.step;
     }
     const bool at_breakpoint = simulator.breakpoint == machine.pc;
     if (machine.halted || simulator.step == 0 || at_breakpoint) {

@@ -161,9 +161,6 @@ enum act_e {
     WATCHPOINT
 };
 
-// While a dialog is open, in the middle of an instruction, no run begins: the controls of a run stay.
-constexpr act_e LAST_IN_DIALOG = STOP;
-
 // What a user, or the front end for him, does between two instructions or in a dialog.
 void act(random_t& random, const program_t& program, act_e last = WATCHPOINT) {
     switch (pick(random, TOGGLE, last)) {
@@ -255,7 +252,7 @@ template <typename at_stop_t> void play(const session_t& session, void (*run_loo
         }
     };
     recording.at_message = [&] {
-        act_sometimes(LAST_IN_DIALOG);
+        act_sometimes(WATCHPOINT);
         if (session.longest > USUAL) {
             switch_speaker(); // only such a run shows whether the throttle counted right
         }
