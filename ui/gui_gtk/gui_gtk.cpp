@@ -2,7 +2,8 @@
 //
 // Nothing is drawn when a device asks for it. The drawing functions note what changed, and the pump hands it
 // to the toolkit when the run loop looks at the window, once in a hundred thousand instructions or when it
-// stops. Dialogs, which have loops of their own, hand it over first.
+// stops. A program without sound runs so fast that it would look far more often than anyone can see. Dialogs,
+// which have loops of their own, hand it over first.
 
 #include <cassert>
 #include <cstdlib>
@@ -11,7 +12,17 @@
 #include "ui/gui_gtk/windows.h"
 #include "ui/screen.h"
 
+namespace {
+
+// Less than the time of a hundred thousand instructions at the board's own speed.
+constexpr gint64 US_BETWEEN_PICTURES = 10000;
+
+gint64 last_picture_us = 0;
+
+} // namespace
+
 void flush_display() {
+    last_picture_us = g_get_monotonic_time();
     flush_labels();
     flush_board();
     flush_serial_console();
@@ -26,7 +37,9 @@ void gui_setup(int argc, char** argv) {
 }
 
 bool gui_events_pending() {
-    flush_display();
+    if (g_get_monotonic_time() - last_picture_us >= US_BETWEEN_PICTURES) {
+        flush_display();
+    }
     return gtk_events_pending() != FALSE;
 }
 
