@@ -492,20 +492,25 @@ template <opcode_e opcode, from_e from, bool may_wait = false> constexpr handler
     }
 }
 
-// Halves the jumps from handler to handler. `from` is where the second instruction's operands are. A call or
-// return is never the first of a pair: what comes next is not its neighbour.
+// Whether the instruction can be the first of a pair whose second has its operands there. After a call or
+// return the next is not its neighbour; a branch and a copy to an array leave no result that the second is
+// known to read.
+template <opcode_e opcode> constexpr bool can_come_first(from_e from) {
+    return computes(opcode) || opcode == K24_CPFA ||
+           (from == MEMORY && (opcode == K24_CPTA || is_branch(opcode)));
+}
+
+// One handler for two instructions halves the jumps. nullptr where there is none.
 template <opcode_e first, opcode_e second, from_e from> constexpr handler_t pair_of() {
     constexpr handler_t then = handler_of<second, from>();
-    if constexpr (!can_be<second>(from)) {
+    if constexpr (!can_be<second>(from) || !can_come_first<first>(from)) {
         return nullptr;
     } else if constexpr (computes(first)) {
         return compute<first, MEMORY, then>;
-    } else if constexpr (first == K24_CPFA || (first == K24_CPTA && from == MEMORY)) {
-        return copy_element<first, MEMORY, then>;
-    } else if constexpr (is_branch(first) && from == MEMORY) {
+    } else if constexpr (is_branch(first)) {
         return branch<first, MEMORY, false, then>;
     } else {
-        return nullptr;
+        return copy_element<first, MEMORY, then>;
     }
 }
 
