@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <cassert>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <limits>
+#include <string_view>
 
 #include <sys/resource.h>
 #include <sys/time.h>
@@ -195,6 +197,15 @@ void stop_if_due(const slice_t& slice) {
     print_machine();
 }
 
+// Ends the process as the system would have done.
+extern "C" void end_at_processor_time_limit(int signal) {
+    constexpr std::string_view message = "processor time limit reached\n";
+    // If nobody can be told, it ends all the same.
+    [[maybe_unused]] const ssize_t written = write(STDOUT_FILENO, message.data(), message.size());
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+
 } // namespace
 
 void show_error(const std::string& text) {
@@ -220,6 +231,7 @@ void simulate_init() {
         std::perror("setrlimit");
         std::exit(1);
     }
+    std::signal(SIGXCPU, end_at_processor_time_limit);
     simulator.verbose = false;
     simulator.breakpoint = -1;
     simulator.watchpoint = -1;

@@ -16,8 +16,9 @@ void show_error(const std::string& text);
 constexpr int32_t NS_PER_INSTRUCTION = 150;
 
 // Bounds the process's processor time to five hours (ten seconds more for the hard limit; a lower limit is
-// kept) and clears the controls of the simulation: no trace, no breakpoint, no watchpoint, no step. Prints
-// an error and exits with status 1 when the limits cannot be read or set.
+// kept); when they are used up, the process says so on standard output and ends. Clears the controls of the
+// simulation: no trace, no breakpoint, no watchpoint, no step. Prints an error and exits with status 1 when
+// the limits cannot be read or set.
 void simulate_init();
 
 // Executes instructions while simulator.running is true and hands the thread to the front end in between.
