@@ -38,5 +38,6 @@ extern typed_t typed;
 void record_call(std::string text);
 
 // Runs the machine from where it is until the run stops, with simulate_run or reference_run, and returns the
-// calls made meanwhile. The controls of the simulator are the caller's.
-std::vector<std::string> run_until_stop(void (*run_loop)());
+// calls made meanwhile. The controls of the simulator are the caller's. `rewritten`: the memory may have been
+// written since the last run without telling the engine.
+std::vector<std::string> run_until_stop(void (*run_loop)(), bool rewritten = true);

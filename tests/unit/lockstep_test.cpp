@@ -214,8 +214,10 @@ int32_t pick_steps(random_t& random) {
 
 void set_controls(const session_t& session, random_t& random, int stop) {
     const program_t& program = session.program;
-    simulator.breakpoint = one_in(random, 4) ? pick_address(random, program) : -1;
-    simulator.watchpoint = one_in(random, 4) ? pick_address(random, program) : -1;
+    if (stop == 0 || !one_in(random, 4)) { // or as they were
+        simulator.breakpoint = one_in(random, 4) ? pick_address(random, program) : -1;
+        simulator.watchpoint = one_in(random, 4) ? pick_address(random, program) : -1;
+    }
     if (one_in(random, 30)) {
         simulator.breakpoint = machine.pc;
     }
@@ -266,7 +268,7 @@ template <typename at_stop_t> void play(const session_t& session, void (*run_loo
     };
     for (int stop = 0; stop < session.stops && !testing::Test::HasFailure(); ++stop) {
         set_controls(session, random, stop);
-        const std::vector<std::string> calls = run_until_stop(run_loop);
+        const std::vector<std::string> calls = run_until_stop(run_loop, false);
         note_video();
         at_stop(stop, calls);
         speaker_disconnect(); // after a reset that stopped the run
