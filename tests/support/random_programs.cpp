@@ -273,8 +273,8 @@ void set_up_devices(random_t& random, int32_t& place) {
     emit(place, K24_CP, port(0x66), corner, 0);
     emit(place, K24_CP, port(0x62), ONE, 0);
     emit(place, K24_CP, port(0xc5), ONE, 0);
-    emit(place, K24_CP, port(0xa0), ZERO, 0); // connects the serial port
-    machine.memory[corner] = pick(random, 0, 250);
+    emit(place, K24_CP, port(0xa0), ZERO, 0);                               // connects the serial port
+    machine.memory[corner] = pick(random, 0, one_in(random, 2) ? 250 : 12); // a long or a short time
     if (one_in(random, 3)) {
         machine.sd_command = 1;
         machine.sd_response_instr = machine.instr_count + static_cast<uint64_t>(pick(random, 0, 8000));
@@ -385,9 +385,27 @@ program_t make_pairs(random_t& random) {
 }
 
 // Operands and values on which an instruction fails, or just does not.
+// The last instruction of the memory is stored into many times, and then entered in its middle.
+program_t make_top(random_t& random, int32_t code) {
+    constexpr int32_t last = MEMORY_SIZE - WORDS_PER_INSTRUCTION;
+    int32_t top = last;
+    emit(top, K24_BE, code, ZERO, ZERO);
+    machine.memory[FIRST_FREE] = ZERO;
+    machine.memory[FIRST_FREE + 1] = pick(random, 2, 20);
+    int32_t place = code;
+    emit(place, K24_CP, last + pick(random, 2, 3), FIRST_FREE, 0);
+    emit(place, K24_ADD, COUNT, COUNT, ONE);
+    emit(place, K24_BLT, last, COUNT, FIRST_FREE + 1);
+    emit(place, K24_BE, last + pick(random, 1, 3), ZERO, ZERO);
+    return finish(random, code, place);
+}
+
 program_t make_edges(random_t& random) {
     fill_data(random);
     const int32_t code = pick_base(random);
+    if (one_in(random, 20)) {
+        return make_top(random, code);
+    }
     int32_t place = code;
     const auto operand = [&] { return one_in(random, 3) ? pick_wild(random) : pick_data(random); };
     for (int32_t i = pick(random, 2, 12); i > 0; --i) {
