@@ -10,7 +10,7 @@
 // Stores. A program may store into itself, so what is proven may become wrong. The first store to a word
 // marks it as modified, and one to the watched word stops the run. For each word a byte tells whether a store
 // is only a store; if not, heed_store sees to it. An instruction whose words are stored into again and again
-// is no longer proven: its operands are looked up afresh each time.
+// is left unproven for a while: it is looked up afresh each time.
 //
 // Dispatch. A handler ends with a jump to the handler of the next instruction; what they all need travels in
 // registers. Where the compiler cannot be relied on to make a jump of that call, a loop calls them one after
@@ -20,7 +20,8 @@
 // which the user presses Reset. be_exact comes before, take_stock afterwards. A register that programs poll
 // is known to give a value and no more.
 //
-// Waiting. Where a branch closes a loop that waits, whole turns are passed over.
+// Waiting. Where a branch closes a loop that waits, whole turns are passed over. A branch that has closed a
+// loop again and again that does not wait, or not for long, is believed not to for a while.
 
 #include "core/engine.h"
 
@@ -57,14 +58,21 @@ struct proof_t {
     uint16_t arg1;
     uint16_t arg2;
     uint16_t arg3;
-    uint8_t hits;    // stores into the instruction
-    uint8_t strikes; // turns of the loop that the branch closes that looked like waiting and were not
+    uint8_t hits;    // stores into the instruction, up to MOST_HITS: then it is not proven
+    uint8_t strikes; // turns that were not waiting, up to MOST_STRIKES; of an unproven one, executions
 };
 static_assert(sizeof(proof_t) == 16);
 
-// From this many on, an instruction is not proven again, and a branch not taken for one that may wait.
 constexpr uint8_t MOST_HITS = 8;
 constexpr uint8_t MOST_STRIKES = 8;
+
+// Passing over fewer instructions costs more than executing them.
+constexpr uint64_t WORTHWHILE = 64;
+
+// How often branches that were believed not to wait are looked at again, in instructions, and how many of
+// them.
+constexpr uint64_t SECOND_LOOK = 1000000;
+constexpr size_t MOST_DOUBTED = 64;
 
 // An instruction is four words and may start at any word. So that the proofs of consecutive instructions are
 // neighbours, there is a row of proofs for each of the four ways to lie. Behind a row's last instruction
@@ -246,31 +254,47 @@ template <handler_t handler = go_on>
     settle_steps(left);
     run.start = pc;
     run.left = left;
-    last_written = NOTHING_WRITTEN;
     machine.pc = pc;
     machine.instr_count = count_at(left);
 }
 
+bool controls_changed() {
+    return simulator.step != run.controls.step || simulator.running != run.controls.running ||
+           simulator.speaker_on != run.controls.speaker_on ||
+           simulator.breakpoint != run.controls.breakpoint ||
+           simulator.watchpoint != run.controls.watchpoint || simulator.verbose != run.controls.verbose;
+}
+
 // machine.pc is then the next instruction; if the slice must end there, run.over is set.
 [[gnu::always_inline]] inline void take_stock(int32_t left) {
+    run.count_at_end = machine.instr_count + static_cast<uint64_t>(left);
+    run.over = controls_changed() || machine.halted || proofs_forgotten;
+}
+
+// An instruction writes one word at most.
+void note_plain_store() {
     if (last_written != NOTHING_WRITTEN) {
         note_store(last_written);
+        last_written = NOTHING_WRITTEN;
     }
-    run.count_at_end = machine.instr_count + static_cast<uint64_t>(left);
-    run.over = !(simulator == run.controls) || machine.halted || proofs_forgotten;
+}
+
+void execute_plainly(int32_t pc, int32_t left) {
+    be_exact(pc, left);
+    execute_instruction();
+    note_plain_store();
+    take_stock(left);
 }
 
 proof_t* plain(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores, int32_t result) {
-    be_exact(pc_of(at), left);
-    execute_instruction();
-    take_stock(left);
+
+    execute_plainly(pc_of(at), left);
     return next_at_pc(left, memory, stores, result);
 }
 
-// Something has changed: another opcode wants another handler, another operand may be a port or a fault.
-proof_t* look_again(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores, int32_t result) {
-    at->execute = prove;
-    return plain(at, left, memory, stores, result);
+[[gnu::always_inline]] inline int32_t read_port(int32_t offset, int32_t left) {
+    machine.instr_count = count_at(left);
+    return port_readers[offset]();
 }
 
 // A copy from or to a port at which more can happen than that a value passes.
@@ -284,8 +308,11 @@ proof_t* copy_through_port(proof_t* at, int32_t left, int32_t* memory, const uin
     machine.pc = after;
     const int32_t value = port_handlers[port](writes, IO_BASE + port, writes ? memory[at->arg2] : 0);
     if constexpr (!writes) {
+
         memwrite(at->arg1, value);
+        note_plain_store();
     }
+
     take_stock(left);
     if (run.over || machine.pc != after) [[unlikely]] {
         return next_at_pc(left, memory, stores, result);
@@ -297,6 +324,32 @@ proof_t* copy_through_port(proof_t* at, int32_t left, int32_t* memory, const uin
 
 bool is_only_a_store(int32_t address) { return store_kinds[address] == ONLY_A_STORE; }
 
+// Branches that are believed not to wait.
+std::array<proof_t*, MOST_DOUBTED> doubted;
+size_t doubted_count = 0;
+uint64_t last_second_look = 0; // the instruction count
+
+void doubt(proof_t* branch) {
+    branch->execute = prove;
+    if (doubted_count < MOST_DOUBTED) {
+        doubted[doubted_count++] = branch;
+    }
+}
+
+// Each gets some more chances.
+void look_at_doubted() {
+    if (machine.instr_count - last_second_look < SECOND_LOOK) {
+        return;
+    }
+    last_second_look = machine.instr_count;
+    for (; doubted_count > 0; --doubted_count) {
+        proof_t* const branch = doubted[doubted_count - 1];
+        branch->strikes = MOST_STRIKES / 2;
+        drop_proof(pc_of(branch));
+        break_pair_before(pc_of(branch));
+    }
+}
+
 // A branch has just closed a loop. If it waits, passes over as many whole turns as come before something can
 // change; the rest is executed. Returns how many instructions are left.
 [[gnu::noinline]] int32_t pass_over_turns(proof_t* branch, const proof_t* target, int32_t left) {
@@ -305,16 +358,18 @@ bool is_only_a_store(int32_t address) { return store_kinds[address] == ONLY_A_ST
     }
     machine.instr_count = count_at(left);
     const waiting_t waiting = follow_loop(pc_of(target), is_only_a_store);
-    if (waiting.turn > 0) {
+    const uint64_t steady = waiting.turn == 0 ? 0 : waiting.steady_until - machine.instr_count;
+
+    if (steady >= WORTHWHILE) {
         branch->strikes = 0;
-        const uint64_t steady = waiting.steady_until - machine.instr_count;
-        const auto steady_here = static_cast<int32_t>(std::min(steady, static_cast<uint64_t>(left)));
-        return left - steady_here / waiting.turn * waiting.turn;
+    } else if (++branch->strikes == MOST_STRIKES) {
+        doubt(branch);
     }
-    if (!waiting.may_wait && ++branch->strikes == MOST_STRIKES) {
-        branch->execute = prove;
+    if (waiting.turn == 0) {
+        return left;
     }
-    return left;
+    const auto steady_here = static_cast<int32_t>(std::min(steady, static_cast<uint64_t>(left)));
+    return left - steady_here / waiting.turn * waiting.turn;
 }
 
 // ---- Handlers
@@ -326,7 +381,7 @@ enum from_e {
     RIGHT_RESULT,
     LEFT_PORT, // the word at arg2 is a register that programs poll, the others are in memory
     RIGHT_PORT,
-    FRESH, // not proven: in memory, or the handler does not apply
+    FRESH, // the instruction is not proven: in memory, or the plain way executes it
     PLACES
 };
 
@@ -346,19 +401,13 @@ template <from_e from>
     }
 }
 
-// Whether the instruction is what its handler executes; when it is proven, that needs no check.
+// Whether the operands are where the handler expects them; when the instruction is proven, that needs no
+// check.
 template <opcode_e opcode, from_e from>
-[[gnu::always_inline]] inline bool applies(const proof_t* at, const int32_t* memory,
-                                           const operands_t& operands) {
+[[gnu::always_inline]] inline bool within_reach(const operands_t& operands) {
     constexpr uses_t uses = uses_of(opcode);
-    return from != FRESH || (memory[pc_of(at)] == opcode &&
-                             in_memory((uses.arg1 ? operands.arg1 : 0) | (uses.arg2 ? operands.arg2 : 0) |
-                                       (uses.arg3 ? operands.arg3 : 0)));
-}
-
-[[gnu::always_inline]] inline int32_t read_port(int32_t offset, int32_t left) {
-    machine.instr_count = count_at(left);
-    return port_readers[offset]();
+    return from != FRESH || in_memory((uses.arg1 ? operands.arg1 : 0) | (uses.arg2 ? operands.arg2 : 0) |
+                                      (uses.arg3 ? operands.arg3 : 0));
 }
 
 template <from_e from>
@@ -378,11 +427,12 @@ template <opcode_e opcode, from_e from, handler_t then = go_on>
 [[gnu::always_inline]] inline proof_t* compute(proof_t* at, int32_t left, int32_t* memory,
                                                const uint8_t* stores, int32_t result) {
     const operands_t operands = operands_of<from>(at, memory);
-    if (!applies<opcode, from>(at, memory, operands)) [[unlikely]] {
-        return look_again(at, left, memory, stores, result);
+    if (!within_reach<opcode, from>(operands)) [[unlikely]] {
+        return plain(at, left, memory, stores, result);
     }
     const int32_t first = left_word<from>(operands.arg2, left, memory, result);
     const int32_t second = reads_right(opcode) ? right_word<from>(operands.arg3, left, memory, result) : 0;
+
     if (!has_result(opcode, second)) [[unlikely]] {
         return plain(at, left, memory, stores, result);
     }
@@ -393,8 +443,8 @@ template <opcode_e opcode, from_e from, handler_t then = go_on>
 [[gnu::always_inline]] inline proof_t* copy_element(proof_t* at, int32_t left, int32_t* memory,
                                                     const uint8_t* stores, int32_t result) {
     const operands_t operands = operands_of<from>(at, memory);
-    if (!applies<opcode, from>(at, memory, operands)) [[unlikely]] {
-        return look_again(at, left, memory, stores, result);
+    if (!within_reach<opcode, from>(operands)) [[unlikely]] {
+        return plain(at, left, memory, stores, result);
     }
     const int32_t index = right_word<from>(operands.arg3, left, memory, result);
     const int32_t element = wrap_add(operands.arg2, index);
@@ -415,11 +465,12 @@ template <opcode_e opcode, from_e from, bool may_wait, handler_t then = go_on>
 [[gnu::always_inline]] inline proof_t* branch(proof_t* at, int32_t left, int32_t* memory,
                                               const uint8_t* stores, int32_t result) {
     const operands_t operands = operands_of<from>(at, memory);
-    if (!applies<opcode, from>(at, memory, operands)) [[unlikely]] {
-        return look_again(at, left, memory, stores, result);
+    if (!within_reach<opcode, from>(operands)) [[unlikely]] {
+        return plain(at, left, memory, stores, result);
     }
     const int32_t first = left_word<from>(operands.arg2, left, memory, result);
     const int32_t second = right_word<from>(operands.arg3, left, memory, result);
+
     if (!is_taken(opcode, first, second)) {
         return next<then>(at + 1, left, memory, stores, result);
     }
@@ -435,8 +486,8 @@ template <from_e from>
 [[gnu::always_inline]] inline proof_t* call(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores,
                                             int32_t result) {
     const operands_t operands = operands_of<from>(at, memory);
-    if (!applies<K24_CALL, from>(at, memory, operands)) [[unlikely]] {
-        return look_again(at, left, memory, stores, result);
+    if (!within_reach<K24_CALL, from>(operands)) [[unlikely]] {
+        return plain(at, left, memory, stores, result);
     }
     const int32_t after = pc_of(at) + WORDS_PER_INSTRUCTION;
     return store(target_of<from>(at, operands), left, memory, stores, operands.arg2, after);
@@ -446,8 +497,8 @@ template <from_e from>
 [[gnu::always_inline]] inline proof_t* ret(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores,
                                            int32_t result) {
     const operands_t operands = operands_of<from>(at, memory);
-    if (!applies<K24_RET, from>(at, memory, operands)) [[unlikely]] {
-        return look_again(at, left, memory, stores, result);
+    if (!within_reach<K24_RET, from>(operands)) [[unlikely]] {
+        return plain(at, left, memory, stores, result);
     }
     const int32_t pc = memory[operands.arg1];
     if (!in_memory(pc)) [[unlikely]] {
@@ -524,6 +575,15 @@ template <size_t count, typename function_t> constexpr auto table_of(function_t 
     (std::make_index_sequence<count>());
 }
 
+// A copy of a polled register is the first of a pair too: it is mostly looked at next.
+template <opcode_e second, from_e from> constexpr handler_t pair_after_port_of() {
+    if constexpr (!can_be<second>(from)) {
+        return nullptr;
+    } else {
+        return compute<K24_CP, LEFT_PORT, handler_of<second, from>()>;
+    }
+}
+
 template <bool may_wait>
 constexpr auto HANDLERS = table_of<PLACES>([](auto from) {
     return table_of<OPCODES>([from](auto opcode) {
@@ -540,7 +600,27 @@ constexpr auto PAIRS = table_of<LEFT_PORT>([](auto from) {
     });
 });
 
+constexpr auto PAIRS_AFTER_PORT = table_of<LEFT_PORT>([](auto from) {
+    return table_of<OPCODES>([from](auto second) {
+        return pair_after_port_of<static_cast<opcode_e>(second()), static_cast<from_e>(from())>();
+    });
+});
+
 // ---- Proving
+
+// Executes an instruction that is not proven. Once in 256 times it is tried again: a program may have made
+// itself, and be ready now.
+proof_t* look_up(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores, int32_t result) {
+    if (++at->strikes == 0) [[unlikely]] {
+        at->hits = MOST_HITS - 1;
+        return prove(at, left, memory, stores, result);
+    }
+    const int32_t opcode = memory[pc_of(at)];
+    if (opcode == K24_HALT || !is_opcode(opcode)) [[unlikely]] {
+        return plain(at, left, memory, stores, result);
+    }
+    return HANDLERS<false>[FRESH][static_cast<size_t>(opcode)](at, left, memory, stores, result);
+}
 
 handler_t handler_for(int32_t pc, const proof_t& proof, const words_t& words, from_e from) {
     const auto opcode = static_cast<size_t>(words.opcode);
@@ -597,9 +677,11 @@ handler_t choose_handler(int32_t pc, const proof_t& proof, const words_t& words)
 handler_t examine(int32_t pc, proof_t& proof) {
     const words_t words = words_at(pc);
     const bool can_be_proven = words.opcode != K24_HALT && is_opcode(words.opcode);
+
     if (proof.hits == MOST_HITS) {
-        return can_be_proven ? handler_for(pc, proof, words, FRESH) : look_again;
+        return look_up;
     }
+
     for (int32_t address = pc; address < pc + WORDS_PER_INSTRUCTION; ++address) {
         store_kinds[address] |= CODE;
     }
@@ -614,14 +696,15 @@ handler_t examine(int32_t pc, proof_t& proof) {
     return choose_handler(pc, proof, words);
 }
 
-// Whether the instruction at pc is proven, with all operands in memory, and not the first of a pair.
-bool is_single(int32_t pc) {
+// Whether the instruction at pc is proven, with its operands there, and not the first of a pair.
+bool is_single(int32_t pc, from_e from) {
     return whole_in_memory(pc) && is_opcode(machine.memory[pc]) && machine.memory[pc] != K24_HALT &&
-           proof_of(pc)->execute == HANDLERS<false>[MEMORY][static_cast<size_t>(machine.memory[pc])];
+           proof_of(pc)->execute == HANDLERS<false>[from][static_cast<size_t>(machine.memory[pc])];
 }
 
 void pair_up(int32_t pc) {
-    if (!is_single(pc) || !is_single(pc + WORDS_PER_INSTRUCTION)) {
+    const bool after_port = is_single(pc, LEFT_PORT) && machine.memory[pc] == K24_CP;
+    if ((!after_port && !is_single(pc, MEMORY)) || !is_single(pc + WORDS_PER_INSTRUCTION, MEMORY)) {
         return;
     }
     proof_t* const one = proof_of(pc);
@@ -629,7 +712,7 @@ void pair_up(int32_t pc) {
     const auto first = static_cast<size_t>(machine.memory[pc]);
     const auto second = static_cast<size_t>(machine.memory[pc + WORDS_PER_INSTRUCTION]);
     const auto choose = [&](from_e from) {
-        const handler_t pair = PAIRS[from][first][second];
+        const handler_t pair = after_port ? PAIRS_AFTER_PORT[from][second] : PAIRS[from][first][second];
         one->execute = pair == nullptr ? one->execute : pair;
     };
     choose(MEMORY);
@@ -661,7 +744,9 @@ void start_afresh() {
         proof_t* const first = proofs + (row << ROW_BITS);
         std::fill(first, first + ROW_PROOFS + 1, UNPROVEN);
     }
+
     std::ranges::fill(store_kinds, HEED);
+    doubted_count = 0;
     breakpoint = NONE;
     watchpoint = NONE;
     proofs_forgotten = false;
@@ -696,9 +781,8 @@ void execute_until_over() {
                 at = at->execute(at, run.left, machine.memory, store_kinds, 0);
             }
         } else {
-            be_exact(machine.pc, run.left);
-            execute_instruction();
-            take_stock(run.left);
+
+            execute_plainly(machine.pc, run.left);
             --run.left;
         }
     } while (run.left > 0 && !run.over && machine.pc != breakpoint);
@@ -710,11 +794,14 @@ slice_t run_slice(int32_t count) {
     if (proofs_forgotten) {
         start_afresh();
     }
+    look_at_doubted();
     take_over_controls();
     run.left = count;
     run.left_settled = count;
     run.count_at_end = machine.instr_count + static_cast<uint64_t>(count);
+
     run.over = false;
+    last_written = NOTHING_WRITTEN;
     slice_t slice{};
     try {
         execute_until_over();
@@ -726,7 +813,8 @@ slice_t run_slice(int32_t count) {
         slice.fault = error.message;
     }
     machine.instr_count = count_at(run.left) - (slice.faulted ? 1 : 0);
-    settle_steps(run.left + 1);
+
+    settle_steps(run.left + 1); // the step of the last one is the run loop's business
     slice.executed = count - run.left;
     return slice;
 }

@@ -190,8 +190,6 @@ struct simulator_t {
     int step;           // instructions left before the run stops; 0 stops now, negative never
     int32_t breakpoint; // stop when `pc` equals this after an instruction; -1 for none
     int32_t watchpoint; // stop after an instruction that writes this address; -1 for none
-
-    bool operator==(const simulator_t&) const = default;
 };
 
 // The simulated board. A single object of static storage: 128 MiB of it is the SDRAM.

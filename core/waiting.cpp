@@ -23,8 +23,6 @@ struct turn_t {
     stored_t stored[LONGEST_TURN]; // and which, in order
 };
 
-bool is_steady(uint64_t until) { return until > machine.instr_count + LONGEST_TURN; }
-
 int32_t read_memory(int32_t address, const turn_t& turn) {
     int32_t word = machine.memory[address];
     for (int32_t i = 0; i < turn.stores; ++i) {
@@ -33,13 +31,13 @@ int32_t read_memory(int32_t address, const turn_t& turn) {
     return word;
 }
 
-// Reading a port can have effects, so it is only done where the program will do it before the port can
-// change.
+// Reading a port can have effects, so it is only done where the program will do it, within a turn, before the
+// port can change.
 int32_t read_port(int32_t address, turn_t& turn) {
     const polled_t* const port = io_polled(address);
     const uint64_t until = port == nullptr ? NOW : port->steady_until();
     turn.steady_until = std::min(turn.steady_until, until);
-    if (!is_steady(until)) {
+    if (until <= machine.instr_count + LONGEST_TURN) {
         turn.known = false;
         return 0;
     }
@@ -118,7 +116,8 @@ waiting_t follow_loop(int32_t start, bool (*is_only_a_store)(int32_t address)) {
         turn.known && turn.pc == start && std::all_of(turn.stored, turn.stored + turn.stores, is_in_place);
     return {
         .turn = waits ? turn.instructions : 0,
+
         .steady_until = turn.steady_until,
-        .may_wait = turn.steady_until != NOW && !is_steady(turn.steady_until),
+
     };
 }

@@ -10,7 +10,6 @@ constexpr int32_t LONGEST_TURN = 8;
 struct waiting_t {
     int32_t turn;          // instructions of a turn; 0 when the loop does not wait
     uint64_t steady_until; // the instruction count up to which all its turns are alike
-    bool may_wait;         // although it does not: a port is about to change
 };
 
 // What the loop that begins at `start` does from now on, at machine.instr_count. The caller must then execute
