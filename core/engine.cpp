@@ -781,7 +781,6 @@ void execute_until_over() {
                 at = at->execute(at, run.left, machine.memory, store_kinds, 0);
             }
         } else {
-
             execute_plainly(machine.pc, run.left);
             --run.left;
         }
