@@ -99,12 +99,11 @@ gboolean gui_sw_handler(GtkWidget* /*widget*/, GdkEventButton* event, gpointer n
 bool space_is_down = false;
 
 bool is_space(const GdkEventKey* event) {
-    return (event->keyval == GDK_KEY_space || event->keyval == GDK_KEY_KP_Space) &&
-           (event->state & gtk_accelerator_get_default_mod_mask()) == 0;
+    return event->keyval == GDK_KEY_space || event->keyval == GDK_KEY_KP_Space;
 }
 
 gboolean sig_sw_key_press(GtkWidget* /*widget*/, GdkEventKey* event, gpointer number) {
-    if (!is_space(event)) {
+    if (!is_space(event) || (event->state & gtk_accelerator_get_default_mod_mask()) != 0) {
         return FALSE;
     }
     if (!space_is_down) {
@@ -114,8 +113,10 @@ gboolean sig_sw_key_press(GtkWidget* /*widget*/, GdkEventKey* event, gpointer nu
     return TRUE;
 }
 
-gboolean sig_sw_key_release(GtkWidget* /*widget*/, GdkEventKey* /*event*/, gpointer /*data*/) {
-    space_is_down = false;
+gboolean sig_sw_key_release(GtkWidget* /*widget*/, GdkEventKey* event, gpointer /*data*/) {
+    if (is_space(event)) {
+        space_is_down = false;
+    }
     return FALSE;
 }
 

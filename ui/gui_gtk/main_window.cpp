@@ -110,7 +110,7 @@ GtkWidget* assemble_row() {
     add_button(row, "Assemble", FALSE, debug_assemble);
     assemble_file_button = add_button(row, "", TRUE, debug_assemble_choose);
     gui_assemble_file_set("Choose assembly file");
-    // The name is that of the file soon.
+    // Its name is what it shows, soon the name of a file.
     atk_object_set_description(gtk_widget_get_accessible(assemble_file_button), "Choose assembly file");
     return row;
 }
