@@ -97,6 +97,10 @@ def text_of(widget):
     return Atspi.Text.get_text(widget, 0, Atspi.Text.get_character_count(widget))
 
 
+def corners(extents):
+    return extents.x, extents.y, extents.x + extents.width, extents.y + extents.height
+
+
 class WindowTest(unittest.TestCase):
     """One run of the program for each test, in a folder of its own that holds the test programs."""
 
@@ -259,6 +263,25 @@ class WindowTest(unittest.TestCase):
         self.activate("tovik")
         x, y = self.place(name)
         output("xdotool", "mousemove", x + 6, y + 6, "click", "--repeat", clicks, "--delay", 20, 1)
+
+    def box(self, widget):
+        """Left, top, right and bottom, on the screen."""
+        return corners(Atspi.Component.get_extents(widget, Atspi.CoordType.SCREEN))
+
+    def text_box(self, widget, start=0):
+        return corners(Atspi.Text.get_range_extents(widget, start, Atspi.Text.get_character_count(widget),
+                                                    Atspi.CoordType.SCREEN))
+
+    def framed(self, name):
+        """The focus is drawn at the border of a switch's cell."""
+        left, top, right, _ = self.box(self.widget(name))
+        return len(set(self.pixels(None, left, top, right - left))) > 1
+
+    def unnamed(self):
+        """The roles of what a screen reader could not tell, in all windows."""
+        layout = {"filler", "panel", "scroll pane", "scroll bar", "separator"}
+        return [widget.get_role_name() for frame in self.frames().values() for widget in descendants(frame)
+                if widget.get_role_name() not in layout and not widget.get_name()]
 
     def lit(self, name):
         """The inside and the frame of a lamp."""

@@ -15,6 +15,36 @@ class Devices(WindowTest):
             wait_until(lambda: self.lit("SW 3") is lit)
         self.assertIs(False, self.lit("SW 2"))
 
+    def test_keyboard_instead_of_the_pointer(self):
+        controls = ["Assemble", f"{self.folder}/draw.k", "Load", "Run ", "Reset", "Save speaker", "Save SDRAM",
+                    "Save VGA", "Steps", "Break", "Watch", "Camera", "Mic",
+                    *(f"SW {i}" for i in reversed(range(18)))]
+        self.load("draw.k", run=False)
+        self.activate("tovik")
+        Atspi.Component.grab_focus(self.widget(controls[0]))
+
+        def expect_focus(name):
+            wait_until(lambda: self.state(name, Atspi.StateType.FOCUSED))
+            if name.startswith("SW"):
+                wait_until(lambda: self.framed(name))
+        for name in controls + controls[:1]:
+            expect_focus(name)
+            if name == "SW 17":
+                self.keys("key", "space")
+                wait_until(lambda: self.lit(name))
+            self.keys("key", "Tab")
+        wait_until(lambda: not any(self.framed(name) for name in controls if name.startswith("SW")))
+        self.keys("key", "Tab", "Tab", "space")
+        self.wait_stopped("Running")
+        self.keys("key", "--repeat", len(controls) - controls.index("SW 17") + 3, "shift+Tab")
+        expect_focus("SW 17")
+        self.keys("keydown", "space", "sleep", "0.9")
+        self.assertEqual({False}, {self.lit("SW 17") for _ in range(50)})
+        self.keys("keyup", "space")
+        self.wait_stopped("Halted  ")
+        self.keys("key", "space")
+        wait_until(lambda: self.lit("SW 17"))
+
     def test_bytes_on_the_lcd(self):
         self.load("bytes.k")
         self.wait_text("LCD text", "\x7f\xe9\xff\x80 \x7fA" + " " * 9 + "\n" + " " * 16)
@@ -99,6 +129,7 @@ class Devices(WindowTest):
         def prompt():
             return wait_until(lambda: set(self.frames()) - {"tovik", "VGA", "K24 memory", "alert"}).pop()
         prompt()
+        self.assertEqual([], self.unnamed())
         self.keys("type", "--delay", "30", "none/of/these/that/is/too/long")
         self.keys("key", "Return")
         self.assertEqual("Can't open serial device", self.answer())
@@ -107,6 +138,7 @@ class Devices(WindowTest):
         wait_until(lambda: self.window("Serial console"))
         view = next(widget for widget in descendants(self.window("Serial console"))
                     if widget.get_role() == Atspi.Role.TEXT)
+        self.assertEqual([], self.unnamed())
         self.activate("Serial console")
         self.keys("key", "a", "shift", "Return", "Tab", "b")
         wait_until(lambda: text_of(view) == "a\n\tb")

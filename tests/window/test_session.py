@@ -3,7 +3,7 @@
 import re
 import unittest
 
-from harness import WindowTest, wait_until
+from harness import WindowTest, children, descendants, text_of, wait_until
 
 BLANK_LCD = " " * 16 + "\n" + " " * 16
 
@@ -53,6 +53,52 @@ class Session(WindowTest):
     def lamps(self):
         return tuple(sum((self.lit(f"{name} {i}") is True) << i for i in range(count))
                      for name, count in (("LED_RED", 18), ("LED_GREEN", 8)))
+
+    def test_what_a_screen_reader_tells(self):
+        self.load("lab.k")
+        self.wait_stopped("Halted  ", 36)
+        self.click_at("SW 5")
+        wait_until(lambda: self.lit("SW 5"))
+        self.assertEqual([], self.unnamed())
+        told = {widget.get_name(): widget.get_description() for widget in descendants(self.window("tovik"))}
+        for label, kind, count, on in (("SW", "switch", 18, {5}), ("LED_RED", "red lamp", 18, {0, 17}),
+                                       ("LED_GREEN", "green lamp", 8, {1, 7})):
+            self.assertEqual([f"{kind} {i} is {'on' if i in on else 'off'}" for i in range(count)],
+                             [told[f"{label} {i}"] for i in range(count)])
+        self.assertEqual("Choose assembly file", told[f"{self.folder}/lab.k"])
+
+    def test_large_text(self):
+        (self.folder / "gtkrc").write_text('gtk-font-name = "Sans 20"\n')
+        (self.folder / "resources").write_text("Xft.dpi: 192\n")
+        for variable, name in (("GTK2_RC_FILES", "gtkrc"), ("XENVIRONMENT", "resources")):
+            with self.subTest(variable=variable):
+                self.load("lab.k", **{variable: str(self.folder / name)})
+                self.wait_stopped("Halted  ", 36)
+                self.fill(Steps="16383", Break="16383", Watch="16383")
+                wait_until(lambda: self.text("Watch") == "16383")
+                self.assert_texts_whole()
+                self.activate("K24 memory")
+                self.keys("key", "ctrl+End")
+                wait_until(self.is_last_line_shown)
+                self.end()
+                self.doCleanups()
+
+    def assert_texts_whole(self):
+        boxes = [(widget, self.box(widget)) for widget in descendants(self.window("tovik")) if not children(widget)]
+        for widget, (left, top, right, bottom) in boxes:
+            name = widget.get_name()
+            if "Text" in widget.get_interfaces() and text_of(widget).strip():
+                x, y, x_end, y_end = self.text_box(widget)
+                self.assertTrue(left <= x < x_end <= right and top <= y < y_end <= bottom, name)
+                self.assertGreater(y_end - y, 26, f"{name} is not large")
+            self.assertEqual([], [other.get_name() for other, box in boxes if other is not widget and
+                                  left < box[2] and box[0] < right and top < box[3] and box[1] < bottom], name)
+
+    def is_last_line_shown(self):
+        pane, view = list(descendants(self.window("K24 memory")))[:2]
+        _, top, _, bottom = self.box(pane)
+        x, y, x_end, y_end = self.text_box(view, 1638 * 127)
+        return top <= y and y_end <= bottom and len(set(self.pixels(None, x, y, x_end - x, y_end - y))) > 1
 
     def test_break_and_watch(self):
         self.load("lab.k", run=False)

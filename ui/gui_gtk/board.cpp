@@ -2,6 +2,7 @@
 
 #include <bitset>
 #include <cassert>
+#include <string>
 
 #include <gtk/gtk.h>
 
@@ -30,6 +31,16 @@ constexpr int FIRST_SWITCH = FIRST_GREEN + GREEN_LEDS;
 constexpr int FIRST_SWITCH_NUMBER = 34;
 static_assert(FIRST_SWITCH <= FIRST_SWITCH_NUMBER);
 
+struct bank_t {
+    int first;
+    const char* kind; // of one of them, in words for whoever cannot see it
+    const int32_t& bits;
+};
+
+constexpr bank_t RED = {0, "red lamp", machine.led_red};
+constexpr bank_t GREEN = {FIRST_GREEN, "green lamp", machine.led_green};
+constexpr bank_t SWITCH = {FIRST_SWITCH_NUMBER, "switch", machine.sw};
+
 // What changed since the display was last flushed.
 std::bitset<SWITCHES> changed_switches;
 std::bitset<RED_LEDS> changed_red_leds;
@@ -41,15 +52,11 @@ GdkPixmap* vga_pixmap = nullptr;
 GdkImage* vga_image = nullptr;
 GdkCursor* active_cursor = nullptr;
 
-bool is_lit(int number) {
-    if (number < FIRST_GREEN) {
-        return (machine.led_red >> number & 1) != 0;
-    }
-    if (number < FIRST_SWITCH_NUMBER) {
-        return (machine.led_green >> (number - FIRST_GREEN) & 1) != 0;
-    }
-    return (machine.sw >> (number - FIRST_SWITCH_NUMBER) & 1) != 0;
+const bank_t& bank_of(int number) {
+    return number < FIRST_GREEN ? RED : number < FIRST_SWITCH_NUMBER ? GREEN : SWITCH;
 }
+
+bool is_lit(const bank_t& bank, int i) { return (bank.bits >> i & 1) != 0; }
 
 GdkGC* lamp_gc(GtkWidget* lamp) {
     static GdkGC* gc = nullptr;
@@ -61,23 +68,38 @@ GdkGC* lamp_gc(GtkWidget* lamp) {
     return gc;
 }
 
-gboolean led_sw_expose(GtkWidget* lamp, GdkEventExpose* /*event*/, gpointer number) {
-    const gboolean filled = is_lit(GPOINTER_TO_INT(number)) ? TRUE : FALSE;
-    gdk_draw_rectangle(gtk_widget_get_window(lamp), lamp_gc(lamp), filled, 1, 1, LAMP_SIZE, LAMP_SIZE);
+gboolean led_sw_expose(GtkWidget* lamp, GdkEventExpose* event, gpointer number) {
+    const bank_t& bank = bank_of(GPOINTER_TO_INT(number));
+    const gboolean filled = is_lit(bank, GPOINTER_TO_INT(number) - bank.first) ? TRUE : FALSE;
+    GdkWindow* const window = gtk_widget_get_window(lamp);
+    gdk_draw_rectangle(window, lamp_gc(lamp), filled, 1, 1, LAMP_SIZE, LAMP_SIZE);
+    if (gtk_widget_has_focus(lamp) != FALSE) {
+        gtk_paint_focus(gtk_widget_get_style(lamp), window, gtk_widget_get_state(lamp), &event->area, lamp,
+                        nullptr, 0, 0, gdk_window_get_width(window), gdk_window_get_height(window));
+    }
     return FALSE;
 }
 
-GtkWidget* new_lamp(int number) {
+void describe(GtkWidget* lamp, const bank_t& bank, int i) {
+    const std::string text = bank.kind + (" " + std::to_string(i)) + (is_lit(bank, i) ? " is on" : " is off");
+    atk_object_set_description(gtk_widget_get_accessible(lamp), text.c_str());
+}
+
+GtkWidget* new_lamp(const bank_t& bank, int i, AtkRole role) {
     GtkWidget* const lamp = gtk_drawing_area_new();
     gtk_widget_set_size_request(lamp, LAMP_SIZE, LAMP_SIZE);
-    g_signal_connect(lamp, "expose_event", G_CALLBACK(led_sw_expose), GINT_TO_POINTER(number));
+    g_signal_connect(lamp, "expose_event", G_CALLBACK(led_sw_expose), GINT_TO_POINTER(bank.first + i));
+    atk_object_set_role(gtk_widget_get_accessible(lamp), role);
+    describe(lamp, bank, i);
     return lamp;
 }
 
-template <size_t count> void flush_lamps(std::bitset<count>& changed, GtkWidget* const (&lamps)[count]) {
+template <size_t count>
+void flush_lamps(const bank_t& bank, std::bitset<count>& changed, GtkWidget* const (&lamps)[count]) {
     for (size_t i = 0; i < count && changed.any(); ++i) {
         if (changed[i]) {
             gtk_widget_queue_draw_area(lamps[i], 1, 1, OUTLINE_SIZE, OUTLINE_SIZE);
+            describe(lamps[i], bank, static_cast<int>(i));
         }
     }
     changed.reset();
@@ -167,14 +189,13 @@ gboolean vga_expose(GtkWidget* widget, GdkEventExpose* event, gpointer /*data*/)
 
 } // namespace
 
-GtkWidget* new_red_led(int i) { return led_red_draw[i] = new_lamp(i); }
+GtkWidget* new_red_led(int i) { return led_red_draw[i] = new_lamp(RED, i, ATK_ROLE_IMAGE); }
 
-GtkWidget* new_green_led(int i) { return led_green_draw[i] = new_lamp(FIRST_GREEN + i); }
+GtkWidget* new_green_led(int i) { return led_green_draw[i] = new_lamp(GREEN, i, ATK_ROLE_IMAGE); }
 
 GtkWidget* new_switch(int i) {
-    GtkWidget* const lamp = new_lamp(FIRST_SWITCH_NUMBER + i);
-    gtk_widget_add_events(lamp, GDK_BUTTON_PRESS_MASK);
-    g_signal_connect(lamp, "button_press_event", G_CALLBACK(gui_sw_handler), GINT_TO_POINTER(i));
+    GtkWidget* const lamp = new_lamp(SWITCH, i, ATK_ROLE_TOGGLE_BUTTON);
+    connect_switch(lamp, i);
     return sw_draw[i] = lamp;
 }
 
@@ -189,7 +210,7 @@ void build_vga_window() {
     gtk_widget_set_app_paintable(vga_draw, TRUE);
     gtk_widget_set_double_buffered(vga_draw, FALSE);
     connect_input(window, vga_draw);
-    atk_object_set_name(gtk_widget_get_accessible(vga_draw), "VGA screen");
+    set_name(vga_draw, "VGA screen");
     g_signal_connect(vga_draw, "expose_event", G_CALLBACK(vga_expose), nullptr);
     active_cursor = gdk_cursor_new(GDK_STAR);
     gtk_container_add(GTK_CONTAINER(window), vga_draw);
@@ -202,9 +223,9 @@ void build_vga_window() {
 }
 
 void flush_board() {
-    flush_lamps(changed_switches, sw_draw);
-    flush_lamps(changed_red_leds, led_red_draw);
-    flush_lamps(changed_green_leds, led_green_draw);
+    flush_lamps(SWITCH, changed_switches, sw_draw);
+    flush_lamps(RED, changed_red_leds, led_red_draw);
+    flush_lamps(GREEN, changed_green_leds, led_green_draw);
     flush_screen();
 }
 

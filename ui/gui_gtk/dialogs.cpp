@@ -89,6 +89,7 @@ std::string gui_gettext(std::string prompt, int max_length) {
     flush_display();
     GtkWidget* const dialog = gtk_dialog_new();
     GtkWidget* const entry = gtk_entry_new();
+    set_name(entry, prompt);
     gtk_entry_set_max_length(GTK_ENTRY(entry), max_length);
     gtk_entry_set_activates_default(GTK_ENTRY(entry), TRUE);
     gtk_container_add(GTK_CONTAINER(gtk_dialog_get_content_area(GTK_DIALOG(dialog))),

@@ -1,5 +1,5 @@
-// Keyboard and pointer over the VGA window, keys in the serial console, and clicks on switches: host events
-// become calls of the devices.
+// Keyboard and pointer over the VGA window, keys in the serial console, and clicks and keys on switches:
+// host events become calls of the devices.
 
 #include <gdk/gdkkeysyms.h>
 #include <gtk/gtk.h>
@@ -88,13 +88,53 @@ gboolean sig_vga_leave(GtkWidget* /*widget*/, GdkEventFocus* /*event*/, gpointer
     return FALSE;
 }
 
-} // namespace
-
 gboolean gui_sw_handler(GtkWidget* /*widget*/, GdkEventButton* event, gpointer number) {
     if (is_single_press(event)) {
         io_sw_toggle(GPOINTER_TO_INT(number));
     }
     return FALSE;
+}
+
+// A key that is held down comes as many presses, but turns a switch once.
+bool space_is_down = false;
+
+bool is_space(const GdkEventKey* event) {
+    return event->keyval == GDK_KEY_space || event->keyval == GDK_KEY_KP_Space;
+}
+
+gboolean sig_sw_key_press(GtkWidget* /*widget*/, GdkEventKey* event, gpointer number) {
+    if (!is_space(event) || (event->state & gtk_accelerator_get_default_mod_mask()) != 0) {
+        return FALSE;
+    }
+    if (!space_is_down) {
+        io_sw_toggle(GPOINTER_TO_INT(number));
+    }
+    space_is_down = true;
+    return TRUE;
+}
+
+gboolean sig_sw_key_release(GtkWidget* /*widget*/, GdkEventKey* event, gpointer /*data*/) {
+    if (is_space(event)) {
+        space_is_down = false;
+    }
+    return FALSE;
+}
+
+gboolean sig_sw_leave(GtkWidget* /*widget*/, GdkEventFocus* /*event*/, gpointer /*data*/) {
+    space_is_down = false;
+    return FALSE;
+}
+
+} // namespace
+
+void connect_switch(GtkWidget* sw, int i) {
+    gtk_widget_set_can_focus(sw, TRUE);
+    gtk_widget_add_events(sw, GDK_BUTTON_PRESS_MASK | GDK_KEY_PRESS_MASK | GDK_KEY_RELEASE_MASK |
+                                  GDK_FOCUS_CHANGE_MASK);
+    g_signal_connect(sw, "button_press_event", G_CALLBACK(gui_sw_handler), GINT_TO_POINTER(i));
+    g_signal_connect(sw, "key_press_event", G_CALLBACK(sig_sw_key_press), GINT_TO_POINTER(i));
+    g_signal_connect(sw, "key_release_event", G_CALLBACK(sig_sw_key_release), nullptr);
+    g_signal_connect(sw, "focus_out_event", G_CALLBACK(sig_sw_leave), nullptr);
 }
 
 void connect_input(GtkWidget* vga_window, GtkWidget* area) {

@@ -62,11 +62,6 @@ void flush_label(shown_label_t& label, std::string (*shown)(std::string_view)) {
     }
 }
 
-// Widgets are found by this name from outside: by tests, and by whoever cannot see the window.
-void set_name(GtkWidget* widget, const std::string& name) {
-    atk_object_set_name(gtk_widget_get_accessible(widget), name.c_str());
-}
-
 GtkWidget* new_shown_label(shown_label_t& label, const char* name, const char* text = "") {
     label.widget = gtk_label_new(text);
     set_name(label.widget, name);
@@ -115,6 +110,8 @@ GtkWidget* assemble_row() {
     add_button(row, "Assemble", FALSE, debug_assemble);
     assemble_file_button = add_button(row, "", TRUE, debug_assemble_choose);
     gui_assemble_file_set("Choose assembly file");
+    // Its name is what it shows, soon the name of a file.
+    atk_object_set_description(gtk_widget_get_accessible(assemble_file_button), "Choose assembly file");
     return row;
 }
 
@@ -219,6 +216,10 @@ void set_entry_text(GtkWidget* entry, const std::string& text) {
 }
 
 } // namespace
+
+void set_name(GtkWidget* widget, const std::string& name) {
+    atk_object_set_name(gtk_widget_get_accessible(widget), name.c_str());
+}
 
 void build_main_window() {
     GtkWidget* const window = gtk_window_new(GTK_WINDOW_TOPLEVEL);

@@ -86,6 +86,16 @@ void rewrite_field(int32_t address) {
     gtk_text_buffer_insert(memory_buffer, &field.start, text.data(), static_cast<gint>(text.size()));
 }
 
+// The toolkit would leave the cursor at the end, from where the keys that go there would scroll nothing.
+void replace_text(const std::string& text) {
+    GtkTextIter cursor;
+    gtk_text_buffer_get_iter_at_mark(memory_buffer, &cursor, gtk_text_buffer_get_insert(memory_buffer));
+    const gint offset = gtk_text_iter_get_offset(&cursor);
+    gtk_text_buffer_set_text(memory_buffer, text.data(), static_cast<gint>(text.size()));
+    gtk_text_buffer_get_iter_at_offset(memory_buffer, &cursor, offset);
+    gtk_text_buffer_place_cursor(memory_buffer, &cursor);
+}
+
 std::vector<int32_t> take_modified() {
     std::vector<int32_t> addresses;
     for (int32_t address = 0; address < MEMORY_SIZE; ++address) {
@@ -121,8 +131,7 @@ void print_memory() {
     const std::vector<int32_t> modified = take_modified();
     const std::vector<int32_t> changed = changed_words();
     if (!shown || changed.size() > MOST_CHANGES) {
-        const std::string text = whole_text();
-        gtk_text_buffer_set_text(memory_buffer, text.data(), static_cast<gint>(text.size()));
+        replace_text(whole_text());
         shown = true;
     } else {
         field_t all;
@@ -143,7 +152,7 @@ void build_memory_window() {
     g_signal_connect(window, "destroy", G_CALLBACK(sig_destroy), &memory_buffer);
     // The view stands in the scrolled window itself: through a viewport its 24,600 pixels would come near to
     // the greatest height that a window can have.
-    GtkWidget* const view = new_text_view();
+    GtkWidget* const view = new_text_view("Memory");
     memory_buffer = gtk_text_view_get_buffer(GTK_TEXT_VIEW(view));
     gtk_text_buffer_set_text(memory_buffer, "", 0);
     gtk_container_add(GTK_CONTAINER(window), new_scrolled(view, WINDOW_WIDTH, WINDOW_HEIGHT));

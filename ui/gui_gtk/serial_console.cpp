@@ -43,7 +43,7 @@ void gui_serial_setup() {
     gtk_window_set_title(GTK_WINDOW(window), "Serial console");
     connect_serial_keys(window);
     g_signal_connect(window, "destroy", G_CALLBACK(sig_destroy), &serial_buffer);
-    serial_view = new_text_view();
+    serial_view = new_text_view("Serial output");
     serial_buffer = gtk_text_view_get_buffer(GTK_TEXT_VIEW(serial_view));
     gtk_container_add(GTK_CONTAINER(window), new_scrolled(serial_view, WINDOW_WIDTH, WINDOW_HEIGHT));
     gtk_widget_show_all(window);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "ui/gui_gtk/windows.h"
+
 namespace {
 
 constexpr char NULL_SHOWN_AS = 127;
@@ -66,8 +68,9 @@ std::string shorten(const std::string& text, size_t most) {
     return text.substr(0, beginning) + "\n[...]\n" + text.substr(end);
 }
 
-GtkWidget* new_text_view() {
+GtkWidget* new_text_view(const char* name) {
     GtkWidget* const view = gtk_text_view_new();
+    set_name(view, name);
     gtk_text_view_set_editable(GTK_TEXT_VIEW(view), FALSE);
     PangoFontDescription* const font = pango_font_description_from_string("courier,10");
     gtk_widget_modify_font(view, font);

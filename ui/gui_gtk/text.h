@@ -20,7 +20,7 @@ std::string shorten(const std::string& text, size_t most);
 // Every NUL replaced by character 127.
 std::string replace_null(std::string text);
 
-// A text view in the fixed-width font of memory and console that the user can't write in, and a scrolled
-// window of that size, in pixels, around one.
-GtkWidget* new_text_view();
+// A text view in the fixed-width font of memory and console that the user can't write in, with the name
+// that a screen reader tells, and a scrolled window of that size, in pixels, around one.
+GtkWidget* new_text_view(const char* name);
 GtkWidget* new_scrolled(GtkWidget* view, int width, int height);

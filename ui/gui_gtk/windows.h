@@ -23,6 +23,9 @@ void build_main_window();
 // Shows the file that the first argument names on the file button, if it ends in ".k".
 void choose_initial_file(int argc, char** argv);
 
+// Gives a widget the name by which it is found from outside: by tests, and by whoever cannot see the window.
+void set_name(GtkWidget* widget, const std::string& name);
+
 // A lamp or switch of the board, with its signals connected.
 GtkWidget* new_green_led(int i);
 GtkWidget* new_red_led(int i);
@@ -34,8 +37,8 @@ void connect_input(GtkWidget* vga_window, GtkWidget* area);
 // Connects the keyboard to the serial console.
 void connect_serial_keys(GtkWidget* console);
 
-// The "button_press_event" of a switch; the user data is its number.
-gboolean gui_sw_handler(GtkWidget* widget, GdkEventButton* event, gpointer number);
+// Connects the pointer and the keyboard to a switch.
+void connect_switch(GtkWidget* sw, int i);
 
 // Hand what changed since the last call to the toolkit: all of it, or the part that a file shows.
 void flush_display();
