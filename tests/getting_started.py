@@ -23,6 +23,7 @@ INSTALLED_EXAMPLES = "/usr/share/tovik/examples"
 PICTURED = {"board": "tovik", "memory": "K24 memory"}
 PICTURED_HEIGHT = 180  # points: the other lines of the memory show nothing
 PICTURED_FOLDER = pathlib.Path("/tmp/k24")  # stands in the pictures
+PATIENCE = "20s"  # with a command
 BOLD = r"\*\*([^*]+)\*\*"
 SENTENCES = []
 # A fenced block, a picture, a heading, or a paragraph, which may be an item of a numbered list.
@@ -71,7 +72,7 @@ def replace(path, old, new):
     path.write_text(text)
 
 
-@sentence(r"The windows \"([^\"]+)\", \"([^\"]+)\" and \"([^\"]+)\" open")
+@sentence(r'The windows "([^"]+)", "([^"]+)" and "([^"]+)" open')
 def windows(test, *names):
     test.poll(set(names), lambda: set(test.frames()))
 
@@ -97,7 +98,7 @@ def message(test):
         return None, {}
 
 
-@sentence(rf"A dialog says \"([^\"]+)\"(?: and \"([^\"]+)\")?; press {BOLD}")
+@sentence(rf'A dialog says "([^"]+)"(?: and "([^"]+)")?; press {BOLD}')
 def dialog(test, first, second, button):
     """The next one may come at once, so it is told by its text whether this one has gone."""
     expected = "\n".join(filter(None, (first, second)))
@@ -109,9 +110,10 @@ def dialog(test, first, second, button):
 @sentence(rf"Click (?:switch|the switches) ({BOLD}(?:(?:,| and) {BOLD})*)")
 def switch(test, names, *_):
     for name in re.findall(BOLD, names):
-        before = test.lit(f"SW {name}") if test.activate("tovik") else None
+        test.activate("tovik")
+        turned = not test.lit(f"SW {name}")
         test.click_at(f"SW {name}")
-        wait_until(lambda: test.lit(f"SW {name}") is (not before))
+        test.poll(turned, lambda: test.lit(f"SW {name}"))
 
 
 @sentence(rf"Write {BOLD} into {BOLD}")
@@ -124,13 +126,14 @@ def empty(test, name):
     test.type_into(name, "")
 
 
-@sentence(r"The status says \"(\w+)\"(?: and \"PC (\d+)\")?")
+@sentence(r'The status says "(\w+)"(?: and "PC (\d+)")?')
 def status(test, expected, pc):
-    wait_until(lambda: test.text("Status").strip() == expected)
-    test.wait_text("PC", f"PC {pc}") if pc else None
+    test.poll(expected, lambda: test.text("Status").strip())
+    if pc:
+        test.wait_text("PC", f"PC {pc}")
 
 
-@sentence(r"(HEX\d-HEX\d) shows \"(....)\"")
+@sentence(r'(HEX\d-HEX\d) shows "(....)"')
 def digits(test, name, expected):
     test.wait_text(f"{name} digits", expected)
 
@@ -183,9 +186,9 @@ def command(test, line, shown):
     if line.startswith("tovik "):
         test.begin(*line.split()[1:])
         return
-    done = subprocess.run(line, shell=True, cwd=test.folder, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                          stderr=subprocess.STDOUT, text=True, timeout=10,
-                          env={**os.environ, "PATH": os.environ["TOVIK_BIN"] + os.pathsep + os.environ["PATH"]})
+    environment = {**os.environ, "PATH": os.environ["TOVIK_BIN"] + os.pathsep + os.environ["PATH"]}
+    done = subprocess.run(["timeout", PATIENCE, "sh", "-c", line], cwd=test.folder, env=environment, text=True,
+                          stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
     test.assertEqual(shown, done.stdout)
 
 
@@ -213,10 +216,10 @@ def follow_prose(test, text):
 
 
 def picture(test, name):
-    """Only when pictures are wanted: of a window as it stands."""
+    """Of a window as it stands; only when pictures are wanted."""
+    title = PICTURED[name]
     if options.screenshots is None:
         return
-    title = PICTURED[name]
     window = test.activate(title)
     geometry = dict(re.findall(r"(\w+)=(\d+)", output("xdotool", "getwindowgeometry", "--shell", window)))
     width, height = int(geometry["WIDTH"]), min(int(geometry["HEIGHT"]), PICTURED_HEIGHT)
@@ -244,9 +247,10 @@ class Page(harness.WindowTest):
         end = 0
         for block in BLOCK.finditer(text):
             language, fence, name, prose = block.groups()
+            self.doing = block[0]
             try:
                 self.assertEqual("", text[end:block.start()].strip(), "what is this?")
-                if fence:
+                if fence is not None:
                     follow_fence(self, language, fence)
                 elif name:
                     picture(self, name)
