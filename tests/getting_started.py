@@ -81,8 +81,7 @@ def windows(test, *names):
 def press(test, names, *_):
     for name in re.findall(BOLD, names):
         name = "Run " if name == "Run" else name
-        test.assertTrue(test.has(name), f"button {name}")
-        test.assertEqual(name, test.label(name))
+        test.poll(name, lambda: test.has(name) and test.label(name))
         test.click(name)
         if name in ("Load", "Reset"):
             test.wait_stopped(pc=0)
