@@ -1,0 +1,59 @@
+#!/usr/bin/env python3
+"""Follows the pages of docs/ word for word, and every link of a page. Usage: docs.py PAGE.md ...
+
+"```k24 NAME" and "```file NAME" blocks are files of the page's folder. "```sh" blocks are commands; "```sh ffmpeg"
+is left out where ffmpeg is missing. What a command prints, in either stream, must be the "```text" block right after
+it, in which a line "..." stands for any number of lines; without such a block the command must succeed.
+"""
+
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+
+BLOCK = re.compile(r"^```(\w+) ?(.*)\n((?:.*\n)*?)```$", re.M)
+
+
+def as_pattern(text):
+    lines = [r"(?:.*\n)*?" if line == "..." else re.escape(line) + r"\n" for line in text.splitlines()]
+    return "".join(lines)
+
+
+def follow(page, folder):
+    environment = dict(os.environ, PATH=os.environ["TOVIK_BIN"] + os.pathsep + os.environ["PATH"])
+    environment.pop("DISPLAY", None)
+    blocks = [(match[1], match[2], match[3]) for match in BLOCK.finditer(page.read_text())]
+    for (kind, argument, body), following in zip(blocks, blocks[1:] + [("", "", "")]):
+        if kind in ("k24", "file") and argument:
+            (folder / argument).write_text(body)
+        if kind != "sh" or not all(map(shutil.which, argument.split())):
+            continue
+        done = subprocess.run(["sh", "-c", body], cwd=folder, env=environment, text=True, errors="replace",
+                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        expected = as_pattern(following[2]) if following[0] == "text" else None
+        if re.fullmatch(expected, done.stdout) is None if expected else done.returncode != 0:
+            yield f"{body}prints, with status {done.returncode}:\n{done.stdout}"
+
+
+def headings(page):
+    titles = re.findall(r"^#+ (.*)$", re.sub(r"^```(?:.*\n)*?```$", "", page.read_text(), flags=re.M), re.M)
+    return {re.sub(r"[^\w\- ]", "", title.lower()).replace(" ", "-") for title in titles}
+
+
+def broken_links(page):
+    for name, anchor in re.findall(r"\]\((?!\w+:)([^)#]*)#?([^)]*)\)", page.read_text()):
+        target = page.parent / name if name else page
+        if not target.exists() or (anchor and anchor not in headings(target)):
+            yield f"link to {name}#{anchor}"
+
+
+faults = []
+for page in map(pathlib.Path, sys.argv[1:]):
+    with tempfile.TemporaryDirectory() as name:
+        shutil.copytree(page.resolve().parent.parent / "examples", pathlib.Path(name, "examples"))
+        faults += [f"{page}: {fault}" for fault in [*follow(page, pathlib.Path(name)), *broken_links(page)]]
+print("\n".join(faults))
+sys.exit(bool(faults))
