@@ -17,3 +17,6 @@ foreach(component ${CPACK_COMPONENTS_ALL})
 endforeach()
 # Where an installation from source has it, and the other package its own.
 file(REMOVE ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/tovik-run/usr/share/doc/tovik/copyright)
+# Debian's own shells look there.
+set(zsh ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/tovik-run/usr/share/zsh)
+file(RENAME ${zsh}/site-functions ${zsh}/vendor-completions)
