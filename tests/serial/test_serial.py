@@ -129,9 +129,9 @@ class Serial(unittest.TestCase):
                         received.append(connection.recv(step, socket.MSG_WAITALL))
                     else:
                         connection.sendall(step)
-        thread = threading.Thread(target=serve)
-        thread.start()
-        self.addCleanup(thread.join)
+        self.relay_thread = threading.Thread(target=serve)
+        self.relay_thread.start()
+        self.addCleanup(self.relay_thread.join)
         return received
 
     CHALLENGE = struct.pack("<i", 65536)
@@ -162,6 +162,7 @@ class Serial(unittest.TestCase):
                 self.host = next(ADDRESSES)
                 received = self.relay(self.CHALLENGE, 12, status, b"AHL.", 3)
                 self.assertEqual((0, "halt", text), self.end(self.start(NEXT_LETTER, "--serial", "abc")))
+                self.relay_thread.join()  # it may end after the program
                 self.assertEqual([struct.pack("<ii", 10714194, 4) + b"abc\0", b"BIM"], received)
 
     def test_relay_that_goes(self):
