@@ -104,7 +104,9 @@ std::vector<int32_t> take_modified() {
             addresses.push_back(address);
         }
     }
-    forget_proofs();
+    if (!addresses.empty()) {
+        forget_proofs();
+    }
     return addresses;
 }
 
