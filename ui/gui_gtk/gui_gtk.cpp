@@ -15,7 +15,7 @@
 namespace {
 
 // Less than the time of a hundred thousand instructions at the board's own speed.
-constexpr gint64 US_BETWEEN_PICTURES = 10000;
+constexpr gint64 US_BETWEEN_PICTURES = 14000;
 
 gint64 last_picture_us = 0;
 
