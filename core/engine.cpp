@@ -359,7 +359,6 @@ void look_at_doubted() {
     machine.instr_count = count_at(left);
     const waiting_t waiting = follow_loop(pc_of(target), is_only_a_store);
     const uint64_t steady = waiting.turn == 0 ? 0 : waiting.steady_until - machine.instr_count;
-
     if (steady >= WORTHWHILE) {
         branch->strikes = 0;
     } else if (++branch->strikes == MOST_STRIKES) {
@@ -432,7 +431,6 @@ template <opcode_e opcode, from_e from, handler_t then = go_on>
     }
     const int32_t first = left_word<from>(operands.arg2, left, memory, result);
     const int32_t second = reads_right(opcode) ? right_word<from>(operands.arg3, left, memory, result) : 0;
-
     if (!has_result(opcode, second)) [[unlikely]] {
         return plain(at, left, memory, stores, result);
     }
@@ -470,7 +468,6 @@ template <opcode_e opcode, from_e from, bool may_wait, handler_t then = go_on>
     }
     const int32_t first = left_word<from>(operands.arg2, left, memory, result);
     const int32_t second = right_word<from>(operands.arg3, left, memory, result);
-
     if (!is_taken(opcode, first, second)) {
         return next<then>(at + 1, left, memory, stores, result);
     }
@@ -551,17 +548,19 @@ template <opcode_e opcode> constexpr bool can_come_first(from_e from) {
            (from == MEMORY && (opcode == K24_CPTA || is_branch(opcode)));
 }
 
-// One handler for two instructions halves the jumps. nullptr where there is none.
-template <opcode_e first, opcode_e second, from_e from> constexpr handler_t pair_of() {
+// One handler for two instructions halves the jumps. `from` is where the second has its operands. nullptr
+// where there is none.
+template <opcode_e first, opcode_e second, from_e from, from_e first_from = MEMORY>
+constexpr handler_t pair_of() {
     constexpr handler_t then = handler_of<second, from>();
     if constexpr (!can_be<second>(from) || !can_come_first<first>(from)) {
         return nullptr;
     } else if constexpr (computes(first)) {
-        return compute<first, MEMORY, then>;
+        return compute<first, first_from, then>;
     } else if constexpr (is_branch(first)) {
-        return branch<first, MEMORY, false, then>;
+        return branch<first, first_from, false, then>;
     } else {
-        return copy_element<first, MEMORY, then>;
+        return copy_element<first, first_from, then>;
     }
 }
 
@@ -573,15 +572,6 @@ template <size_t count, typename function_t> constexpr auto table_of(function_t 
         return std::array{f(std::integral_constant<size_t, i>())...};
     }
     (std::make_index_sequence<count>());
-}
-
-// A copy of a polled register is the first of a pair too: it is mostly looked at next.
-template <opcode_e second, from_e from> constexpr handler_t pair_after_port_of() {
-    if constexpr (!can_be<second>(from)) {
-        return nullptr;
-    } else {
-        return compute<K24_CP, LEFT_PORT, handler_of<second, from>()>;
-    }
 }
 
 template <bool may_wait>
@@ -600,9 +590,10 @@ constexpr auto PAIRS = table_of<LEFT_PORT>([](auto from) {
     });
 });
 
+// After a copy of a polled register, which is mostly looked at next.
 constexpr auto PAIRS_AFTER_PORT = table_of<LEFT_PORT>([](auto from) {
     return table_of<OPCODES>([from](auto second) {
-        return pair_after_port_of<static_cast<opcode_e>(second()), static_cast<from_e>(from())>();
+        return pair_of<K24_CP, static_cast<opcode_e>(second()), static_cast<from_e>(from()), LEFT_PORT>();
     });
 });
 
@@ -675,17 +666,14 @@ handler_t choose_handler(int32_t pc, const proof_t& proof, const words_t& words)
 
 // Finds out what there is to know of the instruction at pc, and returns how to execute it.
 handler_t examine(int32_t pc, proof_t& proof) {
-    const words_t words = words_at(pc);
-    const bool can_be_proven = words.opcode != K24_HALT && is_opcode(words.opcode);
-
     if (proof.hits == MOST_HITS) {
         return look_up;
     }
-
     for (int32_t address = pc; address < pc + WORDS_PER_INSTRUCTION; ++address) {
         store_kinds[address] |= CODE;
     }
-    if (!can_be_proven) {
+    const words_t words = words_at(pc);
+    if (words.opcode == K24_HALT || !is_opcode(words.opcode)) {
         return plain;
     }
     const bool jumps = is_branch(words.opcode) || words.opcode == K24_CALL;
@@ -744,7 +732,6 @@ void start_afresh() {
         proof_t* const first = proofs + (row << ROW_BITS);
         std::fill(first, first + ROW_PROOFS + 1, UNPROVEN);
     }
-
     std::ranges::fill(store_kinds, HEED);
     doubted_count = 0;
     breakpoint = NONE;
@@ -798,7 +785,6 @@ slice_t run_slice(int32_t count) {
     run.left = count;
     run.left_settled = count;
     run.count_at_end = machine.instr_count + static_cast<uint64_t>(count);
-
     run.over = false;
     last_written = NOTHING_WRITTEN;
     slice_t slice{};
@@ -812,7 +798,6 @@ slice_t run_slice(int32_t count) {
         slice.fault = error.message;
     }
     machine.instr_count = count_at(run.left) - (slice.faulted ? 1 : 0);
-
     settle_steps(run.left + 1); // the step of the last one is the run loop's business
     slice.executed = count - run.left;
     return slice;
