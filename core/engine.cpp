@@ -18,7 +18,7 @@
 //
 // Ports. A device must see the exact count of instructions, and may do anything: fail, or open a dialog in
 // which the user presses Reset. be_exact comes before, take_stock afterwards. A register that programs poll
-// is known to give a value and no more.
+// is known to give a value and no more, and some that they write to take it and no more.
 //
 // Waiting. Where a branch closes a loop that waits, whole turns are passed over. A branch that has closed a
 // loop again and again that does not wait, or not for long, is believed not to for a while.
@@ -103,8 +103,11 @@ constexpr uint8_t CODE = 2; // the word may be part of an instruction of which s
 
 uint8_t store_kinds[MEMORY_SIZE];
 
+using reader_t = int32_t (*)();
+
 // What executes an access to the ports that proven instructions name, by offset.
-int32_t (*port_readers[IO_SLOTS])();
+reader_t port_readers[IO_SLOTS];
+io_writer_t port_writers[IO_SLOTS];
 io_handler_t port_handlers[IO_SLOTS];
 
 // As the proofs and the store kinds have them.
@@ -287,7 +290,6 @@ void execute_plainly(int32_t pc, int32_t left) {
 }
 
 proof_t* plain(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores, int32_t result) {
-
     execute_plainly(pc_of(at), left);
     return next_at_pc(left, memory, stores, result);
 }
@@ -295,6 +297,12 @@ proof_t* plain(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores
 [[gnu::always_inline]] inline int32_t read_port(int32_t offset, int32_t left) {
     machine.instr_count = count_at(left);
     return port_readers[offset]();
+}
+
+proof_t* copy_to_register(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores, int32_t result) {
+    machine.instr_count = count_at(left);
+    port_writers[at->arg1](memory[at->arg2]);
+    return next(at + 1, left, memory, stores, result);
 }
 
 // A copy from or to a port at which more can happen than that a value passes.
@@ -308,11 +316,9 @@ proof_t* copy_through_port(proof_t* at, int32_t left, int32_t* memory, const uin
     machine.pc = after;
     const int32_t value = port_handlers[port](writes, IO_BASE + port, writes ? memory[at->arg2] : 0);
     if constexpr (!writes) {
-
         memwrite(at->arg1, value);
         note_plain_store();
     }
-
     take_stock(left);
     if (run.over || machine.pc != after) [[unlikely]] {
         return next_at_pc(left, memory, stores, result);
@@ -620,22 +626,19 @@ handler_t handler_for(int32_t pc, const proof_t& proof, const words_t& words, fr
                                                                             : HANDLERS<false>[from][opcode];
 }
 
-// From now on the register can be read without asking who owns it. False when it is none that can be.
-bool learn_reader(int32_t address) {
-    const polled_t* const port = address < 0 ? io_polled(address) : nullptr;
-    if (port == nullptr || port->read == nullptr) {
-        return false;
-    }
-    port_readers[io_offset(address)] = port->read;
-    return true;
+reader_t reader_at(int32_t address) {
+    const polled_t* const port = io_polled(address);
+    return port == nullptr ? nullptr : port->read;
 }
 
-bool learn_handler(int32_t address) {
-    const io_handler_t handler = address < 0 ? io_handler(address) : nullptr;
-    if (handler == nullptr) {
+// From now on the port is reached without asking who owns it. False when nothing is found for it.
+template <typename function_t>
+bool learn(function_t (&ports)[IO_SLOTS], int32_t address, function_t (*find)(int32_t address)) {
+    const function_t function = address < 0 ? find(address) : nullptr;
+    if (function == nullptr) {
         return false;
     }
-    port_handlers[io_offset(address)] = handler;
+    ports[io_offset(address)] = function;
     return true;
 }
 
@@ -649,16 +652,21 @@ handler_t choose_handler(int32_t pc, const proof_t& proof, const words_t& words)
     if (arg1 && arg2 && arg3) {
         return handler_for(pc, proof, words, MEMORY);
     }
-    if (arg1 && arg3 && HANDLERS<false>[LEFT_PORT][opcode] != nullptr && learn_reader(words.arg2)) {
+    if (arg1 && arg3 && HANDLERS<false>[LEFT_PORT][opcode] != nullptr &&
+        learn(port_readers, words.arg2, reader_at)) {
         return handler_for(pc, proof, words, LEFT_PORT);
     }
-    if (arg1 && arg2 && HANDLERS<false>[RIGHT_PORT][opcode] != nullptr && learn_reader(words.arg3)) {
+    if (arg1 && arg2 && HANDLERS<false>[RIGHT_PORT][opcode] != nullptr &&
+        learn(port_readers, words.arg3, reader_at)) {
         return handler_for(pc, proof, words, RIGHT_PORT);
     }
-    if (words.opcode == K24_CP && arg1 && learn_handler(words.arg2)) {
+    if (words.opcode == K24_CP && arg1 && learn(port_handlers, words.arg2, io_handler)) {
         return copy_through_port<false>;
     }
-    if (words.opcode == K24_CP && arg2 && learn_handler(words.arg1)) {
+    if (words.opcode == K24_CP && arg2 && learn(port_writers, words.arg1, io_writer)) {
+        return copy_to_register;
+    }
+    if (words.opcode == K24_CP && arg2 && learn(port_handlers, words.arg1, io_handler)) {
         return copy_through_port<true>;
     }
     return plain;

@@ -116,8 +116,6 @@ waiting_t follow_loop(int32_t start, bool (*is_only_a_store)(int32_t address)) {
         turn.known && turn.pc == start && std::all_of(turn.stored, turn.stored + turn.stores, is_in_place);
     return {
         .turn = waits ? turn.instructions : 0,
-
         .steady_until = turn.steady_until,
-
     };
 }

@@ -74,9 +74,21 @@ constexpr block_t ADDRESS_MAP[] = {
     {0x100, 0x103, io_silent},                                                         // none
 };
 
+struct writer_t {
+    int32_t offset;
+    io_writer_t write;
+};
+
+// Those that programs write often.
+constexpr writer_t WRITERS[] = {
+    {0x01, write_led_red}, {0x02, write_led_green},   {0x03, write_hex30},
+    {0x04, write_hex74},   {0x20, write_ps2_command}, {0x60, write_vga_command},
+};
+
 struct slot_t {
     io_handler_t handler;
     polled_t polled;
+    io_writer_t write;
 };
 
 constexpr auto SLOT_TABLE = [] {
@@ -88,6 +100,9 @@ constexpr auto SLOT_TABLE = [] {
         if (block.polled_offset != NO_REGISTER) {
             slots[static_cast<size_t>(block.polled_offset)].polled = block.polled;
         }
+    }
+    for (const auto& [offset, write] : WRITERS) {
+        slots[static_cast<size_t>(offset)].write = write;
     }
     return slots;
 }();
@@ -115,6 +130,11 @@ io_handler_t io_handler(int32_t address) {
 const polled_t* io_polled(int32_t address) {
     const slot_t* const slot = slot_of(address);
     return slot == nullptr || slot->polled.steady_until == nullptr ? nullptr : &slot->polled;
+}
+
+io_writer_t io_writer(int32_t address) {
+    const slot_t* const slot = slot_of(address);
+    return slot == nullptr ? nullptr : slot->write;
 }
 
 void io_unsupported(int32_t address) {

@@ -44,6 +44,12 @@ struct polled_t {
 // nullptr for an address that is no such register.
 const polled_t* io_polled(int32_t address);
 
+using io_writer_t = void (*)(int32_t data);
+
+// Writes the register, when that can do no more than change its device: neither fail nor ask the user
+// something. nullptr for an address of another kind.
+io_writer_t io_writer(int32_t address);
+
 // For a response that comes at an instruction count: until when it is steady.
 inline uint64_t until_completion(uint64_t completion) {
     return machine.instr_count < completion ? completion : UNTIL_EVENT;

@@ -48,7 +48,7 @@ std::string four_digits(int32_t value) {
 }
 
 // The data is compared before it is masked: bits above the displays' 16 redraw them every time.
-void write_hex(int32_t& shown, int32_t data, void (*print)()) {
+void show_hex(int32_t& shown, int32_t data, void (*print)()) {
     if (data != shown) {
         shown = data & HEX_MASK;
         print();
@@ -70,26 +70,38 @@ int32_t io_sw(bool write, int32_t address) {
     return read_sw();
 }
 
-void io_led_red(bool write, int32_t address, int32_t data) {
-    check_direction(write, address);
+void write_led_red(int32_t data) {
     machine.led_red = data & RED_MASK;
     print_led_red();
 }
 
-void io_led_green(bool write, int32_t address, int32_t data) {
+void io_led_red(bool write, int32_t address, int32_t data) {
     check_direction(write, address);
+    write_led_red(data);
+}
+
+void write_led_green(int32_t data) {
     machine.led_green = data & GREEN_MASK;
     print_led_green();
 }
 
+void io_led_green(bool write, int32_t address, int32_t data) {
+    check_direction(write, address);
+    write_led_green(data);
+}
+
+void write_hex30(int32_t data) { show_hex(machine.hex30, data, print_hex30); }
+
 void io_hex30(bool write, int32_t address, int32_t data) {
     check_direction(write, address);
-    write_hex(machine.hex30, data, print_hex30);
+    write_hex30(data);
 }
+
+void write_hex74(int32_t data) { show_hex(machine.hex74, data, print_hex74); }
 
 void io_hex74(bool write, int32_t address, int32_t data) {
     check_direction(write, address);
-    write_hex(machine.hex74, data, print_hex74);
+    write_hex74(data);
 }
 
 int32_t read_timer() { return static_cast<int32_t>(machine.instr_count / INSTRUCTIONS_PER_TICK); }

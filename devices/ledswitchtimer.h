@@ -16,10 +16,14 @@ void io_hex30(bool write, int32_t address, int32_t data);
 void io_hex74(bool write, int32_t address, int32_t data);
 int32_t io_timer(bool write, int32_t address);
 
-// What programs poll, for the address map.
+// What programs poll and what they write, for the address map.
 int32_t read_sw();
 int32_t read_timer();
 uint64_t timer_steady_until();
+void write_led_red(int32_t data);
+void write_led_green(int32_t data);
+void write_hex30(int32_t data);
+void write_hex74(int32_t data);
 
 // Flips switch 0 to 17, as a click on it does, and redraws it.
 void io_sw_toggle(int switch_number);

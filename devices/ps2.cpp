@@ -41,7 +41,10 @@ std::vector<bool>::reference held(char c) { return machine.ps2_pressed[static_ca
 
 void append_event(char c, bool pressed) { machine.ps2_events.push_back({static_cast<uint8_t>(c), pressed}); }
 
-void write_command(int32_t command) {
+} // namespace
+
+void write_ps2_command(int32_t data) {
+    const int32_t command = data & 1;
     if (machine.ps2_command == 1 && command == 0 && !machine.ps2_events.empty()) {
         machine.ps2_events.pop_front();
     }
@@ -50,8 +53,6 @@ void write_command(int32_t command) {
         machine.ps2_response = 0;
     }
 }
-
-} // namespace
 
 int32_t read_ps2_response() {
     machine.ps2_response = machine.ps2_command == 1 && !machine.ps2_events.empty() ? 1 : 0;
@@ -67,7 +68,7 @@ int32_t io_ps2(bool write, int32_t address, int32_t data) {
         if (offset != COMMAND) {
             io_unsupported(address);
         }
-        write_command(data & 1);
+        write_ps2_command(data);
         return 0;
     }
     switch (offset) {

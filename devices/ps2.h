@@ -7,8 +7,9 @@
 // The register handler of the I/O bus.
 int32_t io_ps2(bool write, int32_t address, int32_t data);
 
-// What programs poll, for the address map.
+// What programs poll and what they write, for the address map.
 int32_t read_ps2_response();
+void write_ps2_command(int32_t data);
 
 // A host key went down or up; 0 is a key without a character. Presses repeated by the host are dropped, and a
 // release carries the character that its press had, also when Shift changed in between.

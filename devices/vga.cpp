@@ -76,21 +76,11 @@ void start_command() {
     }
 }
 
-void write_command(int32_t command) {
-    if (machine.vga_command == 0 && command == 1) {
-        start_command();
-    }
-    machine.vga_command = command;
-    if (command == 0) {
-        machine.vga_response = 0;
-    }
-}
-
 void write_port(int32_t address, int32_t data) {
     const auto update = [](int32_t& port, int32_t value) { update_port(port, value, machine.vga_command); };
     switch (io_offset(address)) {
     case COMMAND:
-        write_command(data & 1);
+        write_vga_command(data);
         break;
     case WRITE:
         update(machine.vga_write, data & 1);
@@ -127,6 +117,17 @@ int32_t read_vga_response() {
     const bool completed = machine.vga_command == 1 && machine.instr_count >= machine.vga_response_instr;
     machine.vga_response = completed ? 1 : 0;
     return machine.vga_response;
+}
+
+void write_vga_command(int32_t data) {
+    const int32_t command = data & 1;
+    if (machine.vga_command == 0 && command == 1) {
+        start_command();
+    }
+    machine.vga_command = command;
+    if (command == 0) {
+        machine.vga_response = 0;
+    }
 }
 
 uint64_t vga_steady_until() { return until_completion(machine.vga_response_instr); }

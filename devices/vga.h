@@ -18,9 +18,10 @@ constexpr int32_t COLOR_MASK = 0x7fff;
 // The register handler of the I/O bus.
 int32_t io_vga(bool write, int32_t address, int32_t data);
 
-// What programs poll, for the address map.
+// What programs poll and what they write, for the address map.
 int32_t read_vga_response();
 uint64_t vga_steady_until();
+void write_vga_command(int32_t data);
 
 // No command, all registers 0. The video memory stays as it is.
 void reset_vga();
