@@ -8,6 +8,7 @@
 #include <cassert>
 #include <cstdlib>
 
+#include "core/machine.h"
 #include "ui/gui.h"
 #include "ui/gui_gtk/windows.h"
 #include "ui/screen.h"
@@ -19,12 +20,24 @@ constexpr gint64 US_BETWEEN_PICTURES = 14000;
 
 gint64 last_picture_us = 0;
 
-} // namespace
-
-void flush_display() {
+void flush_windows() {
     last_picture_us = g_get_monotonic_time();
     flush_labels();
     flush_board();
+}
+
+// What the pump hands over.
+void flush_due() {
+    flush_windows();
+    if (!simulator.running || serial_console_is_due()) {
+        flush_serial_console();
+    }
+}
+
+} // namespace
+
+void flush_display() {
+    flush_windows();
     flush_serial_console();
 }
 
@@ -38,13 +51,13 @@ void gui_setup(int argc, char** argv) {
 
 bool gui_events_pending() {
     if (g_get_monotonic_time() - last_picture_us >= US_BETWEEN_PICTURES) {
-        flush_display();
+        flush_due();
     }
     return gtk_events_pending() != FALSE;
 }
 
 void gui_handle_event() {
-    flush_display();
+    flush_due();
     gtk_main_iteration();
 }
 

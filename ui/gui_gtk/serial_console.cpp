@@ -4,7 +4,6 @@
 
 #include <gtk/gtk.h>
 
-#include "core/machine.h"
 #include "ui/gui.h"
 #include "ui/gui_gtk/text.h"
 #include "ui/gui_gtk/windows.h"
@@ -62,15 +61,13 @@ void gui_serial_append(char c) {
     pending += c;
 }
 
+bool serial_console_is_due() { return g_get_monotonic_time() - last_append >= APPEND_INTERVAL_US; }
+
 void flush_serial_console() {
     if (serial_buffer == nullptr || pending.empty()) {
         return;
     }
-    const gint64 now = g_get_monotonic_time();
-    if (simulator.running && now - last_append < APPEND_INTERVAL_US) {
-        return;
-    }
-    last_append = now;
+    last_append = g_get_monotonic_time();
     const std::string shown = show_bytes(pending);
     pending.clear();
     gtk_text_buffer_insert_at_cursor(serial_buffer, shown.data(), static_cast<gint>(shown.size()));

@@ -45,3 +45,6 @@ void flush_display();
 void flush_labels();
 void flush_board();
 void flush_serial_console();
+
+// Whether the serial console was last handed over so long ago that it costs a running program little.
+bool serial_console_is_due();
