@@ -219,6 +219,9 @@ void offer_file(const std::string& title, const std::string& file) {
         usage_error(cant_open_text(file, errno));
     }
     close(descriptor);
+    if (std::filesystem::is_directory(file)) {
+        usage_error(cant_open_text(file, EISDIR));
+    }
     batch.answers[title].push_back(file);
     batch.files.push_back(file);
 }

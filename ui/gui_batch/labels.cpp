@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 
 #include "core/files.h"
 #include "core/machine.h"
@@ -17,7 +16,7 @@ labels_t read_labels(const std::string& file_name) {
     }
     std::ifstream file(file_name);
     if (!file) {
-        std::cerr << "tovik-run: warning: " << cant_open_text(file_name, errno) << std::endl;
+        usage_error(cant_open_text(file_name, errno));
     }
     std::string line;
     while (std::getline(file, line)) {

@@ -11,6 +11,7 @@
 #include "assembler/source.h"
 #include "core/files.h"
 #include "core/loader.h"
+#include "core/machine.h"
 #include "core/noise.h"
 #include "core/simulate.h"
 #include "devices/audio.h"
@@ -50,7 +51,15 @@ void check_source(const std::string& name) {
     }
 }
 
-[[noreturn]] void out_of_memory() { usage_error("out of memory"); }
+[[noreturn]] void out_of_memory() {
+    if (simulator.running) {
+        // What would be written at the end needs memory too.
+        simulator.running = false;
+        std::cerr << "tovik-run: out of memory" << std::endl;
+        std::exit(EXIT_NOT_WRITTEN);
+    }
+    usage_error("out of memory");
+}
 
 } // namespace
 

@@ -135,7 +135,10 @@ options_t parse_options(int argc, char** argv) {
         usage_error(error.what() + std::string(HINT));
     }
 
-    check_arguments(options.program, app.remaining());
+    // The library keeps the mark behind which nothing is an option.
+    std::vector<std::string> unexpected = app.remaining();
+    std::erase(unexpected, "--");
+    check_arguments(options.program, unexpected);
     if (!limit.empty()) {
         options.limit = parse_number(limit, 1, HIGHEST_COUNT);
     }
