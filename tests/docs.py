@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
-"""Follows the pages of docs/ word for word, and every link of a page. Usage: docs.py PAGE.md ...
+"""Follows the pages of the manual word for word, and every link of a page. Usage: docs.py PAGE.md ...
 
 "```k24 NAME" and "```file NAME" blocks are files of the page's folder. "```sh" blocks are commands; "```sh ffmpeg"
 is left out where ffmpeg is missing. What a command prints, in either stream, must be the "```text" block right after
-it, in which a line "..." stands for any number of lines; without such a block the command must succeed.
+it, in which a line "..." stands for any number of lines; without such a block the command must succeed. The indented
+block that a page shows for "scripts/run PROGRAM" must be the report.
 """
 
 import os
@@ -13,8 +14,11 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import textwrap
 
+EXAMPLES = pathlib.Path(__file__).resolve().parent.parent / "examples"
 BLOCK = re.compile(r"^```(\w+) ?(.*)\n((?:.*\n)*?)```$", re.M)
+LAUNCH = re.compile(r"^    scripts/run (.*)\n\n(?:\w.*\n)+\n((?: {4}.*\n)+)", re.M)
 
 
 def as_pattern(text):
@@ -38,13 +42,25 @@ def follow(page, folder):
             yield f"{body}prints, with status {done.returncode}:\n{done.stdout}"
 
 
+def differing_reports(page, folder):
+    for program, shown in LAUNCH.findall(page.read_text()):
+        command = [os.environ["TOVIK_BIN"] + "/tovik-run", program]
+        done = subprocess.run(command, cwd=folder, text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        if done.stdout != textwrap.dedent(shown):
+            yield f"{program} shows:\n{done.stdout}"
+
+
+def prose(page):
+    return re.sub(r"^ *```(?:.*\n)*? *```$", "", page.read_text(), flags=re.M)
+
+
 def headings(page):
-    titles = re.findall(r"^#+ (.*)$", re.sub(r"^```(?:.*\n)*?```$", "", page.read_text(), flags=re.M), re.M)
+    titles = re.findall(r"^#+ (.*)$", prose(page), re.M)
     return {re.sub(r"[^\w\- ]", "", title.lower()).replace(" ", "-") for title in titles}
 
 
 def broken_links(page):
-    for name, anchor in re.findall(r"\]\((?!\w+:)([^)#]*)#?([^)]*)\)", page.read_text()):
+    for name, anchor in re.findall(r"\]\((?!\w+:)([^)#]*)#?([^)]*)\)", prose(page)):
         target = page.parent / name if name else page
         if not target.exists() or (anchor and anchor not in headings(target)):
             yield f"link to {name}#{anchor}"
@@ -53,7 +69,9 @@ def broken_links(page):
 faults = []
 for page in map(pathlib.Path, sys.argv[1:]):
     with tempfile.TemporaryDirectory() as name:
-        shutil.copytree(page.resolve().parent.parent / "examples", pathlib.Path(name, "examples"))
-        faults += [f"{page}: {fault}" for fault in [*follow(page, pathlib.Path(name)), *broken_links(page)]]
+        folder = pathlib.Path(name)
+        shutil.copytree(EXAMPLES, folder / "examples")
+        found = [*follow(page, folder), *differing_reports(page, folder), *broken_links(page)]
+        faults += [f"{page}: {fault}" for fault in found]
 print("\n".join(faults))
 sys.exit(bool(faults))

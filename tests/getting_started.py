@@ -10,6 +10,7 @@ import argparse
 import os
 import pathlib
 import re
+import shlex
 import shutil
 import struct
 import subprocess
@@ -198,9 +199,9 @@ def png(width, height, pixels):
 
 def command(test, line, shown):
     test.doing = line
-    line = line[2:].replace(INSTALLED_EXAMPLES, options.examples)
+    line = line[2:].replace(INSTALLED_EXAMPLES, shlex.quote(options.examples))
     if line.startswith("tovik "):
-        test.begin(*line.split()[1:])
+        test.begin(*shlex.split(line)[1:])
         return
     environment = {**os.environ, "PATH": os.environ["TOVIK_BIN"] + os.pathsep + os.environ["PATH"]}
     done = subprocess.run(["timeout", PATIENCE, "sh", "-c", line], cwd=test.folder, env=environment, text=True,

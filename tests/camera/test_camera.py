@@ -76,9 +76,10 @@ class Camera(unittest.TestCase):
         (self.folder / "p.k").write_text(TAKE.format(pictures=pictures, x=x, y=y, scale=scale, flip=flip))
         (self.folder / "log").write_text("")
         environment = {f"STANDIN_{name}": str(value) for name, value in standin.items()}
+        folder, library = os.path.split(os.environ["CAMERA_STANDIN"])  # a preloaded path must have no blank
         done = subprocess.run([TOVIK_RUN, "--report", "json", "--save-vga", "out.dat", *options, "p.k"],
                               cwd=self.folder, capture_output=True, text=True, timeout=60,
-                              env={**os.environ, **environment, "LD_PRELOAD": os.environ["CAMERA_STANDIN"],
+                              env={**os.environ, **environment, "LD_PRELOAD": library, "LD_LIBRARY_PATH": folder,
                                    "STANDIN_LOG": "log", "ASAN_OPTIONS": "verify_asan_link_order=0"})
         self.assertIn(done.returncode, (0, 1), done.stderr)
         report = json.loads(done.stdout)

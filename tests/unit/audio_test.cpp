@@ -2,39 +2,28 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "core/machine.h"
-#include "core/simulate.h"
 #include "devices/audio.h"
-#include "devices/io.h"
 #include "devices/wav.h"
 #include "tests/support/bus.h"
 #include "tests/support/gui_recording.h"
 
 namespace {
 
-constexpr int32_t SPEAKER = IO_BASE + 0x40;
-constexpr int32_t MICROPHONE = IO_BASE + 0x50;
-
-class Audio : public testing::Test {
+class Audio : public DeviceTest {
   protected:
     void SetUp() override {
-        reset_machine();
-        recording = {};
-        std::string folder_name = testing::TempDir() + "audio_XXXXXX";
-        folder = mkdtemp(folder_name.data());
+        DeviceTest::SetUp();
         name = folder / "x.wav";
-    }
-
-    void TearDown() override {
-        reset_machine();
-        typed.chosen_file.clear();
-        std::filesystem::remove_all(folder);
     }
 
     void write_file(const std::string& bytes) const { std::ofstream(name, std::ios::binary) << bytes; }
@@ -50,106 +39,67 @@ class Audio : public testing::Test {
         }
     }
 
-    std::filesystem::path folder;
     std::string name;
 };
 
 TEST_F(Audio, SpeakerTakesANewSampleWhenTheLastHasBeenPlayed) {
-    const auto offer = [](int32_t sample) {
-        io(true, SPEAKER, 0);
-        io(true, SPEAKER + 2, sample);
-        io(true, SPEAKER, 3);
-    };
-    offer(7);
-    EXPECT_EQ(io(false, SPEAKER + 1, 0), 0);
-    EXPECT_EQ(fault_of(true, SPEAKER + 2, 8), "shouldn't change command parameters when command is 1");
-    offer(8); // too early
-    advance_audio();
-    EXPECT_EQ(io(false, SPEAKER + 1, 0), 1);
-    advance_audio(); // again the same
-    io(true, SPEAKER, 1);
-    advance_audio(); // no edge
-    offer(9);
-    advance_audio();
-    io(true, SPEAKER, 0);
-    EXPECT_EQ(io(false, SPEAKER + 1, 0), 0);
-    EXPECT_EQ(machine.speaker_samples, (std::deque<int32_t>{7, 7, 7, 9}));
-    for (const int32_t offset : {0, 2}) {
-        EXPECT_EQ(fault_of(false, SPEAKER + offset).substr(0, 21), "unsupported operation");
+    // What is done in each tick: the second sample comes too early, the third command is no edge.
+    const char* const ticks[] = {"42=7 40=3 41?0 40=0 42=8 40=3 41?0", "41?1", "40=1", "40=0 42=9 40=3"};
+    for (const char* const accesses : ticks) {
+        EXPECT_EQ(perform(accesses), "");
+        advance_audio();
     }
-    EXPECT_EQ(fault_of(true, SPEAKER + 1), "unsupported operation on address 0x80000041");
+    EXPECT_EQ(perform("42=1"), CHANGED);
+    EXPECT_EQ(perform("40=0 41?0"), "");
+    EXPECT_EQ(machine.speaker_samples, (std::deque<int32_t>{7, 7, 7, 9}));
 }
 
 TEST_F(Audio, MicrophoneHasASampleATick) {
     machine.microphone_samples = {1, 2, 3};
-    const auto response = [] { return io(false, MICROPHONE + 1, 0); };
-    io(true, MICROPHONE, 1);
-    EXPECT_EQ(response(), 0);
-    EXPECT_EQ(fault_of(false, MICROPHONE + 2),
-              "verify that response is 1 before reading response parameters");
+    EXPECT_EQ(perform("50=1 51?0 52?0"), TOO_EARLY);
     advance_audio();
-    EXPECT_EQ(response(), 1);
-    EXPECT_EQ(io(false, MICROPHONE + 2, 0), 2);
+    EXPECT_EQ(perform("51?1 52?2"), "");
     advance_audio();
-    EXPECT_EQ(io(false, MICROPHONE + 2, 0), 3);
-    io(true, MICROPHONE, 0);
-    EXPECT_EQ(machine.microphone_response, 0);
-    io(true, MICROPHONE, 1);
-    EXPECT_EQ(response(), 0) << "until the next tick";
+    EXPECT_EQ(perform("52?3 50=0 52?0"), TOO_EARLY);
+    EXPECT_EQ(perform("50=1 51?0"), "") << "until the next tick";
     advance_audio();
-    response();
-    EXPECT_EQ(fault_of(false, MICROPHONE + 2), "user cancelled microphone file read");
+    EXPECT_EQ(perform("51?1 52?0"), "user cancelled microphone file read");
 }
 
 TEST_F(Audio, MicrophoneAsksUntilAFileHasSamples) {
     machine.speaker_samples = {5, -6, INT32_MIN};
-    {
-        saved_file_t file(name);
-        write_recording(file);
-        file.close();
-    }
-    const std::vector<std::string> files = {folder / "none.wav", name};
+    typed.chosen_file = name;
+    save_speaker();
+    const std::string none = folder / "none.wav";
+    std::vector<std::string> answers = {name, none};
     typed.chosen_file = folder;
-    size_t next = 0;
-    recording.at_message = [&] { typed.chosen_file = files.at(next++); };
-    io(true, MICROPHONE, 1);
-    std::vector<int32_t> heard;
-    for (int i = 0; i < 4; ++i) {
-        advance_audio();
-        io(false, MICROPHONE + 1, 0);
-        heard.push_back(io(false, MICROPHONE + 2, 0));
-    }
-    EXPECT_EQ(heard, (std::vector<int32_t>{5, -6, INT32_MIN, 5}));
+    recording.at_message = [&] {
+        typed.chosen_file = answers.back();
+        answers.pop_back();
+    };
+    recording.calls.clear();
+    advance_audio();
+    EXPECT_EQ(perform("50=1 51?1 52?5"), "");
     const std::string ask = "open Choose microphone .wav file *.wav ";
     EXPECT_EQ(recording.calls,
-              (std::vector<std::string>{ask, "error Can't open file " + folder.string() + ": Is a directory",
-                                        ask + folder.string(),
-                                        "error Can't open file " + files[0] + ": No such file or directory",
-                                        ask + files[0], ask + name}));
+              (std::vector<std::string>{
+                  ask, "error Can't open file " + folder.string() + ": Is a directory", ask + folder.string(),
+                  "error Can't open file " + none + ": No such file or directory", ask + none}));
+    for (const char* const accesses : {"52?-6", "52?-2147483648", "52?5"}) {
+        advance_audio();
+        EXPECT_EQ(perform(accesses), "") << "the file is over before the last, and chosen again";
+    }
 }
 
 TEST_F(Audio, SpeakerIsSavedOrKept) {
     save_speaker();
     EXPECT_TRUE(recording.calls.empty()) << "nothing to save";
     machine.speaker_samples.assign(100000, 3);
-    const std::vector<std::string> names = {folder / "x.wav.txt", folder / "none/x.wav", folder / "full.wav",
-                                            ""};
-    std::filesystem::create_symlink("/dev/full", folder / "full.wav");
     typed.chosen_file = "ab";
-    size_t next = 0;
-    recording.at_message = [&] { typed.chosen_file = names.at(next++); };
+    recording.at_message = [] { typed.chosen_file.clear(); };
     save_speaker();
-    std::vector<std::string> errors;
-    for (const std::string& call : recording.calls) {
-        if (call.starts_with("error")) {
-            errors.push_back(call);
-        }
-    }
-    EXPECT_EQ(errors,
-              (std::vector<std::string>{"error filename must end in .wav", "error filename must end in .wav",
-                                        "error Can't open file " + names[1] + ": No such file or directory",
-                                        "error Can't write file " + folder.string() +
-                                            "/full.wav: No space left on device"}));
+    EXPECT_EQ(recording.calls.at(1), "error filename must end in .wav");
+    EXPECT_EQ(recording.calls.size(), 3U) << "it is asked for again";
     EXPECT_EQ(machine.speaker_samples.size(), 100000U);
     typed.chosen_file = name;
     save_speaker();
@@ -160,12 +110,10 @@ TEST_F(Audio, SpeakerIsSavedOrKept) {
 
 // A good file, for the others to differ from.
 std::string good_file() {
-    std::string bytes(
-        "RIFF\0\0\0\0WAVEfmt \x28\0\0\0\xfe\xff\1\0\x40\x1f\0\0\0\x7d\0\0\4\0\x20\0\x16\0\x20\0\0\0\0\0"
-        "\1\0\0\0\0\0\x10\0\x80\0\0\xaa\0\x38\x9b\x71"
-        "data\x08\0\0\0\1\2\3\4\5\6\7\x08",
-        76);
-    return bytes;
+    return {"RIFF\0\0\0\0WAVEfmt \x28\0\0\0\xfe\xff\1\0\x40\x1f\0\0\0\x7d\0\0\4\0\x20\0\x16\0\x20\0\0\0\0\0"
+            "\1\0\0\0\0\0\x10\0\x80\0\0\xaa\0\x38\x9b\x71"
+            "data\x08\0\0\0\1\2\3\4\5\6\7\x08",
+            76};
 }
 
 TEST_F(Audio, FilesThatAreNoRecordingsAreNamedSo) {
@@ -191,7 +139,7 @@ TEST_F(Audio, FilesThatAreNoRecordingsAreNamedSo) {
         {44, "\3", "data format code should be 1 (WAVE_FORMAT_PCM), not 3)"},
         {59, "\1", "GUID wrong"},
         {60, "LIST", "0"},
-        {60, {"LIST\xf0\xff\xff\xff", 8}, "0"}, // not backward
+        {60, {"LIST\xf8\xff\xff\xff", 8}, "0"}, // not backward, for ever
         {60, {"LIST\1\0\0\0xdata\0\0", 12}, "Can't read chunk length"},
         {64, "\6", "2"}, // the last sample reads on
         {64, "\x09", "error in reading sample"},
@@ -208,7 +156,6 @@ TEST_F(Audio, FilesThatAreNoRecordingsAreNamedSo) {
                                                    {19, "Can't read chunk length"},
                                                    {43, "can't read speaker position mask\n"},
                                                    {58, "GUID wrong"},
-                                                   {60, "0"},
                                                    {75, "error in reading sample"}};
     for (const auto& [size, said] : cuts) {
         write_file(good_file().substr(0, size));

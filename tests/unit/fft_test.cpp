@@ -9,7 +9,6 @@
 #include <iostream>
 #include <numbers>
 #include <random>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,6 +16,7 @@
 #include "core/machine.h"
 #include "core/simulate.h"
 #include "devices/io.h"
+#include "tests/support/bus.h"
 
 namespace {
 
@@ -27,28 +27,6 @@ using point_t = std::array<int32_t, 2>; // real, imaginary
 int32_t read(int32_t offset) { return io(false, IO_BASE + offset, 0); }
 
 void write(int32_t offset, int32_t data) { io(true, IO_BASE + offset, data); }
-
-// Performs accesses like "c2=-5 c1?0": a write, a read with what it must give. Returns the fault that ended
-// them.
-std::string perform(const std::string& accesses) {
-    std::istringstream stream(accesses);
-    int32_t offset = 0;
-    char kind = 0;
-    int32_t value = 0;
-    try {
-        while (stream >> std::hex >> offset >> kind >> std::dec >> value) {
-            if (kind == '=') {
-                write(offset, value);
-            } else {
-                EXPECT_EQ(read(offset), value) << std::hex << offset << " in " << accesses;
-            }
-        }
-    } catch (const tovik_error& error) {
-        return error.message;
-    }
-    EXPECT_TRUE(stream.eof()) << accesses;
-    return "";
-}
 
 void send_block(const std::vector<point_t>& points, bool inverse) {
     write(0xc4, inverse ? 1 : 2);
@@ -74,52 +52,36 @@ std::vector<point_t> receive() {
     return results;
 }
 
-class Fft : public testing::Test {
-  protected:
-    void SetUp() override { reset_machine(); }
-    void TearDown() override { reset_machine(); }
-};
+using Fft = DeviceTest;
 
 TEST_F(Fft, RefusesMistakes) {
-    for (const char* const access :
-         {"c0?0", "c1=0", "c2?0", "c3?0", "c4?0", "c5?0", "d0?0", "d1=0", "d2=0", "d3=0"}) {
-        EXPECT_EQ(perform(access), "unsupported operation on address 0x800000" + std::string(access, 2));
-    }
-    const std::string early = "verify that response is 1 before reading response parameters";
     const std::string range = "FFT data out of range";
-    const std::string changed = "shouldn't change command parameters when command is 1";
     const std::string cases[][2] = {
-        {"d2?0", early},
-        {"d0=1 d1?0 d3?0", early},
         {"c2=32768", range},
         {"c2=-32769", range},
         {"c3=2147483647", range},
         {"c3=-2147483648", range},
         {"c2=32767 c2=-32768 c3=-32768 c3=32767 c4=3 c5=6 c0=3 c2=-32768 c3=32767 c4=9 c5=6", ""},
-        {"c2=0", changed},
+        {"c2=0", CHANGED},
         {"c2=32768", range},
-        {"c3=0", changed},
-        {"c4=8", changed},
-        {"c5=7", changed}};
+        {"c3=0", CHANGED},
+        {"c4=8", CHANGED},
+        {"c5=7", CHANGED}};
     for (const auto& [accesses, fault] : cases) {
         EXPECT_EQ(perform(accesses), fault) << accesses;
     }
 }
 
 TEST_F(Fft, IsBusyFor80InstructionsAfterABlock) {
-    const std::pair<uint64_t, const char*> steps[] = {
-        {1000, "c1?0 c2=2048 c0=1 c1?1 c0=1 d1?0 c0=0 c1?0"},
-        // The direction is that of the first point; the second one ends the block.
-        {1000, "c2=0 c4=1 c5=8 d0=1 c0=1 c1?0 d1?0"},
-        {1079, "c1?0 d1?0"},
-        // A point that comes too early is not taken, though it is answered.
-        {1079, "c0=0 c2=9 c0=1 c1?0"},
-        {1080, "c1?1 d1?1 d2?2 d3?0 d0=3 d1?1 d0=2 d1?0 d0=1 d1?1"},
-        // The next point throws the results away. The inverse flag counts now, and the end flag still stands.
-        {1080, "c0=0 d1?1 c0=1 d1?0"},
-        {1160, "c1?1 d1?1 d2?9 d0=0 d0=1 d1?1 d2?9"}};
-    for (const auto& [instruction, accesses] : steps) {
-        machine.instr_count = instruction;
+    for (const char* const accesses :
+         {"+1000 c1?0 c2=2048 c0=1 c1?1 c0=1 d1?0 c0=0 c1?0",
+          // The direction is that of the first point; the second one ends the block.
+          "c2=0 c4=1 c5=8 d0=1 c0=1 c1?0 d1?0 +79 c1?0 d1?0",
+          // A point that comes too early is not taken, though it is answered.
+          "c0=0 c2=9 c0=1 c1?0 +1 c1?1 d1?1 d2?2 d3?0 d0=3 d1?1 d0=2 d1?0 d0=1 d1?1",
+          // The next point throws the results away. The inverse flag counts now, and the end flag still
+          // stands.
+          "c0=0 d1?1 c0=1 d1?0 +80 c1?1 d1?1 d2?9 d0=0 d0=1 d1?1 d2?9"}) {
         EXPECT_EQ(perform(accesses), "") << accesses;
     }
 }
@@ -130,7 +92,6 @@ TEST_F(Fft, HandsOutEachResultOnce) {
     const std::vector<point_t> all = receive();
     EXPECT_EQ(all.size(), BLOCK_POINTS);
     EXPECT_TRUE(receive().empty());
-    EXPECT_EQ(machine.fft_receive_count, BLOCK_POINTS) << "there is nothing behind the last result";
     send_block(points, true);
     EXPECT_EQ(perform("d0=1 d0=0 d0=1 d0=0"), ""); // two are passed by without a look
     EXPECT_EQ(receive(), std::vector<point_t>(all.begin() + 2, all.end()));
@@ -176,9 +137,9 @@ TEST_F(Fft, ComputesTheSumThatDefinesIt) {
     std::mt19937 random(seed);
     std::uniform_int_distribution part(-32768, 32767);
     std::uniform_int_distribution length(1, BLOCK_POINTS);
-    for (int block = 0; block < 8; ++block) {
+    for (int block = 0; block < 4; ++block) {
         const bool inverse = block % 2 == 1;
-        std::vector<point_t> points(static_cast<size_t>(block < 4 ? BLOCK_POINTS : length(random)));
+        std::vector<point_t> points(static_cast<size_t>(block < 2 ? BLOCK_POINTS : length(random)));
         for (point_t& point : points) {
             point = {part(random), part(random)};
         }
@@ -186,15 +147,12 @@ TEST_F(Fft, ComputesTheSumThatDefinesIt) {
         const std::vector<point_t> results = receive();
         ASSERT_EQ(results.size(), BLOCK_POINTS);
 
-        std::vector<std::complex<long double>> roots;
-        for (int i = 0; i < BLOCK_POINTS; ++i) {
-            const long double turn = (inverse ? 2 : -2) * std::numbers::pi_v<long double>;
-            roots.push_back(std::polar(1.0L, turn * i / BLOCK_POINTS));
-        }
+        const long double turn = (inverse ? 2 : -2) * std::numbers::pi_v<long double> / BLOCK_POINTS;
         for (size_t k = 0; k < BLOCK_POINTS; ++k) {
             std::complex<long double> sum = 0;
             for (size_t n = 0; n < points.size(); ++n) {
-                sum += std::complex<long double>(points[n][0], points[n][1]) * roots[k * n % BLOCK_POINTS];
+                sum += std::complex<long double>(points[n][0], points[n][1]) *
+                       std::polar(1.0L, turn * static_cast<long double>(k * n % BLOCK_POINTS));
             }
             sum /= inverse ? 1 : BLOCK_POINTS;
             // Both are right where the precision of the unit does not decide how to round.

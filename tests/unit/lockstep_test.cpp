@@ -228,7 +228,7 @@ void set_controls(const session_t& session, random_t& random, int stop) {
         simulator.breakpoint = one_in(random, 5) ? simulator.breakpoint : -1;
         simulator.watchpoint = one_in(random, 5) ? simulator.watchpoint : -1;
     }
-    if (one_in(random, 10)) {
+    if (one_in(random, session.longest > USUAL ? 2 : 10)) { // a dialog may then close it
         speaker_connect();
     }
     recording.memory_window = one_in(random, 3);

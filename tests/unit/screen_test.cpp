@@ -101,22 +101,4 @@ TEST(Screen, ShowsWhatWasPaintedHoweverOftenItIsLookedAt) {
     }
 }
 
-TEST(Screen, IsNotPaintedWhenItsWindowIsClosed) {
-    take_screen_changes();
-    screen_open = false;
-    vga_box(-1, 2000, 5, 5, 1); // not even checked
-    vga_refresh(0, 0, 640, 480);
-    screen_open = true;
-    const screen_changes_t changes = take_screen_changes();
-    EXPECT_TRUE(changes.fills.empty());
-    EXPECT_FALSE(changes.copy);
-}
-
-TEST(Screen, WidensAChannelByRepeatingItsBits) {
-    EXPECT_EQ(widen_channel(0), 0);
-    EXPECT_EQ(widen_channel(16), 0x8420);
-    EXPECT_EQ(widen_channel(31), 0xffff);
-    EXPECT_EQ(true_color(0x7c00 | 16 << 5 | 1), 0xff8408U);
-}
-
 } // namespace

@@ -17,53 +17,34 @@
 #include "core/machine.h"
 #include "core/simulate.h"
 #include "devices/io.h"
+#include "tests/support/bus.h"
 #include "tests/support/gui_recording.h"
 
 namespace {
 
-constexpr int32_t COMMAND = IO_BASE + 0x80;
-constexpr int32_t RESPONSE = IO_BASE + 0x81;
-constexpr int32_t WRITE = IO_BASE + 0x82;
-constexpr int32_t ADDRESS = IO_BASE + 0x83;
-constexpr int32_t DATA_WRITE = IO_BASE + 0x84;
-constexpr int32_t DATA_READ = IO_BASE + 0x85;
-
 const std::string BEYOND = "Tried to read beyond the end of SD card file (address ";
 
-// What an access ends with: the fault, or how long it was busy and the word.
-struct result_t {
-    std::string fault;
-    uint64_t busy = 0;
-    int32_t word = 0;
-    bool operator==(const result_t&) const = default;
-};
-
-void PrintTo(const result_t& result, std::ostream* out) {
-    *out << "fault '" << result.fault << "', busy " << result.busy << ", word " << result.word;
+std::string outcome(uint64_t busy, int32_t word) {
+    return "busy " + std::to_string(busy) + ", word " + std::to_string(word);
 }
 
-// Waits out the time before and after, so that no command comes too early.
-result_t run_access(int32_t write, int32_t address, int32_t word) {
-    machine.instr_count += 10000;
-    try {
-        io(true, WRITE, write);
-        io(true, ADDRESS, address);
-        io(true, DATA_WRITE, word);
-        io(true, COMMAND, 1);
-    } catch (const tovik_error& error) {
+// Returns the fault, or how long the access was busy and the word. Waits out the time before and after, so
+// that no command comes too early.
+std::string run_access(int32_t write, int32_t address, int32_t word) {
+    std::string fault = perform("+10000 82=" + std::to_string(write) + " 83=" + std::to_string(address) +
+                                " 84=" + std::to_string(word) + " 80=1");
+    if (!fault.empty()) {
         EXPECT_EQ(machine.sd_command, 0);
-        return {error.message};
+        return fault;
     }
-    result_t result;
-    result.busy = machine.sd_response_instr - machine.instr_count;
-    machine.instr_count += result.busy - (result.busy > 0 ? 1 : 0);
-    EXPECT_EQ(io(false, RESPONSE, 0), result.busy > 0 ? 0 : 1);
-    machine.instr_count += 1;
-    EXPECT_EQ(io(false, RESPONSE, 0), 1);
-    result.word = write == 0 ? io(false, DATA_READ, 0) : word;
-    io(true, COMMAND, 0);
-    EXPECT_EQ(io(false, RESPONSE, 0), 0);
-    return result;
+    const uint64_t busy = machine.sd_response_instr - machine.instr_count;
+    if (busy > 0) {
+        EXPECT_EQ(perform("+" + std::to_string(busy - 1) + " 81?0 +1"), "");
+    }
+    EXPECT_EQ(perform("81?1"), "");
+    const int32_t result = write == 0 ? io(false, IO_BASE + 0x85, 0) : word;
+    EXPECT_EQ(perform("80=0 81?0"), "");
+    return outcome(busy, result);
 }
 
 // The same card as a text would explain it, with the file as a string of bytes.
@@ -73,47 +54,38 @@ struct model_t {
     int32_t block = -1;
     bool dirty = false;
 
-    result_t access(int32_t write, int32_t address, int32_t word) {
-        result_t result;
+    std::string access(int32_t write, int32_t address, int32_t word) {
+        uint64_t busy = 0;
         if (block != address / 128) {
             if (dirty) {
-                result.busy += 4666;
+                busy += 4666;
                 file.resize(std::max(file.size(), static_cast<size_t>(block + 1) * 512));
                 std::memcpy(file.data() + block * 512, buffer.data(), 512);
             }
-            result.busy += 3333;
+            busy += 3333;
             block = address / 128;
             const size_t begin = std::min(static_cast<size_t>(block) * 512, file.size());
             buffer = {};
             std::memcpy(buffer.data(), file.data() + begin, std::min<size_t>(512, file.size() - begin));
             dirty = false;
         }
-        result.word = buffer[static_cast<size_t>(address % 128)];
+        int32_t& place = buffer[static_cast<size_t>(address % 128)];
         if (write != 0) {
-            result.word = buffer[static_cast<size_t>(address % 128)] = word;
+            place = word;
             dirty = true;
         } else if (static_cast<size_t>(address + 1) * 4 > file.size()) {
-            return {BEYOND + std::to_string(address) + ")"};
+            return BEYOND + std::to_string(address) + ")";
         }
-        return result;
+        return outcome(busy, place);
     }
 };
 
-class SdCard : public testing::Test {
+class SdCard : public DeviceTest {
   protected:
     void SetUp() override {
-        reset_machine();
-        recording = {};
-        std::string folder_name = testing::TempDir() + "sd_XXXXXX";
-        folder = mkdtemp(folder_name.data());
+        DeviceTest::SetUp();
         card = folder / "card";
         put_in("");
-    }
-
-    void TearDown() override {
-        reset_machine();
-        typed.chosen_file.clear();
-        std::filesystem::remove_all(folder);
     }
 
     void put_in(const std::string& bytes) {
@@ -126,7 +98,6 @@ class SdCard : public testing::Test {
         return {std::istreambuf_iterator<char>(file), {}};
     }
 
-    std::filesystem::path folder;
     std::filesystem::path card;
 };
 
@@ -156,52 +127,35 @@ TEST_F(SdCard, KeepsWhatAModelOfItKeeps) {
 
 TEST_F(SdCard, TakesNoCommandWhileItIsBusy) {
     put_in(std::string(2048, 'x'));
-    io(true, WRITE, 0);
-    io(true, COMMAND, 1);
-    io(true, COMMAND, 0);
-    io(true, ADDRESS, 300);
-    io(true, COMMAND, 1);
+    EXPECT_EQ(perform("82=0 80=1 80=0 83=300 80=1"), "");
     EXPECT_EQ(machine.sd_command, 0);
-    machine.instr_count += 3333;
-    io(true, COMMAND, 1);
+    EXPECT_EQ(perform("+3333 80=1"), "");
     EXPECT_EQ(machine.sd_buffer_address, 256);
     EXPECT_EQ(machine.sd_response_instr, 6666);
 }
 
 TEST_F(SdCard, AddressesHave30Bits) {
-    io(true, ADDRESS, -1);
-    io(true, WRITE, 1);
-    io(true, COMMAND, 1);
+    EXPECT_EQ(perform("83=-1 82=1 80=1 80=0 +3333"), "");
     EXPECT_EQ(machine.sd_buffer_address, 0x3fffff80);
-    io(true, COMMAND, 0);
-    machine.instr_count += 3333;
-    EXPECT_EQ(run_access(0, 0, 0), (result_t{"", 7999, 0})) << "the gap reads as zeros";
+    EXPECT_EQ(run_access(0, 0, 0), outcome(7999, 0)) << "the gap reads as zeros";
     EXPECT_EQ(std::filesystem::file_size(card), uint64_t{1} << 32);
 }
 
 TEST_F(SdCard, AsksForItsFile) {
     const std::string none = folder / "none";
-    const std::string no_folder = "/dev/null/none";
     put_in("word");
     typed.chosen_file = none;
-    EXPECT_EQ(run_access(0, 0, 0).fault, BEYOND + "0)");
-    recording.calls.clear(); // where the first chooser began is another test's affair
+    EXPECT_EQ(run_access(0, 0, 0), BEYOND + "0)");
     typed.chosen_file = "";
-    EXPECT_EQ(run_access(0, 0, 0).fault, "user cancelled SD card operation");
+    EXPECT_EQ(run_access(0, 0, 0), "user cancelled SD card operation");
     typed.chosen_file = folder;
-    EXPECT_EQ(run_access(1, 1, 7).fault, "");
-    typed.chosen_file = no_folder;
-    EXPECT_EQ(run_access(1, 128, 7).fault, "Can't write SD card file /dev/null/none: Bad file descriptor");
+    EXPECT_EQ(run_access(1, 1, 7), outcome(0, 7));
+    typed.chosen_file = none;
+    EXPECT_EQ(run_access(1, 128, 7), "Can't write SD card file " + none + ": Bad file descriptor");
     typed.chosen_file = card;
-    EXPECT_EQ(run_access(0, 0, 0).word, 0x64726f77) << "not the block from before";
+    EXPECT_EQ(run_access(0, 0, 0), outcome(3333, 0x64726f77)) << "not the block from before";
     run_access(0, 128, 0);
     EXPECT_EQ(content(), "word");
-    const std::string ask = "open Choose SD card file *. ";
-    EXPECT_EQ(recording.calls,
-              (std::vector<std::string>{
-                  ask + none, ask + none, "error Can't open file " + folder.string() + ": Is a directory",
-                  ask + folder.string(), "error Can't open file " + no_folder + ": Not a directory",
-                  ask + no_folder}));
 }
 
 TEST_F(SdCard, LosesNothingWhenItsFileFails) {
@@ -215,17 +169,16 @@ TEST_F(SdCard, LosesNothingWhenItsFileFails) {
     setrlimit(RLIMIT_FSIZE, &low);
     const std::string written = content();
     for (int attempt = 0; attempt < 2; ++attempt) {
-        EXPECT_EQ(run_access(0, 0, 0).fault,
-                  "Can't write SD card file " + card.string() + ": File too large");
+        EXPECT_EQ(run_access(0, 0, 0), "Can't write SD card file " + card.string() + ": File too large");
         EXPECT_EQ(machine.sd_response_instr, machine.instr_count) << "no time has passed";
         EXPECT_TRUE(machine.sd_buffer_valid && machine.sd_buffer_dirty && machine.sd_buffer[300 - 256] == 6);
     }
     setrlimit(RLIMIT_FSIZE, &limit);
-    EXPECT_EQ(run_access(0, 0, 0), (result_t{"", 7999, 0x78787878}));
-    EXPECT_EQ(run_access(0, 300, 0).word, 6);
+    EXPECT_EQ(run_access(0, 0, 0), outcome(7999, 0x78787878));
+    EXPECT_EQ(run_access(0, 300, 0), outcome(3333, 6));
     std::filesystem::resize_file(card, 100);
-    EXPECT_EQ(run_access(0, 0, 0).fault, "Can't read SD card file " + card.string() + ": Input/output error");
-    EXPECT_EQ(run_access(0, 300, 0), (result_t{"", 0, 6}));
+    EXPECT_EQ(run_access(0, 0, 0), "Can't read SD card file " + card.string() + ": Input/output error");
+    EXPECT_EQ(run_access(0, 300, 0), outcome(0, 6));
 }
 
 } // namespace

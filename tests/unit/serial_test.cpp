@@ -14,8 +14,6 @@
 
 #include "core/machine.h"
 #include "core/simulate.h"
-#include "devices/challenge.h"
-#include "devices/io.h"
 #include "devices/serial.h"
 #include "devices/serial_connection.h"
 #include "tests/support/bus.h"
@@ -23,23 +21,11 @@
 
 namespace {
 
-constexpr int32_t RECEIVE = IO_BASE + 0x90;
-constexpr int32_t SEND = IO_BASE + 0xa0;
-
-class Serial : public testing::Test {
-  protected:
-    void SetUp() override {
-        serial_disconnect();
-        reset_machine();
-        recording = {};
-    }
-    void TearDown() override { reset_machine(); }
-};
+using Serial = DeviceTest;
 
 TEST_F(Serial, AsksOnceWhereItLeads) {
     typed.serial_names = {"/nowhere", "no1", ""};
-    io(false, SEND + 1, 0);
-    io(false, RECEIVE + 1, 0);
+    EXPECT_EQ(perform("a1?0 91?0"), "");
     const std::string prompt = "20 Enter the name of your serial port (e.g., COM1 on Windows, /dev/ttyS0 or "
                                "/dev/ttyUSB0 on Linux).\n"
                                "To use a virtual serial cable, enter your campusid.\n"
@@ -53,26 +39,11 @@ TEST_F(Serial, ReceivesAByteACommand) {
     for (const char c : {'a', '\0', '\xe9'}) {
         io_serial_press(c);
     }
-    io(true, RECEIVE, 0);
-    EXPECT_EQ(io(false, RECEIVE + 1, 0), 0);
-    EXPECT_EQ(fault_of(false, RECEIVE + 2), "verify that response is 1 before reading response parameters");
-    std::vector<int32_t> received;
-    for (int i = 0; i < 2; ++i) {
-        io(true, RECEIVE, 3);
-        io(true, RECEIVE, 1);
-        EXPECT_EQ(io(false, RECEIVE + 1, 0), 1);
-        EXPECT_EQ(io(false, RECEIVE + 1, 0), 1);
-        received.push_back(io(false, RECEIVE + 2, 0));
-        io(true, RECEIVE, 0);
-    }
-    EXPECT_EQ(received, (std::vector<int32_t>{'a', 0xe9}));
-    io(true, RECEIVE, 1);
-    EXPECT_EQ(io(false, RECEIVE + 1, 0), 0);
+    EXPECT_EQ(perform("90=0 91?0 92?0"), TOO_EARLY);
+    EXPECT_EQ(perform("90=3 90=1 91?1 91?1 92?97 90=0 90=1 91?1 92?0xe9 90=0 90=1 91?0"), "");
     io_serial_press('b');
-    io(true, RECEIVE, 0); // consumed, though the program never saw it
-    EXPECT_TRUE(serial_queue.empty());
-    EXPECT_EQ(fault_of(true, RECEIVE + 1), "unsupported operation on address 0x80000091");
-    EXPECT_EQ(fault_of(false, RECEIVE), "unsupported operation on address 0x80000090");
+    EXPECT_EQ(perform("90=0"), "");
+    EXPECT_TRUE(serial_queue.empty()) << "consumed, though the program never saw it";
 }
 
 TEST_F(Serial, QueuesAThousandBytesUntilTheReset) {
@@ -83,35 +54,19 @@ TEST_F(Serial, QueuesAThousandBytesUntilTheReset) {
     EXPECT_EQ(serial_queue.back(), '3');
     reset_serial();
     EXPECT_EQ(serial_queue.size(), 1024U) << "keys typed before the port is used wait for it";
-    io(true, RECEIVE, 1);
-    EXPECT_EQ(io(false, RECEIVE + 1, 0), 1);
+    EXPECT_EQ(perform("90=1 91?1"), "");
     reset_serial();
     EXPECT_TRUE(serial_queue.empty());
-    EXPECT_EQ(machine.serial_receive_response, 1) << "the receive registers stay";
-    EXPECT_EQ(io(false, RECEIVE + 2, 0), '0');
+    EXPECT_EQ(perform("92?48"), "") << "the receive registers stay";
 }
 
 TEST_F(Serial, SendsAByteIn462Instructions) {
-    machine.instr_count = 100;
-    io(true, SEND + 2, 0x141);
-    io(true, SEND, 1);
-    EXPECT_EQ(fault_of(true, SEND + 2, 'B'), "shouldn't change command parameters when command is 1");
-    io(true, SEND, 1);
-    machine.instr_count = 561;
-    EXPECT_EQ(io(false, SEND + 1, 0), 0);
-    io(true, SEND, 0);
-    io(true, SEND + 2, 'B');
-    io(true, SEND, 1); // too early: lost
-    machine.instr_count = 562;
-    EXPECT_EQ(io(false, SEND + 1, 0), 1);
-    io(true, SEND, 0);
-    EXPECT_EQ(io(false, SEND + 1, 0), 0);
-    io(true, SEND, 1);
+    EXPECT_EQ(perform("+100 a2=0x141 a0=1 a2=66"), CHANGED);
+    EXPECT_EQ(perform("a0=1 +461 a1?0 a0=0 a2=66 a0=1"), "") << "too early: lost";
+    EXPECT_EQ(perform("+1 a1?1 a0=0 a1?0 a0=1"), "");
     reset_serial();
-    io(true, SEND + 2, 'C');
-    io(true, SEND, 1); // free at once
+    EXPECT_EQ(perform("a2=67 a0=1"), "") << "free at once";
     EXPECT_EQ(recording.calls, (std::vector<std::string>{"serial A", "serial B", "serial C"}));
-    EXPECT_EQ(fault_of(false, SEND + 2), "unsupported operation on address 0x800000a2");
 }
 
 // A relay that accepts one client and goes: a stand-in, as a real one would not go so soon.
@@ -128,7 +83,7 @@ void serve_once(int listener) {
 
 TEST_F(Serial, ResetOutlivesALostRelay) {
     const std::string host =
-        "127.88." + std::to_string(getpid() >> 8 & 127) + "." + std::to_string(getpid() & 127);
+        "127.88." + std::to_string(getpid() >> 8 & 255) + "." + std::to_string(getpid() & 255);
     setenv("TOVIK_RELAY_HOST", host.c_str(), 1);
     const int listener = socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in address{};
@@ -139,7 +94,7 @@ TEST_F(Serial, ResetOutlivesALostRelay) {
     ASSERT_EQ(listen(listener, 1), 0);
     std::thread relay(serve_once, listener);
     typed.serial_names = {"abc", "abc"};
-    io(false, SEND + 1, 0);
+    EXPECT_EQ(perform("a1?0"), "");
     relay.join();
     EXPECT_EQ(serial_state, NET);
     serial_enqueue('x');
@@ -152,16 +107,6 @@ TEST_F(Serial, ResetOutlivesALostRelay) {
     EXPECT_NE(std::ranges::find(recording.calls,
                                 "error Cannot connect to virtual serial port.  Please contact instructor."),
               recording.calls.end());
-}
-
-TEST(Challenge, IsAnsweredInWrappingArithmetic) {
-    for (const auto& [challenge, response] : {std::pair{0, 10714194},
-                                              {65536, 10714194},
-                                              {-3, 10714203},
-                                              {INT32_MAX, 10714195},
-                                              {46341, -2136764821}}) {
-        EXPECT_EQ(challenge_response(challenge), response);
-    }
 }
 
 } // namespace

@@ -292,15 +292,16 @@ class WindowTest(unittest.TestCase):
 
     # Work
 
-    def memory_text(self, start=0, end=None):
-        view = next(widget for widget in descendants(self.window("K24 memory"))
+    def memory_view(self):
+        return next(widget for widget in descendants(self.window("K24 memory"))
                     if widget.get_role() == Atspi.Role.TEXT)
-        return text_of(view) if end is None else Atspi.Text.get_text(view, start, end)
+
+    def memory_text(self, start=0, end=-1):
+        return Atspi.Text.get_text(self.memory_view(), start, end)
 
     def red_words(self):
         """The runs of red text, as (first address, length in characters)."""
-        view = next(widget for widget in descendants(self.window("K24 memory"))
-                    if widget.get_role() == Atspi.Role.TEXT)
+        view = self.memory_view()
         runs, offset, length = [], 0, Atspi.Text.get_character_count(view)
         while offset < length:
             attributes, start, end = Atspi.Text.get_attribute_run(view, offset, False)
