@@ -1,10 +1,14 @@
 # What a package has and an installation from source does not: run by CPack on the files before they are packed.
 file(READ ${CMAKE_CURRENT_LIST_DIR}/changelog changelog)
 file(READ ${CMAKE_CURRENT_LIST_DIR}/../tovik.metainfo.xml metainfo)
+file(READ ${CMAKE_CURRENT_LIST_DIR}/../../CHANGELOG.md changes)
+string(REGEX MATCH "\n## \\[${CPACK_PACKAGE_VERSION}\\] - ([-0-9]+)\n" release "${changes}")
+set(date "${CMAKE_MATCH_1}")
 string(FIND "${changelog}" "(${CPACK_PACKAGE_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})" in_changelog)
-string(FIND "${metainfo}" "version=\"${CPACK_PACKAGE_VERSION}\"" in_metainfo)
-if(in_changelog EQUAL -1 OR in_metainfo EQUAL -1)
-  message(FATAL_ERROR "data/debian/changelog or data/tovik.metainfo.xml does not name version ${CPACK_PACKAGE_VERSION}")
+string(FIND "${metainfo}" "version=\"${CPACK_PACKAGE_VERSION}\" date=\"${date}\"" in_metainfo)
+if(NOT release OR in_changelog EQUAL -1 OR in_metainfo EQUAL -1)
+  message(FATAL_ERROR "CHANGELOG.md, data/debian/changelog and data/tovik.metainfo.xml must name version "
+    "${CPACK_PACKAGE_VERSION}, the first and the last with the same date")
 endif()
 
 foreach(component ${CPACK_COMPONENTS_ALL})
