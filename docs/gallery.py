@@ -270,7 +270,11 @@ PAINTING = painting([
 
 PICTURES = ["window", *sorted(path.stem for path in (REPOSITORY / "examples").glob("*.k"))]
 
-for name in sys.argv[1:] or PICTURES:
+names = sys.argv[1:] or PICTURES
+for name in names:
+    if name not in PICTURES:
+        sys.exit(f"scripts/gallery: no picture is called {name}; there are {', '.join(PICTURES)}")
+for name in names:
     gallery = Gallery()
     gallery.setUp()
     try:
