@@ -384,7 +384,6 @@ program_t make_pairs(random_t& random) {
     return finish(random, code, place);
 }
 
-// Operands and values on which an instruction fails, or just does not.
 // The last instruction of the memory is stored into many times, and then entered in its middle.
 program_t make_top(random_t& random, int32_t code) {
     constexpr int32_t last = MEMORY_SIZE - WORDS_PER_INSTRUCTION;
@@ -400,6 +399,7 @@ program_t make_top(random_t& random, int32_t code) {
     return finish(random, code, place);
 }
 
+// Operands and values on which an instruction fails, or just does not.
 program_t make_edges(random_t& random) {
     fill_data(random);
     const int32_t code = pick_base(random);
