@@ -64,10 +64,14 @@ struct proof_t {
 static_assert(sizeof(proof_t) == 16);
 
 constexpr uint8_t MOST_HITS = 8;
-constexpr uint8_t MOST_STRIKES = 8;
+constexpr uint8_t MOST_STRIKES = 16;
 
 // Passing over fewer instructions costs more than executing them.
 constexpr uint64_t WORTHWHILE = 64;
+
+// A loop that waits, and was left by the end of a slice, gets strikes too: for one turn that is hardly worth it,
+// and for those just before the port changes.
+static_assert(MOST_STRIKES > 1 + LONGEST_TURN);
 
 // How often branches that were believed not to wait are looked at again, in instructions, and how many of
 // them.
@@ -377,6 +381,17 @@ void look_at_doubted() {
     return left - steady_here / waiting.turn * waiting.turn;
 }
 
+// A branch on a port at which more can happen than that a value passes.
+proof_t* branch_plainly(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores, int32_t result) {
+    execute_plainly(pc_of(at), left);
+    const proof_t* const target = at + static_cast<int16_t>(at->arg1);
+    if (machine.pc == pc_of(target) && !run.over) {
+        // As in `branch`.
+        left = pass_over_turns(at, target, left - 1) + 1;
+    }
+    return next_at_pc(left, memory, stores, result);
+}
+
 // ---- Handlers
 
 // Where the operands are that the handler reads.
@@ -619,11 +634,15 @@ proof_t* look_up(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stor
     return HANDLERS<false>[FRESH][static_cast<size_t>(opcode)](at, left, memory, stores, result);
 }
 
+// Whether the instruction, if it is a branch, closes a loop that may wait.
+bool may_wait(int32_t pc, const proof_t& proof, const words_t& words) {
+    const bool closes_loop = words.arg1 <= pc && words.arg1 > pc - LONGEST_TURN * WORDS_PER_INSTRUCTION;
+    return closes_loop && pass_over_waiting && proof.strikes < MOST_STRIKES;
+}
+
 handler_t handler_for(int32_t pc, const proof_t& proof, const words_t& words, from_e from) {
     const auto opcode = static_cast<size_t>(words.opcode);
-    const bool closes_loop = words.arg1 <= pc && words.arg1 > pc - LONGEST_TURN * WORDS_PER_INSTRUCTION;
-    return closes_loop && pass_over_waiting && proof.strikes < MOST_STRIKES ? HANDLERS<true>[from][opcode]
-                                                                            : HANDLERS<false>[from][opcode];
+    return may_wait(pc, proof, words) ? HANDLERS<true>[from][opcode] : HANDLERS<false>[from][opcode];
 }
 
 reader_t reader_at(int32_t address) {
@@ -669,7 +688,7 @@ handler_t choose_handler(int32_t pc, const proof_t& proof, const words_t& words)
     if (words.opcode == K24_CP && arg2 && learn(port_handlers, words.arg1, io_handler)) {
         return copy_through_port<true>;
     }
-    return plain;
+    return is_branch(words.opcode) && arg1 && may_wait(pc, proof, words) ? branch_plainly : plain;
 }
 
 // Finds out what there is to know of the instruction at pc, and returns how to execute it.
