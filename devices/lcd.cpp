@@ -12,7 +12,9 @@
 #include "devices/lcd.h"
 
 #include <algorithm>
+#include <iterator>
 #include <string>
+#include <utility>
 
 #include "core/machine.h"
 #include "devices/io.h"
@@ -76,14 +78,10 @@ void reset_lcd() {
 }
 
 void print_lcd() {
-    std::string text;
-    for (const auto& line : machine.lcd_ram) {
-        if (!text.empty()) {
-            text += '\n';
-        }
-        text.append(std::begin(line), std::end(line));
-    }
+    const auto& [first, second] = machine.lcd_ram;
+    std::string text(std::size(first) + 1 + std::size(second), '\n');
     // A carriage return in the display would break the two lines of the label.
-    std::ranges::replace(text, '\r', ' ');
-    gui_lcd_set(text);
+    const auto second_line = std::ranges::replace_copy(first, text.begin(), '\r', ' ').out + 1;
+    std::ranges::replace_copy(second, second_line, '\r', ' ');
+    gui_lcd_set(std::move(text));
 }

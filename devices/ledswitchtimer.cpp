@@ -14,8 +14,8 @@
 #include "devices/ledswitchtimer.h"
 
 #include <bit>
-#include <cstdio>
 #include <string>
+#include <string_view>
 
 #include "core/machine.h"
 #include "devices/io.h"
@@ -42,9 +42,12 @@ void print_leds(int32_t lit, int32_t& drawn, void (*draw)(int)) {
 }
 
 std::string four_digits(int32_t value) {
-    char digits[9];
-    std::snprintf(digits, sizeof digits, "%04x", static_cast<unsigned>(value));
-    return digits;
+    constexpr std::string_view digits = "0123456789abcdef";
+    std::string text;
+    for (int shift = 12; shift >= 0; shift -= 4) {
+        text += digits[static_cast<size_t>(value >> shift & 0xf)];
+    }
+    return text;
 }
 
 // The data is compared before it is masked: bits above the displays' 16 redraw them every time.
