@@ -52,7 +52,8 @@ const table_t TABLES[] = {
      UNTIL_HALT,
      {REFERENCE, ENGINE}},
     {"waiting",
-     {"examples/bounce.k", "examples/counter.k", "bench/programs/key_wait.k"},
+     {"examples/bounce.k", "examples/counter.k", "bench/programs/key_wait.k", "bench/window/fill.k",
+      "bench/window/send.k"},
      WAITING_STEPS,
      {ENGINE, PASSING_OVER}},
 };
@@ -145,7 +146,7 @@ std::filesystem::path copy_programs() {
     }
     std::filesystem::path folder = name;
     const std::filesystem::path sources = TOVIK_SOURCES;
-    for (const char* part : {"examples", "bench/programs"}) {
+    for (const char* part : {"examples", "bench/programs", "bench/window"}) {
         std::filesystem::create_directories(folder / part);
         std::filesystem::copy(sources / part, folder / part, std::filesystem::copy_options::recursive);
     }

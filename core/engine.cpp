@@ -69,8 +69,8 @@ constexpr uint8_t MOST_STRIKES = 16;
 // Passing over fewer instructions costs more than executing them.
 constexpr uint64_t WORTHWHILE = 64;
 
-// A loop that waits, and was left by the end of a slice, gets strikes too: for one turn that is hardly worth it,
-// and for those just before the port changes.
+// A loop that waits gets strikes too when the end of a slice interrupts it: one for few turns that are left,
+// and one for each of the turns just before the port changes.
 static_assert(MOST_STRIKES > 1 + LONGEST_TURN);
 
 // How often branches that were believed not to wait are looked at again, in instructions, and how many of
