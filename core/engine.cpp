@@ -53,13 +53,11 @@ using handler_t = proof_t* (*)(proof_t* at, int32_t left, int32_t* memory, const
 
 struct proof_t {
     handler_t execute;
-    // The operands: addresses, or the offset of a port. arg1 of a branch or call is how many proofs farther
-    // that of its target is.
-    uint16_t arg1;
+    // The operands: addresses, or the offset of a port. arg1 of a branch or call is how many bytes farther
+    // the proof of its target is: everything after a branch waits for that sum.
+    int32_t arg1;
     uint16_t arg2;
     uint16_t arg3;
-    uint8_t hits;    // stores into the instruction, up to MOST_HITS: then it is not proven
-    uint8_t strikes; // turns that were not waiting, up to MOST_STRIKES; of an unproven one, executions
 };
 static_assert(sizeof(proof_t) == 16);
 
@@ -87,6 +85,16 @@ static_assert(ROW_PROOFS < 1 << ROW_BITS);
 
 proof_t proofs[WORDS_PER_INSTRUCTION << ROW_BITS];
 
+// What has happened to an instruction. Not in the proof, because handlers do not look at it.
+struct history_t {
+    uint8_t hits;    // stores into the instruction, up to MOST_HITS: then it is not proven
+    uint8_t strikes; // turns that were not waiting, up to MOST_STRIKES; of an unproven one, executions
+};
+
+history_t histories[WORDS_PER_INSTRUCTION << ROW_BITS];
+
+history_t& history_of(const proof_t* proof) { return histories[proof - proofs]; }
+
 // For 0 to 16387.
 [[gnu::always_inline]] inline proof_t* proof_of(int32_t pc) {
     const auto address = static_cast<uint32_t>(pc);
@@ -96,6 +104,14 @@ proof_t proofs[WORDS_PER_INSTRUCTION << ROW_BITS];
 int32_t pc_of(const proof_t* proof) {
     const auto place = static_cast<uint32_t>(proof - proofs);
     return static_cast<int32_t>(place % (1 << ROW_BITS) * WORDS_PER_INSTRUCTION + (place >> ROW_BITS));
+}
+
+[[gnu::always_inline]] inline proof_t* farther(proof_t* proof, int32_t bytes) {
+    return reinterpret_cast<proof_t*>(reinterpret_cast<std::byte*>(proof) + bytes);
+}
+
+int32_t bytes_between(const proof_t* proof, const proof_t* target) {
+    return static_cast<int32_t>(target - proof) * static_cast<int32_t>(sizeof(proof_t));
 }
 
 bool proofs_forgotten = true;
@@ -175,7 +191,7 @@ template <handler_t handler = go_on>
 }
 
 // The same for an instruction after which anything may be; machine.pc is the next.
-proof_t* next_at_pc(int32_t left, int32_t* memory, const uint8_t* stores, int32_t result) {
+[[gnu::noinline]] proof_t* next_at_pc(int32_t left, int32_t* memory, const uint8_t* stores, int32_t result) {
     --left;
     if (left == 0 || run.over || !in_memory(machine.pc)) {
         run.left = left;
@@ -207,10 +223,10 @@ void drop_proofs_with(int32_t address) {
     for (int32_t pc = std::max(address - WORDS_PER_INSTRUCTION + 1, 0); pc <= address; ++pc) {
         drop_proof(pc);
         break_pair_before(pc);
-        proof_t* const proof = proof_of(pc);
-        proof->strikes = 0;
-        if (proof->hits < MOST_HITS) {
-            ++proof->hits;
+        history_t& history = history_of(proof_of(pc));
+        history.strikes = 0;
+        if (history.hits < MOST_HITS) {
+            ++history.hits;
         }
     }
 }
@@ -293,7 +309,9 @@ void execute_plainly(int32_t pc, int32_t left) {
     take_stock(left);
 }
 
-proof_t* plain(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores, int32_t result) {
+// Not inline: handlers would save registers for the calls in it, each time.
+[[gnu::noinline]] proof_t* plain(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores,
+                                 int32_t result) {
     execute_plainly(pc_of(at), left);
     return next_at_pc(left, memory, stores, result);
 }
@@ -315,7 +333,7 @@ proof_t* copy_through_port(proof_t* at, int32_t left, int32_t* memory, const uin
                            int32_t result) {
     const int32_t pc = pc_of(at);
     const int32_t after = pc + WORDS_PER_INSTRUCTION;
-    const uint16_t port = writes ? at->arg1 : at->arg2;
+    const uint16_t port = static_cast<uint16_t>(writes ? at->arg1 : at->arg2);
     be_exact(pc, left);
     machine.pc = after;
     const int32_t value = port_handlers[port](writes, IO_BASE + port, writes ? memory[at->arg2] : 0);
@@ -354,7 +372,7 @@ void look_at_doubted() {
     last_second_look = machine.instr_count;
     for (; doubted_count > 0; --doubted_count) {
         proof_t* const branch = doubted[doubted_count - 1];
-        branch->strikes = MOST_STRIKES / 2;
+        history_of(branch).strikes = MOST_STRIKES / 2;
         drop_proof(pc_of(branch));
         break_pair_before(pc_of(branch));
     }
@@ -370,8 +388,8 @@ void look_at_doubted() {
     const waiting_t waiting = follow_loop(pc_of(target), is_only_a_store);
     const uint64_t steady = waiting.turn == 0 ? 0 : waiting.steady_until - machine.instr_count;
     if (steady >= WORTHWHILE) {
-        branch->strikes = 0;
-    } else if (++branch->strikes == MOST_STRIKES) {
+        history_of(branch).strikes = 0;
+    } else if (++history_of(branch).strikes == MOST_STRIKES) {
         doubt(branch);
     }
     if (waiting.turn == 0) {
@@ -384,12 +402,21 @@ void look_at_doubted() {
 // A branch on a port at which more can happen than that a value passes.
 proof_t* branch_plainly(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores, int32_t result) {
     execute_plainly(pc_of(at), left);
-    const proof_t* const target = at + static_cast<int16_t>(at->arg1);
+    const proof_t* const target = farther(at, at->arg1);
     if (machine.pc == pc_of(target) && !run.over) {
-        // As in `branch`.
+        // As in close_loop.
         left = pass_over_turns(at, target, left - 1) + 1;
     }
     return next_at_pc(left, memory, stores, result);
+}
+
+// A proven branch is taken. Here, not in the branch, so that those need not save registers for the call.
+[[gnu::noinline]] proof_t* close_loop(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores,
+                                      int32_t result) {
+    proof_t* const target = farther(at, at->arg1);
+    // The turns that are passed over are counted here, the branch itself by `next`.
+    left = pass_over_turns(at, target, left - 1) + 1;
+    return next(target, left, memory, stores, result);
 }
 
 // ---- Handlers
@@ -476,7 +503,7 @@ template <opcode_e opcode, from_e from, handler_t then = go_on>
 
 template <from_e from>
 [[gnu::always_inline]] inline proof_t* target_of(proof_t* at, const operands_t& operands) {
-    return from == FRESH ? proof_of(operands.arg1) : at + static_cast<int16_t>(operands.arg1);
+    return from == FRESH ? proof_of(operands.arg1) : farther(at, operands.arg1);
 }
 
 // `may_wait`: the branch may close a loop that waits.
@@ -492,12 +519,10 @@ template <opcode_e opcode, from_e from, bool may_wait, handler_t then = go_on>
     if (!is_taken(opcode, first, second)) {
         return next<then>(at + 1, left, memory, stores, result);
     }
-    proof_t* const target = target_of<from>(at, operands);
     if constexpr (may_wait) {
-        // The turns that are passed over are counted here, the branch itself by `next`.
-        left = pass_over_turns(at, target, left - 1) + 1;
+        return close_loop(at, left, memory, stores, result);
     }
-    return next(target, left, memory, stores, result);
+    return next(target_of<from>(at, operands), left, memory, stores, result);
 }
 
 template <from_e from>
@@ -623,8 +648,8 @@ constexpr auto PAIRS_AFTER_PORT = table_of<LEFT_PORT>([](auto from) {
 // Executes an instruction that is not proven. Once in 256 times it is tried again: a program may have made
 // itself, and be ready now.
 proof_t* look_up(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores, int32_t result) {
-    if (++at->strikes == 0) [[unlikely]] {
-        at->hits = MOST_HITS - 1;
+    if (++history_of(at).strikes == 0) [[unlikely]] {
+        history_of(at).hits = MOST_HITS - 1;
         return prove(at, left, memory, stores, result);
     }
     const int32_t opcode = memory[pc_of(at)];
@@ -637,7 +662,7 @@ proof_t* look_up(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stor
 // Whether the instruction, if it is a branch, closes a loop that may wait.
 bool may_wait(int32_t pc, const proof_t& proof, const words_t& words) {
     const bool closes_loop = words.arg1 <= pc && words.arg1 > pc - LONGEST_TURN * WORDS_PER_INSTRUCTION;
-    return closes_loop && pass_over_waiting && proof.strikes < MOST_STRIKES;
+    return closes_loop && pass_over_waiting && history_of(&proof).strikes < MOST_STRIKES;
 }
 
 handler_t handler_for(int32_t pc, const proof_t& proof, const words_t& words, from_e from) {
@@ -693,7 +718,7 @@ handler_t choose_handler(int32_t pc, const proof_t& proof, const words_t& words)
 
 // Finds out what there is to know of the instruction at pc, and returns how to execute it.
 handler_t examine(int32_t pc, proof_t& proof) {
-    if (proof.hits == MOST_HITS) {
+    if (history_of(&proof).hits == MOST_HITS) {
         return look_up;
     }
     for (int32_t address = pc; address < pc + WORDS_PER_INSTRUCTION; ++address) {
@@ -705,7 +730,7 @@ handler_t examine(int32_t pc, proof_t& proof) {
     }
     const bool jumps = is_branch(words.opcode) || words.opcode == K24_CALL;
     const bool has_target = jumps && in_memory(words.arg1);
-    proof.arg1 = static_cast<uint16_t>(has_target ? proof_of(words.arg1) - &proof : words.arg1);
+    proof.arg1 = has_target ? bytes_between(&proof, proof_of(words.arg1)) : static_cast<uint16_t>(words.arg1);
     proof.arg2 = static_cast<uint16_t>(words.arg2);
     proof.arg3 = static_cast<uint16_t>(words.arg3);
     return choose_handler(pc, proof, words);
@@ -754,11 +779,12 @@ proof_t* prove(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores
 // ---- Slices
 
 void start_afresh() {
-    constexpr proof_t UNPROVEN = {prove, 0, 0, 0, 0, 0};
+    constexpr proof_t UNPROVEN = {prove, 0, 0, 0};
     for (uint32_t row = 0; row < WORDS_PER_INSTRUCTION; ++row) {
         proof_t* const first = proofs + (row << ROW_BITS);
         std::fill(first, first + ROW_PROOFS + 1, UNPROVEN);
     }
+    std::ranges::fill(histories, history_t{});
     std::ranges::fill(store_kinds, HEED);
     doubted_count = 0;
     breakpoint = NONE;

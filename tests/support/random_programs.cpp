@@ -293,7 +293,9 @@ program_t make_waiting(random_t& random) {
     for (int loops = pick(random, 1, 3); loops > 0; --loops) {
         const polled_t device = pick_from(random, POLLED);
         emit(place, K24_CP, START_TIME, TIMER, 0);
-        emit(place, K24_CP, port(device.command), ONE, 0);
+        if (!one_in(random, 6)) {
+            emit(place, K24_CP, port(device.command), ONE, 0);
+        }
         emit_loop(random, place, port(device.response));
         emit(place, K24_CP, port(device.command), ZERO, 0);
     }

@@ -186,7 +186,11 @@ void act(random_t& random, const program_t& program, act_e last = WATCHPOINT) {
         simulator.step = pick(random, -1, 2 * LOOK);
         return;
     case STOP:
-        simulator.step = 0;
+        if (one_in(random, 2)) {
+            simulator.running = false;
+        } else {
+            simulator.step = 0;
+        }
         return;
     case SPEAKER:
         return switch_speaker();
