@@ -43,7 +43,7 @@ def start_desktop():
         (SCRATCH / name).mkdir(mode=0o700, parents=True)
     # The file chooser with a field for the name, as typing needs it.
     (SCRATCH / "home/.config/gtk-2.0/gtkfilechooser.ini").write_text(
-        "[Filechooser Settings]\nLocationMode=filename-entry\nStartupMode=cwd\n")
+        "[Filechooser Settings]\nLocationMode=filename-entry\n")
     for name in ("XDG_CONFIG_HOME", "XDG_DATA_HOME", "AT_SPI_BUS_ADDRESS", "NO_AT_BRIDGE", "XAUTHORITY"):
         os.environ.pop(name, None)
     os.environ.update(PULSE_SERVER="unix:/nonexistent", HOME=str(SCRATCH / "home"), XDG_RUNTIME_DIR=str(SCRATCH / "runtime"), LC_ALL="C.UTF-8",

@@ -70,7 +70,12 @@ bool gui_choosefile(bool save, std::string title, std::string /*filter_name*/, s
     GtkFileFilter* const filter = gtk_file_filter_new();
     gtk_file_filter_add_pattern(filter, extension.empty() ? "*" : ("*." + extension).c_str());
     gtk_file_chooser_set_filter(chooser, filter);
-    if (!filename.empty()) {
+    if (filename.empty()) {
+        // Otherwise the toolkit may begin with the files used last, where a name alone cannot be saved.
+        gchar* const folder = g_get_current_dir();
+        gtk_file_chooser_set_current_folder(chooser, folder);
+        g_free(folder);
+    } else {
         preselect(chooser, save, filename);
     }
 
