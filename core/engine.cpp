@@ -399,6 +399,15 @@ void look_at_doubted() {
     return left - steady_here / waiting.turn * waiting.turn;
 }
 
+// A branch that may close a loop that waits is taken. Not inline, for the same reason as `plain`.
+[[gnu::noinline]] proof_t* close_loop(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores,
+                                      int32_t result) {
+    proof_t* const target = farther(at, at->arg1);
+    // The turns that are passed over are counted here, the branch itself by `next`.
+    left = pass_over_turns(at, target, left - 1) + 1;
+    return next(target, left, memory, stores, result);
+}
+
 // A branch on a port at which more can happen than that a value passes.
 proof_t* branch_plainly(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores, int32_t result) {
     execute_plainly(pc_of(at), left);
@@ -408,15 +417,6 @@ proof_t* branch_plainly(proof_t* at, int32_t left, int32_t* memory, const uint8_
         left = pass_over_turns(at, target, left - 1) + 1;
     }
     return next_at_pc(left, memory, stores, result);
-}
-
-// A proven branch is taken. Here, not in the branch, so that those need not save registers for the call.
-[[gnu::noinline]] proof_t* close_loop(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores,
-                                      int32_t result) {
-    proof_t* const target = farther(at, at->arg1);
-    // The turns that are passed over are counted here, the branch itself by `next`.
-    left = pass_over_turns(at, target, left - 1) + 1;
-    return next(target, left, memory, stores, result);
 }
 
 // ---- Handlers
@@ -576,7 +576,8 @@ template <opcode_e opcode, from_e from, bool may_wait = false> constexpr handler
     } else if constexpr (computes(opcode)) {
         return compute<opcode, from>;
     } else if constexpr (is_branch(opcode)) {
-        return branch<opcode, from, may_wait>;
+        // Only a proof has the distance to the target by which a loop is closed.
+        return branch<opcode, from, (may_wait && from != FRESH)>;
     } else if constexpr (opcode == K24_CALL) {
         return call<from>;
     } else if constexpr (opcode == K24_RET) {
