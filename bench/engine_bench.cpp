@@ -87,7 +87,7 @@ void check_end(int steps) {
 void run_program(benchmark::State& state, const std::string& source, int steps, const way_t& way) {
     simulate_load(source);
     const std::vector<int32_t> image(std::begin(machine.memory), std::end(machine.memory));
-    pass_over_waiting = way.passes_over;
+    pass_over_waiting(way.passes_over);
     double instructions = 0;
     for (auto _ : state) {
         state.PauseTiming();

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "assembler/assemble.h"
+#include "core/engine.h"
 #include "core/loader.h"
 #include "core/machine.h"
 #include "devices/audio.h"
@@ -98,6 +99,9 @@ void debug_runstop() {
     gui_status_set("Running");
     gui_pc_set("");
     speaker_connect();
+    // Where the sound server does not set the pace, passing over would only make the board run yet farther
+    // ahead of the user's time, and its recording grow as fast.
+    pass_over_waiting(simulator.speaker_on);
 }
 
 void debug_camera() {

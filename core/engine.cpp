@@ -38,8 +38,6 @@
 #include "core/waiting.h"
 #include "devices/io.h"
 
-bool pass_over_waiting = true;
-
 namespace {
 
 struct proof_t;
@@ -115,6 +113,7 @@ int32_t bytes_between(const proof_t* proof, const proof_t* target) {
 }
 
 bool proofs_forgotten = true;
+bool passes_over_waiting = true;
 
 // What a store to a word is besides a store.
 constexpr uint8_t ONLY_A_STORE = 0;
@@ -663,7 +662,7 @@ proof_t* look_up(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stor
 // Whether the instruction, if it is a branch, closes a loop that may wait.
 bool may_wait(int32_t pc, const proof_t& proof, const words_t& words) {
     const bool closes_loop = words.arg1 <= pc && words.arg1 > pc - LONGEST_TURN * WORDS_PER_INSTRUCTION;
-    return closes_loop && pass_over_waiting && history_of(&proof).strikes < MOST_STRIKES;
+    return closes_loop && passes_over_waiting && history_of(&proof).strikes < MOST_STRIKES;
 }
 
 handler_t handler_for(int32_t pc, const proof_t& proof, const words_t& words, from_e from) {
@@ -858,3 +857,10 @@ slice_t run_slice(int32_t count) {
 }
 
 void forget_proofs() { proofs_forgotten = true; }
+
+void pass_over_waiting(bool on) {
+    if (on != passes_over_waiting) {
+        passes_over_waiting = on;
+        forget_proofs();
+    }
+}

@@ -21,6 +21,7 @@ slice_t run_slice(int32_t count);
 // this afterwards: what the engine knows of the memory is no longer true.
 void forget_proofs();
 
-// Whether loops that only wait are passed over, many turns at once. Only the speed depends on it: the
-// benchmark and the tests turn it off to compare.
-extern bool pass_over_waiting;
+// Whether loops that only wait are passed over, many turns at once, as they are at first. Only the speed
+// depends on it: the benchmark and the tests turn it off to compare, and so does a window in which nothing
+// sets the pace.
+void pass_over_waiting(bool on);

@@ -52,6 +52,13 @@ struct ps2_event_t {
     bool pressed;
 };
 
+// A stretch of equal samples: silence, for hours, is only one.
+struct sample_run_t {
+    int32_t sample;
+    uint32_t times; // at least 1
+    bool operator==(const sample_run_t&) const = default;
+};
+
 struct machine_t {
     int32_t memory[MEMORY_SIZE];
     int32_t pc;
@@ -91,7 +98,7 @@ struct machine_t {
     int32_t speaker_sample;
     int32_t speaker_current_sample;
     bool speaker_current_sample_played;
-    std::deque<int32_t> speaker_samples;
+    std::deque<sample_run_t> speaker_samples;
 
     int32_t microphone_command;
     int32_t microphone_response;

@@ -105,6 +105,14 @@ void play(int32_t sample) {
     }
 }
 
+void record(int32_t sample) {
+    std::deque<sample_run_t>& runs = machine.speaker_samples;
+    if (runs.empty() || runs.back().sample != sample || runs.back().times == UINT32_MAX) {
+        runs.push_back({.sample = sample, .times = 0});
+    }
+    ++runs.back().times;
+}
+
 void write_speaker_command(int32_t command) {
     if (machine.speaker_command == 0 && command == 1 && machine.speaker_current_sample_played) {
         machine.speaker_current_sample = machine.speaker_sample;
@@ -178,7 +186,7 @@ void advance_audio() {
     machine.microphone_sample_avail = true;
     machine.speaker_current_sample_played = true;
     if (speaker_recording) {
-        machine.speaker_samples.push_back(machine.speaker_current_sample);
+        record(machine.speaker_current_sample);
     }
     if (simulator.speaker_on) {
         play(machine.speaker_current_sample);

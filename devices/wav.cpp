@@ -178,12 +178,24 @@ void read_wav(const std::string& name, std::deque<int32_t>& samples) {
     }
 }
 
-void write_wav(saved_file_t& file, const std::deque<int32_t>& samples) {
-    constexpr ptrdiff_t samples_a_part = 65536;
-    file.write(header(samples.size()));
-    std::vector<int32_t> part;
-    for (auto next = samples.begin(); next != samples.end(); next += std::ssize(part)) {
-        part.assign(next, next + std::min(samples_a_part, samples.end() - next));
-        file.write(bytes_of(std::span<const int32_t>(part)));
+void write_wav(saved_file_t& file, const std::deque<sample_run_t>& runs) {
+    constexpr size_t samples_a_part = 65536;
+    size_t samples = 0;
+    for (const sample_run_t& run : runs) {
+        samples += run.times;
     }
+    file.write(header(samples));
+    std::vector<int32_t> part;
+    for (const sample_run_t& run : runs) {
+        for (size_t rest = run.times; rest > 0;) {
+            const size_t taken = std::min(rest, samples_a_part - part.size());
+            part.insert(part.end(), taken, run.sample);
+            rest -= taken;
+            if (part.size() == samples_a_part) {
+                file.write(bytes_of(std::span<const int32_t>(part)));
+                part.clear();
+            }
+        }
+    }
+    file.write(bytes_of(std::span<const int32_t>(part)));
 }

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "core/files.h"
+#include "core/machine.h"
 
 constexpr int32_t SAMPLES_PER_SECOND = 8000;
 
@@ -15,5 +16,5 @@ constexpr int32_t SAMPLES_PER_SECOND = 8000;
 // samples may have been appended by then.
 void read_wav(const std::string& name, std::deque<int32_t>& samples);
 
-// Writes the header and all samples. Throws what the file throws.
-void write_wav(saved_file_t& file, const std::deque<int32_t>& samples);
+// Writes the header and all samples, each run as often as it counts. Throws what the file throws.
+void write_wav(saved_file_t& file, const std::deque<sample_run_t>& runs);

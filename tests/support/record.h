@@ -26,6 +26,6 @@ class record_t {
     std::vector<std::vector<std::byte>> stretches_;
     std::deque<ps2_event_t> ps2_events_;
     std::vector<bool> ps2_pressed_;
-    std::deque<int32_t> speaker_samples_;
+    std::deque<sample_run_t> speaker_samples_;
     std::deque<int32_t> microphone_samples_;
 };

@@ -51,7 +51,7 @@ TEST_F(Audio, SpeakerTakesANewSampleWhenTheLastHasBeenPlayed) {
     }
     EXPECT_EQ(perform("42=1"), CHANGED);
     EXPECT_EQ(perform("40=0 41?0"), "");
-    EXPECT_EQ(machine.speaker_samples, (std::deque<int32_t>{7, 7, 7, 9}));
+    EXPECT_EQ(machine.speaker_samples, (std::deque<sample_run_t>{{7, 3}, {9, 1}}));
 }
 
 TEST_F(Audio, MicrophoneHasASampleATick) {
@@ -67,7 +67,7 @@ TEST_F(Audio, MicrophoneHasASampleATick) {
 }
 
 TEST_F(Audio, MicrophoneAsksUntilAFileHasSamples) {
-    machine.speaker_samples = {5, -6, INT32_MIN};
+    machine.speaker_samples = {{5, 1}, {-6, 1}, {INT32_MIN, 1}};
     typed.chosen_file = name;
     save_speaker();
     const std::string none = folder / "none.wav";
@@ -94,18 +94,18 @@ TEST_F(Audio, MicrophoneAsksUntilAFileHasSamples) {
 TEST_F(Audio, SpeakerIsSavedOrKept) {
     save_speaker();
     EXPECT_TRUE(recording.calls.empty()) << "nothing to save";
-    machine.speaker_samples.assign(100000, 3);
+    machine.speaker_samples = {{3, 100000}, {4, 2}};
     typed.chosen_file = "ab";
     recording.at_message = [] { typed.chosen_file.clear(); };
     save_speaker();
     EXPECT_EQ(recording.calls.at(1), "error filename must end in .wav");
     EXPECT_EQ(recording.calls.size(), 3U) << "it is asked for again";
-    EXPECT_EQ(machine.speaker_samples.size(), 100000U);
+    EXPECT_EQ(machine.speaker_samples.size(), 2U);
     typed.chosen_file = name;
     save_speaker();
     EXPECT_TRUE(machine.speaker_samples.empty());
-    EXPECT_EQ(std::filesystem::file_size(name), 68 + 4 * 100000U);
-    EXPECT_EQ(read_back(), "100000");
+    EXPECT_EQ(std::filesystem::file_size(name), 68 + 4 * 100002U);
+    EXPECT_EQ(read_back(), "100002");
 }
 
 // A good file, for the others to differ from.

@@ -365,7 +365,7 @@ class Lockstep : public testing::TestWithParam<program_kind_t> {
         record_t{}.put_back();
         reset_machine();
         simulate_init();
-        pass_over_waiting = true;
+        pass_over_waiting(true);
         tell_engine();
     }
 
@@ -386,7 +386,7 @@ class Lockstep : public testing::TestWithParam<program_kind_t> {
             std::memset(machine.vga_ram, 0, sizeof(video_t));
         }
 
-        pass_over_waiting = seed % 4 != 0;
+        pass_over_waiting(seed % 4 != 0);
         play(session_, simulate_run, [&](int stop, const std::vector<std::string>& calls) {
             const outcome_t& expected = expected_[static_cast<size_t>(stop)];
             EXPECT_EQ(expected.record.difference(), "") << "stop " << stop;

@@ -3,15 +3,18 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
 #include <limits>
 #include <string>
 #include <vector>
 
 #include <sys/resource.h>
 
+#include "core/loader.h"
 #include "core/machine.h"
 #include "core/memory.h"
 #include "core/simulate.h"
+#include "tests/support/bus.h"
 #include "tests/support/gui_recording.h"
 
 namespace {
@@ -42,7 +45,7 @@ TEST_F(RunLoop, ShowsTheSimulatedSeconds) {
     // Rounded down to millions of instructions, then to seconds: 6, 13, 19, 26 and 33 millions.
     EXPECT_EQ(times, (std::vector<std::string>{"time 0 sec", "time 1 sec", "time 2 sec", "time 3 sec",
                                                "time 4 sec"}));
-    EXPECT_EQ(machine.speaker_samples.size(), 5 * 6666666 / 833);
+    EXPECT_EQ(machine.speaker_samples, (std::deque<sample_run_t>{{0, 5 * 6666666 / 833}}));
 }
 
 TEST_F(RunLoop, KeepsTheResetThatADialogMade) {
@@ -51,6 +54,22 @@ TEST_F(RunLoop, KeepsTheResetThatADialogMade) {
     run_until_stop(simulate_run);
     EXPECT_EQ(machine.instr_count, 1U) << "the failed instruction counts after the reset";
     EXPECT_EQ(machine.pc, BRANCH);
+}
+
+using Loader = DeviceTest;
+
+TEST_F(Loader, TellsTheEngineOfAnotherProgram) {
+    const std::string image = folder / "x.mif";
+    const auto load_and_run = [&](int32_t opcode) {
+        std::ofstream(image) << std::string(6, '\n') << "0 : " << opcode << ";\nEND;\n";
+        simulate_load(folder / "x.k");
+        simulator.step = 1000;
+        run_until_stop(simulate_run, false);
+    };
+    load_and_run(K24_BE);
+    EXPECT_EQ(machine.instr_count, 1000U) << "a branch to itself";
+    load_and_run(K24_HALT);
+    EXPECT_TRUE(machine.halted);
 }
 
 TEST_F(RunLoop, AbortsWhenTheInstructionCountWraps) {

@@ -107,7 +107,12 @@ class Session(WindowTest):
             self.fill(**entries)
             self.click("Run ")
             self.wait_stopped(pc=pc)
-        self.fill(Steps="0", Watch="")
+        self.fill(Steps="41", Break="", Watch="")
+        for pc in (8, 12):
+            self.click("Run ")
+            self.wait_stopped(pc=pc)
+            self.assertEqual([(16, 11), (17, 11)], self.red_words())
+        self.fill(Steps="0")
         self.click("Run ")
         self.wait_stopped("Running")
         self.wait_text("PC", "")
