@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The pictures of the examples. Usage: scripts/gallery [NAME ...]
+"""The pictures of the manual. Usage: scripts/gallery [NAME ...]
 
 What an example draws on the screen is written by tovik-run; what it shows elsewhere is a picture of the windows, and
 of one that plays sound, a picture of the sound. A run stops after a number of instructions, and keys are pressed
@@ -23,7 +23,7 @@ PALETTE = "split[a][b];[a]palettegen=reserve_transparent=0[p];[b][p]paletteuse=d
 WAV = ["-r", 8000, "-c", 1, "-b", 32, "-e", "signed"]
 MOVIE = ["-f", "rawvideo", "-pix_fmt", "rgb555le"]
 GAP = 8
-KEYS = ("Return", "Escape")
+KEYS = ("Return", "Escape", "Next")
 
 
 def do(*command, **options):
@@ -36,7 +36,8 @@ def keep(name, *source, picture=PALETTE, **options):
 
 
 # A cursor that blinks would be in some pictures and not in others.
-(harness.SCRATCH / "home/.gtkrc-2.0").write_text("gtk-cursor-blink = 0\n")
+STEADY = harness.SCRATCH / "home/.gtkrc-2.0"
+STEADY.write_text("gtk-cursor-blink = 0\n")
 
 
 class Gallery(harness.WindowTest):
@@ -133,15 +134,22 @@ class Gallery(harness.WindowTest):
     # The pictures
 
     def draw_window(self):
-        """The three windows, with a game that has gone on for a while."""
+        """The three windows, with a game that has gone on for a while, and the words that it has written."""
         self.open("pong")
-        for title, x, y in (("K24 memory", 300, 560), ("VGA", 20, 240), ("tovik", 20, 20)):
+        for title, x, y in (("K24 memory", 20, 755), ("VGA", 20, 230), ("tovik", 20, 20)):
             self.place_at(title, x, y)
         self.run_for(17000000)
         self.activate("VGA")
         self.keys("keydown", "s")
         self.run_for(1500000)
-        self.shoot("window", "tovik", "VGA", "K24 memory")
+        self.press("K24 memory", *["Next"] * 2)
+        self.shoot("window", "tovik", "VGA", "K24 memory", lowest=1100)
+
+    def draw_getting_started(self):
+        """What the page shows is taken while it is followed."""
+        do(sys.executable, "-B", REPOSITORY / "tests/getting_started.py", REPOSITORY / "docs/getting-started.md",
+           "--bin", BIN, "--examples", REPOSITORY / "examples", "--screenshots", IMAGES,
+           env=os.environ | {"GTK2_RC_FILES": str(STEADY)})
 
     def draw_primes(self):
         self.board("primes")
@@ -268,7 +276,7 @@ PAINTING = painting([
     (2, (60, 398), (80, 360)), (2, (80, 398), (80, 350)), (2, (100, 398), (80, 360)),
 ])
 
-PICTURES = ["window", *sorted(path.stem for path in (REPOSITORY / "examples").glob("*.k"))]
+PICTURES = ["window", "getting_started", *sorted(path.stem for path in (REPOSITORY / "examples").glob("*.k"))]
 
 names = sys.argv[1:] or PICTURES
 for name in names:
