@@ -72,7 +72,7 @@ static_assert(MOST_STRIKES > 1 + LONGEST_TURN);
 // How often branches that were believed not to wait are looked at again, in instructions, and how many of
 // them.
 constexpr uint64_t SECOND_LOOK = 1000000;
-constexpr size_t MOST_DOUBTED = 64;
+constexpr size_t MOST_DOUBTED = 1024;
 
 // An instruction is four words and may start at any word. So that the proofs of consecutive instructions are
 // neighbours, there is a row of proofs for each of the four ways to lie. Behind a row's last instruction
@@ -357,10 +357,12 @@ size_t doubted_count = 0;
 uint64_t last_second_look = 0; // the instruction count
 
 void doubt(proof_t* branch) {
-    branch->execute = prove;
-    if (doubted_count < MOST_DOUBTED) {
-        doubted[doubted_count++] = branch;
+    if (doubted_count == MOST_DOUBTED) {
+        history_of(branch).strikes = MOST_STRIKES / 2; // or nobody would look at it again
+        return;
     }
+    branch->execute = prove;
+    doubted[doubted_count++] = branch;
 }
 
 // Each gets some more chances.
