@@ -13,9 +13,9 @@
 #include "devices/sdram.h"
 
 #include <bitset>
-#include <iterator>
 #include <span>
 #include <string>
+#include <type_traits>
 
 #include "core/machine.h"
 #include "core/noise.h"
@@ -31,7 +31,7 @@ constexpr int32_t ADDRESS = 0x33;
 constexpr int32_t DATA_WRITE = 0x34;
 constexpr int32_t DATA_READ = 0x35;
 
-constexpr size_t WORDS = std::size(decltype(machine.sdram_ram){});
+constexpr size_t WORDS = std::extent_v<decltype(machine.sdram_ram)>;
 constexpr int32_t ADDRESS_MASK = WORDS - 1;
 
 // The memory's places of noise, apart from those of the others.

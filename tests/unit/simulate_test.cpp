@@ -59,6 +59,7 @@ TEST_F(RunLoop, KeepsTheResetThatADialogMade) {
 using Loader = DeviceTest;
 
 TEST_F(Loader, TellsTheEngineOfAnotherProgram) {
+    simulate_init();
     const std::string image = folder / "x.mif";
     const auto load_and_run = [&](int32_t opcode) {
         std::ofstream(image) << std::string(6, '\n') << "0 : " << opcode << ";\nEND;\n";

@@ -215,7 +215,8 @@ uint64_t parse_count(const std::string& text) {
 
 event_t parse_event(rest_t rest) {
     const uint64_t count = parse_count(read_word(rest));
-    const form_t& form = find_form(read_word(rest));
+    const std::string name = read_word(rest);
+    const form_t& form = find_form(name);
     event_t event = {.count = count, .happen = form.happen, .values = {}, .text = {}};
     bool complete = true;
     if (form.form == form_e::TEXT) {
