@@ -526,9 +526,9 @@ template <opcode_e opcode, from_e from, bool may_wait, handler_t then = go_on>
     return next(target_of<from>(at, operands), left, memory, stores, result);
 }
 
-// Where the last calls return to, as processors keep it. A return that compares its address with the guess need
-// not wait for that address to go through memory and become a proof: the processor takes the comparison for
-// true and goes on. Zeros are a guess too, address 0.
+// Where the last calls return to, as processors keep it. A return that compares its address with the guess
+// need not wait for that address to go through memory and become a proof: the processor takes the comparison
+// for true and goes on. Zeros are a guess too, address 0.
 struct guess_t {
     int32_t pc;
     int32_t proof; // how many bytes behind the first proof

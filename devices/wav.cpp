@@ -186,16 +186,17 @@ void write_wav(saved_file_t& file, const std::deque<sample_run_t>& runs) {
     }
     file.write(header(samples));
     std::vector<int32_t> part;
+    const auto write_part = [&] {
+        file.write(bytes_of(std::span<const int32_t>(part)));
+        part.clear();
+    };
     for (const sample_run_t& run : runs) {
-        for (size_t rest = run.times; rest > 0;) {
-            const size_t taken = std::min(rest, samples_a_part - part.size());
-            part.insert(part.end(), taken, run.sample);
-            rest -= taken;
+        for (uint32_t i = 0; i < run.times; ++i) {
+            part.push_back(run.sample);
             if (part.size() == samples_a_part) {
-                file.write(bytes_of(std::span<const int32_t>(part)));
-                part.clear();
+                write_part();
             }
         }
     }
-    file.write(bytes_of(std::span<const int32_t>(part)));
+    write_part();
 }

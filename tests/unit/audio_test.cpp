@@ -52,6 +52,9 @@ TEST_F(Audio, SpeakerTakesANewSampleWhenTheLastHasBeenPlayed) {
     EXPECT_EQ(perform("42=1"), CHANGED);
     EXPECT_EQ(perform("40=0 41?0"), "");
     EXPECT_EQ(machine.speaker_samples, (std::deque<sample_run_t>{{7, 3}, {9, 1}}));
+    machine.speaker_samples = {{9, UINT32_MAX}};
+    advance_audio();
+    EXPECT_EQ(machine.speaker_samples, (std::deque<sample_run_t>{{9, UINT32_MAX}, {9, 1}}));
 }
 
 TEST_F(Audio, MicrophoneHasASampleATick) {
