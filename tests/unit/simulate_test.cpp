@@ -1,4 +1,4 @@
-// The run loop's bookkeeping over long runs, Reset, and the limit of processor time.
+// The run loop's bookkeeping over long runs, loading, Reset, and the limit of processor time.
 
 #include <gtest/gtest.h>
 
@@ -56,6 +56,11 @@ TEST_F(RunLoop, KeepsTheResetThatADialogMade) {
     EXPECT_EQ(machine.pc, BRANCH);
 }
 
+TEST_F(RunLoop, AbortsWhenTheInstructionCountWraps) {
+    machine.instr_count = std::numeric_limits<uint64_t>::max() - 5;
+    EXPECT_DEATH(run_until_stop(simulate_run), "machine.instr_count != 0");
+}
+
 using Loader = DeviceTest;
 
 TEST_F(Loader, TellsTheEngineOfAnotherProgram) {
@@ -71,11 +76,6 @@ TEST_F(Loader, TellsTheEngineOfAnotherProgram) {
     EXPECT_EQ(machine.instr_count, 1000U) << "a branch to itself";
     load_and_run(K24_HALT);
     EXPECT_TRUE(machine.halted);
-}
-
-TEST_F(RunLoop, AbortsWhenTheInstructionCountWraps) {
-    machine.instr_count = std::numeric_limits<uint64_t>::max() - 5;
-    EXPECT_DEATH(run_until_stop(simulate_run), "machine.instr_count != 0");
 }
 
 // What is 0 after Reset, and what Reset leaves alone. Of numbers that lie together, the first and the last.
