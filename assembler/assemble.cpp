@@ -179,8 +179,16 @@ void translate(assembly_t& assembly, const std::string& source) {
     find_addresses(assembly, source);
     encode(assembly, source);
     print_trailer(*assembly.image);
-    assembly.image->close();
-    assembly.list->close();
+}
+
+// Returns the first fault of the source, or none.
+std::optional<tovik_error> try_to_translate(assembly_t& assembly, const std::string& source) {
+    try {
+        translate(assembly, source);
+        return std::nullopt;
+    } catch (const tovik_error& fault) {
+        return fault;
+    }
 }
 
 void report_fault(const assembly_t& assembly, const tovik_error& fault) {
@@ -198,16 +206,19 @@ void report_fault(const assembly_t& assembly, const tovik_error& fault) {
 
 bool assemble(const std::string& source_file_name) {
     assembly_t assembly;
+    std::optional<tovik_error> fault = try_to_translate(assembly, source_file_name);
+    // What was made so far is in the files before anyone reads why there is no more.
     try {
-        translate(assembly, source_file_name);
-        return true;
-    } catch (const tovik_error& fault) {
-        // What was made so far is in the files before anyone reads why there is no more.
-        assembly.image.reset();
-        assembly.list.reset();
-        report_fault(assembly, fault);
-        return false;
+        if (assembly.image) {
+            save_together(*assembly.image, assembly.list ? &*assembly.list : nullptr);
+        }
+    } catch (const tovik_error& not_written) {
+        fault = fault.value_or(not_written);
     }
+    if (fault) {
+        report_fault(assembly, *fault);
+    }
+    return !fault;
 }
 
 std::string_view mnemonic_of(int32_t opcode) {

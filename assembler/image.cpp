@@ -1,13 +1,9 @@
 #include "assembler/image.h"
 
 #include <cassert>
-#include <cerrno>
 #include <charconv>
 #include <utility>
 
-#include <unistd.h>
-
-#include "core/files.h"
 #include "core/machine.h"
 
 namespace {
@@ -19,28 +15,25 @@ void append_number(std::string& text, int64_t value, int base = 10) {
 
 } // namespace
 
-output_file_t::output_file_t(std::string name) : name_(std::move(name)), descriptor_(create_file(name_)) {
-    if (descriptor_ < 0) {
-        throw tovik_error(cant_open_text(name_, errno));
+output_file_t::output_file_t(std::string name) : file(std::move(name), "can't open file ") {}
+
+void save_together(output_file_t& image, output_file_t* list) {
+    const auto write = [](output_file_t& output) {
+        output.file.write(output.text);
+        output.file.finish();
+    };
+    // What has no new file loses the old one when it is written, so the other one is safe by then.
+    const bool list_first = list != nullptr && image.file.in_place();
+    if (list_first) {
+        write(*list);
     }
-}
-
-output_file_t::~output_file_t() {
-    // Here only after a fault, which has its own report.
-    if (descriptor_ >= 0) {
-        static_cast<void>(write_out());
+    write(image);
+    if (list != nullptr && !list_first) {
+        write(*list);
     }
-}
-
-int output_file_t::write_out() {
-    const int error = write_all(descriptor_, text);
-    const bool closed = ::close(std::exchange(descriptor_, -1)) == 0;
-    return error == 0 && !closed ? errno : error;
-}
-
-void output_file_t::close() {
-    if (const int error = write_out(); error != 0) {
-        throw tovik_error(cant_write_text(name_, error));
+    image.file.take_name();
+    if (list != nullptr) {
+        list->file.take_name();
     }
 }
 

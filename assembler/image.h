@@ -6,28 +6,20 @@
 #include <string>
 #include <string_view>
 
-// A file to be written. What it will hold is collected and goes to the file in one piece, when the file is
-// closed or the record dies, so that also an assembly that fails leaves what it had made so far.
-class output_file_t {
-  public:
-    // Creates or truncates the file. Throws tovik_error "can't open file NAME: REASON".
+#include "core/saved_file.h"
+
+// A file to be written. What it will hold is collected and goes to the file in one piece.
+struct output_file_t {
+    // Throws tovik_error "can't open file NAME: REASON".
     explicit output_file_t(std::string name);
-    ~output_file_t();
-    output_file_t(const output_file_t&) = delete;
-    output_file_t& operator=(const output_file_t&) = delete;
 
-    // Writes and closes the file. Throws tovik_error "Can't write file NAME: REASON" unless all of it is
-    // written.
-    void close();
-
+    saved_file_t file;
     std::string text;
-
-  private:
-    [[nodiscard]] int write_out();
-
-    std::string name_;
-    int descriptor_;
 };
+
+// Writes the two files, of which the second may be missing. They take their names together: when one cannot
+// be written, both old ones stay. Throws tovik_error "Can't write file NAME: REASON".
+void save_together(output_file_t& image, output_file_t* list);
 
 void print_header(output_file_t& image);
 

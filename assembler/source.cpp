@@ -61,10 +61,7 @@ bool input_stream_t::fill() {
     if (buffer_ == nullptr) {
         buffer_ = std::make_unique_for_overwrite<char[]>(BUFFER_SIZE);
     }
-    ssize_t count = 0;
-    do {
-        count = read(descriptor_, buffer_.get(), BUFFER_SIZE);
-    } while (count < 0 && errno == EINTR);
+    ssize_t count = read_some(descriptor_, buffer_.get(), BUFFER_SIZE);
     if (count < 0) {
         error_ = errno;
         count = 0;
@@ -139,8 +136,7 @@ bool get_parse_line(input_file_t& file, parsed_line_t& parsed) {
         return true;
     }
     if (file.handle.error() != 0) {
-        throw tovik_error("can't read file " + std::string(file.name) + ": " +
-                          system_error_text(file.handle.error()));
+        throw tovik_error(cant_read_text(std::string(file.name), file.handle.error()));
     }
     return false;
 }

@@ -2,27 +2,13 @@
 
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
-#include <utility>
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
-
-#include "core/machine.h"
 
 namespace {
 
 constexpr size_t ERROR_TEXT_LIMIT = 100;
-
-// The file itself, also where the name is a symbolic link to it.
-void remove_target(const std::string& name) {
-    std::error_code error;
-    const std::filesystem::path target = std::filesystem::canonical(name, error);
-    if (!error) {
-        std::filesystem::remove(target, error);
-    }
-}
 
 } // namespace
 
@@ -34,47 +20,12 @@ std::string cant_open_text(const std::string& name, int error) {
     return "can't open file " + name + ": " + system_error_text(error);
 }
 
+std::string cant_read_text(const std::string& name, int error) {
+    return "can't read file " + name + ": " + system_error_text(error);
+}
+
 std::string cant_write_text(const std::string& name, int error) {
     return "Can't write file " + name + ": " + system_error_text(error);
-}
-
-int create_file(const std::string& name) {
-    const int flags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC;
-    const int descriptor = open(name.c_str(), flags | O_NONBLOCK, NEW_FILE_MODE);
-    if (descriptor >= 0) {
-        fcntl(descriptor, F_SETFL, flags);
-    }
-    return descriptor;
-}
-
-saved_file_t::saved_file_t(std::string name) : name_(std::move(name)), descriptor_(create_file(name_)) {
-    if (descriptor_ < 0) {
-        throw tovik_error("Can't open file " + name_ + ": " + system_error_text(errno));
-    }
-    struct stat status {};
-    remove_ = fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode);
-}
-
-saved_file_t::~saved_file_t() {
-    if (descriptor_ >= 0) {
-        ::close(descriptor_);
-    }
-    if (remove_) {
-        remove_target(name_);
-    }
-}
-
-void saved_file_t::write(std::string_view data) {
-    if (const int error = write_all(descriptor_, data); error != 0) {
-        throw tovik_error(cant_write_text(name_, error));
-    }
-}
-
-void saved_file_t::close() {
-    if (::close(std::exchange(descriptor_, -1)) != 0) {
-        throw tovik_error(cant_write_text(name_, errno));
-    }
-    remove_ = false;
 }
 
 void hold_standard_streams() {
@@ -95,4 +46,12 @@ int write_all(int descriptor, std::string_view data) {
         }
     }
     return 0;
+}
+
+ssize_t read_some(int descriptor, char* buffer, size_t size) {
+    ssize_t count = 0;
+    do {
+        count = read(descriptor, buffer, size);
+    } while (count < 0 && errno == EINTR);
+    return count;
 }

@@ -1,38 +1,21 @@
 #pragma once
 
-// What every module that writes a file of the user's needs.
+// What every module that reads or writes a file of the user's needs.
 
+#include <cstddef>
 #include <string>
 #include <string_view>
+
+#include <sys/types.h>
 
 // The system's text for an errno, at most 100 characters.
 std::string system_error_text(int error);
 
-// "can't open file NAME: REASON" and "Can't write file NAME: REASON", for an errno.
+// "can't open file NAME: REASON", "can't read file NAME: REASON" and "Can't write file NAME: REASON", for an
+// errno.
 std::string cant_open_text(const std::string& name, int error);
+std::string cant_read_text(const std::string& name, int error);
 std::string cant_write_text(const std::string& name, int error);
-
-// Opens a file for writing, created or truncated. Returns its descriptor, or -1 with errno set; a pipe that
-// nobody reads is such an error, where waiting for a reader would stop the window.
-[[nodiscard]] int create_file(const std::string& name);
-
-// A file that is saved: created or truncated, written in as many parts as one likes, and closed. Each of them
-// throws tovik_error, "Can't open file NAME: REASON" or "Can't write file NAME: REASON". A regular file that
-// is not closed in the end, since it was not written whole, is removed.
-class saved_file_t {
-  public:
-    explicit saved_file_t(std::string name);
-    saved_file_t(const saved_file_t&) = delete;
-    saved_file_t& operator=(const saved_file_t&) = delete;
-    ~saved_file_t();
-    void write(std::string_view data);
-    void close();
-
-  private:
-    std::string name_;
-    int descriptor_;
-    bool remove_; // unless it is closed
-};
 
 // Makes sure that the three standard streams are open. A caller may have closed some, and a file opened later
 // must not become one of them by its number. Writing to what stands in for a closed one fails, as it should.
@@ -43,3 +26,6 @@ constexpr int NEW_FILE_MODE = 0666;
 
 // Writes all of the data to a descriptor. Returns 0, or the errno of the failure.
 [[nodiscard]] int write_all(int descriptor, std::string_view data);
+
+// Reads what one read gives. Returns the number of bytes, 0 at the end of the file, or -1 with errno set.
+[[nodiscard]] ssize_t read_some(int descriptor, char* buffer, size_t size);

@@ -1,13 +1,16 @@
 #include "core/loader.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <filesystem>
 #include <fstream>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 #include "core/engine.h"
+#include "core/files.h"
 #include "core/machine.h"
 #include "core/memory.h"
 #include "core/simulate.h"
@@ -62,8 +65,15 @@ std::optional<word_t> parse_word(std::string_view line) {
     return word_t{*address, *value};
 }
 
-load_t load_content(std::istream& image) {
+struct content_t {
     load_t load{};
+    std::vector<int32_t> memory = std::vector<int32_t>(MEMORY_SIZE);
+    std::vector<bool> given = std::vector<bool>(MEMORY_SIZE); // which words the image holds
+};
+
+content_t read_content(std::istream& image) {
+    content_t content;
+    load_t& load = content.load;
     load.opened = true;
     std::string line;
     for (int32_t line_number = 1; std::getline(image, line); ++line_number) {
@@ -76,14 +86,14 @@ load_t load_content(std::istream& image) {
             break;
         }
         if (const std::optional<word_t> word = parse_word(line)) {
-            machine.memory[word->address] = word->value;
-            machine.modified[word->address] = true;
+            content.memory[static_cast<size_t>(word->address)] = word->value;
+            content.given[static_cast<size_t>(word->address)] = true;
             ++load.words;
         } else if (line.find_first_not_of(WHITE_SPACE) != std::string::npos && load.skipped++ == 0) {
             load.first_skipped = line_number;
         }
     }
-    return load;
+    return content;
 }
 
 std::ifstream open_image(const std::string& name) {
@@ -105,11 +115,17 @@ load_t simulate_load(const std::string& filename) {
     const std::string name = filename.substr(0, filename.size() - (filename.empty() ? 0 : 1)) + "mif";
     try {
         std::ifstream image = open_image(name);
+        const content_t content = read_content(image);
+        // Half a program must not run: nothing has changed so far.
+        if (image.bad()) {
+            throw tovik_error("Can't read " + name + ": " + system_error_text(errno));
+        }
         clear_memory();
-        const load_t load = load_content(image);
+        std::ranges::copy(content.memory, machine.memory);
+        std::ranges::copy(content.given, machine.modified);
         forget_proofs();
         reset_machine();
-        return load;
+        return content.load;
     } catch (const tovik_error& error) {
         show_error(error.message);
         return {};

@@ -8,7 +8,7 @@
 // What the loader found in an image. Lines that are not memory words are skipped, not reported: it is for the
 // caller to say something about them.
 struct load_t {
-    bool opened;           // false: there is no such image, and the machine is as it was
+    bool opened;           // false: the image could not be read, and the machine is as it was
     bool begun;            // the header ends with BEGIN
     bool ended;            // the END line was there: the image is whole
     int32_t words;         // words loaded
@@ -18,5 +18,6 @@ struct load_t {
 
 // Loads the image beside an assembly source: its name is the source's with the last character replaced by
 // "mif". Clears memory, marks the words loaded as modified and resets the machine. An image that cannot be
-// opened is shown in a dialog (on standard output when there is no display) and changes nothing.
+// opened or read changes nothing; a dialog (without a display, standard output) says "Can't open NAME" or
+// "Can't read NAME: REASON".
 load_t simulate_load(const std::string& filename);

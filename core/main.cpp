@@ -3,7 +3,10 @@
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
+#include <new>
 #include <string_view>
+
+#include <unistd.h>
 
 #include "assembler/assemble.h"
 #include "core/files.h"
@@ -27,6 +30,12 @@ bool has_display(char** envp) {
     return false;
 }
 
+// Not through the stream, which would need memory too. The files that were being written stay as they were.
+[[noreturn]] void out_of_memory() {
+    static_cast<void>(write_all(STDOUT_FILENO, "error: out of memory\n"));
+    std::exit(1);
+}
+
 } // namespace
 
 int main(int argc, char** argv, char** envp) {
@@ -35,6 +44,7 @@ int main(int argc, char** argv, char** envp) {
     // with a message, not the end.
     std::signal(SIGXFSZ, SIG_IGN);
     std::signal(SIGPIPE, SIG_IGN);
+    std::set_new_handler(out_of_memory);
 
     if (argc > 2 && std::string_view(argv[1]) == "-a") {
         assemble(argv[2]);

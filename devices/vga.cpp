@@ -106,9 +106,7 @@ void write_port(int32_t address, int32_t data) {
 }
 
 void write_memory(saved_file_t& file) {
-    for (const auto& row : machine.vga_ram) {
-        file.write(bytes_of(std::span<const uint16_t>(row)));
-    }
+    file.write(bytes_of(std::span<const uint16_t[VGA_RAM_SIZE]>(machine.vga_ram)));
 }
 
 } // namespace

@@ -15,6 +15,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include "core/files.h"
 #include "core/machine.h"
 #include "devices/save.h"
 
@@ -99,6 +100,37 @@ void read_data(std::istream& file, int32_t length, std::deque<int32_t>& samples)
     }
 }
 
+void read_chunks(std::istream& file, std::deque<int32_t>& samples) {
+    if (read_bytes(file, 4) != "RIFF") {
+        fail("not a WAV file");
+    }
+    if (!read_number<int32_t>(file)) {
+        fail("Can't read total length");
+    }
+    if (read_bytes(file, 4) != "WAVE") {
+        fail("not a WAV file");
+    }
+    for (;;) {
+        const std::string chunk = read_bytes(file, 4);
+        if (chunk.size() < 4) {
+            return;
+        }
+        const std::optional<int32_t> length = read_number<int32_t>(file);
+        if (!length) {
+            fail("Can't read chunk length");
+        }
+        if (chunk == "fmt ") {
+            read_format(file, *length);
+        } else if (chunk == "data") {
+            read_data(file, *length, samples);
+        } else if (*length < 0) {
+            return; // nothing is read twice
+        } else {
+            file.seekg(*length, std::ios::cur);
+        }
+    }
+}
+
 // Only a file can be a recording: a pipe would be waited for, and nothing in a directory can be read.
 std::ifstream open_recording(const std::string& name) {
     struct stat status {};
@@ -148,34 +180,19 @@ std::string header(size_t samples) {
 
 void read_wav(const std::string& name, std::deque<int32_t>& samples) {
     std::ifstream file = open_recording(name);
-    if (read_bytes(file, 4) != "RIFF") {
-        fail("not a WAV file");
-    }
-    if (!read_number<int32_t>(file)) {
-        fail("Can't read total length");
-    }
-    if (read_bytes(file, 4) != "WAVE") {
-        fail("not a WAV file");
-    }
-    for (;;) {
-        const std::string chunk = read_bytes(file, 4);
-        if (chunk.size() < 4) {
-            return;
+    const auto check_disk = [&] {
+        if (file.bad()) {
+            fail("Can't read file " + name + ": " + system_error_text(errno));
         }
-        const std::optional<int32_t> length = read_number<int32_t>(file);
-        if (!length) {
-            fail("Can't read chunk length");
-        }
-        if (chunk == "fmt ") {
-            read_format(file, *length);
-        } else if (chunk == "data") {
-            read_data(file, *length, samples);
-        } else if (*length < 0) {
-            return; // nothing is read twice
-        } else {
-            file.seekg(*length, std::ios::cur);
-        }
+    };
+    try {
+        read_chunks(file, samples);
+    } catch (const tovik_error&) {
+        // What could not be read is no fault of the recording's.
+        check_disk();
+        throw;
     }
+    check_disk();
 }
 
 void write_wav(saved_file_t& file, const std::deque<sample_run_t>& runs) {

@@ -6,14 +6,14 @@
 #include <deque>
 #include <string>
 
-#include "core/files.h"
 #include "core/machine.h"
+#include "core/saved_file.h"
 
 constexpr int32_t SAMPLES_PER_SECOND = 8000;
 
 // Appends the samples of a file; a file may have more than one part with samples, and other parts, which are
-// passed over. Throws tovik_error: "Can't open file NAME: REASON", or what is wrong with the file; some
-// samples may have been appended by then.
+// passed over. Throws tovik_error: "Can't open file NAME: REASON", "Can't read file NAME: REASON", or what is
+// wrong with the file; some samples may have been appended by then.
 void read_wav(const std::string& name, std::deque<int32_t>& samples);
 
 // Writes the header and all samples, each run as often as it counts. Throws what the file throws.

@@ -16,6 +16,7 @@
 
 #include "core/files.h"
 #include "core/machine.h"
+#include "core/saved_file.h"
 #include "core/simulate.h"
 #include "devices/audio.h"
 #include "devices/camera_capture.h"
@@ -28,11 +29,19 @@
 
 namespace {
 
+// What takes the bytes of the serial port as they are sent.
+struct serial_file_t {
+    int descriptor;      // -1: none
+    std::string waiting; // until the run loop looks at the window
+    int error;           // the errno of the first failure
+};
+
 struct batch_t {
     options_t options;
     std::vector<event_t> events;
     size_t next_event;
-    int report_descriptor;
+    bool begun;
+    serial_file_t serial_file;
     std::vector<std::string> files;                         // what the run reads and writes, but the report
     std::map<std::string, std::deque<std::string>> answers; // to file choosers, by their titles
     bool console_ended;
@@ -48,7 +57,8 @@ constexpr char END_OF_TRANSMISSION = 4;
 batch_t batch = {.options = {},
                  .events = {},
                  .next_event = 0,
-                 .report_descriptor = STDOUT_FILENO,
+                 .begun = false,
+                 .serial_file = {.descriptor = -1, .waiting = {}, .error = 0},
                  .files = {},
                  .answers = {},
                  .console_ended = false,
@@ -100,25 +110,6 @@ ending_t ending() {
     return limit_reached() ? ending_t{"limit", EXIT_LIMIT} : ending_t{"script", EXIT_STOPPED};
 }
 
-// Returns 0, or the errno of the failure.
-int write_report() {
-    if (batch.options.report_format == "none") {
-        return 0;
-    }
-    const bool to_file = batch.options.report_file.has_value();
-    // Only a regular file has an old content to lose; anything else refuses, and that is fine.
-    if (to_file && ftruncate(batch.report_descriptor, 0) != 0 && errno != EINVAL) {
-        return errno;
-    }
-    const std::string report =
-        batch.options.report_format == "json" ? json_report(batch.run) : text_report(batch.run);
-    const int error = write_all(batch.report_descriptor, report);
-    if (error == 0 && to_file && close(batch.report_descriptor) != 0) {
-        return errno;
-    }
-    return error;
-}
-
 // The saves of the window's buttons show a failure in a dialog. Returns whether it went well.
 bool save(void (*button)(), const std::string& title, const std::optional<std::string>& file) {
     const size_t dialogs = batch.run.messages.size();
@@ -144,21 +135,59 @@ bool write_file(const std::optional<std::string>& name, void (*write)(saved_file
     }
 }
 
-void write_picture(saved_file_t& file) { file.write(png_of_screen()); }
+void write_picture(saved_file_t& file) { file.write(png_of_screen(*batch.options.png_file)); }
+
+std::string report() {
+    return batch.options.report_format == "json" ? json_report(batch.run) : text_report(batch.run);
+}
+
+// Returns whether it went well.
+bool write_report() {
+    if (batch.options.report_format == "none") {
+        return true;
+    }
+    if (batch.options.report_file) {
+        return write_file(batch.options.report_file, [](saved_file_t& file) { file.write(report()); });
+    }
+    const int error = write_all(STDOUT_FILENO, report());
+    if (error != 0) {
+        std::cerr << "tovik-run: " << cant_write_text("standard output", error) << std::endl;
+    }
+    return error == 0;
+}
+
+void flush_serial_file() {
+    serial_file_t& file = batch.serial_file;
+    if (file.descriptor >= 0 && file.error == 0) {
+        file.error = write_all(file.descriptor, file.waiting);
+    }
+    file.waiting.clear();
+}
+
+// Returns whether all of it went well.
+bool close_serial_file() {
+    serial_file_t& file = batch.serial_file;
+    flush_serial_file();
+    if (file.descriptor >= 0 && close(std::exchange(file.descriptor, -1)) != 0 && file.error == 0) {
+        file.error = errno;
+    }
+    if (file.error != 0) {
+        std::cerr << "tovik-run: " << cant_write_text(*batch.options.serial_file, file.error) << std::endl;
+    }
+    return file.error == 0;
+}
 
 // Returns whether all went well.
 bool write_files() {
     std::cout.flush();
-    bool written = write_file(batch.options.png_file, write_picture);
+    bool written = close_serial_file();
+    written &= write_file(batch.options.png_file, write_picture);
     // The button would not save an empty recording.
     written &= write_file(batch.options.speaker_file, write_recording);
     written &= save(save_vga, "Choose VGA .dat file", batch.options.vga_file);
     written &= save(save_sdram, "Choose SDRAM .dat file", batch.options.sdram_file);
-    if (const int error = write_report(); error != 0) {
+    if (!write_report()) {
         written = false;
-        std::cerr << "tovik-run: "
-                  << cant_write_text(batch.options.report_file.value_or("standard output"), error)
-                  << std::endl;
     } else if (!std::cout) {
         written = false;
         std::cerr << "tovik-run: can't write " << (batch.options.console ? "the console" : "the trace")
@@ -219,7 +248,7 @@ void offer_file(const std::string& title, const std::string& file) {
         usage_error(cant_open_text(file, errno));
     }
     close(descriptor);
-    if (std::filesystem::is_directory(file)) {
+    if (std::error_code unknown; std::filesystem::is_directory(file, unknown)) {
         usage_error(cant_open_text(file, EISDIR));
     }
     batch.answers[title].push_back(file);
@@ -242,7 +271,16 @@ void offer_files() {
     }
 }
 
-// What is written by its name later stays open until then: a reader of a pipe must not see its end before.
+// What is written by its name later stays open until then: a reader of a pipe must not see its end before. A
+// device can take what several write; all else is refused if one of the next options names it, too.
+int open_own_output(const std::string& option, const std::string& file) {
+    const int descriptor = open_output(option, file);
+    if (std::error_code ignored; std::filesystem::is_regular_file(file, ignored)) {
+        batch.files.push_back(file);
+    }
+    return descriptor;
+}
+
 void open_files() {
     const options_t& options = batch.options;
     const std::string base = options.program.substr(0, options.program.rfind('.'));
@@ -254,29 +292,39 @@ void open_files() {
                                        {"--save-sdram", options.sdram_file},
                                        {"--save-speaker", options.speaker_file}}) {
         if (file) {
-            open_output(option, *file);
-            // A device can take what several write.
-            if (std::error_code ignored; std::filesystem::is_regular_file(*file, ignored)) {
-                batch.files.push_back(*file);
-            }
+            open_own_output(option, *file);
         }
+    }
+    if (options.serial_file) {
+        batch.serial_file.descriptor = open_own_output("--save-serial", *options.serial_file);
+    }
+    if (options.report_file) {
+        open_own_output("--report", *options.report_file);
     }
 }
 
-int open_report() {
-    if (!batch.options.report_file || batch.options.report_format == "none") {
-        return STDOUT_FILENO;
-    }
-    const std::string file = *batch.options.report_file;
-    const int descriptor = open_output("--report", file);
-    // Truncating it would erase what the trace has written there.
+// Another place in the same file would write over what the trace has written there.
+bool is_standard_output(const std::string& file) {
     std::error_code no_output;
-    if (std::filesystem::equivalent(file, "/dev/stdout", no_output)) {
-        close(descriptor);
+    return std::filesystem::equivalent(file, "/dev/stdout", no_output);
+}
+
+void join_standard_output() {
+    if (batch.options.report_file && is_standard_output(*batch.options.report_file)) {
         batch.options.report_file.reset();
-        return STDOUT_FILENO;
     }
-    return descriptor;
+    if (batch.options.serial_file && is_standard_output(*batch.options.serial_file)) {
+        dup2(STDOUT_FILENO, batch.serial_file.descriptor);
+    }
+}
+
+// Nothing can refuse the run any more: now the old content goes. What is no regular file has none.
+void begin_serial_file() {
+    serial_file_t& file = batch.serial_file;
+    const bool is_own = file.descriptor >= 0 && !is_standard_output(*batch.options.serial_file);
+    if (is_own && ftruncate(file.descriptor, 0) != 0 && errno != EINVAL) {
+        file.error = errno;
+    }
 }
 
 // -1 for an option that was not given.
@@ -315,7 +363,7 @@ void run_batch(const options_t& options, const labels_t& labels, std::vector<eve
     simulator.breakpoint = address_of("--break", options.breakpoint, labels);
     simulator.watchpoint = address_of("--watch", options.watchpoint, labels);
     open_files();
-    batch.report_descriptor = open_report();
+    join_standard_output();
 
     machine.sw = options.switches;
     simulator.step = options.limit ? 1 : -1;
@@ -330,18 +378,23 @@ void run_batch(const options_t& options, const labels_t& labels, std::vector<eve
     if (options.live_camera) {
         camera_connect();
     }
+    begin_serial_file();
     std::atexit(finish_at_exit);
+    batch.begun = true;
     simulator.running = true;
     simulate_run();
 }
+
+bool run_has_begun() { return batch.begun; }
 
 bool gui_events_pending() {
     fill_up_step_count();
     if (batch.options.console) {
         std::cout.flush();
     }
-    // Nobody reads any more what an endless program writes.
-    if (!std::cout) {
+    flush_serial_file();
+    // Nobody can have any more what an endless program writes.
+    if (!std::cout || batch.serial_file.error != 0) {
         simulator.running = false;
         batch.run.reason = "error";
         write_files();
@@ -380,10 +433,16 @@ std::string gui_gettext(std::string /*prompt*/, int /*max_length*/) {
 void gui_serial_setup() {}
 
 void gui_serial_append(char c) {
+    ++batch.run.serial_bytes;
+    if (batch.serial_file.descriptor >= 0) {
+        batch.serial_file.waiting += c;
+    }
     if (c == '\r') {
         return;
     }
-    if (batch.options.report_format != "none") {
+    if (batch.run.serial_output.size() == MOST_SERIAL_OUTPUT) {
+        batch.run.serial_truncated = true;
+    } else if (batch.options.report_format != "none") {
         batch.run.serial_output += c;
     }
     if (batch.options.console) {

@@ -10,8 +10,11 @@
 
 labels_t read_labels(const std::string& file_name) {
     labels_t labels;
-    std::error_code ignored;
-    if (!std::filesystem::is_regular_file(file_name, ignored)) {
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(file_name, error)) {
+        if (error && error != std::errc::no_such_file_or_directory) {
+            usage_error(cant_open_text(file_name, error.value()));
+        }
         return labels;
     }
     std::ifstream file(file_name);
@@ -30,6 +33,9 @@ labels_t read_labels(const std::string& file_name) {
         if (const std::optional<int64_t> number = parse_number(address, 0, MEMORY_SIZE - 1)) {
             labels.emplace(line.substr(0, tab), static_cast<int32_t>(*number));
         }
+    }
+    if (file.bad()) {
+        usage_error(cant_read_text(file_name, errno));
     }
     return labels;
 }

@@ -25,6 +25,7 @@ struct options_t {
     std::vector<std::string> sd_files;       // the cards put in, one after the other
     std::vector<std::string> mic_files;      // the recordings that the microphone plays, likewise
     std::vector<std::string> camera_files;   // the movies that the camera plays, likewise
+    std::optional<std::string> serial_file;
     bool live_sound = false;
     bool live_camera = false;
     std::vector<std::string> serial_names; // the answers to the serial port's questions

@@ -31,7 +31,7 @@ std::string screen_bytes() {
 
 } // namespace
 
-std::string png_of_screen() {
+std::string png_of_screen(const std::string& name) {
     png_image image{};
     image.version = PNG_IMAGE_VERSION;
     image.width = VGA_WIDTH;
@@ -43,7 +43,7 @@ std::string png_of_screen() {
     png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(image);
     std::string png(size, '\0');
     if (png_image_write_to_memory(&image, png.data(), &size, 0, bytes.data(), 0, nullptr) == 0) {
-        throw tovik_error(std::string("can't encode the picture: ") + image.message);
+        throw tovik_error("can't encode the picture " + name + ": " + image.message);
     }
     png.resize(size);
     return png;

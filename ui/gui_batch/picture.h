@@ -4,5 +4,5 @@
 
 #include <string>
 
-// The bytes of a PNG file of the screen. Throws tovik_error.
-std::string png_of_screen();
+// The bytes of a PNG file of the screen. Throws tovik_error, which says for which file they were to be.
+std::string png_of_screen(const std::string& name);

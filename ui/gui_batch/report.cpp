@@ -108,6 +108,10 @@ std::string text_report(const run_t& run) {
     if (!run.serial_output.empty()) {
         text += "  serial output   " + quoted(bytes_of(run.serial_output)) + "\n";
     }
+    if (run.serial_truncated) {
+        text +=
+            "                  and more: " + std::to_string(run.serial_bytes) + " bytes were sent in all\n";
+    }
     for (const int32_t address : run.memory) {
         const std::string name = "memory[" + std::to_string(address) + "]";
         text += format("  %-15s %d\n", name.c_str(), machine.memory[address]);
@@ -139,6 +143,8 @@ std::string json_report(const run_t& run) {
     for (const message_t& message : run.messages) {
         report["messages"].push_back({{"error", message.error}, {"text", message.text}});
     }
+    report["serial_bytes"] = run.serial_bytes;
+    report["serial_truncated"] = run.serial_truncated;
     // A text may hold any bytes, a file's name for example; those that are not UTF-8 are replaced.
     return report.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
