@@ -154,11 +154,15 @@ class WindowTest(unittest.TestCase):
             for application in children(Atspi.get_desktop(0)):
                 application.clear_cache()
                 if application.get_process_id() == self.program.pid:
-                    return {"alert" if frame.get_role() == Atspi.Role.ALERT else frame.get_name(): frame
-                            for frame in children(application)}
+                    return {self.title_of(frame): frame for frame in children(application)}
         except GLib.Error:  # a window that goes while we look
             pass
         return {}
+
+    def title_of(self, frame):
+        """Messages and questions have the title of the control window."""
+        role, name = frame.get_role(), frame.get_name()
+        return {Atspi.Role.ALERT: "alert", Atspi.Role.DIALOG: "question" if name == "tovik" else name}.get(role, name)
 
     def window(self, title):
         return self.frames().get(title)
@@ -217,7 +221,9 @@ class WindowTest(unittest.TestCase):
     # The screen
 
     def id(self, title):
-        return wait_until(lambda: output("xdotool", "search", "--onlyvisible", "--name", f"^{title}$").split())[-1]
+        """Of the first one: messages, questions and tips are called like the control window."""
+        found = wait_until(lambda: output("xdotool", "search", "--onlyvisible", "--name", f"^{title}$").split())
+        return min(found, key=int)
 
     def activate(self, title):
         window = self.id(title)

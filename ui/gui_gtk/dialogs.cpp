@@ -13,6 +13,9 @@ namespace {
 // More than anyone reads; the toolkit needs minutes for the megabytes that a source may have on one line.
 constexpr size_t LONGEST_MESSAGE = 4000;
 
+constexpr const char* TITLE = "tovik";
+constexpr guint QUESTION_BORDER = 10; // pixels
+
 // Selects the file if it exists; otherwise its folder, and its name to save under. Of a name that the
 // chooser's field could not give back, since it is not UTF-8, only the folder.
 void preselect(GtkFileChooser* chooser, bool save, const std::string& filename) {
@@ -53,6 +56,7 @@ void gui_message(std::string text, bool error) {
     GtkWidget* const dialog = gtk_message_dialog_new(
         nullptr, GTK_DIALOG_DESTROY_WITH_PARENT, error ? GTK_MESSAGE_ERROR : GTK_MESSAGE_INFO, GTK_BUTTONS_OK,
         "%s", shorten(show_text(text), LONGEST_MESSAGE).c_str());
+    gtk_window_set_title(GTK_WINDOW(dialog), TITLE);
     break_long_words(GTK_MESSAGE_DIALOG(dialog));
     gtk_dialog_run(GTK_DIALOG(dialog));
     gtk_widget_destroy(dialog);
@@ -93,6 +97,8 @@ bool gui_choosefile(bool save, std::string title, std::string /*filter_name*/, s
 std::string gui_gettext(std::string prompt, int max_length) {
     flush_display();
     GtkWidget* const dialog = gtk_dialog_new();
+    gtk_window_set_title(GTK_WINDOW(dialog), TITLE);
+    gtk_container_set_border_width(GTK_CONTAINER(dialog), QUESTION_BORDER);
     GtkWidget* const entry = gtk_entry_new();
     set_name(entry, prompt);
     gtk_entry_set_max_length(GTK_ENTRY(entry), max_length);
