@@ -279,9 +279,10 @@ class WindowTest(unittest.TestCase):
                                                     Atspi.CoordType.SCREEN))
 
     def framed(self, name):
-        """The focus is drawn at the border of a switch's cell."""
+        """The focus is drawn round the lamp of a switch, and nothing at the rest of its cell's border."""
         left, top, right, _ = self.box(self.widget(name))
-        return len(set(self.pixels(None, left, top, right - left))) > 1
+        colors = self.pixels(None, left, top, right - left)
+        return len(set(colors[:13])) > 1 and len(set(colors[13:])) == 1
 
     def unnamed(self):
         """The roles of what a screen reader could not tell, in all windows."""

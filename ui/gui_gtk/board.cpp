@@ -19,6 +19,7 @@ namespace {
 constexpr int LAMP_SIZE = 10;
 // A rectangle's outline reaches one pixel beyond the filled one.
 constexpr int OUTLINE_SIZE = LAMP_SIZE + 1;
+constexpr int FOCUS_SIZE = OUTLINE_SIZE + 2;
 constexpr guint16 LAMP_GREY = 0x6d60;
 
 GtkWidget* sw_draw[SWITCHES];
@@ -75,7 +76,7 @@ gboolean led_sw_expose(GtkWidget* lamp, GdkEventExpose* event, gpointer number) 
     gdk_draw_rectangle(window, lamp_gc(lamp), filled, 1, 1, LAMP_SIZE, LAMP_SIZE);
     if (gtk_widget_has_focus(lamp) != FALSE) {
         gtk_paint_focus(gtk_widget_get_style(lamp), window, gtk_widget_get_state(lamp), &event->area, lamp,
-                        nullptr, 0, 0, gdk_window_get_width(window), gdk_window_get_height(window));
+                        nullptr, 0, 0, FOCUS_SIZE, FOCUS_SIZE);
     }
     return FALSE;
 }

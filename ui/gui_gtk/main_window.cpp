@@ -126,6 +126,12 @@ GtkWidget* command_row() {
     return row;
 }
 
+GtkWidget* new_pc_label() {
+    GtkWidget* const label = new_shown_label(pc_text, "PC");
+    gtk_label_set_ellipsize(GTK_LABEL(label), PANGO_ELLIPSIZE_END);
+    return label;
+}
+
 GtkWidget* run_row() {
     GtkWidget* const row = gtk_hbox_new(TRUE, 0);
     GtkBox* const box = GTK_BOX(row);
@@ -142,7 +148,7 @@ GtkWidget* run_row() {
     microphone_button = add_check_button(row, "Mic", debug_microphone);
     gtk_box_pack_end(box, new_shown_label(time_label, "Time"), TRUE, TRUE, 0);
     gtk_box_pack_end(box, new_shown_label(status_label, "Status"), TRUE, TRUE, 0);
-    gtk_box_pack_start(box, new_shown_label(pc_text, "PC"), TRUE, TRUE, 0);
+    gtk_box_pack_start(box, new_pc_label(), TRUE, TRUE, 0);
     return row;
 }
 
@@ -172,6 +178,13 @@ GtkWidget* display_row() {
     return row;
 }
 
+// Over the lamps, which are drawn at the left of their cells.
+GtkWidget* new_column_label(const std::string& text) {
+    GtkWidget* const label = gtk_label_new(text.c_str());
+    gtk_misc_set_alignment(GTK_MISC(label), 0, 0.5);
+    return label;
+}
+
 GtkWidget* lamp_table() {
     constexpr guint rows = 4;
     constexpr guint columns = 17; // and grows by what is attached
@@ -185,7 +198,7 @@ GtkWidget* lamp_table() {
     for (int i = 0; i < SWITCHES; ++i) {
         const auto column = static_cast<guint>(SWITCHES - i);
         const std::string number = std::to_string(i);
-        attach(gtk_label_new((number + "      ").c_str()), column, 0);
+        attach(new_column_label(number + "      "), column, 0);
         if (i < GREEN_LEDS) {
             GtkWidget* const led = new_green_led(i);
             set_name(led, "LED_GREEN " + number);
