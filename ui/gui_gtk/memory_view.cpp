@@ -29,6 +29,7 @@ constexpr size_t MOST_CHANGES = 500;
 
 constexpr int WINDOW_WIDTH = 1040;
 constexpr int WINDOW_HEIGHT = 400;
+constexpr int MARGIN = 4;
 
 GtkTextTag* red = nullptr;
 
@@ -86,16 +87,6 @@ void rewrite_field(int32_t address) {
     gtk_text_buffer_insert(memory_buffer, &field.start, text.data(), static_cast<gint>(text.size()));
 }
 
-// The toolkit would leave the cursor at the end, from where the keys that go there would scroll nothing.
-void replace_text(const std::string& text) {
-    GtkTextIter cursor;
-    gtk_text_buffer_get_iter_at_mark(memory_buffer, &cursor, gtk_text_buffer_get_insert(memory_buffer));
-    const gint offset = gtk_text_iter_get_offset(&cursor);
-    gtk_text_buffer_set_text(memory_buffer, text.data(), static_cast<gint>(text.size()));
-    gtk_text_buffer_get_iter_at_offset(memory_buffer, &cursor, offset);
-    gtk_text_buffer_place_cursor(memory_buffer, &cursor);
-}
-
 std::vector<int32_t> take_modified() {
     std::vector<int32_t> addresses;
     for (int32_t address = 0; address < MEMORY_SIZE; ++address) {
@@ -133,7 +124,8 @@ void print_memory() {
     const std::vector<int32_t> modified = take_modified();
     const std::vector<int32_t> changed = changed_words();
     if (!shown || changed.size() > MOST_CHANGES) {
-        replace_text(whole_text());
+        const std::string text = whole_text();
+        gtk_text_buffer_set_text(memory_buffer, text.data(), static_cast<gint>(text.size()));
         shown = true;
     } else {
         field_t all;
@@ -157,6 +149,10 @@ void build_memory_window() {
     GtkWidget* const view = new_text_view("Memory");
     memory_buffer = gtk_text_view_get_buffer(GTK_TEXT_VIEW(view));
     gtk_text_buffer_set_text(memory_buffer, "", 0);
+    // Without a cursor the keys that would move it scroll at once.
+    gtk_text_view_set_cursor_visible(GTK_TEXT_VIEW(view), FALSE);
+    gtk_text_view_set_left_margin(GTK_TEXT_VIEW(view), MARGIN);
+    gtk_text_view_set_right_margin(GTK_TEXT_VIEW(view), MARGIN);
     gtk_container_add(GTK_CONTAINER(window), new_scrolled(view, WINDOW_WIDTH, WINDOW_HEIGHT));
     gtk_widget_show_all(window);
 }
