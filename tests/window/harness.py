@@ -81,6 +81,16 @@ Atspi.init()
 Atspi.set_timeout(1000, 1000)
 DISPLAY = display.Display()
 DISPLAY.xfixes_query_version()
+TIPS = []  # those on the screen; they are found only by their coming
+
+
+def note_tip(event):
+    if event.source.get_role() == Atspi.Role.TOOL_TIP:
+        TIPS[:] = [event.source] if event.detail1 else []
+
+
+TIP_LISTENER = Atspi.EventListener.new(note_tip)
+TIP_LISTENER.register("object:state-changed:showing")
 
 
 def children(widget):
@@ -283,6 +293,27 @@ class WindowTest(unittest.TestCase):
         left, top, right, _ = self.box(self.widget(name))
         colors = self.pixels(None, left, top, right - left)
         return len(set(colors[:13])) > 1 and len(set(colors[13:])) == 1
+
+    def tip(self):
+        """What is told about the thing below the pointer."""
+        while GLib.MainContext.default().iteration(False):
+            pass
+        try:
+            for tip in TIPS:
+                tip.clear_cache()
+            return "".join(widget.get_name() for tip in TIPS for widget in descendants(tip))
+        except GLib.Error:  # it goes while we look
+            return ""
+
+    def expect_tip(self, text, box=None):
+        """Where the pointer is, or in the middle of the box."""
+        if box:
+            left, top, right, bottom = box
+            self.keys("mousemove", "0", "1199", "sleep", "0.1", "mousemove", (left + right) // 2, (top + bottom) // 2)
+        try:
+            wait_until(lambda: self.tip() == text)
+        except AssertionError:
+            self.assertEqual(text, self.tip())
 
     def unnamed(self):
         """The roles of what a screen reader could not tell, in all windows."""

@@ -3,9 +3,10 @@
 import re
 import unittest
 
-from harness import WindowTest, children, descendants, text_of, wait_until
+from harness import Atspi, WindowTest, children, corners, descendants, text_of, wait_until
 
 BLANK_LCD = " " * 16 + "\n" + " " * 16
+NEXT_ONE = ": the address of the next instruction of a stopped program."
 
 
 def table_of(words):
@@ -66,6 +67,65 @@ class Session(WindowTest):
             self.assertEqual([f"{kind} {i} is {'on' if i in on else 'off'}" for i in range(count)],
                              [told[f"{label} {i}"] for i in range(count)])
         self.assertEqual("Choose assembly file", told[f"{self.folder}/lab.k"])
+
+    def test_tips_and_places(self):
+        self.load("lab.k")
+        self.wait_stopped("Halted  ", 36)
+        for i in range(18):
+            self.assertTrue(self.has(f"{i}      "))
+            self.assertEqual(self.box(self.widget(f"SW {i}"))[0], self.text_box(self.widget(f"{i}      "))[0])
+        self.activate("tovik")
+        for name, tip in (("SW 5", "SW 5: off"), ("LED_GREEN 1", "LED_GREEN 1: on"), ("PC", "PC 36" + NEXT_ONE),
+                          ("Watch", "Run stops after an instruction that writes to this address; empty: none.")):
+            self.expect_tip(tip, self.box(self.widget(name)))
+        self.check_memory_window()
+        self.check_far_program_counter()
+        self.check_tip_of_a_lamp_that_changes()
+
+    def reload(self, source):
+        (self.folder / "lab.k").write_text(source)
+        self.click("Assemble")
+        self.click("Load")
+        self.wait_stopped(pc=0)
+
+    def check_far_program_counter(self):
+        """It is cut in a window as wide as before, and whole in the tip."""
+        before = self.box(self.window("tovik"))
+        self.reload(" be 0x80000000 0 0\n")
+        self.fill(Steps="1")
+        self.click("Run ")
+        self.wait_stopped(pc=-2147483648)
+        self.activate("tovik")
+        self.expect_tip("PC -2147483648" + NEXT_ONE, self.box(self.widget("PC")))
+        self.assertEqual(before, self.box(self.window("tovik")))
+
+    def check_tip_of_a_lamp_that_changes(self):
+        self.reload((self.folder / "loop.k").read_text().replace("0x80000003", "0x80000001"))
+        self.fill(Steps="")
+        self.click("Run ")
+        self.expect_tip("LED_RED 8: on", self.box(self.widget("LED_RED 8")))
+        self.expect_tip("LED_RED 8: off")
+        self.expect_tip("LED_RED 8: on")
+
+    def check_memory_window(self):
+        """Its margin, keys that scroll at once, and tips for what is in sight."""
+        legend = "columns: the address of the line + 0 to 9\nred: written since the last stop"
+        view = self.memory_view()
+
+        def place(line, column, width=1):
+            return corners(Atspi.Text.get_range_extents(view, line * 127 + column, line * 127 + column + width,
+                                                        Atspi.CoordType.SCREEN))
+        left, top = place(0, 0)[:2]
+        self.assertGreater(left, self.box(view)[0] + 2)
+        self.activate("K24 memory")
+        for key, line, column, tip in (("Down", 12, 3, "address 123: line 120, column 3\n"), ("Next", 50, -1, ""),
+                                       ("ctrl+End", 1638, 3, "address 16383: line 16380, column 3\n"),
+                                       ("ctrl+Home", 0, 0, "address 0: line 0, column 0\n")):
+            before = place(0, 0)
+            self.keys("key", key)
+            wait_until(lambda: place(0, 0) != before)
+            self.expect_tip(tip + legend, place(line, 7 + 12 * column, 11) if column >= 0 else place(line, 0, 5))
+        self.assertEqual((left, top), place(0, 0)[:2])
 
     def test_large_text(self):
         (self.folder / "gtkrc").write_text('gtk-font-name = "Sans 20"\n')

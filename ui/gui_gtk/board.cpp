@@ -9,6 +9,7 @@
 #include "core/machine.h"
 #include "devices/ledswitchtimer.h"
 #include "ui/gui.h"
+#include "ui/gui_gtk/tips.h"
 #include "ui/gui_gtk/windows.h"
 #include "ui/screen.h"
 
@@ -86,12 +87,22 @@ void describe(GtkWidget* lamp, const bank_t& bank, int i) {
     atk_object_set_description(gtk_widget_get_accessible(lamp), text.c_str());
 }
 
+// The name with the state of now.
+gboolean query_lamp_tip(GtkWidget* lamp, gint /*x*/, gint /*y*/, gboolean /*by_keyboard*/,
+                        GtkTooltip* tooltip, gpointer number) {
+    const bank_t& bank = bank_of(GPOINTER_TO_INT(number));
+    const bool lit = is_lit(bank, GPOINTER_TO_INT(number) - bank.first);
+    const std::string name = atk_object_get_name(gtk_widget_get_accessible(lamp));
+    return show_tip(lamp, tooltip, name + (lit ? ": on" : ": off"));
+}
+
 GtkWidget* new_lamp(const bank_t& bank, int i, AtkRole role) {
     GtkWidget* const lamp = gtk_drawing_area_new();
     gtk_widget_set_size_request(lamp, LAMP_SIZE, LAMP_SIZE);
     g_signal_connect(lamp, "expose_event", G_CALLBACK(led_sw_expose), GINT_TO_POINTER(bank.first + i));
     atk_object_set_role(gtk_widget_get_accessible(lamp), role);
     describe(lamp, bank, i);
+    set_tip_handler(lamp, query_lamp_tip, GINT_TO_POINTER(bank.first + i));
     return lamp;
 }
 
@@ -101,6 +112,7 @@ void flush_lamps(const bank_t& bank, std::bitset<count>& changed, GtkWidget* con
         if (changed[i]) {
             gtk_widget_queue_draw_area(lamps[i], 1, 1, OUTLINE_SIZE, OUTLINE_SIZE);
             describe(lamps[i], bank, static_cast<int>(i));
+            refresh_tip(lamps[i]);
         }
     }
     changed.reset();

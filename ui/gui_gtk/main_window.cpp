@@ -15,6 +15,7 @@
 #include "devices/vga.h"
 #include "ui/gui.h"
 #include "ui/gui_gtk/text.h"
+#include "ui/gui_gtk/tips.h"
 #include "ui/gui_gtk/windows.h"
 
 namespace {
@@ -58,6 +59,7 @@ void flush_label(shown_label_t& label, std::string (*shown)(std::string_view)) {
         const std::string text = shown(label.text);
         if (text != gtk_label_get_text(GTK_LABEL(label.widget))) {
             gtk_label_set_text(GTK_LABEL(label.widget), text.c_str());
+            refresh_tip(label.widget);
         }
     }
 }
@@ -68,11 +70,18 @@ GtkWidget* new_shown_label(shown_label_t& label, const char* name, const char* t
     return label.widget;
 }
 
-GtkWidget* new_entry(const char* name) {
+GtkWidget* new_entry(const char* name, const char* tip) {
     GtkWidget* const entry = gtk_entry_new();
     gtk_entry_set_width_chars(GTK_ENTRY(entry), ENTRY_WIDTH_CHARACTERS);
     set_name(entry, name);
+    set_tip(entry, tip);
     return entry;
+}
+
+GtkWidget* new_label(const char* text, const char* tip) {
+    GtkWidget* const label = gtk_label_new(text);
+    set_tip(label, tip);
+    return label;
 }
 
 void run_command(gpointer command) { reinterpret_cast<void (*)()>(command)(); }
@@ -120,33 +129,50 @@ GtkWidget* command_row() {
     add_button(row, "Load", TRUE, debug_load);
     runstop_button = add_button(row, "Run ", TRUE, debug_runstop);
     add_button(row, "Reset", TRUE, reset_machine);
-    add_button(row, "Save speaker", TRUE, save_speaker);
-    add_button(row, "Save SDRAM", TRUE, save_sdram);
-    add_button(row, "Save VGA", TRUE, save_vga);
+    set_tip(add_button(row, "Save speaker", TRUE, save_speaker),
+            "Saves what the speaker has played, and forgets it.");
+    set_tip(add_button(row, "Save SDRAM", TRUE, save_sdram), "Saves the whole SDRAM in a file.");
+    set_tip(add_button(row, "Save VGA", TRUE, save_vga), "Saves the whole video memory in a file.");
     return row;
+}
+
+// What is too long for the label is whole in the tip.
+gboolean query_pc_tip(GtkWidget* label, gint /*x*/, gint /*y*/, gboolean /*by_keyboard*/, GtkTooltip* tooltip,
+                      gpointer /*data*/) {
+    const std::string pc = gtk_label_get_text(GTK_LABEL(label));
+    return show_tip(label, tooltip,
+                    (pc.empty() ? "PC" : pc) + ": the address of the next instruction of a stopped program.");
 }
 
 GtkWidget* new_pc_label() {
     GtkWidget* const label = new_shown_label(pc_text, "PC");
     gtk_label_set_ellipsize(GTK_LABEL(label), PANGO_ELLIPSIZE_END);
+    set_tip_handler(label, query_pc_tip);
     return label;
 }
 
 GtkWidget* run_row() {
+    constexpr const char* steps = "Run stops after this number of instructions; empty: no limit.";
+    constexpr const char* breakpoint = "Run stops before the instruction at this address; empty: none.";
+    constexpr const char* watchpoint =
+        "Run stops after an instruction that writes to this address; empty: none.";
     GtkWidget* const row = gtk_hbox_new(TRUE, 0);
     GtkBox* const box = GTK_BOX(row);
-    steps_text = new_entry("Steps");
-    breakpoint_text = new_entry("Break");
-    watchpoint_text = new_entry("Watch");
-    gtk_box_pack_start(box, gtk_label_new("Steps"), FALSE, FALSE, 0);
+    steps_text = new_entry("Steps", steps);
+    breakpoint_text = new_entry("Break", breakpoint);
+    watchpoint_text = new_entry("Watch", watchpoint);
+    gtk_box_pack_start(box, new_label("Steps", steps), FALSE, FALSE, 0);
     gtk_box_pack_start(box, steps_text, TRUE, TRUE, 0);
-    gtk_box_pack_start(box, gtk_label_new("   Break"), TRUE, TRUE, 0);
+    gtk_box_pack_start(box, new_label("   Break", breakpoint), TRUE, TRUE, 0);
     gtk_box_pack_start(box, breakpoint_text, TRUE, TRUE, 0);
-    gtk_box_pack_start(box, gtk_label_new("   Watch"), TRUE, TRUE, 0);
+    gtk_box_pack_start(box, new_label("   Watch", watchpoint), TRUE, TRUE, 0);
     gtk_box_pack_start(box, watchpoint_text, TRUE, TRUE, 0);
     camera_button = add_check_button(row, "Camera", debug_camera);
+    set_tip(camera_button, "Checked: pictures come from the camera; otherwise from files.");
     microphone_button = add_check_button(row, "Mic", debug_microphone);
+    set_tip(microphone_button, "Checked: sound comes from the microphone; otherwise from files.");
     gtk_box_pack_end(box, new_shown_label(time_label, "Time"), TRUE, TRUE, 0);
+    set_tip(time_label.widget, "The seconds of the board's time since Reset or Load.");
     gtk_box_pack_end(box, new_shown_label(status_label, "Status"), TRUE, TRUE, 0);
     gtk_box_pack_start(box, new_pc_label(), TRUE, TRUE, 0);
     return row;
@@ -165,15 +191,15 @@ void use_monospace_font(GtkWidget* label) {
 
 GtkWidget* display_row() {
     GtkWidget* const row = gtk_hbox_new(FALSE, 0);
-    const auto add = [row](GtkWidget* widget) {
-        gtk_box_pack_start(GTK_BOX(row), widget, FALSE, TRUE, BOARD_PADDING);
+    const auto add = [row](const char* text, GtkWidget* display, const char* tip) {
+        set_tip(display, tip);
+        for (GtkWidget* const widget : {new_label(text, tip), display}) {
+            gtk_box_pack_start(GTK_BOX(row), widget, FALSE, TRUE, BOARD_PADDING);
+        }
     };
-    add(gtk_label_new("HEX7-HEX4"));
-    add(new_shown_label(hex74_text, "HEX7-HEX4 digits"));
-    add(gtk_label_new("HEX3-HEX0"));
-    add(new_shown_label(hex30_text, "HEX3-HEX0 digits"));
-    add(gtk_label_new("LCD"));
-    add(new_shown_label(lcd_text, "LCD text", "\n"));
+    add("HEX7-HEX4", new_shown_label(hex74_text, "HEX7-HEX4 digits"), "The left four hexadecimal digits.");
+    add("HEX3-HEX0", new_shown_label(hex30_text, "HEX3-HEX0 digits"), "The right four hexadecimal digits.");
+    add("LCD", new_shown_label(lcd_text, "LCD text", "\n"), "The text display: two lines of 16 characters.");
     use_monospace_font(lcd_text.widget);
     return row;
 }

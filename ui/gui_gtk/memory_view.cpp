@@ -14,6 +14,7 @@
 #include "core/machine.h"
 #include "ui/gui.h"
 #include "ui/gui_gtk/text.h"
+#include "ui/gui_gtk/tips.h"
 #include "ui/gui_gtk/windows.h"
 
 GtkTextBuffer* memory_buffer = nullptr;
@@ -112,6 +113,60 @@ std::vector<int32_t> changed_words() {
     return addresses;
 }
 
+// What the pointer may be over: the address of a line, or a word with the spaces before it.
+struct cell_t {
+    int32_t line;
+    int32_t column; // -1 is the address
+};
+
+cell_t cell_at(GtkTextView* view, int x, int y) {
+    GtkTextIter iter;
+    gtk_text_view_get_iter_at_position(view, &iter, nullptr, x, y);
+    const gint offset = gtk_text_iter_get_line_offset(&iter) - ADDRESS_WIDTH - 1;
+    return {gtk_text_iter_get_line(&iter), offset < 0 ? -1 : offset / (FIELD_WIDTH + 1)};
+}
+
+// Where a cell is, in the coordinates of the buffer.
+GdkRectangle area_of(GtkTextView* view, const cell_t& cell) {
+    const bool is_word = cell.column >= 0;
+    GtkTextIter iter;
+    GdkRectangle start;
+    GdkRectangle end;
+    gtk_text_buffer_get_iter_at_line_offset(gtk_text_view_get_buffer(view), &iter, cell.line,
+                                            is_word ? column_of(cell.column) - 1 : 0);
+    gtk_text_view_get_iter_location(view, &iter, &start);
+    gtk_text_iter_forward_chars(&iter, is_word ? FIELD_WIDTH + 1 : ADDRESS_WIDTH + 1);
+    gtk_text_view_get_iter_location(view, &iter, &end);
+    return {start.x, start.y, end.x - start.x, start.height};
+}
+
+bool is_inside(const GdkRectangle& area, int x, int y) {
+    return x >= area.x && x < area.x + area.width && y >= area.y && y < area.y + area.height;
+}
+
+gboolean query_memory_tip(GtkWidget* widget, gint x, gint y, gboolean by_keyboard, GtkTooltip* tooltip,
+                          gpointer /*data*/) {
+    std::string text = "columns: the address of the line + 0 to 9\nred: written since the last stop";
+    if (by_keyboard != FALSE) { // there is no place then
+        return show_tip(widget, tooltip, text);
+    }
+    GtkTextView* const view = GTK_TEXT_VIEW(widget);
+    gtk_text_view_window_to_buffer_coords(view, GTK_TEXT_WINDOW_WIDGET, x, y, &x, &y);
+    const cell_t cell = cell_at(view, x, y);
+    GdkRectangle area = area_of(view, cell);
+    if (!is_inside(area, x, y)) {
+        return FALSE;
+    }
+    if (cell.column >= 0) {
+        const int32_t first = cell.line * WORDS_PER_LINE;
+        text = "address " + std::to_string(first + cell.column) + ": line " + std::to_string(first) +
+               ", column " + std::to_string(cell.column) + "\n" + text;
+    }
+    gtk_text_view_buffer_to_window_coords(view, GTK_TEXT_WINDOW_WIDGET, area.x, area.y, &area.x, &area.y);
+    gtk_tooltip_set_tip_area(tooltip, &area);
+    return show_tip(widget, tooltip, text);
+}
+
 } // namespace
 
 void print_memory() {
@@ -153,6 +208,7 @@ void build_memory_window() {
     gtk_text_view_set_cursor_visible(GTK_TEXT_VIEW(view), FALSE);
     gtk_text_view_set_left_margin(GTK_TEXT_VIEW(view), MARGIN);
     gtk_text_view_set_right_margin(GTK_TEXT_VIEW(view), MARGIN);
+    set_tip_handler(view, query_memory_tip);
     gtk_container_add(GTK_CONTAINER(window), new_scrolled(view, WINDOW_WIDTH, WINDOW_HEIGHT));
     gtk_widget_show_all(window);
 }
