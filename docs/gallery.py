@@ -24,6 +24,8 @@ WAV = ["-r", 8000, "-c", 1, "-b", 32, "-e", "signed"]
 MOVIE = ["-f", "rawvideo", "-pix_fmt", "rgb555le"]
 GAP = 8
 KEYS = ("Return", "Escape", "Next")
+SMALL_SCREEN = "1366x768"
+PLACES = {"tovik": (0, 0), "VGA": (0, 200), "K24 memory": (324, 343), "Serial console": (719, 200)}
 
 
 def do(*command, **options):
@@ -79,11 +81,13 @@ class Gallery(harness.WindowTest):
         self.fill(Steps="")
 
     def run_until_it_stands(self, during=lambda: None):
-        """The program counter is shown while the program stands, and is another one after the run."""
-        before = self.text("PC")
+        """The program counter is shown while the program stands. It is another one after the run, but where the
+        program waits in one instruction."""
+        before, start = self.text("PC"), harness.time.monotonic()
         self.click("Run ")
         during()
-        harness.wait_until(lambda: self.text("PC").strip() not in ("", before))
+        harness.wait_until(lambda: self.text("PC").strip() and (
+            self.text("PC") != before or harness.time.monotonic() > start + 2))
 
     def press(self, title, *lines):
         """While the program stands: the keys wait for it in a queue."""
@@ -108,7 +112,7 @@ class Gallery(harness.WindowTest):
     def shoot(self, name, *titles, lowest=1200):
         for title in reversed(titles):
             self.activate(title)
-        self.keys("mousemove", 1599, 1199)
+        self.keys("mousemove", 1599, 0)  # where no window tells what is below the pointer
         frames = [self.frame(title) for title in titles]
         left, top = (min(frame[i] for frame in frames) for i in (0, 1))
         right, bottom = (max(frame[i] for frame in frames) for i in (2, 3))
@@ -144,6 +148,26 @@ class Gallery(harness.WindowTest):
         self.run_for(1500000)
         self.press("K24 memory", *["Next"] * 2)
         self.shoot("window", "tovik", "VGA", "K24 memory", lowest=1100)
+
+    def draw_small_screen(self):
+        """The places of the windows, and which of them are in front."""
+        if os.environ.get("TOVIK_SCREEN") != SMALL_SCREEN:
+            do(sys.executable, "-B", __file__, "small_screen", env=os.environ | {"TOVIK_SCREEN": SMALL_SCREEN})
+            return
+        places = [(title, x, y) for title, (x, y) in PLACES.items() if title != "Serial console"]
+        self.open("pong")
+        for title, x, y in places:
+            self.place_at(title, x, y)
+        self.run_for(17000000)
+        self.press("K24 memory", *["Next"] * 2)
+        self.shoot("small-screen-vga", "tovik", "VGA", "K24 memory")
+        self.run_for(1)
+        self.shoot("small-screen-memory", "tovik", "K24 memory", "VGA")
+        self.end()
+        self.converse("calc", places, [], CALCULATION, switches=[0])
+        self.place_at("Serial console", *PLACES["Serial console"])
+        self.keys("windowminimize", self.id("VGA"))
+        self.shoot("small-screen-serial", "tovik", "Serial console", "K24 memory")
 
     def draw_getting_started(self):
         """What the page shows is taken while it is followed."""
@@ -186,11 +210,11 @@ class Gallery(harness.WindowTest):
         self.batch("sd_notes", "--sd", "card.img")
         self.board("sd_notes", during=lambda: self.choose("Choose SD card file", self.folder / "card.img"))
 
-    def console(self, name, typed, received, switches=()):
+    def converse(self, name, places, typed, received, switches=()):
         """The serial port leads to the console."""
         self.open(name)
-        for title, y in (("tovik", 0), ("VGA", 600), ("K24 memory", 600)):
-            self.place_at(title, 0, y)
+        for title, x, y in places:
+            self.place_at(title, x, y)
         for switch in switches:
             self.click_at(f"SW {switch}")
         self.press("VGA", *typed)
@@ -198,17 +222,18 @@ class Gallery(harness.WindowTest):
         self.run_until_it_stands(self.answer_prompt)
         self.press("Serial console", *received)
         self.run_for(5000000)
+
+    def console(self, name, *said, **options):
+        self.converse(name, (("tovik", 0, 0), ("VGA", 0, 600), ("K24 memory", 0, 600)), *said, **options)
         top = self.frame("tovik")[3] + GAP
         self.place_at("Serial console", 0, top)
         self.shoot(name, "tovik", "Serial console", lowest=top + 160)
 
     def answer_prompt(self):
-        known = {"tovik", "VGA", "K24 memory", "alert"}
-        self.answer("OK", harness.wait_until(lambda: set(self.frames()) - known).pop())
+        self.answer("OK", "question")
 
     def draw_calc(self):
-        self.console("calc", [], ["2 3 +", "Return", "1 2 + 3 4 + *", "Return", "10 *", "Return", "5 0 /", "Return"],
-                     switches=[0])
+        self.console("calc", [], CALCULATION, switches=[0])
 
     def draw_chat(self):
         self.console("chat", ["How are you?", "Return"], ["Fine, thanks"])
@@ -276,7 +301,9 @@ PAINTING = painting([
     (2, (60, 398), (80, 360)), (2, (80, 398), (80, 350)), (2, (100, 398), (80, 360)),
 ])
 
-PICTURES = ["window", "getting_started", *sorted(path.stem for path in (REPOSITORY / "examples").glob("*.k"))]
+CALCULATION = ["2 3 +", "Return", "1 2 + 3 4 + *", "Return", "10 *", "Return", "5 0 /", "Return"]
+
+PICTURES = ["window", "small_screen", "getting_started", *sorted(path.stem for path in (REPOSITORY / "examples").glob("*.k"))]
 
 names = sys.argv[1:] or PICTURES
 for name in names:

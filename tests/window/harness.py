@@ -49,7 +49,8 @@ def start_desktop():
     os.environ.update(PULSE_SERVER="unix:/nonexistent", HOME=str(SCRATCH / "home"), XDG_RUNTIME_DIR=str(SCRATCH / "runtime"), LC_ALL="C.UTF-8",
                       GTK_MODULES="gail:atk-bridge", GIO_USE_VFS="local", GSETTINGS_BACKEND="memory")
     os.environ["DISPLAY"] = ":" + first_line(
-        ["Xvfb", "-displayfd", "{}", "-screen", "0", "1600x1200x24", "-nolisten", "tcp", "-noreset"])
+        ["Xvfb", "-displayfd", "{}", "-screen", "0", os.environ.get("TOVIK_SCREEN", "1600x1200") + "x24",
+         "-nolisten", "tcp", "-noreset"])
     os.environ["DBUS_SESSION_BUS_ADDRESS"] = first_line(
         ["dbus-daemon", "--session", "--nofork", "--print-address={}"])
     start(["openbox"])
