@@ -87,7 +87,7 @@ struct client_t {
         : socket(std::move(connection)), peer(from), deadline(socket.get_executor()) {}
 };
 
-// An operation under way holds its client, too: its buffer must live as long.
+// An operation under way holds its clients, too: buffer and socket must live as long.
 using client_ptr = std::shared_ptr<client_t>;
 
 struct {
@@ -197,8 +197,10 @@ void start_deadline(const client_ptr& client, int seconds, const char* text) {
 
 void send_held(const client_ptr& client) {
     client->sending = true;
-    asio::async_write(client->partner->socket, asio::buffer(client->buffer.data(), client->held),
-                      [client](error_code error, size_t) {
+    // A write of which a part is done goes on with the partner's socket, even if the partner has left since.
+    const client_ptr partner = relay.clients.at(client->partner);
+    asio::async_write(partner->socket, asio::buffer(client->buffer.data(), client->held),
+                      [client, partner](error_code error, size_t) {
                           client->sending = false;
                           client->held = 0;
                           // The partner is not read here: bytes of its own may still be on the way.

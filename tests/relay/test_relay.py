@@ -1,6 +1,7 @@
 """The relay of the virtual serial cable, with real sockets. Each test has a relay on a loopback address of its own."""
 
 import asyncio
+import contextlib
 import fcntl
 import itertools
 import os
@@ -79,19 +80,34 @@ class Relay(unittest.TestCase):
         fields = pathlib.Path(f"/proc/{self.process.pid}/stat").read_text().split()
         return sum(map(int, fields[13:15])) / os.sysconf("SC_CLK_TCK")
 
-    def connect(self, source="127.0.0.1"):
-        connection = socket.create_connection((self.address, self.port), 20, (source, 0))
+    @contextlib.contextmanager
+    def stopped(self):
+        """What happens inside, the relay sees all at once."""
+        self.process.send_signal(signal.SIGSTOP)
+        os.waitid(os.P_PID, self.process.pid, os.WSTOPPED | os.WEXITED | os.WNOWAIT)
+        yield
+        self.process.send_signal(signal.SIGCONT)
+
+    def connect(self, source="127.0.0.1", buffers=None):
+        connection = socket.socket()
         self.addCleanup(connection.close)
+        connection.settimeout(20)
+        connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        for name in (socket.SO_RCVBUF, socket.SO_SNDBUF) if buffers else ():
+            connection.setsockopt(socket.SOL_SOCKET, name, buffers)
+        connection.bind((source, 0))
+        connection.connect((self.address, self.port))
         return connection
 
-    def join(self, name, source="127.0.0.1"):
+    def join(self, name, *where):
         """A client after its handshake, and the status that it was given."""
-        connection = self.connect(source)
+        connection = self.connect(*where)
         connection.sendall(introduction(take(connection, 4), name))
         return connection, take(connection, 4)
 
-    def pair(self, name=b"ada"):
-        return self.join(name)[0], self.join(name)[0]
+    def pair(self, name=b"ada", buffers=None):
+        """With small buffers for the first one if so many bytes are given."""
+        return self.join(name, "127.0.0.1", buffers)[0], self.join(name)[0]
 
     def fill(self, connection, most=8 << 20):
         """Sends until nothing more is taken for a while; returns what was sent."""
@@ -195,6 +211,28 @@ class Relay(unittest.TestCase):
                     self.assertEqual(b"back", take(first, 4))
                     first.close()
                     self.assertEqual(b"", take(second, 1))
+
+    def test_one_leaves_while_bytes_are_sent_to_it(self):
+        """In one look of the relay at its connections a write finds room for a part of its bytes, the partner has left,
+        and somebody comes. Of so many sizes, some leave such a room."""
+        self.start("--max-per-address", 10_000)
+        one, other = self.pair()
+        for round in range(16):
+            pairs = [(*self.pair(b"%d" % size, 4096), size) for size in range(32_000, 92_000, 500)]
+            for _, sender, size in pairs:
+                sender.sendall(b"\xff" * size)
+            for _ in range(100):  # more looks than all of that needs
+                one.sendall(b"x")
+                take(other, 1)
+            strangers = []
+            with self.stopped():
+                for leaver, sender, _ in pairs:
+                    sender.sendall(b"\xff" * 8192)
+                    leaver.shutdown(socket.SHUT_WR)
+                    strangers.append(self.connect())
+            for number, stranger in enumerate(strangers):
+                stranger.sendall(introduction(take(stranger, 4), b"%d/%d" % (round, number)))
+                self.assertEqual(bytes(4), take(stranger, 4), "nothing that was for another")
 
     def test_the_farewell_has_a_time_limit(self):
         self.start("--farewell-timeout", 1)
