@@ -90,7 +90,7 @@ struct client_t {
 // An operation under way holds its clients, too: buffer and socket must live as long.
 using client_ptr = std::shared_ptr<client_t>;
 
-struct {
+struct relay_t {
     relay_options_t options;
     asio::io_context io{1};
     tcp::acceptor acceptor{io};
@@ -101,7 +101,10 @@ struct {
     std::unordered_map<client_t*, client_ptr> clients;
     std::unordered_map<uint32_t, size_t> clients_of_address;
     std::unordered_map<std::string, client_t*> names; // whoever is WAITING, or one of the pair
-} relay;
+};
+
+// Made by run_relay, whose caller is told what the system refuses.
+std::unique_ptr<relay_t> relay;
 
 void start_deadline(const client_ptr& client, int seconds, const char* text);
 void move_bytes(const client_ptr& client);
@@ -144,16 +147,16 @@ std::string quoted_name(const client_t& client) {
 
 // The name may since be another pair's.
 void release_name(const client_t& client) {
-    const auto entry = relay.names.find(client.name);
-    if (entry != relay.names.end() && (entry->second == &client || entry->second == client.partner)) {
-        relay.names.erase(entry);
+    const auto entry = relay->names.find(client.name);
+    if (entry != relay->names.end() && (entry->second == &client || entry->second == client.partner)) {
+        relay->names.erase(entry);
     }
 }
 
 void forget_address(const client_t& client) {
-    const auto count = relay.clients_of_address.find(client.peer.address().to_v4().to_uint());
+    const auto count = relay->clients_of_address.find(client.peer.address().to_v4().to_uint());
     if (--count->second == 0) {
-        relay.clients_of_address.erase(count);
+        relay->clients_of_address.erase(count);
     }
 }
 
@@ -172,15 +175,15 @@ void leave(const client_ptr& client, log_level_e level, const std::string& reaso
     error_code ignored;
     client->socket.close(ignored);
     if (client->partner != nullptr) {
-        const client_ptr partner = relay.clients.at(client->partner);
+        const client_ptr partner = relay->clients.at(client->partner);
         client->partner = nullptr;
         partner->partner = nullptr;
         partner->phase = phase_e::LEFT;
         partner->socket.shutdown(tcp::socket::shutdown_send, ignored);
-        start_deadline(partner, relay.options.farewell_seconds, "its partner has left");
+        start_deadline(partner, relay->options.farewell_seconds, "its partner has left");
         move_bytes(partner);
     }
-    relay.clients.erase(client.get());
+    relay->clients.erase(client.get());
 }
 
 void start_deadline(const client_ptr& client, int seconds, const char* text) {
@@ -198,7 +201,7 @@ void start_deadline(const client_ptr& client, int seconds, const char* text) {
 void send_held(const client_ptr& client) {
     client->sending = true;
     // A write of which a part is done goes on with the partner's socket, even if the partner has left since.
-    const client_ptr partner = relay.clients.at(client->partner);
+    const client_ptr partner = relay->clients.at(client->partner);
     asio::async_write(partner->socket, asio::buffer(client->buffer.data(), client->held),
                       [client, partner](error_code error, size_t) {
                           client->sending = false;
@@ -253,21 +256,21 @@ void watch_hang_up(const client_ptr& client) {
     epoll_event event{};
     event.events = EPOLLRDHUP | EPOLLONESHOT;
     event.data.ptr = client.get();
-    epoll_ctl(relay.hang_ups.native_handle(), EPOLL_CTL_ADD, client->socket.native_handle(), &event);
+    epoll_ctl(relay->hang_ups.native_handle(), EPOLL_CTL_ADD, client->socket.native_handle(), &event);
 }
 
 // What a client of a pair has sent before its end still goes to its partner.
 void handle_hang_ups() {
     epoll_event event{};
-    while (epoll_wait(relay.hang_ups.native_handle(), &event, 1, 0) == 1) {
-        const client_ptr client = relay.clients.at(static_cast<client_t*>(event.data.ptr));
+    while (epoll_wait(relay->hang_ups.native_handle(), &event, 1, 0) == 1) {
+        const client_ptr client = relay->clients.at(static_cast<client_t*>(event.data.ptr));
         if (client->phase == phase_e::WAITING) {
             leave(client, log_level_e::INFO, "it has left");
         } else {
             release_name(*client);
         }
     }
-    relay.hang_ups.async_wait(asio::posix::stream_descriptor::wait_read,
+    relay->hang_ups.async_wait(asio::posix::stream_descriptor::wait_read,
                               [](error_code) { handle_hang_ups(); });
 }
 
@@ -297,14 +300,14 @@ void join_pair(const client_ptr& client, client_t& first) {
     first.partner = client.get();
     log_client(log_level_e::INFO, *client, "is paired with " + place_text(first.peer));
     watch_hang_up(client);
-    move_bytes(relay.clients.at(&first));
+    move_bytes(relay->clients.at(&first));
     move_bytes(client);
 }
 
 void wait_for_partner(const client_ptr& client) {
     client->deadline.cancel();
     client->phase = phase_e::WAITING;
-    relay.names.emplace(client->name, client.get());
+    relay->names.emplace(client->name, client.get());
     log_client(log_level_e::INFO, *client, "waits for its partner");
     watch_hang_up(client);
     move_bytes(client);
@@ -316,8 +319,8 @@ void check_name(const client_ptr& client) {
         return;
     }
     log_client(log_level_e::DEBUG, *client, "is named " + quoted_name(*client));
-    const auto entry = relay.names.find(client->name);
-    client_t* const first = entry != relay.names.end() ? entry->second : nullptr;
+    const auto entry = relay->names.find(client->name);
+    client_t* const first = entry != relay->names.end() ? entry->second : nullptr;
     if (first != nullptr && first->phase != phase_e::WAITING) {
         leave(client, log_level_e::INFO, "its name is taken by a pair");
     } else if (!write_word(client,
@@ -332,7 +335,7 @@ void check_name(const client_ptr& client) {
 
 void check_length(const client_ptr& client) {
     const uint32_t length = word_at(std::span(client->buffer).first<4>());
-    if (length < 2 || length > relay.options.name_bytes + 1) {
+    if (length < 2 || length > relay->options.name_bytes + 1) {
         leave(client, log_level_e::INFO, "its name is empty or too long");
         return;
     }
@@ -351,20 +354,20 @@ void check_response(const client_ptr& client) {
 // New connections.
 
 void welcome(tcp::socket connection) {
-    const uint32_t address = relay.peer.address().to_v4().to_uint();
-    const auto found = relay.clients_of_address.find(address);
-    const size_t count = found != relay.clients_of_address.end() ? found->second : 0;
-    const bool is_full = relay.clients.size() >= relay.options.clients;
-    if (is_full || count >= relay.options.clients_per_address) {
-        log_line(log_level_e::WARNING, place_text(relay.peer) + " refused: too many clients" +
+    const uint32_t address = relay->peer.address().to_v4().to_uint();
+    const auto found = relay->clients_of_address.find(address);
+    const size_t count = found != relay->clients_of_address.end() ? found->second : 0;
+    const bool is_full = relay->clients.size() >= relay->options.clients;
+    if (is_full || count >= relay->options.clients_per_address) {
+        log_line(log_level_e::WARNING, place_text(relay->peer) + " refused: too many clients" +
                                            (is_full ? "" : " from this address"));
         return;
     }
-    relay.clients_of_address[address]++;
+    relay->clients_of_address[address]++;
     error_code error;
     connection.non_blocking(true, error);
-    const client_ptr client = std::make_shared<client_t>(std::move(connection), relay.peer);
-    relay.clients.emplace(client.get(), client);
+    const client_ptr client = std::make_shared<client_t>(std::move(connection), relay->peer);
+    relay->clients.emplace(client.get(), client);
     log_client(log_level_e::DEBUG, *client, "is connected");
     const uint32_t challenge = std::random_device()();
     client->expected_response = challenge * challenge + RESPONSE_ADDEND;
@@ -372,34 +375,39 @@ void welcome(tcp::socket connection) {
         leave(client, log_level_e::INFO, "it has left in the handshake");
         return;
     }
-    start_deadline(client, relay.options.handshake_seconds, "it has not named itself in time");
+    start_deadline(client, relay->options.handshake_seconds, "it has not named itself in time");
     receive(client, asio::buffer(client->buffer, 4), check_response);
 }
 
 void accept_next() {
-    relay.acceptor.async_accept(relay.peer, [](error_code error, tcp::socket connection) {
+    relay->acceptor.async_accept(relay->peer, [](error_code error, tcp::socket connection) {
         if (!error) {
             welcome(std::move(connection));
             accept_next();
             return;
         }
         log_line(log_level_e::ERROR, "no new connections for a moment: " + error.message());
-        relay.accept_pause.expires_after(ACCEPT_PAUSE);
-        relay.accept_pause.async_wait([](error_code) { accept_next(); });
+        relay->accept_pause.expires_after(ACCEPT_PAUSE);
+        relay->accept_pause.async_wait([](error_code) { accept_next(); });
     });
 }
 
+int required(int result, const char* call) {
+    if (result < 0) {
+        throw std::system_error(errno, std::generic_category(), call);
+    }
+    return result;
+}
+
 void listen_on(const tcp::endpoint& place) {
-    relay.acceptor.open(place.protocol());
+    relay->acceptor.open(place.protocol());
     for (const auto& [level, name, value] : SOCKET_OPTIONS) {
-        if (setsockopt(relay.acceptor.native_handle(), level, name, &value, sizeof value) != 0) {
-            throw std::system_error(errno, std::generic_category(), "setsockopt");
-        }
+        required(setsockopt(relay->acceptor.native_handle(), level, name, &value, sizeof value), "setsockopt");
     }
     error_code error;
-    relay.acceptor.bind(place, error);
+    relay->acceptor.bind(place, error);
     if (!error) {
-        relay.acceptor.listen(tcp::acceptor::max_listen_connections, error);
+        relay->acceptor.listen(tcp::acceptor::max_listen_connections, error);
     }
     if (error) {
         throw std::runtime_error("cannot listen on " + place_text(place) + ": " + error.message());
@@ -409,13 +417,14 @@ void listen_on(const tcp::endpoint& place) {
 } // namespace
 
 void run_relay(const relay_options_t& options) {
-    relay.options = options;
-    relay.signals.async_wait([](error_code, int) { relay.io.stop(); });
-    relay.hang_ups.assign(epoll_create1(EPOLL_CLOEXEC));
+    relay = std::make_unique<relay_t>();
+    relay->options = options;
+    relay->signals.async_wait([](error_code, int) { relay->io.stop(); });
+    relay->hang_ups.assign(required(epoll_create1(EPOLL_CLOEXEC), "epoll_create1"));
     listen_on(tcp::endpoint(asio::ip::make_address_v4(options.address), options.port));
-    log_line(log_level_e::INFO, "listening on " + place_text(relay.acceptor.local_endpoint()));
+    log_line(log_level_e::INFO, "listening on " + place_text(relay->acceptor.local_endpoint()));
     handle_hang_ups();
     accept_next();
-    relay.io.run();
-    log_line(log_level_e::INFO, "ends with " + std::to_string(relay.clients.size()) + " clients");
+    relay->io.run();
+    log_line(log_level_e::INFO, "ends with " + std::to_string(relay->clients.size()) + " clients");
 }

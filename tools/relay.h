@@ -19,7 +19,7 @@ struct relay_options_t {
     log_level_e log_level = log_level_e::INFO;
 };
 
-// Serves until SIGTERM or SIGINT. Throws std::system_error when it cannot listen.
+// Serves until SIGTERM or SIGINT. Throws what the standard library throws when it cannot listen or go on.
 void run_relay(const relay_options_t& options);
 
 // One line on standard error: time, level, text. Nothing for what is less grave than `log_limit`.

@@ -8,6 +8,7 @@
 #include <iostream>
 #include <limits>
 #include <map>
+#include <new>
 #include <string>
 
 #include <sys/resource.h>
@@ -92,11 +93,14 @@ int main(int argc, char** argv) {
     hold_standard_streams();
     // A log whose reader is gone must not end the relay.
     std::signal(SIGPIPE, SIG_IGN);
-    relay_options_t options = parse_options(argc, argv);
-    log_limit = options.log_level;
-    fit_descriptors(options);
     try {
+        relay_options_t options = parse_options(argc, argv);
+        log_limit = options.log_level;
+        fit_descriptors(options);
         run_relay(options);
+    } catch (const std::bad_alloc&) {
+        std::cerr << "tovik-relay: out of memory\n";
+        return EXIT_FAILED;
     } catch (const std::exception& error) {
         std::cerr << "tovik-relay: " << error.what() << "\n";
         return EXIT_FAILED;
