@@ -22,6 +22,7 @@
 #include <csignal>
 #include <cstdio>
 #include <memory>
+#include <new>
 #include <random>
 #include <span>
 #include <stdexcept>
@@ -98,6 +99,7 @@ struct relay_t {
     asio::steady_timer accept_pause{io};
     asio::posix::stream_descriptor hang_ups{io}; // an epoll set of all who are WAITING or PAIRED
     asio::signal_set signals{io, SIGTERM, SIGINT};
+    std::random_device random; // one for all, for it may need a descriptor
     std::unordered_map<client_t*, client_ptr> clients;
     std::unordered_map<uint32_t, size_t> clients_of_address;
     std::unordered_map<std::string, client_t*> names; // whoever is WAITING, or one of the pair
@@ -144,6 +146,10 @@ std::string quoted_name(const client_t& client) {
 }
 
 // The end of a connection.
+
+std::string reason_text(error_code error) {
+    return error == asio::error::eof ? "it has left" : error.message();
+}
 
 // The name may since be another pair's.
 void release_name(const client_t& client) {
@@ -198,6 +204,14 @@ void start_deadline(const client_ptr& client, int seconds, const char* text) {
 
 // The passing of bytes.
 
+// Bytes of its own may still be on the way: it has left when these are read.
+void stop_sending_to(client_t& client, error_code error) {
+    log_client(log_level_e::INFO, client, "receives nothing more: " + error.message());
+    client.deaf = true;
+    error_code ignored;
+    client.socket.shutdown(tcp::socket::shutdown_both, ignored);
+}
+
 void send_held(const client_ptr& client) {
     client->sending = true;
     // A write of which a part is done goes on with the partner's socket, even if the partner has left since.
@@ -206,9 +220,8 @@ void send_held(const client_ptr& client) {
                       [client, partner](error_code error, size_t) {
                           client->sending = false;
                           client->held = 0;
-                          // The partner is not read here: bytes of its own may still be on the way.
-                          if (error && client->partner != nullptr) {
-                              client->partner->deaf = true;
+                          if (error && partner->phase != phase_e::CLOSED) {
+                              stop_sending_to(*partner, error);
                           }
                           move_bytes(client);
                       });
@@ -219,7 +232,7 @@ void read_bytes(const client_ptr& client) {
     const std::span<char> room = std::span(client->buffer).subspan(client->held);
     const size_t count = client->socket.read_some(asio::buffer(room.data(), room.size()), error);
     if (error && error != asio::error::would_block) {
-        leave(client, log_level_e::INFO, error == asio::error::eof ? "it has left" : error.message());
+        leave(client, log_level_e::INFO, reason_text(error));
         return;
     }
     const bool has_no_reader =
@@ -252,14 +265,17 @@ void move_bytes(const client_ptr& client) {
 // A client whose buffer is full is not read, and yet its name must be free as soon as it has gone. The event
 // loop's own set does not report the end of a transmission behind unread bytes; this second one does.
 
-void watch_hang_up(const client_ptr& client) {
+error_code watch_hang_up(const client_ptr& client) {
     epoll_event event{};
     event.events = EPOLLRDHUP | EPOLLONESHOT;
     event.data.ptr = client.get();
-    epoll_ctl(relay->hang_ups.native_handle(), EPOLL_CTL_ADD, client->socket.native_handle(), &event);
+    const int result =
+        epoll_ctl(relay->hang_ups.native_handle(), EPOLL_CTL_ADD, client->socket.native_handle(), &event);
+    return {result == 0 ? 0 : errno, std::generic_category()};
 }
 
-// What a client of a pair has sent before its end still goes to its partner.
+// What a client of a pair has sent before its end still goes to its partner. Whoever is closed has left the
+// set.
 void handle_hang_ups() {
     epoll_event event{};
     while (epoll_wait(relay->hang_ups.native_handle(), &event, 1, 0) == 1) {
@@ -271,23 +287,28 @@ void handle_hang_ups() {
         }
     }
     relay->hang_ups.async_wait(asio::posix::stream_descriptor::wait_read,
-                              [](error_code) { handle_hang_ups(); });
+                               [](error_code) { handle_hang_ups(); });
 }
 
 // The handshake.
 
 // Only for the few bytes of the handshake: they always fit into a connection's empty buffer.
-bool write_word(const client_ptr& client, const std::array<unsigned char, 4>& bytes) {
+error_code write_word(const client_ptr& client, const std::array<unsigned char, 4>& bytes) {
     error_code error;
-    return client->socket.write_some(asio::buffer(bytes), error) == bytes.size() && !error;
+    asio::write(client->socket, asio::buffer(bytes), error);
+    return error;
+}
+
+void leave_handshake(const client_ptr& client, error_code error) {
+    leave(client, log_level_e::INFO, reason_text(error) + " in the handshake");
 }
 
 void receive(const client_ptr& client, asio::mutable_buffer bytes, void (*next)(const client_ptr&)) {
     asio::async_read(client->socket, bytes, [client, next](error_code error, size_t) {
-        if (!error) {
+        if (error) {
+            leave_handshake(client, error);
+        } else if (client->phase == phase_e::HANDSHAKE) { // its time may have run out just now
             next(client);
-        } else {
-            leave(client, log_level_e::INFO, "it has left in the handshake");
         }
     });
 }
@@ -299,7 +320,6 @@ void join_pair(const client_ptr& client, client_t& first) {
     client->partner = &first;
     first.partner = client.get();
     log_client(log_level_e::INFO, *client, "is paired with " + place_text(first.peer));
-    watch_hang_up(client);
     move_bytes(relay->clients.at(&first));
     move_bytes(client);
 }
@@ -309,7 +329,6 @@ void wait_for_partner(const client_ptr& client) {
     client->phase = phase_e::WAITING;
     relay->names.emplace(client->name, client.get());
     log_client(log_level_e::INFO, *client, "waits for its partner");
-    watch_hang_up(client);
     move_bytes(client);
 }
 
@@ -323,9 +342,15 @@ void check_name(const client_ptr& client) {
     client_t* const first = entry != relay->names.end() ? entry->second : nullptr;
     if (first != nullptr && first->phase != phase_e::WAITING) {
         leave(client, log_level_e::INFO, "its name is taken by a pair");
-    } else if (!write_word(client,
-                           first != nullptr ? first->peer.address().to_v4().to_bytes() : low_byte_first(0))) {
-        leave(client, log_level_e::INFO, "it has left in the handshake");
+        return;
+    }
+    error_code error = watch_hang_up(client);
+    if (!error) {
+        error = write_word(client,
+                           first != nullptr ? first->peer.address().to_v4().to_bytes() : low_byte_first(0));
+    }
+    if (error) {
+        leave_handshake(client, error);
     } else if (first != nullptr) {
         join_pair(client, *first);
     } else {
@@ -353,30 +378,59 @@ void check_response(const client_ptr& client) {
 
 // New connections.
 
-void welcome(tcp::socket connection) {
-    const uint32_t address = relay->peer.address().to_v4().to_uint();
-    const auto found = relay->clients_of_address.find(address);
-    const size_t count = found != relay->clients_of_address.end() ? found->second : 0;
-    const bool is_full = relay->clients.size() >= relay->options.clients;
-    if (is_full || count >= relay->options.clients_per_address) {
-        log_line(log_level_e::WARNING, place_text(relay->peer) + " refused: too many clients" +
-                                           (is_full ? "" : " from this address"));
-        return;
+void refuse(const std::string& reason) {
+    log_line(log_level_e::WARNING, place_text(relay->peer) + " refused: " + reason);
+}
+
+// Null when it is refused. Without memory it throws, and nothing has changed.
+client_ptr admit(tcp::socket connection) {
+    if (relay->clients.size() >= relay->options.clients) {
+        refuse("too many clients");
+        return nullptr;
     }
-    relay->clients_of_address[address]++;
-    error_code error;
-    connection.non_blocking(true, error);
+    size_t& count = relay->clients_of_address[relay->peer.address().to_v4().to_uint()];
+    if (count >= relay->options.clients_per_address) {
+        refuse("too many clients from this address");
+        return nullptr;
+    }
     const client_ptr client = std::make_shared<client_t>(std::move(connection), relay->peer);
     relay->clients.emplace(client.get(), client);
+    count++;
+    return client;
+}
+
+void greet(const client_ptr& client) {
     log_client(log_level_e::DEBUG, *client, "is connected");
-    const uint32_t challenge = std::random_device()();
+    const uint32_t challenge = relay->random();
     client->expected_response = challenge * challenge + RESPONSE_ADDEND;
-    if (error || !write_word(client, low_byte_first(challenge))) {
-        leave(client, log_level_e::INFO, "it has left in the handshake");
+    error_code error;
+    client->socket.non_blocking(true, error);
+    if (!error) {
+        error = write_word(client, low_byte_first(challenge));
+    }
+    if (error) {
+        leave_handshake(client, error);
         return;
     }
     start_deadline(client, relay->options.handshake_seconds, "it has not named itself in time");
     receive(client, asio::buffer(client->buffer, 4), check_response);
+}
+
+// Most of a client's memory is needed here, and nobody but the new one suffers when there is none.
+void welcome(tcp::socket connection) {
+    client_ptr client;
+    try {
+        client = admit(std::move(connection));
+        if (client != nullptr) {
+            greet(client);
+        }
+    } catch (const std::bad_alloc&) {
+        if (client == nullptr) {
+            refuse("out of memory");
+        } else {
+            leave(client, log_level_e::WARNING, "out of memory");
+        }
+    }
 }
 
 void accept_next() {
@@ -402,7 +456,8 @@ int required(int result, const char* call) {
 void listen_on(const tcp::endpoint& place) {
     relay->acceptor.open(place.protocol());
     for (const auto& [level, name, value] : SOCKET_OPTIONS) {
-        required(setsockopt(relay->acceptor.native_handle(), level, name, &value, sizeof value), "setsockopt");
+        required(setsockopt(relay->acceptor.native_handle(), level, name, &value, sizeof value),
+                 "setsockopt");
     }
     error_code error;
     relay->acceptor.bind(place, error);
