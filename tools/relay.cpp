@@ -274,7 +274,7 @@ error_code watch_hang_up(const client_ptr& client) {
     return {result == 0 ? 0 : errno, std::generic_category()};
 }
 
-// What a client of a pair has sent before its end still goes to its partner. Whoever is closed has left the
+// What a client of a pair has sent before its end still goes to its partner. A closed socket is not in the
 // set.
 void handle_hang_ups() {
     epoll_event event{};
@@ -393,7 +393,7 @@ client_ptr admit(tcp::socket connection) {
         refuse("too many clients from this address");
         return nullptr;
     }
-    const client_ptr client = std::make_shared<client_t>(std::move(connection), relay->peer);
+    client_ptr client = std::make_shared<client_t>(std::move(connection), relay->peer);
     relay->clients.emplace(client.get(), client);
     count++;
     return client;

@@ -1,5 +1,6 @@
 """The relay of the virtual serial cable, with real sockets. Each test has a relay on a loopback address of its own."""
 
+import array
 import asyncio
 import contextlib
 import fcntl
@@ -50,6 +51,55 @@ def is_closed(connection):
 def reset(connection):
     connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
     connection.close()
+
+
+WAYS_TO_LEAVE = {"close": socket.socket.close, "half": lambda c: c.shutdown(socket.SHUT_WR), "reset": reset}
+
+
+class Peer:
+    """A client that keeps to nothing. Its bytes tell whose they are."""
+
+    def __init__(self, number, name, connection):
+        self.number, self.name, self.connection = number, name, connection
+        self.out, self.sent, self.got = b"", 0, b""
+        self.end = None  # how it left
+        self.over = False  # it has read the end
+        connection.setblocking(False)
+
+    def bytes(self):
+        return array.array("I", range(self.number, self.number + (50_000 << 12), 1 << 12)).tobytes()
+
+    def read(self, most):
+        try:
+            data = self.connection.recv(most)
+            self.got += data
+            self.over = self.over or not data
+        except BlockingIOError:
+            pass
+        except OSError:
+            self.over = True
+        if not self.out and len(self.got) >= 4:
+            self.out = introduction(self.got[:4], self.name) + self.bytes()
+
+    def send(self, most):
+        with contextlib.suppress(OSError):
+            self.sent += self.connection.send(self.out[self.sent:self.sent + most])
+
+    def leave(self, how):
+        if self.end is None or not self.over:
+            self.end = "after" if self.over else how
+        with contextlib.suppress(OSError):
+            WAYS_TO_LEAVE[how](self.connection)
+
+    def step(self, rng):
+        if self.end in (None, "half") and rng.random() < 0.5:
+            self.read(rng.choice((4, 8, 1000, 100_000)))
+        elif self.end is None:
+            self.send(rng.choice((1, 3, 8, 20, 8192, 200_000)))
+            if rng.random() < 0.03:
+                self.leave(rng.choice(("half", "half", "half", "close", "reset")))
+        elif self.over or rng.random() < 0.01:
+            self.leave("close")
 
 
 class Relay(unittest.TestCase):
@@ -189,8 +239,7 @@ class Relay(unittest.TestCase):
 
     def test_one_of_a_pair_leaves(self):
         self.start()
-        for how, leave in {"close": socket.socket.close, "half-close": lambda c: c.shutdown(socket.SHUT_WR),
-                           "reset": reset}.items():
+        for how, leave in WAYS_TO_LEAVE.items():
             for index in (0, 1):
                 with self.subTest(how, index=index):
                     pair = self.pair()
@@ -217,7 +266,7 @@ class Relay(unittest.TestCase):
         and somebody comes. Of so many sizes, some leave such a room."""
         self.start("--max-per-address", 10_000)
         one, other = self.pair()
-        for round in range(16):
+        for turn in range(16):
             pairs = [(*self.pair(b"%d" % size, 4096), size) for size in range(32_000, 92_000, 500)]
             for _, sender, size in pairs:
                 sender.sendall(b"\xff" * size)
@@ -231,8 +280,71 @@ class Relay(unittest.TestCase):
                     leaver.shutdown(socket.SHUT_WR)
                     strangers.append(self.connect())
             for number, stranger in enumerate(strangers):
-                stranger.sendall(introduction(take(stranger, 4), b"%d/%d" % (round, number)))
+                stranger.sendall(introduction(take(stranger, 4), b"%d/%d" % (turn, number)))
                 self.assertEqual(bytes(4), take(stranger, 4), "nothing that was for another")
+
+    def test_whatever_peers_do_nobody_gets_what_is_not_for_him(self):
+        """They leave and stall at every point, and the relay sees many of these things at once."""
+        seed = random.randrange(2**32)
+        print(f"peers, seed {seed}")
+        rng = random.Random(seed)
+        self.start()
+        descriptors = len(os.listdir(f"/proc/{self.process.pid}/fd"))
+        names, peers, active = (b"ada", b"bob", b"eve"), [], []
+        while len(peers) < 400:
+            with self.stopped() if rng.random() < 0.7 else contextlib.nullcontext():
+                for _ in range(rng.choice((5, 50, 300))):
+                    if len(active) < 12:
+                        peers.append(Peer(len(peers), rng.choice(names), self.connect(buffers=4096)))
+                        active.append(peers[-1])
+                    rng.choice(active).step(rng)
+                    active = [peer for peer in active if peer.connection.fileno() >= 0]
+            time.sleep(0.001)
+        for peer in active:
+            peer.leave("half")
+            for other in active * 30:
+                other.read(100_000)
+                time.sleep(0.0001)
+        for peer in active:
+            peer.leave("close")
+        self.check(peers)
+        for name in names:
+            # Whoever left behind more than fits anywhere has not left before a partner reads it.
+            partner, status = self.join(name)
+            with contextlib.suppress(ConnectionResetError):
+                while status != bytes(4) and partner.recv(1 << 20):
+                    pass
+            partner.close()
+        one, other = self.pair(b"new")
+        one.sendall(b"x")
+        self.assertEqual(b"x", take(other, 1))
+        one.close()
+        other.close()
+        end = time.monotonic() + 20
+        while len(os.listdir(f"/proc/{self.process.pid}/fd")) > descriptors and time.monotonic() < end:
+            time.sleep(0.01)
+        self.assertEqual(descriptors, len(os.listdir(f"/proc/{self.process.pid}/fd")))
+        self.stop()
+        self.assertIn("ends with 0 clients", self.log[-1])
+
+    def check(self, peers):
+        partners = {}
+        for peer in peers:
+            data = peer.got[8:]
+            if len(data) < 4:
+                continue
+            partner = peers[int.from_bytes(data[:4], "little") % 4096]
+            self.assertEqual(peer.name, partner.name)
+            self.assertTrue(partner.bytes().startswith(data), "only a partner's, each once and in order")
+            self.assertIs(partner, partners.setdefault(peer, partner))
+            self.assertIs(peer, partners.setdefault(partner, peer), "partners are two")
+        whole = 0
+        for peer, partner in partners.items():
+            if partner.end == "half" and peer.over and peer.end in (None, "after"):
+                whole += 1
+                sent = partner.sent - len(introduction(bytes(4), partner.name))
+                self.assertEqual(sent, len(peer.got) - 8, "all that was sent before the end")
+        self.assertGreater(whole, 0)
 
     def test_the_farewell_has_a_time_limit(self):
         self.start("--farewell-timeout", 1)
