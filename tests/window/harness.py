@@ -120,8 +120,8 @@ class WindowTest(unittest.TestCase):
         for source in HERE.glob("*.k"):
             shutil.copy(source, self.folder)
 
-    def begin(self, *arguments, prefix=(), **environment):
-        program = pathlib.Path(os.environ["TOVIK_BIN"]) / "tovik"
+    def begin(self, *arguments, prefix=(), program=None, **environment):
+        program = program or pathlib.Path(os.environ["TOVIK_BIN"]) / "tovik"
         with open(self.folder / "stderr", "w") as log:
             self.program = subprocess.Popen(
                 ["setpriv", "--pdeathsig=TERM", *prefix, program, *arguments], cwd=self.folder, stdin=subprocess.DEVNULL, stdout=log, stderr=log,

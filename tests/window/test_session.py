@@ -1,9 +1,16 @@
 """A lab session, run control, the memory view, and how the program ends."""
 
+import os
+import pathlib
 import re
+import signal
+import socket
+import struct
 import unittest
 
-from harness import Atspi, WindowTest, children, corners, descendants, text_of, wait_until
+from harness import HERE, Atspi, WindowTest, children, corners, descendants, output, text_of, wait_until
+
+RUN = HERE.parents[1] / "scripts/run"
 
 BLANK_LCD = " " * 16 + "\n" + " " * 16
 NEXT_ONE = ": the address of the next instruction of a stopped program."
@@ -281,6 +288,24 @@ class StartAndEnd(WindowTest):
         self.wait_stopped("Running")
         self.close("tovik")
         self.assert_exits()
+
+    @unittest.skipUnless(os.environ["TOVIK_BIN"].endswith("/build/release"), "scripts/run starts the release build")
+    def test_scripts_run_has_a_sound_server_of_its_own(self):
+        for ending, status in ((lambda: self.close("tovik"), 0), (lambda: self.program.terminate(), -signal.SIGTERM),
+                               (lambda: self.program.kill(), -signal.SIGKILL)):
+            self.begin("loop.k", prefix=["env", "-u", "PULSE_SERVER"], program=RUN)
+            started = pathlib.Path(f"/proc/{self.program.pid}/environ").read_text()
+            place = pathlib.Path(re.search(r"PULSE_SERVER=unix:([^\0]+)", started)[1])
+            with socket.socket(socket.AF_UNIX) as client:
+                client.connect(str(place))
+                server = struct.unpack("3i", client.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, 12))[0]
+            for name in ("Assemble", "Load", "Run "):
+                self.click(name)
+            wait_until(lambda: "tovik-speaker" in output("pactl", "--server", place, "list", "sink-inputs"))
+            self.assertNotIn("pa_simple_new", (self.folder / "stderr").read_text())
+            ending()
+            self.assert_exits(status)
+            wait_until(lambda: not place.parent.exists() and not pathlib.Path(f"/proc/{server}").exists())
 
 
 if __name__ == "__main__":
