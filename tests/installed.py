@@ -16,6 +16,7 @@ gi.require_version("GtkSource", "4")
 from gi.repository import GtkSource  # noqa: E402
 
 PATIENCE = 20  # seconds
+MANUAL = pathlib.Path("/usr/share/doc/tovik")
 SOURCE = """// remark
 #include other.k
 add             sub     sum 42 // behind
@@ -148,6 +149,17 @@ class Installed(unittest.TestCase):
                         for tag in buffer.get_iter_at_offset(at).get_tags() if tag.props.foreground_set]
                  for word, at in zip(WORDS, PLACES)}
         self.assertEqual(kinds, {word: [kind] if KINDS[kind][WIDGET] else [] for word, kind in WORDS.items()})
+
+    def test_html_manual(self):
+        """There is a page for each of the others, and each link and picture leads to something that is there."""
+        pages = {page.name: page.read_text() for page in MANUAL.glob("*.html")}
+        names = {page.stem.replace("README", "index") + ".html" for page in MANUAL.glob("*.md")} - {"CHANGELOG.html"}
+        self.assertEqual(names, set(pages))
+        for name, text in pages.items():
+            for target in re.findall(r'(?:href|src)="([^":]+)"', text):
+                page, _, place = target.partition("#")
+                there = (MANUAL / target).exists() if target.endswith((".css", ".png")) else (page or name) in pages
+                self.assertTrue(there and (not place or f'id="{place}"' in pages[page or name]), f"{name}: {target}")
 
     def test_double_click(self):
         for name in (self.source.name, "named with blanks.k"):

@@ -1,0 +1,14 @@
+-- Makes a page of the HTML manual of a page of docs/: its first heading becomes the title, and links lead to other pages
+-- of this form. The page that lists the others is the one that a folder opens with.
+
+local function target_of(link)
+  local page, place = link.target:match("^([%w-]+)%.md(#?.*)$")
+  if page then link.target = (page == "README" and "index" or page) .. ".html" .. place end
+  return link
+end
+
+function Pandoc(document)
+  local title = document.blocks:find_if(function(block) return block.t == "Header" end)
+  document.meta.pagetitle = pandoc.utils.stringify(title.content)
+  return document:walk({ Link = target_of })
+end
