@@ -133,11 +133,10 @@ void reset_serial() {
     machine.serial_send_response_instr = 0;
     if (serial_state != DISCONNECTED) {
         try {
-            serial_receive();
+            serial_discard();
         } catch (const tovik_error& error) {
             // No program waits for it, and the other devices are still to be reset.
             gui_message(error.message, true);
         }
-        serial_queue = {};
     }
 }

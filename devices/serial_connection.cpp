@@ -10,12 +10,15 @@
 
 #include "devices/serial_connection.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cassert>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <span>
 #include <utility>
 
 #include <arpa/inet.h>
@@ -40,8 +43,15 @@ namespace {
 constexpr size_t QUEUE_BYTES = 1024;
 constexpr int LONGEST_NAME = 20;
 
+constexpr size_t PIECE_BYTES = 4096;
+
 // A side that sends faster than bytes are taken from the line must not hold the program for ever.
-constexpr int MOST_BYTES_AT_ONCE = 65536;
+constexpr size_t MOST_BYTES_AT_ONCE = 65536;
+constexpr std::chrono::seconds LONGEST_DISCARD(1);
+
+// A line that holds so many bytes may be full, and its sender, or the relay, wait with more of them.
+constexpr size_t FULL_LINE_BYTES = 2048;
+constexpr int SENDER_MS = 50; // in which they go on
 
 constexpr const char* RELAY_PORT = "10000";
 constexpr int PATIENCE_SECONDS = 30;
@@ -124,7 +134,12 @@ void connect_to_relay() {
 
 int32_t receive_number(const std::string& failure) {
     std::array<char, sizeof(int32_t)> bytes{};
-    if (read_size(bytes.data(), bytes.size()) != int{bytes.size()}) {
+    ssize_t count = 0;
+    do {
+        // The socket's time-out is then one for all bytes together.
+        count = recv(serial_sock, bytes.data(), bytes.size(), MSG_WAITALL);
+    } while (count < 0 && errno == EINTR);
+    if (count != ssize_t{bytes.size()}) {
         fail_to_connect(failure);
     }
     return std::bit_cast<int32_t>(bytes);
@@ -198,35 +213,49 @@ void connect_to(const std::string& name) {
     }
 }
 
-void receive_from_device() {
-    char byte = 0;
-    for (int i = 0; i < MOST_BYTES_AT_ONCE && read_size(&byte, 1) == 1; ++i) {
-        serial_enqueue(byte);
+// In a program that polls, asking is cheaper than reading in vain.
+bool relay_has_sent() {
+    pollfd waiting = {serial_sock, POLLIN, 0};
+    const int result = poll(&waiting, 1, 0);
+    if (result < 0 && errno != EINTR) {
+        throw tovik_error("error polling serial server\n");
     }
+    return result > 0;
 }
 
-void receive_from_relay() {
-    for (int i = 0; i < MOST_BYTES_AT_ONCE; ++i) {
-        pollfd waiting = {serial_sock, POLLIN, 0};
-        const int result = poll(&waiting, 1, 0);
-        if (result < 0 && errno != EINTR) {
-            throw tovik_error("error polling serial server\n");
-        }
-        if (result <= 0) {
-            return;
-        }
-        char byte = 0;
-        if (read_size(&byte, 1) != 1) {
-            throw tovik_error("error receiving data from serial port");
-        }
-        serial_enqueue(byte);
+// Reads what waits on the line, as much as there is room for. A device that fails has nothing.
+size_t read_waiting(std::span<char> room) {
+    if (serial_state == NET && !relay_has_sent()) {
+        return 0;
     }
+    ssize_t count = 0;
+    do {
+        count = read(serial_linux_fd(), room.data(), room.size());
+    } while (count < 0 && errno == EINTR);
+    if (serial_state == NET && count <= 0) {
+        throw tovik_error("error receiving data from serial port");
+    }
+    return count < 0 ? 0 : static_cast<size_t>(count);
 }
 
-// Whether the line takes bytes again before the patience is over.
-bool wait_for_line() {
-    pollfd waiting = {serial_linux_fd(), POLLOUT, 0};
-    return poll(&waiting, 1, PATIENCE_SECONDS * 1000) > 0;
+size_t receive_waiting() {
+    char piece[PIECE_BYTES];
+    size_t total = 0;
+    size_t count = 0;
+    do {
+        count = read_waiting(std::span(piece).first(std::min(PIECE_BYTES, MOST_BYTES_AT_ONCE - total)));
+        for (const char byte : std::span(piece).first(count)) {
+            serial_enqueue(byte);
+        }
+        total += count;
+    } while (count > 0 && total < MOST_BYTES_AT_ONCE);
+    return total;
+}
+
+// Whether the line takes or has bytes again before the patience is over.
+bool wait_for_line(short event, int patience_ms) {
+    pollfd waiting = {serial_linux_fd(), event, 0};
+    return poll(&waiting, 1, patience_ms) > 0;
 }
 
 } // namespace
@@ -253,37 +282,29 @@ void serial_disconnect() {
     serial_queue = {};
 }
 
-void serial_receive() {
+size_t serial_receive() {
     assert(serial_state != DISCONNECTED);
+    if (serial_state == WINDOW) {
+        return 0;
+    }
     try {
-        if (serial_state == HW) {
-            receive_from_device();
-        } else if (serial_state == NET) {
-            receive_from_relay();
-        }
+        return receive_waiting();
     } catch (const tovik_error&) {
         serial_disconnect();
         serial_connect("Reconnecting to serial port.\n");
+        return 0;
     }
 }
 
-int read_size(char* buffer, int size) {
-    assert(serial_state != DISCONNECTED);
-    int count = 0;
-    while (count < size && serial_state != WINDOW) {
-        const auto rest = static_cast<size_t>(size - count);
-        // The socket's time-out is then one for all bytes together.
-        const ssize_t result = serial_state == NET ? recv(serial_sock, buffer + count, rest, MSG_WAITALL)
-                                                   : read(serial_fd, buffer + count, rest);
-        if (result < 0 && errno != EINTR) {
-            return -1;
-        }
-        count += result < 0 ? 0 : static_cast<int>(result);
-        if (result == 0 || (result > 0 && serial_state == NET)) {
-            break;
-        }
+void serial_discard() {
+    const auto end = std::chrono::steady_clock::now() + LONGEST_DISCARD;
+    size_t count = serial_receive();
+    const bool was_full = count >= FULL_LINE_BYTES;
+    while (was_full && count > 0 && std::chrono::steady_clock::now() < end &&
+           wait_for_line(POLLIN, SENDER_MS)) {
+        count = serial_receive();
     }
-    return count;
+    serial_queue = {};
 }
 
 int write_size(const char* buffer, int size) {
@@ -305,7 +326,7 @@ int write_size(const char* buffer, int size) {
             break;
         } else if (errno == EAGAIN) {
             // The socket has waited itself.
-            if (serial_state == NET || !wait_for_line()) {
+            if (serial_state == NET || !wait_for_line(POLLOUT, PATIENCE_SECONDS * 1000)) {
                 break;
             }
         } else if (errno != EINTR) {

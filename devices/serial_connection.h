@@ -3,6 +3,7 @@
 // Where the serial port leads: to a serial device of the host, through a relay server to another simulator,
 // or to the console window. And the bytes that it brought, until the program takes them.
 
+#include <cstddef>
 #include <cstdint>
 #include <queue>
 #include <string>
@@ -24,12 +25,16 @@ void serial_connect(const std::string& message);
 // Closes the connection, if there is one, and forgets what it brought.
 void serial_disconnect();
 
-// Moves all bytes that wait on the connection into the queue, without waiting. A connection that has been
-// lost is closed, and the user is asked for another one: throws what serial_connect throws.
-void serial_receive();
+// Moves what waits on the connection into the queue, without waiting; returns how many bytes came. A
+// connection that has been lost is closed, and the user is asked for another one: throws what serial_connect
+// throws.
+size_t serial_receive();
 
-// Move that many bytes over the connection. Return how many were moved; reading, also -1 when it failed.
-// Waits no more than 30 s for the other side. A connection that can no longer be written to ends the process
-// with status 1, with the reason on standard error.
-int read_size(char* buffer, int size);
+// Throws all away that waits to be received, also what a sender holds back because the line is full. Takes
+// no more than about a second. Throws what serial_receive throws.
+void serial_discard();
+
+// Sends that many bytes over the connection and returns how many were taken. Waits no more than 30 s for the
+// other side. A connection that can no longer be written to ends the process with status 1, with the reason
+// on standard error.
 int write_size(const char* buffer, int size);

@@ -1,6 +1,13 @@
 """Switches, keyboard, pointer, LCD, and the picture."""
 
 import os
+import pathlib
+import select
+import socket
+import struct
+import subprocess
+import threading
+import time
 import unittest
 
 from harness import Atspi, WindowTest, descendants, output, text_of, wait_until
@@ -150,6 +157,70 @@ class Devices(WindowTest):
         self.dialog("alert")
         self.assertEqual(20000, text_of(view).count("a"))
         self.answer()
+
+    def open_pty(self):
+        master, line = os.openpty()
+        self.addCleanup(os.close, line)
+        return os.ttyname(line), lambda: master
+
+    def open_relay(self):
+        host = os.environ["TOVIK_RELAY_HOST"] = f"127.66.{os.getpid() >> 8 & 127}.{os.getpid() & 255}"
+        relay = subprocess.Popen([pathlib.Path(os.environ["TOVIK_BIN"]) / "tovik-relay", "--address", host],
+                                 stderr=subprocess.PIPE)
+        self.addCleanup(lambda: (relay.kill(), relay.communicate()))
+        relay.stderr.readline()  # it listens
+
+        def join():
+            self.answer()
+            partner = socket.create_connection((host, 10000))
+            challenge = struct.unpack("<i", partner.recv(4))[0]
+            partner.sendall(struct.pack("<Ii", (challenge ** 2 + 10714194) & 0xffffffff, 4) + b"abc\0")
+            partner.recv(4, socket.MSG_WAITALL)
+            return partner.detach()
+        return "abc", join
+
+    def test_reset_discards_what_waits_on_the_line(self):
+        Atspi.set_timeout(4000, 4000)
+        self.addCleanup(Atspi.set_timeout, 1000, 1000)
+        for line in (self.open_pty, self.open_relay):
+            with self.subTest(line=line.__name__):
+                name, join = line()
+                self.load("serial_echo.k")
+                entry = next(widget for widget in descendants(self.dialog("question"))
+                             if widget.get_role() == Atspi.Role.TEXT)
+                Atspi.EditableText.set_text_contents(entry, name)
+                self.answer("OK", "question")
+                partner = join()
+                self.addCleanup(os.close, partner)
+                self.wait_stopped("Running")
+                self.click("Run ")
+                self.wait_stopped()
+                writer = threading.Thread(target=os.write, args=(partner, b"old " * 50000), daemon=True)
+                writer.start()
+                wait_until(lambda: not writer.is_alive() or not select.select([], [partner], [], 0)[1])
+                self.click("Reset")
+                self.wait_stopped(pc=0)
+                writer.join(10)
+                self.assertFalse(writer.is_alive(), "all has been read")
+                os.write(partner, b"n")
+                self.click("Run ")
+                wait_until(lambda: select.select([partner], [], [], 0)[0])
+                self.assertEqual(b"n", os.read(partner, 10))
+                self.click("Run ")
+                self.wait_stopped()
+
+                def send_on():
+                    while self.program is not None:
+                        try:
+                            os.write(partner, b"new " * 1000)
+                        except BlockingIOError:
+                            time.sleep(0.001)
+                os.set_blocking(partner, False)
+                threading.Thread(target=send_on, daemon=True).start()
+                wait_until(lambda: not select.select([], [partner], [], 0)[1])
+                self.click("Reset")
+                self.wait_stopped(pc=0)  # no later than the accessibility interface gives up
+                self.end()
 
     def test_sound_that_goes_and_comes_back(self):
         server = SoundServer()
