@@ -22,6 +22,7 @@
 #include <cassert>
 #include <iostream>
 #include <string>
+#include <utility>
 
 #include <pulse/error.h>
 #include <pulse/simple.h>
@@ -252,20 +253,13 @@ void speaker_connect() {
     if (simulator.speaker_on) {
         return;
     }
-    simulator.speaker_on = true;
-    try {
-        assert(pulse_speaker == __null);
-        pulse_speaker = open_stream("tovik-speaker", PA_STREAM_PLAYBACK, nullptr);
-        if (pulse_speaker == nullptr) {
-            throw tovik_error("Can't open pulse speaker.");
-        }
-        simulator.speaker_warned = false;
-    } catch (const tovik_error& error) {
-        if (!simulator.speaker_warned) {
-            gui_message(error.message, true);
-            simulator.speaker_warned = true;
-        }
-        simulator.speaker_on = false;
+    assert(pulse_speaker == __null);
+    pulse_speaker = open_stream("tovik-speaker", PA_STREAM_PLAYBACK, nullptr);
+    simulator.speaker_on = pulse_speaker != nullptr;
+    // Settled before the dialog shows: from outside, the buttons behind it can be pressed.
+    const bool was_warned = std::exchange(simulator.speaker_warned, !simulator.speaker_on);
+    if (!simulator.speaker_on && !was_warned) {
+        gui_message("Can't open pulse speaker.", true);
     }
 }
 

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "core/machine.h"
+#include "core/simulate.h"
 #include "devices/audio.h"
 #include "devices/wav.h"
 #include "tests/support/bus.h"
@@ -179,6 +180,15 @@ TEST_F(Audio, FilesOfAnyBytesAreReadToAnEnd) {
         write_file(bytes);
         EXPECT_NE(read_back(), "");
     }
+}
+
+TEST_F(Audio, ResetBehindTheDialogOfASpeakerThatDoesNotOpen) {
+    simulator.speaker_warned = false;
+    recording.at_message = reset_machine;
+    speaker_connect();
+    speaker_connect();
+    EXPECT_EQ(std::ranges::count(recording.calls, "error Can't open pulse speaker."), 1);
+    EXPECT_FALSE(simulator.speaker_on);
 }
 
 TEST_F(Audio, AssertsThatItsStreamsAreThere) {

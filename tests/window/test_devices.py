@@ -234,10 +234,12 @@ class Devices(WindowTest):
             self.wait_stopped("Running")
             self.click("Run ")
             self.wait_stopped()
+            wait_until(lambda: not server.tool("pactl", "list", "short", "sink-inputs"))
         run_and_stop()
         for checked in (False, True):
             self.click("Mic")
             wait_until(lambda: self.state("Mic", mic) == checked)
+            wait_until(lambda: bool(server.tool("pactl", "list", "short", "source-outputs")) == checked)
         server.stop()
         self.click("Mic")
         wait_until(lambda: not self.state("Mic", mic))
