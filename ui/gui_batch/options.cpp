@@ -1,6 +1,7 @@
 #include "ui/gui_batch/options.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <limits>
 
@@ -13,7 +14,7 @@ namespace {
 
 constexpr const char* HINT = "\nRun with --help for the options.";
 
-constexpr size_t LONGEST_SERIAL_NAME = 20; // as the window's dialog has it
+constexpr std::ptrdiff_t LONGEST_SERIAL_NAME = 20; // as the window's dialog has it
 
 constexpr int64_t HIGHEST_COUNT = std::numeric_limits<int64_t>::max();
 constexpr int64_t HIGHEST_SWITCHES = (1 << SWITCHES) - 1;
@@ -35,9 +36,11 @@ CLI::Validator ending_check(const std::string& ending) {
             ""};
 }
 
-CLI::Validator length_check(size_t most) {
+// Counts the characters of UTF-8 by their first bytes.
+CLI::Validator length_check(std::ptrdiff_t most) {
     return {[=](const std::string& text) {
-                return text.size() <= most
+                const auto begins = [](char byte) { return (byte & 0xc0) != 0x80; };
+                return std::ranges::count_if(text, begins) <= most
                            ? ""
                            : "'" + text + "' has more than " + std::to_string(most) + " characters";
             },
