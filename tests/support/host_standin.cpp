@@ -6,8 +6,10 @@
 #include <ctime>
 #include <string>
 
+#include <fcntl.h>
 #include <pulse/error.h>
 #include <pulse/simple.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -51,6 +53,17 @@ int gettimeofday(timeval* now, void* /*zone*/) noexcept {
     }
     *now = {.tv_sec = time.tv_sec, .tv_usec = time.tv_nsec / 1000};
     return 0;
+}
+
+int close(int descriptor) {
+    const bool written =
+        host_standin.failing_close > 0 && (fcntl(descriptor, F_GETFL) & O_ACCMODE) != O_RDONLY;
+    const long result = syscall(SYS_close, descriptor);
+    if (written && --host_standin.failing_close == 0) {
+        errno = EIO;
+        return -1;
+    }
+    return static_cast<int>(result);
 }
 
 pa_simple* pa_simple_new(const char* /*server*/, const char* /*name*/, pa_stream_direction_t /*direction*/,

@@ -81,7 +81,9 @@ TEST_F(Fft, IsBusyFor80InstructionsAfterABlock) {
           "c0=0 c2=9 c0=1 c1?0 +1 c1?1 d1?1 d2?2 d3?0 d0=3 d1?1 d0=2 d1?0 d0=1 d1?1",
           // The next point throws the results away. The inverse flag counts now, and the end flag still
           // stands.
-          "c0=0 d1?1 c0=1 d1?0 +80 c1?1 d1?1 d2?9 d0=0 d0=1 d1?1 d2?9"}) {
+          "c0=0 d1?1 c0=1 d1?0 +80 c1?1 d1?1 d2?9 d0=0 d0=1 d1?1 d2?9",
+          // It does so too when it is not the last of its block.
+          "c0=0 c5=0 c0=1 d1?0"}) {
         EXPECT_EQ(perform(accesses), "") << accesses;
     }
 }

@@ -1,8 +1,9 @@
-// The run loop's bookkeeping over long runs, loading, Reset, and the limit of processor time.
+// The run loop's bookkeeping over long runs, assembling and loading, Reset, and the limit of processor time.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <limits>
 #include <string>
@@ -10,12 +11,14 @@
 
 #include <sys/resource.h>
 
+#include "assembler/assemble.h"
 #include "core/loader.h"
 #include "core/machine.h"
 #include "core/memory.h"
 #include "core/simulate.h"
 #include "tests/support/bus.h"
 #include "tests/support/gui_recording.h"
+#include "tests/support/host_standin.h"
 
 namespace {
 
@@ -39,13 +42,23 @@ class RunLoop : public testing::Test {
 };
 
 TEST_F(RunLoop, ShowsTheSimulatedSeconds) {
-    simulator.step = 5 * 6666666;
-    std::vector<std::string> times = run_until_stop(simulate_run);
-    std::erase_if(times, [](const std::string& call) { return !call.starts_with("time"); });
+    const auto times_from = [](uint64_t instr_count, int seconds) {
+        machine.instr_count = instr_count;
+        simulator.step = seconds * 6666666;
+        std::vector<std::string> times = run_until_stop(simulate_run);
+        std::erase_if(times, [](const std::string& call) { return !call.starts_with("time"); });
+        return times;
+    };
+    using times_t = std::vector<std::string>;
+    host_standin.on = true; // the throttle would wait for a clock so far behind
     // Rounded down to millions of instructions, then to seconds: 6, 13, 19, 26 and 33 millions.
-    EXPECT_EQ(times, (std::vector<std::string>{"time 0 sec", "time 1 sec", "time 2 sec", "time 3 sec",
-                                               "time 4 sec"}));
+    EXPECT_EQ(times_from(0, 5),
+              (times_t{"time 0 sec", "time 1 sec", "time 2 sec", "time 3 sec", "time 4 sec"}));
     EXPECT_EQ(machine.speaker_samples, (std::deque<sample_run_t>{{0, 5 * 6666666 / 833}}));
+    EXPECT_EQ(times_from(24'000'000'000, 1), times_t{"time 3600 sec"});
+    // The 150 ms of each million are counted with 32 bits, for 49 days.
+    EXPECT_EQ(times_from(28'633'108'500'000, 2), (times_t{"time 4294967 sec", "time 0 sec"}));
+    host_standin = {};
 }
 
 TEST_F(RunLoop, KeepsTheResetThatADialogMade) {
@@ -76,6 +89,28 @@ TEST_F(Loader, TellsTheEngineOfAnotherProgram) {
     EXPECT_EQ(machine.instr_count, 1000U) << "a branch to itself";
     load_and_run(K24_HALT);
     EXPECT_TRUE(machine.halted);
+}
+
+using Assembler = DeviceTest;
+
+TEST_F(Assembler, ReportsACloseThatFails) {
+    const std::string program = folder / "prog";
+    const auto write = [&](const char* ending, const char* text) { std::ofstream(program + ending) << text; };
+    write(".k", "x halt\n");
+    graphical_display = true;
+    const char* const endings[] = {".mif", ".labels"};
+    for (int i = 0; i < 2; ++i) {
+        write(".mif", "old");
+        write(".labels", "old");
+        host_standin.failing_close = i + 1;
+        EXPECT_FALSE(assemble(program + ".k"));
+        EXPECT_EQ(recording.calls.back(),
+                  "error Can't write file " + program + endings[i] + ": Input/output error");
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 3)
+            << "nothing else is left";
+    }
+    graphical_display = false;
+    host_standin.failing_close = 0;
 }
 
 // What is 0 after Reset, and what Reset leaves alone. Of numbers that lie together, the first and the last.
