@@ -14,7 +14,6 @@
 #include <vector>
 
 #include "core/machine.h"
-#include "core/simulate.h"
 #include "devices/io.h"
 #include "tests/support/bus.h"
 
@@ -97,16 +96,6 @@ TEST_F(Fft, HandsOutEachResultOnce) {
     send_block(points, true);
     EXPECT_EQ(perform("d0=1 d0=0 d0=1 d0=0"), ""); // two are passed by without a look
     EXPECT_EQ(receive(), std::vector<point_t>(all.begin() + 2, all.end()));
-}
-
-TEST_F(Fft, ForgetsItsBlocksAtAReset) {
-    send_block({{5, 0}}, true);
-    reset_machine();
-    EXPECT_TRUE(receive().empty());
-    EXPECT_EQ(perform("c2=7 c0=1"), "");
-    reset_machine();
-    send_block({{5, 0}}, true);
-    EXPECT_EQ(receive(), std::vector<point_t>(BLOCK_POINTS, {5, 0}));
 }
 
 TEST_F(Fft, RoundsUpAboveZeroOnlyAndWraps) {

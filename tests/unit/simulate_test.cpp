@@ -172,6 +172,8 @@ TEST(Reset, ClearsTheDevicesAndKeepsTheRest) {
     for (const auto& [first, last] : KEPT) {
         std::fill(first, last + 1, 5);
     }
+    machine.fft_receive_count = 1;
+    machine.speaker_current_sample_played = false;
     recording = {};
     reset_machine();
     const std::string blank(16, ' ');
