@@ -134,12 +134,7 @@ void connect_to_relay() {
 
 int32_t receive_number(const std::string& failure) {
     std::array<char, sizeof(int32_t)> bytes{};
-    ssize_t count = 0;
-    do {
-        // The socket's time-out is then one for all bytes together.
-        count = recv(serial_sock, bytes.data(), bytes.size(), MSG_WAITALL);
-    } while (count < 0 && errno == EINTR);
-    if (count != ssize_t{bytes.size()}) {
+    if (read_size(bytes.data(), bytes.size()) != int{bytes.size()}) {
         fail_to_connect(failure);
     }
     return std::bit_cast<int32_t>(bytes);
@@ -305,6 +300,25 @@ void serial_discard() {
         count = serial_receive();
     }
     serial_queue = {};
+}
+
+int read_size(char* buffer, int size) {
+    assert(serial_state != DISCONNECTED);
+    int count = 0;
+    while (count < size && serial_state != WINDOW) {
+        const auto rest = static_cast<size_t>(size - count);
+        // The socket's time-out is then one for all bytes together.
+        const ssize_t result = serial_state == NET ? recv(serial_sock, buffer + count, rest, MSG_WAITALL)
+                                                   : read(serial_fd, buffer + count, rest);
+        if (result < 0 && errno != EINTR) {
+            return -1;
+        }
+        count += result < 0 ? 0 : static_cast<int>(result);
+        if (result == 0 || (result > 0 && serial_state == NET)) {
+            break;
+        }
+    }
+    return count;
 }
 
 int write_size(const char* buffer, int size) {

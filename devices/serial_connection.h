@@ -34,7 +34,8 @@ size_t serial_receive();
 // no more than about a second. Throws what serial_receive throws.
 void serial_discard();
 
-// Sends that many bytes over the connection and returns how many were taken. Waits no more than 30 s for the
-// other side. A connection that can no longer be written to ends the process with status 1, with the reason
-// on standard error.
+// Move that many bytes over the connection. Return how many were moved; reading, also -1 when it failed.
+// Waits no more than 30 s for the other side. A connection that can no longer be written to ends the process
+// with status 1, with the reason on standard error.
+int read_size(char* buffer, int size);
 int write_size(const char* buffer, int size);

@@ -129,8 +129,7 @@ class Devices(WindowTest):
         self.assertEqual([], self.unnamed())
         self.keys("type", "--delay", "30", "none/of/these/that/is/too/long")
         self.keys("key", "Return")
-        self.dialog()
-        self.assertEqual(2, output("wmctrl", "-l").count(" tovik\n"), "titles")
+        wait_until(lambda: output("wmctrl", "-l").count(" tovik\n") == 2)  # the window and the message
         self.assertEqual("Can't open serial device", self.answer())
         self.assertIn("To show the serial output in the serial port window, leave the field blank.",
                       self.answer("OK", "question"))
