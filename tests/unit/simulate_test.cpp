@@ -89,6 +89,14 @@ TEST_F(Loader, TellsTheEngineOfAnotherProgram) {
     EXPECT_EQ(machine.instr_count, 1000U) << "a branch to itself";
     load_and_run(K24_HALT);
     EXPECT_TRUE(machine.halted);
+    // An image that cannot be read, though it can be opened, leaves the board as it is.
+    std::filesystem::remove(image);
+    std::filesystem::create_symlink("/proc/self/mem", image);
+    graphical_display = true;
+    simulate_load(folder / "x.k");
+    graphical_display = false;
+    EXPECT_EQ(recording.calls.back(), "error Can't read " + image + ": Input/output error");
+    EXPECT_TRUE(machine.halted);
 }
 
 using Assembler = DeviceTest;
