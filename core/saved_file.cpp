@@ -195,7 +195,7 @@ saved_file_t::saved_file_t(std::string name, std::string_view refusal) : name_(s
         open_new();
         if (old_ < 0 && in_place()) {
             old_ = open_to_write(name_, O_CREAT);
-            disposable_ = true;
+            disposable_ = old_ >= 0 && fstat(old_, &found_) == 0;
         }
     }
     if (old_ < 0 && in_place()) {
@@ -230,13 +230,12 @@ void saved_file_t::take_name() {
 }
 
 void saved_file_t::open_new() {
-    struct stat old {};
     if (old_ >= 0) {
-        if (fstat(old_, &old) != 0 || !S_ISREG(old.st_mode)) {
+        if (fstat(old_, &found_) != 0 || !S_ISREG(found_.st_mode)) {
             return;
         }
-        disposable_ = old.st_size == 0;
-        if (old.st_nlink != 1 || has_access_list(old_)) {
+        disposable_ = found_.st_size == 0;
+        if (found_.st_nlink != 1 || has_access_list(old_)) {
             return;
         }
     }
@@ -252,7 +251,7 @@ void saved_file_t::open_new() {
         return;
     }
     add_to_list(new_name_.c_str());
-    if (old_ >= 0 && !give_owner_and_mode(new_, old)) {
+    if (old_ >= 0 && !give_owner_and_mode(new_, found_)) {
         ::close(std::exchange(new_, -1));
         remove_new();
     }
@@ -314,10 +313,16 @@ void saved_file_t::give_up() {
         }
     }
     remove_new();
-    if (disposable_ && !target_.empty()) {
+    remove_itself();
+}
+
+// Another process may have put its own file there meanwhile, or written into this one.
+void saved_file_t::remove_itself() {
+    struct stat now {};
+    if (std::exchange(disposable_, false) && !target_.empty() && stat(target_.c_str(), &now) == 0 &&
+        now.st_dev == found_.st_dev && now.st_ino == found_.st_ino && (truncated_ || now.st_size == 0)) {
         unlink(target_.c_str());
     }
-    disposable_ = false;
 }
 
 void saved_file_t::fail(int error) {

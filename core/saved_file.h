@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include <sys/stat.h>
+
 // What is written goes to a new file ".NAME.XXXXXX" in the same folder, with owner, group and mode of the old
 // one, and that takes the name at the end. A name that is a link stands for what the link leads to. Where a
 // new file is not possible (the folder or the owner does not allow it, the file has more than one link), and
@@ -39,6 +41,7 @@ class saved_file_t {
     void prepare();
     void truncate();
     void remove_new();
+    void remove_itself();
     void give_up();
     [[noreturn]] void fail(int error);
 
@@ -48,6 +51,7 @@ class saved_file_t {
     int old_ = -1;         // descriptor of the file itself, -1 while there is none
     int new_ = -1;         // descriptor of the new one
     int no_room_ = 0;      // the errno that kept the system from making one
+    struct stat found_ {}; // the file itself, as it was
     bool truncated_ = false;
     bool disposable_ = false; // nothing is lost with the file itself: it was empty, or has been truncated
 };
