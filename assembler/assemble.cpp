@@ -215,6 +215,9 @@ bool assemble(const std::string& source_file_name) {
     } catch (const tovik_error& not_written) {
         fault = fault.value_or(not_written);
     }
+    // A new file that has not taken its name must not stay while a dialog is open.
+    assembly.image.reset();
+    assembly.list.reset();
     if (fault) {
         report_fault(assembly, *fault);
     }
