@@ -12,7 +12,8 @@ labels_t read_labels(const std::string& file_name) {
     labels_t labels;
     std::error_code error;
     if (!std::filesystem::is_regular_file(file_name, error)) {
-        if (error && error != std::errc::no_such_file_or_directory) {
+        // The image's name may be so long that there can be no list beside it.
+        if (error && error != std::errc::no_such_file_or_directory && error != std::errc::filename_too_long) {
             usage_error(cant_open_text(file_name, error.value()));
         }
         return labels;
