@@ -455,6 +455,7 @@ void gui_serial_input() {
         return;
     }
     std::cout.flush();
+    flush_serial_file();
     int c = std::cin.get();
     while (c == '\0') { // no key gives it
         c = std::cin.get();
