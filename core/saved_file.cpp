@@ -115,9 +115,12 @@ std::string target_of(const std::string& name) {
     std::error_code error;
     std::filesystem::path path = name;
     for (size_t i = 0; i < MOST_LINKS && path.has_filename(); ++i) {
-        const std::filesystem::path folder =
-            std::filesystem::canonical(path.has_parent_path() ? path.parent_path() : ".", error);
-        if (error || folder.string().starts_with("/proc/")) {
+        const std::filesystem::path given = path.has_parent_path() ? path.parent_path() : ".";
+        std::filesystem::path folder = std::filesystem::canonical(given, error);
+        if (error) {
+            folder = given; // one above it may be closed to the user
+        }
+        if (folder.string().starts_with("/proc/")) {
             return "";
         }
         path = folder / path.filename();
