@@ -161,17 +161,20 @@ bool is_shortage(int error) {
 }
 
 // A list of users who may access it cannot be told by the mode.
-bool has_access_list(int descriptor) {
-    return fgetxattr(descriptor, "system.posix_acl_access", nullptr, 0) > 0;
-}
+constexpr const char* ACCESS_LIST = "system.posix_acl_access";
+
+bool has_access_list(int descriptor) { return fgetxattr(descriptor, ACCESS_LIST, nullptr, 0) > 0; }
 
 bool give_owner_and_mode(int descriptor, const struct stat& old) {
     struct stat now {};
     const auto has_owner = [&] {
         return fstat(descriptor, &now) == 0 && now.st_uid == old.st_uid && now.st_gid == old.st_gid;
     };
+    // The folder may give each new file a list that the old one has not.
+    fremovexattr(descriptor, ACCESS_LIST);
     return (has_owner() || fchown(descriptor, old.st_uid, old.st_gid) == 0) &&
-           fchmod(descriptor, old.st_mode & PERMISSIONS) == 0 && has_owner() && now.st_mode == old.st_mode;
+           fchmod(descriptor, old.st_mode & PERMISSIONS) == 0 && has_owner() && now.st_mode == old.st_mode &&
+           !has_access_list(descriptor);
 }
 
 // Returns 0, or the errno of the failure.
