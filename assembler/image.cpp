@@ -31,9 +31,10 @@ void save_together(output_file_t& image, output_file_t* list) {
     if (list != nullptr && !list_first) {
         write(*list);
     }
-    image.file.take_name();
     if (list != nullptr) {
-        list->file.take_name();
+        take_names(image.file, list->file);
+    } else {
+        image.file.take_name();
     }
 }
 

@@ -36,14 +36,6 @@ constexpr std::array ENDING_SIGNALS = {SIGTERM, SIGINT, SIGHUP};
 // reads them.
 std::array<std::atomic<const char*>, 2> new_files{};
 
-void remove_new_files() {
-    for (const auto& name : new_files) {
-        if (name != nullptr) {
-            unlink(name);
-        }
-    }
-}
-
 void end_by_signal(int signal) {
     remove_new_files();
     std::raise(signal);
@@ -81,7 +73,7 @@ void drop_from_list(const char* name) {
     }
 }
 
-// Between a file and its entry in the list no signal ends the process.
+// While one is there no signal ends the process: between a file and its entry in the list, for instance.
 class ending_held_t {
   public:
     ending_held_t() {
@@ -193,6 +185,20 @@ int copy(int source, int destination) {
 }
 
 } // namespace
+
+void remove_new_files() {
+    for (const auto& name : new_files) {
+        if (name != nullptr) {
+            unlink(name);
+        }
+    }
+}
+
+void take_names(saved_file_t& first, saved_file_t& second) {
+    const ending_held_t held;
+    first.take_name();
+    second.take_name();
+}
 
 saved_file_t::saved_file_t(std::string name, std::string_view refusal) : name_(std::move(name)) {
     old_ = open_to_write(name_, 0);

@@ -55,3 +55,9 @@ class saved_file_t {
     bool truncated_ = false;
     bool disposable_ = false; // nothing is lost with the file itself: it was empty, or has been truncated
 };
+
+// Both take their names, and no signal ends the process in between. Throws what `take_name` throws.
+void take_names(saved_file_t& first, saved_file_t& second);
+
+// Removes the new files that have not taken their names. For a handler of a signal that ends the process.
+void remove_new_files();
