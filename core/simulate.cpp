@@ -17,6 +17,7 @@
 #include "core/engine.h"
 #include "core/machine.h"
 #include "core/memory.h"
+#include "core/saved_file.h"
 #include "devices/audio.h"
 #include "devices/camera.h"
 #include "devices/fft.h"
@@ -202,6 +203,7 @@ extern "C" void end_at_processor_time_limit(int signal) {
     constexpr std::string_view message = "processor time limit reached\n";
     // If nobody can be told, it ends all the same.
     [[maybe_unused]] const ssize_t written = write(STDOUT_FILENO, message.data(), message.size());
+    remove_new_files();
     std::signal(signal, SIG_DFL);
     std::raise(signal);
 }
