@@ -266,26 +266,28 @@ void saved_file_t::open_new() {
     if (old_ >= 0 && !give_owner_and_mode(new_, found_)) {
         ::close(std::exchange(new_, -1));
         remove_new();
+    } else if (old_ >= 0) {
+        ::close(std::exchange(old_, -1));
     }
 }
 
 // Where the file itself cannot be replaced: it may be mounted into a container.
 void saved_file_t::copy_into_place() {
-    if (old_ < 0) {
-        old_ = open_to_write(target_, O_CREAT);
-    }
     const int source = open(new_name_.c_str(), O_RDONLY | O_CLOEXEC);
-    if (source < 0 || old_ < 0) {
+    if (source < 0) {
         fail(errno);
     }
-    truncate();
-    const int error = copy(source, old_);
+    old_ = open_to_write(target_, O_CREAT);
+    int error = old_ < 0 ? errno : truncate();
+    if (error == 0) {
+        error = copy(source, old_);
+    }
     ::close(source);
+    if (error == 0 && ::close(std::exchange(old_, -1)) != 0) {
+        error = errno;
+    }
     if (error != 0) {
         fail(error);
-    }
-    if (::close(std::exchange(old_, -1)) != 0) {
-        fail(errno);
     }
 }
 
@@ -293,21 +295,22 @@ void saved_file_t::prepare() {
     if (no_room_ != 0) {
         fail(no_room_);
     }
-    if (in_place()) {
-        truncate();
+    if (const int error = in_place() ? truncate() : 0; error != 0) {
+        fail(error);
     }
 }
 
-// Only a regular file has an old content to lose; anything else refuses, and that is fine.
-void saved_file_t::truncate() {
+// Returns 0, or the errno of the failure. Only a regular file has an old content to lose; anything else
+// refuses, and that is fine.
+int saved_file_t::truncate() {
     if (std::exchange(truncated_, true)) {
-        return;
+        return 0;
     }
     if (ftruncate(old_, 0) == 0) {
-        disposable_ = true;
-    } else if (errno != EINVAL) {
-        fail(errno);
+        disposable_ = fstat(old_, &found_) == 0;
+        return 0;
     }
+    return errno == EINVAL ? 0 : errno;
 }
 
 void saved_file_t::remove_new() {

@@ -39,7 +39,7 @@ class saved_file_t {
     void open_new();
     void copy_into_place();
     void prepare();
-    void truncate();
+    [[nodiscard]] int truncate();
     void remove_new();
     void remove_itself();
     void give_up();
@@ -48,10 +48,10 @@ class saved_file_t {
     std::string name_;
     std::string target_;   // what the name leads to, links followed; empty where that is no name of a file
     std::string new_name_; // empty when the file itself is written
-    int old_ = -1;         // descriptor of the file itself, -1 while there is none
+    int old_ = -1;         // descriptor of the file itself, -1 while only the new one is written
     int new_ = -1;         // descriptor of the new one
     int no_room_ = 0;      // the errno that kept the system from making one
-    struct stat found_ {}; // the file itself, as it was
+    struct stat found_ {}; // the file itself, as it was when it was opened or truncated
     bool truncated_ = false;
     bool disposable_ = false; // nothing is lost with the file itself: it was empty, or has been truncated
 };
