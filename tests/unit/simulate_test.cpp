@@ -92,10 +92,12 @@ TEST_F(Loader, TellsTheEngineOfAnotherProgram) {
     // An image that cannot be read, though it can be opened, leaves the board as it is.
     std::filesystem::remove(image);
     std::filesystem::create_symlink("/proc/self/mem", image);
+    machine.memory[2] = 1;
     graphical_display = true;
     simulate_load(folder / "x.k");
     graphical_display = false;
     EXPECT_EQ(recording.calls.back(), "error Can't read " + image + ": Input/output error");
+    EXPECT_EQ(machine.memory[2], 1);
     EXPECT_TRUE(machine.halted);
 }
 
