@@ -23,7 +23,7 @@ void save_together(output_file_t& image, output_file_t* list) {
         output.file.finish();
     };
     // What has no new file loses the old one when it is written, so the other one is safe by then.
-    const bool list_first = list != nullptr && image.file.in_place();
+    const bool list_first = list != nullptr && image.file.in_place() && !list->file.in_place();
     if (list_first) {
         write(*list);
     }

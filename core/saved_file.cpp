@@ -233,10 +233,12 @@ void saved_file_t::finish() {
 
 void saved_file_t::take_name() {
     if (!in_place()) {
-        if (std::rename(new_name_.c_str(), target_.c_str()) != 0) {
+        if (std::rename(new_name_.c_str(), target_.c_str()) == 0) {
+            forget_new();
+        } else {
             copy_into_place();
+            remove_new();
         }
-        remove_new();
     }
     disposable_ = false;
 }
@@ -316,9 +318,13 @@ int saved_file_t::truncate() {
 void saved_file_t::remove_new() {
     if (!in_place()) {
         unlink(new_name_.c_str());
-        drop_from_list(new_name_.c_str());
-        new_name_.clear();
+        forget_new();
     }
+}
+
+void saved_file_t::forget_new() {
+    drop_from_list(new_name_.c_str());
+    new_name_.clear();
 }
 
 void saved_file_t::give_up() {

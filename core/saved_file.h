@@ -32,7 +32,7 @@ class saved_file_t {
         take_name();
     }
 
-    // Whether the file itself is written.
+    // Whether the file itself is written. To be asked before `take_name`.
     [[nodiscard]] bool in_place() const { return new_name_.empty(); }
 
   private:
@@ -41,6 +41,7 @@ class saved_file_t {
     void prepare();
     [[nodiscard]] int truncate();
     void remove_new();
+    void forget_new();
     void remove_itself();
     void give_up();
     [[noreturn]] void fail(int error);

@@ -112,12 +112,14 @@ TEST_F(Assembler, ReportsACloseThatFails) {
     for (int i = 0; i < 2; ++i) {
         write(".mif", "old");
         write(".labels", "old");
-        host_standin.failing_close = i + 1;
+        host_standin.failing_close = 3 + i; // after those of the two old files
         EXPECT_FALSE(assemble(program + ".k"));
         EXPECT_EQ(recording.calls.back(),
                   "error Can't write file " + program + endings[i] + ": Input/output error");
         EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 3)
             << "nothing else is left";
+        EXPECT_EQ(std::filesystem::file_size(program + endings[0]), 3U) << "the old one";
+        EXPECT_EQ(std::filesystem::file_size(program + endings[1]), 3U) << "the old one";
     }
     graphical_display = false;
     host_standin.failing_close = 0;

@@ -25,23 +25,16 @@
 #include "devices/vga.h"
 #include "ui/gui.h"
 #include "ui/gui_batch/picture.h"
+#include "ui/gui_batch/serial_file.h"
 #include "ui/gui_batch/usage.h"
 
 namespace {
-
-// What takes the bytes of the serial port as they are sent.
-struct serial_file_t {
-    int descriptor;      // -1: none
-    std::string waiting; // until the run loop looks at the window
-    int error;           // the errno of the first failure
-};
 
 struct batch_t {
     options_t options;
     std::vector<event_t> events;
     size_t next_event;
     bool begun;
-    serial_file_t serial_file;
     std::vector<std::string> files;                         // what the run reads and writes, but the report
     std::map<std::string, std::deque<std::string>> answers; // to file choosers, by their titles
     bool console_ended;
@@ -58,7 +51,6 @@ batch_t batch = {.options = {},
                  .events = {},
                  .next_event = 0,
                  .begun = false,
-                 .serial_file = {.descriptor = -1, .waiting = {}, .error = 0},
                  .files = {},
                  .answers = {},
                  .console_ended = false,
@@ -156,27 +148,6 @@ bool write_report() {
     return error == 0;
 }
 
-void flush_serial_file() {
-    serial_file_t& file = batch.serial_file;
-    if (file.descriptor >= 0 && file.error == 0) {
-        file.error = write_all(file.descriptor, file.waiting);
-    }
-    file.waiting.clear();
-}
-
-// Returns whether all of it went well.
-bool close_serial_file() {
-    serial_file_t& file = batch.serial_file;
-    flush_serial_file();
-    if (file.descriptor >= 0 && close(std::exchange(file.descriptor, -1)) != 0 && file.error == 0) {
-        file.error = errno;
-    }
-    if (file.error != 0) {
-        std::cerr << "tovik-run: " << cant_write_text(*batch.options.serial_file, file.error) << std::endl;
-    }
-    return file.error == 0;
-}
-
 // Returns whether all went well.
 bool write_files() {
     std::cout.flush();
@@ -232,11 +203,17 @@ void check_output(const std::string& option, const std::string& file) {
     }
 }
 
+// The descriptor stays open until the end, also where the file is then opened again by its name: a reader of
+// a pipe must not see its end before.
 int open_output(const std::string& option, const std::string& file) {
     check_output(option, file);
     const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, NEW_FILE_MODE);
     if (descriptor < 0) {
         usage_error(cant_open_text(file, errno));
+    }
+    // A device can take what several write.
+    if (std::error_code ignored; std::filesystem::is_regular_file(file, ignored)) {
+        batch.files.push_back(file);
     }
     return descriptor;
 }
@@ -271,16 +248,6 @@ void offer_files() {
     }
 }
 
-// What is written by its name later stays open until then: a reader of a pipe must not see its end before. A
-// device can take what several write; all else is refused if one of the next options names it, too.
-int open_own_output(const std::string& option, const std::string& file) {
-    const int descriptor = open_output(option, file);
-    if (std::error_code ignored; std::filesystem::is_regular_file(file, ignored)) {
-        batch.files.push_back(file);
-    }
-    return descriptor;
-}
-
 void open_files() {
     const options_t& options = batch.options;
     const std::string base = options.program.substr(0, options.program.rfind('.'));
@@ -292,38 +259,18 @@ void open_files() {
                                        {"--save-sdram", options.sdram_file},
                                        {"--save-speaker", options.speaker_file}}) {
         if (file) {
-            open_own_output(option, *file);
+            open_output(option, *file);
         }
     }
     if (options.serial_file) {
-        batch.serial_file.descriptor = open_own_output("--save-serial", *options.serial_file);
+        open_serial_file(*options.serial_file, open_output("--save-serial", *options.serial_file));
     }
     if (options.report_file) {
-        open_own_output("--report", *options.report_file);
-    }
-}
-
-// Another place in the same file would write over what the trace has written there.
-bool is_standard_output(const std::string& file) {
-    std::error_code no_output;
-    return std::filesystem::equivalent(file, "/dev/stdout", no_output);
-}
-
-void join_standard_output() {
-    if (batch.options.report_file && is_standard_output(*batch.options.report_file)) {
-        batch.options.report_file.reset();
-    }
-    if (batch.options.serial_file && is_standard_output(*batch.options.serial_file)) {
-        dup2(STDOUT_FILENO, batch.serial_file.descriptor);
-    }
-}
-
-// Nothing can refuse the run any more: now the old content goes. What is no regular file has none.
-void begin_serial_file() {
-    serial_file_t& file = batch.serial_file;
-    const bool is_own = file.descriptor >= 0 && !is_standard_output(*batch.options.serial_file);
-    if (is_own && ftruncate(file.descriptor, 0) != 0 && errno != EINVAL) {
-        file.error = errno;
+        open_output("--report", *options.report_file);
+        // Another place in the same file would write over what the trace has written there.
+        if (is_standard_output(*options.report_file)) {
+            batch.options.report_file.reset();
+        }
     }
 }
 
@@ -363,7 +310,6 @@ void run_batch(const options_t& options, const labels_t& labels, std::vector<eve
     simulator.breakpoint = address_of("--break", options.breakpoint, labels);
     simulator.watchpoint = address_of("--watch", options.watchpoint, labels);
     open_files();
-    join_standard_output();
 
     machine.sw = options.switches;
     simulator.step = options.limit ? 1 : -1;
@@ -394,7 +340,7 @@ bool gui_events_pending() {
     }
     flush_serial_file();
     // Nobody can have any more what an endless program writes.
-    if (!std::cout || batch.serial_file.error != 0) {
+    if (!std::cout || serial_file_failed()) {
         simulator.running = false;
         batch.run.reason = "error";
         write_files();
@@ -434,9 +380,7 @@ void gui_serial_setup() {}
 
 void gui_serial_append(char c) {
     ++batch.run.serial_bytes;
-    if (batch.serial_file.descriptor >= 0) {
-        batch.serial_file.waiting += c;
-    }
+    append_to_serial_file(c);
     if (c == '\r') {
         return;
     }

@@ -22,14 +22,13 @@ struct run_t {
     std::string hex30;
     std::set<int32_t> memory; // addresses of words to report
     std::vector<message_t> messages;
-    std::string
-        serial_output; // to the serial console, without carriage returns: the first MOST_SERIAL_OUTPUT of it
-    uint64_t serial_bytes; // to the serial console in all, with carriage returns
-    bool serial_truncated; // there was more than `serial_output` holds
+    std::string serial_output; // to the serial console, without carriage returns: the beginning
+    uint64_t serial_bytes;     // to the serial console in all, with carriage returns
+    bool serial_truncated;     // there was more than `serial_output` holds
     labels_t labels;
 };
 
-// An endless sender must not fill the memory with its report.
+// What `serial_output` holds at most: an endless sender must not fill the memory.
 constexpr size_t MOST_SERIAL_OUTPUT = size_t{16} << 20;
 
 // The report for a person, and as one JSON object. Each ends with a line feed.

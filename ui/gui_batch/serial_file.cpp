@@ -1,0 +1,72 @@
+#include "ui/gui_batch/serial_file.h"
+
+#include <cerrno>
+#include <filesystem>
+#include <iostream>
+#include <utility>
+
+#include <unistd.h>
+
+#include "core/files.h"
+
+namespace {
+
+struct serial_file_t {
+    std::string name;
+    int descriptor;      // -1: none
+    std::string waiting; // until the run loop looks at the window
+    int error;           // the errno of the first failure
+};
+
+serial_file_t file = {.name = {}, .descriptor = -1, .waiting = {}, .error = 0};
+
+} // namespace
+
+void open_serial_file(std::string name, int descriptor) {
+    file.name = std::move(name);
+    file.descriptor = descriptor;
+}
+
+void begin_serial_file() {
+    if (file.descriptor < 0) {
+        return;
+    }
+    if (is_standard_output(file.name)) {
+        // Another place in the same file would write over the trace and the report.
+        dup2(STDOUT_FILENO, file.descriptor);
+    } else if (ftruncate(file.descriptor, 0) != 0 && errno != EINVAL) {
+        // What is no regular file has no old content, and refuses.
+        file.error = errno;
+    }
+}
+
+void append_to_serial_file(char byte) {
+    if (file.descriptor >= 0) {
+        file.waiting += byte;
+    }
+}
+
+void flush_serial_file() {
+    if (file.descriptor >= 0 && file.error == 0) {
+        file.error = write_all(file.descriptor, file.waiting);
+    }
+    file.waiting.clear();
+}
+
+bool serial_file_failed() { return file.error != 0; }
+
+bool close_serial_file() {
+    flush_serial_file();
+    if (file.descriptor >= 0 && close(std::exchange(file.descriptor, -1)) != 0 && file.error == 0) {
+        file.error = errno;
+    }
+    if (file.error != 0) {
+        std::cerr << "tovik-run: " << cant_write_text(file.name, file.error) << std::endl;
+    }
+    return file.error == 0;
+}
+
+bool is_standard_output(const std::string& name) {
+    std::error_code no_output;
+    return std::filesystem::equivalent(name, "/dev/stdout", no_output);
+}
