@@ -1,9 +1,12 @@
--- Makes a page of the HTML manual of a page of docs/: its first heading becomes the title, and links lead to other pages
--- of this form. The page that lists the others is the one that a folder opens with.
+-- Makes a page of the HTML manual of a page of docs/: its first heading becomes the title, and links lead to other
+-- pages of this form, and name them so. The page that lists the others is the one that a folder opens with.
 
 local function target_of(link)
   local page, place = link.target:match("^([%w-]+)%.md(#?.*)$")
-  if page then link.target = (page == "README" and "index" or page) .. ".html" .. place end
+  if not page then return nil end
+  local name = (page == "README" and "index" or page) .. ".html"
+  if pandoc.utils.stringify(link.content) == page .. ".md" then link.content = { pandoc.Str(name) } end
+  link.target = name .. place
   return link
 end
 
