@@ -113,7 +113,7 @@ TEST_F(Assembler, ReportsACloseThatFails) {
         write(".mif", "old");
         write(".labels", "old");
         host_standin.failing_close = 3 + i; // after those of the two old files
-        EXPECT_FALSE(assemble(program + ".k"));
+        ASSERT_FALSE(assemble(program + ".k"));
         EXPECT_EQ(recording.calls.back(),
                   "error Can't write file " + program + endings[i] + ": Input/output error");
         EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 3)
