@@ -7,8 +7,8 @@
 #include "assembler/image.h"
 #include "assembler/numbers.h"
 #include "assembler/source.h"
-#include "core/arithmetic.h"
-#include "core/machine.h"
+#include "base/arithmetic.h"
+#include "base/machine.h"
 #include "core/simulate.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <charconv>
 #include <utility>
 
-#include "core/machine.h"
+#include "base/machine.h"
 
 namespace {
 

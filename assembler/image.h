@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/saved_file.h"
+#include "base/saved_file.h"
 
 // A file to be written. What it will hold is collected and goes to the file in one piece.
 struct output_file_t {

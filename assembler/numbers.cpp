@@ -4,7 +4,7 @@
 #include <bit>
 #include <charconv>
 
-#include "core/machine.h"
+#include "base/machine.h"
 
 namespace {
 

@@ -8,9 +8,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "core/files.h"
-#include "core/machine.h"
-#include "core/text.h"
+#include "base/files.h"
+#include "base/machine.h"
+#include "base/text.h"
 
 namespace {
 

@@ -13,9 +13,9 @@
 #include <benchmark/benchmark.h>
 
 #include "assembler/assemble.h"
+#include "base/machine.h"
 #include "core/engine.h"
 #include "core/loader.h"
-#include "core/machine.h"
 #include "core/reference.h"
 #include "core/simulate.h"
 #include "tests/support/gui_recording.h"

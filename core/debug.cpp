@@ -5,12 +5,12 @@
 #include <string>
 
 #include "assembler/assemble.h"
+#include "base/gui.h"
+#include "base/machine.h"
 #include "core/engine.h"
 #include "core/loader.h"
-#include "core/machine.h"
 #include "devices/audio.h"
 #include "devices/camera_capture.h"
-#include "ui/gui.h"
 
 namespace {
 

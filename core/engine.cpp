@@ -31,9 +31,9 @@
 #include <string>
 #include <utility>
 
+#include "base/machine.h"
 #include "core/instructions.h"
 #include "core/interpreter.h"
-#include "core/machine.h"
 #include "core/memory.h"
 #include "core/waiting.h"
 #include "devices/io.h"

@@ -5,8 +5,8 @@
 
 #include <cstdint>
 
-#include "core/arithmetic.h"
-#include "core/machine.h"
+#include "base/arithmetic.h"
+#include "base/machine.h"
 
 constexpr bool is_opcode(int32_t word) { return word >= K24_HALT && word <= K24_RET; }
 

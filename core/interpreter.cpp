@@ -1,7 +1,7 @@
 #include "core/interpreter.h"
 
-#include "core/arithmetic.h"
-#include "core/machine.h"
+#include "base/arithmetic.h"
+#include "base/machine.h"
 #include "core/memory.h"
 
 namespace {

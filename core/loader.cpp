@@ -9,12 +9,12 @@
 #include <string_view>
 #include <vector>
 
+#include "base/files.h"
+#include "base/machine.h"
+#include "base/text.h"
 #include "core/engine.h"
-#include "core/files.h"
-#include "core/machine.h"
 #include "core/memory.h"
 #include "core/simulate.h"
-#include "core/text.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <iostream>
 #include <string>
 
-#include "core/machine.h"
+#include "base/machine.h"
 #include "devices/io.h"
 
 bool watchpoint_hit = false;

@@ -7,12 +7,12 @@
 
 #include <unistd.h>
 
+#include "base/gui.h"
+#include "base/machine.h"
 #include "core/interpreter.h"
-#include "core/machine.h"
 #include "core/simulate.h"
 #include "devices/audio.h"
 #include "devices/camera.h"
-#include "ui/gui.h"
 
 namespace {
 

@@ -14,10 +14,11 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include "base/gui.h"
+#include "base/machine.h"
+#include "base/saved_file.h"
 #include "core/engine.h"
-#include "core/machine.h"
 #include "core/memory.h"
-#include "core/saved_file.h"
 #include "devices/audio.h"
 #include "devices/camera.h"
 #include "devices/fft.h"
@@ -30,7 +31,6 @@
 #include "devices/serial.h"
 #include "devices/touch.h"
 #include "devices/vga.h"
-#include "ui/gui.h"
 
 bool graphical_display = false;
 

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
+#include "base/machine.h"
 #include "core/instructions.h"
-#include "core/machine.h"
 #include "devices/io.h"
 
 namespace {

@@ -27,11 +27,11 @@
 #include <pulse/error.h>
 #include <pulse/simple.h>
 
-#include "core/machine.h"
+#include "base/gui.h"
+#include "base/machine.h"
 #include "devices/io.h"
 #include "devices/save.h"
 #include "devices/wav.h"
-#include "ui/gui.h"
 
 std::ostream* sound_log = &std::cout;
 bool speaker_recording = true;

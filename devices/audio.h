@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <ostream>
 
-#include "core/saved_file.h"
+#include "base/saved_file.h"
 
 // Instructions between two audio ticks: 8000 ticks are a second of the board's time.
 constexpr int32_t INSTRUCTIONS_PER_AUDIO_TICK = 833;

@@ -27,12 +27,12 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "core/files.h"
-#include "core/machine.h"
+#include "base/files.h"
+#include "base/gui.h"
+#include "base/machine.h"
 #include "devices/camera_capture.h"
 #include "devices/io.h"
 #include "devices/vga.h"
-#include "ui/gui.h"
 
 namespace {
 

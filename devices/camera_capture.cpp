@@ -17,9 +17,9 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include "core/machine.h"
+#include "base/gui.h"
+#include "base/machine.h"
 #include "devices/camera.h"
-#include "ui/gui.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include "devices/challenge.h"
 
-#include "core/arithmetic.h"
+#include "base/arithmetic.h"
 
 namespace {
 

@@ -31,7 +31,7 @@
 
 #include <kissfft/kissfft.hh>
 
-#include "core/machine.h"
+#include "base/machine.h"
 #include "devices/io.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <sstream>
 #include <string>
 
-#include "core/machine.h"
+#include "base/machine.h"
 #include "devices/audio.h"
 #include "devices/camera.h"
 #include "devices/fft.h"

@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "core/machine.h"
+#include "base/machine.h"
 
 // The first I/O address, 0x80000000. A register's offset is counted from here.
 constexpr int32_t IO_BASE = INT32_MIN;

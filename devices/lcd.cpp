@@ -16,9 +16,9 @@
 #include <string>
 #include <utility>
 
-#include "core/machine.h"
+#include "base/gui.h"
+#include "base/machine.h"
 #include "devices/io.h"
-#include "ui/gui.h"
 
 namespace {
 

@@ -17,9 +17,9 @@
 #include <string>
 #include <string_view>
 
-#include "core/machine.h"
+#include "base/gui.h"
+#include "base/machine.h"
 #include "devices/io.h"
-#include "ui/gui.h"
 
 namespace {
 

@@ -16,11 +16,11 @@
 
 #include <iterator>
 
-#include "core/arithmetic.h"
-#include "core/machine.h"
+#include "base/arithmetic.h"
+#include "base/gui.h"
+#include "base/machine.h"
 #include "devices/io.h"
 #include "devices/touch.h"
-#include "ui/gui.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include <cstddef>
 #include <string_view>
 
-#include "core/machine.h"
+#include "base/machine.h"
 #include "devices/io.h"
 #include "devices/mouse.h"
 

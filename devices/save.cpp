@@ -2,8 +2,8 @@
 
 #include <bit>
 
-#include "core/machine.h"
-#include "ui/gui.h"
+#include "base/gui.h"
+#include "base/machine.h"
 
 // bytes_of takes words as they stand in memory.
 static_assert(std::endian::native == std::endian::little);

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/saved_file.h"
+#include "base/saved_file.h"
 
 struct save_t {
     std::string title;       // of the file chooser

@@ -31,11 +31,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "core/files.h"
-#include "core/machine.h"
-#include "core/noise.h"
+#include "base/files.h"
+#include "base/gui.h"
+#include "base/machine.h"
+#include "base/noise.h"
 #include "devices/io.h"
-#include "ui/gui.h"
 
 namespace {
 

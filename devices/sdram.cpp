@@ -17,8 +17,8 @@
 #include <string>
 #include <type_traits>
 
-#include "core/machine.h"
-#include "core/noise.h"
+#include "base/machine.h"
+#include "base/noise.h"
 #include "devices/io.h"
 #include "devices/save.h"
 

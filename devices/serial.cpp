@@ -17,10 +17,10 @@
 
 #include "devices/serial.h"
 
-#include "core/machine.h"
+#include "base/gui.h"
+#include "base/machine.h"
 #include "devices/io.h"
 #include "devices/serial_connection.h"
-#include "ui/gui.h"
 
 namespace {
 

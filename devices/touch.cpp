@@ -14,7 +14,7 @@
 
 #include <algorithm>
 
-#include "core/machine.h"
+#include "base/machine.h"
 #include "devices/io.h"
 #include "devices/vga.h"
 

@@ -21,11 +21,11 @@
 #include <span>
 #include <string>
 
-#include "core/machine.h"
-#include "core/noise.h"
+#include "base/gui.h"
+#include "base/machine.h"
+#include "base/noise.h"
 #include "devices/io.h"
 #include "devices/save.h"
-#include "ui/gui.h"
 
 namespace {
 

@@ -15,8 +15,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include "core/files.h"
-#include "core/machine.h"
+#include "base/files.h"
+#include "base/machine.h"
 #include "devices/save.h"
 
 namespace {

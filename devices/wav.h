@@ -6,8 +6,8 @@
 #include <deque>
 #include <string>
 
-#include "core/machine.h"
-#include "core/saved_file.h"
+#include "base/machine.h"
+#include "base/saved_file.h"
 
 constexpr int32_t SAMPLES_PER_SECOND = 8000;
 

@@ -6,7 +6,7 @@
 
 #include <unistd.h>
 
-#include "core/files.h"
+#include "base/files.h"
 
 namespace {
 

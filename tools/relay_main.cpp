@@ -15,7 +15,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "core/files.h"
+#include "base/files.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <cassert>
 #include <utility>
 
-#include "core/machine.h"
-#include "ui/gui.h"
+#include "base/gui.h"
+#include "base/machine.h"
 
 bool screen_open = true;
 

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <sstream>
 
-#include "core/machine.h"
+#include "base/machine.h"
 #include "core/simulate.h"
 #include "devices/io.h"
 #include "devices/serial_connection.h"

@@ -2,10 +2,10 @@
 
 #include <utility>
 
+#include "base/gui.h"
+#include "base/machine.h"
+#include "base/noise.h"
 #include "core/engine.h"
-#include "core/machine.h"
-#include "core/noise.h"
-#include "ui/gui.h"
 
 recording_t recording;
 typed_t typed;

@@ -13,7 +13,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include "core/machine.h"
+#include "base/machine.h"
 #include "tests/support/gui_recording.h"
 
 host_standin_t host_standin;

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 
-#include "core/machine.h"
-#include "core/noise.h"
+#include "base/machine.h"
+#include "base/noise.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "core/machine.h"
+#include "base/machine.h"
 
 class record_t {
   public:

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "core/machine.h"
+#include "base/machine.h"
 #include "core/simulate.h"
 #include "devices/audio.h"
 #include "devices/wav.h"

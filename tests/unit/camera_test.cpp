@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <array>
 
-#include "core/machine.h"
+#include "base/machine.h"
 #include "devices/camera_capture.h"
 #include "tests/support/bus.h"
 

@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "core/machine.h"
-#include "core/noise.h"
+#include "base/machine.h"
+#include "base/noise.h"
 #include "devices/mouse.h"
 #include "devices/ps2.h"
 #include "devices/sdram.h"

@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "core/machine.h"
+#include "base/machine.h"
 #include "devices/io.h"
 #include "tests/support/bus.h"
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "core/machine.h"
+#include "base/machine.h"
 #include "core/memory.h"
 #include "core/simulate.h"
 #include "tests/support/gui_recording.h"

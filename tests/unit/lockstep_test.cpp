@@ -17,10 +17,11 @@
 #include <string>
 #include <vector>
 
+#include "base/gui.h"
+#include "base/machine.h"
+#include "base/noise.h"
 #include "core/engine.h"
-#include "core/machine.h"
 #include "core/memory.h"
-#include "core/noise.h"
 #include "core/reference.h"
 #include "core/simulate.h"
 #include "devices/audio.h"
@@ -34,7 +35,6 @@
 #include "tests/support/host_standin.h"
 #include "tests/support/random_programs.h"
 #include "tests/support/record.h"
-#include "ui/gui.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <random>
 
-#include "core/machine.h"
-#include "ui/gui.h"
+#include "base/gui.h"
+#include "base/machine.h"
 #include "ui/screen.h"
 
 namespace {

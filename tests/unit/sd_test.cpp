@@ -14,7 +14,7 @@
 
 #include <sys/resource.h>
 
-#include "core/machine.h"
+#include "base/machine.h"
 #include "core/simulate.h"
 #include "devices/io.h"
 #include "tests/support/bus.h"

@@ -12,7 +12,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "core/machine.h"
+#include "base/machine.h"
 #include "core/simulate.h"
 #include "devices/serial.h"
 #include "devices/serial_connection.h"

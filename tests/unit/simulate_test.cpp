@@ -12,8 +12,8 @@
 #include <sys/resource.h>
 
 #include "assembler/assemble.h"
+#include "base/machine.h"
 #include "core/loader.h"
-#include "core/machine.h"
 #include "core/memory.h"
 #include "core/simulate.h"
 #include "tests/support/bus.h"

@@ -14,16 +14,16 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "core/files.h"
-#include "core/machine.h"
-#include "core/saved_file.h"
+#include "base/files.h"
+#include "base/gui.h"
+#include "base/machine.h"
+#include "base/saved_file.h"
 #include "core/simulate.h"
 #include "devices/audio.h"
 #include "devices/camera_capture.h"
 #include "devices/sdram.h"
 #include "devices/serial.h"
 #include "devices/vga.h"
-#include "ui/gui.h"
 #include "ui/gui_batch/picture.h"
 #include "ui/gui_batch/serial_file.h"
 #include "ui/gui_batch/usage.h"

@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <fstream>
 
-#include "core/files.h"
-#include "core/machine.h"
+#include "base/files.h"
+#include "base/machine.h"
 #include "ui/gui_batch/usage.h"
 
 labels_t read_labels(const std::string& file_name) {

@@ -9,10 +9,10 @@
 
 #include "assembler/assemble.h"
 #include "assembler/source.h"
-#include "core/files.h"
+#include "base/files.h"
+#include "base/machine.h"
+#include "base/noise.h"
 #include "core/loader.h"
-#include "core/machine.h"
-#include "core/noise.h"
 #include "core/simulate.h"
 #include "devices/audio.h"
 #include "devices/sdram.h"

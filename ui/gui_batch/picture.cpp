@@ -5,7 +5,7 @@
 
 #include <png.h>
 
-#include "core/machine.h"
+#include "base/machine.h"
 #include "devices/vga.h"
 #include "ui/screen.h"
 

@@ -7,7 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "assembler/assemble.h"
-#include "core/machine.h"
+#include "base/machine.h"
 #include "core/simulate.h"
 
 namespace {

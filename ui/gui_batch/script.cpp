@@ -9,9 +9,9 @@
 #include <string_view>
 #include <utility>
 
-#include "core/files.h"
-#include "core/machine.h"
-#include "core/text.h"
+#include "base/files.h"
+#include "base/machine.h"
+#include "base/text.h"
 #include "devices/ledswitchtimer.h"
 #include "devices/mouse.h"
 #include "devices/ps2.h"

@@ -6,9 +6,9 @@
 
 #include <gtk/gtk.h>
 
-#include "core/machine.h"
+#include "base/gui.h"
+#include "base/machine.h"
 #include "devices/ledswitchtimer.h"
-#include "ui/gui.h"
 #include "ui/gui_gtk/tips.h"
 #include "ui/gui_gtk/windows.h"
 #include "ui/screen.h"

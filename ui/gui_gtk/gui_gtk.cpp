@@ -8,8 +8,8 @@
 #include <cassert>
 #include <cstdlib>
 
-#include "core/machine.h"
-#include "ui/gui.h"
+#include "base/gui.h"
+#include "base/machine.h"
 #include "ui/gui_gtk/windows.h"
 #include "ui/screen.h"
 

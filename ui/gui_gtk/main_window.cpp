@@ -7,13 +7,13 @@
 #include <gtk/gtk.h>
 
 #include "assembler/source.h"
+#include "base/gui.h"
 #include "core/debug.h"
 #include "core/simulate.h"
 #include "devices/audio.h"
 #include "devices/ledswitchtimer.h"
 #include "devices/sdram.h"
 #include "devices/vga.h"
-#include "ui/gui.h"
 #include "ui/gui_gtk/text.h"
 #include "ui/gui_gtk/tips.h"
 #include "ui/gui_gtk/windows.h"

@@ -10,9 +10,9 @@
 
 #include <gtk/gtk.h>
 
+#include "base/gui.h"
+#include "base/machine.h"
 #include "core/engine.h"
-#include "core/machine.h"
-#include "ui/gui.h"
 #include "ui/gui_gtk/text.h"
 #include "ui/gui_gtk/tips.h"
 #include "ui/gui_gtk/windows.h"

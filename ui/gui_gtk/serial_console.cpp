@@ -4,7 +4,7 @@
 
 #include <gtk/gtk.h>
 
-#include "ui/gui.h"
+#include "base/gui.h"
 #include "ui/gui_gtk/text.h"
 #include "ui/gui_gtk/windows.h"
 

@@ -1,4 +1,4 @@
-#include "core/machine.h"
+#include "base/machine.h"
 
 machine_t machine;
 simulator_t simulator;

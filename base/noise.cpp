@@ -1,4 +1,4 @@
-#include "core/noise.h"
+#include "base/noise.h"
 
 uint64_t noise_seed = 1;
 

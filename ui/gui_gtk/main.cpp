@@ -9,7 +9,8 @@
 #include <unistd.h>
 
 #include "assembler/assemble.h"
-#include "core/files.h"
+#include "base/files.h"
+#include "base/gui.h"
 #include "core/memory.h"
 #include "core/simulate.h"
 #include "devices/audio.h"
@@ -17,7 +18,6 @@
 #include "devices/ledswitchtimer.h"
 #include "devices/sdram.h"
 #include "devices/vga.h"
-#include "ui/gui.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "core/saved_file.h"
+#include "base/saved_file.h"
 
 #include <algorithm>
 #include <array>
@@ -18,8 +18,8 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-#include "core/files.h"
-#include "core/machine.h"
+#include "base/files.h"
+#include "base/machine.h"
 
 namespace {
 
