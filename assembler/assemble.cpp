@@ -9,7 +9,7 @@
 #include "assembler/source.h"
 #include "base/arithmetic.h"
 #include "base/machine.h"
-#include "core/simulate.h"
+#include "base/messages.h"
 
 namespace {
 

@@ -11,6 +11,7 @@
 
 #include "base/files.h"
 #include "base/machine.h"
+#include "base/messages.h"
 #include "base/text.h"
 #include "core/engine.h"
 #include "core/memory.h"

@@ -32,8 +32,6 @@
 #include "devices/touch.h"
 #include "devices/vga.h"
 
-bool graphical_display = false;
-
 namespace {
 
 // Passes of the run loop, one an instruction, between two looks at the window.
@@ -209,14 +207,6 @@ extern "C" void end_at_processor_time_limit(int signal) {
 }
 
 } // namespace
-
-void show_error(const std::string& text) {
-    if (graphical_display) {
-        gui_message(text, true);
-    } else {
-        std::cout << text << std::endl;
-    }
-}
 
 void simulate_init() {
     rlimit limit{};

@@ -13,6 +13,7 @@
 
 #include "assembler/assemble.h"
 #include "base/machine.h"
+#include "base/messages.h"
 #include "core/loader.h"
 #include "core/memory.h"
 #include "core/simulate.h"

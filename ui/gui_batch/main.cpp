@@ -11,6 +11,7 @@
 #include "assembler/source.h"
 #include "base/files.h"
 #include "base/machine.h"
+#include "base/messages.h"
 #include "base/noise.h"
 #include "core/loader.h"
 #include "core/simulate.h"

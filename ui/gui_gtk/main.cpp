@@ -11,6 +11,7 @@
 #include "assembler/assemble.h"
 #include "base/files.h"
 #include "base/gui.h"
+#include "base/messages.h"
 #include "core/memory.h"
 #include "core/simulate.h"
 #include "devices/audio.h"
