@@ -33,6 +33,7 @@
 #include "devices/camera_capture.h"
 #include "devices/io.h"
 #include "devices/vga.h"
+#include "host/capture.h"
 
 namespace {
 
@@ -43,6 +44,8 @@ constexpr int32_t Y = 0xb3;
 constexpr int32_t SCALE = 0xb4;
 constexpr int32_t FLIP = 0xb5;
 
+constexpr int32_t CAMERA_WIDTH = CAPTURE_WIDTH;
+constexpr int32_t CAMERA_HEIGHT = CAPTURE_HEIGHT;
 constexpr int32_t COORDINATE_MASK = VGA_RAM_SIZE - 1;
 constexpr int32_t FULL_SIZE = 3;
 

@@ -7,9 +7,6 @@
 // Instructions between two frames, of which 30 are a second of the board's time.
 constexpr int32_t INSTRUCTIONS_PER_FRAME = 222222;
 
-constexpr int CAMERA_WIDTH = 640;
-constexpr int CAMERA_HEIGHT = 480;
-
 // The register handler of the I/O bus. Asks the user for a kmovie file when the program takes a frame and
 // there is none; throws tovik_error "user cancelled camera file read".
 int32_t io_camera(bool write, int32_t address, int32_t data);

@@ -20,10 +20,9 @@
 #include "base/gui.h"
 #include "base/machine.h"
 #include "devices/camera.h"
+#include "host/capture.h"
 
 namespace {
-
-constexpr int FIRST_FRAME_MS = 5000;
 
 int camera_fd = -1;
 v4l2_buffer v4l2_buf;
@@ -55,13 +54,13 @@ void set_format() {
     v4l2_format format{};
     format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
     ask(VIDIOC_G_FMT, &format, "can't get format");
-    format.fmt.pix.width = CAMERA_WIDTH;
-    format.fmt.pix.height = CAMERA_HEIGHT;
+    format.fmt.pix.width = CAPTURE_WIDTH;
+    format.fmt.pix.height = CAPTURE_HEIGHT;
     format.fmt.pix.pixelformat = V4L2_PIX_FMT_YUYV;
     format.fmt.pix.field = V4L2_FIELD_INTERLACED;
     ask(VIDIOC_S_FMT, &format, "can't set format");
     // A driver answers with what it can do instead.
-    if (format.fmt.pix.width != CAMERA_WIDTH || format.fmt.pix.height != CAMERA_HEIGHT ||
+    if (format.fmt.pix.width != CAPTURE_WIDTH || format.fmt.pix.height != CAPTURE_HEIGHT ||
         format.fmt.pix.pixelformat != V4L2_PIX_FMT_YUYV) {
         throw tovik_error("can't set format");
     }
@@ -99,15 +98,6 @@ void start_stream() {
     ask(VIDIOC_STREAMON, &type, "error enabling streaming");
 }
 
-void release() {
-    if (v4l2_buf_data != nullptr) {
-        munmap(std::exchange(v4l2_buf_data, nullptr), v4l2_buf.length);
-    }
-    if (camera_fd >= 0) {
-        close(std::exchange(camera_fd, -1));
-    }
-}
-
 bool linux_camera_open(const char* path) {
     try {
         camera_fd = open(path, O_RDWR | O_NONBLOCK | O_CLOEXEC);
@@ -120,28 +110,31 @@ bool linux_camera_open(const char* path) {
         start_stream();
         return true;
     } catch (const tovik_error&) {
-        release();
+        capture_close();
         return false;
     }
 }
 
-// Whether there is a frame to take. An error of the device counts as one: taking the frame then names it.
-bool wait_for_frame() {
+} // namespace
+
+bool capture_open() {
+    constexpr const char* PATHS[] = {"/dev/video", "/dev/video0", "/dev/video1"};
+    return std::ranges::any_of(PATHS, linux_camera_open);
+}
+
+bool capture_ready(int most_ms) {
+    assert(camera_fd >= 0);
     pollfd waiting = {camera_fd, POLLIN, 0};
-    const int timeout_ms = machine.camera_ram_valid ? 0 : FIRST_FRAME_MS;
     int result = 0;
     do {
-        result = poll(&waiting, 1, timeout_ms);
+        result = poll(&waiting, 1, most_ms);
     } while (result < 0 && errno == EINTR);
-    if (result == 0 && !machine.camera_ram_valid) {
-        throw tovik_error("error dequeueing buffer");
-    }
     return result != 0;
 }
 
-void take_frame() {
+const uint8_t* capture_take() {
     try {
-        ask(VIDIOC_DQBUF, &v4l2_buf, "error dequeueing buffer");
+        ask(VIDIOC_DQBUF, &v4l2_buf, CAPTURE_NO_FRAME);
     } catch (const tovik_error&) {
         if (errno == EAGAIN) {
             throw tovik_error("ioctl interrupted by signal");
@@ -152,9 +145,44 @@ void take_frame() {
     // clang-format off
     assert(v4l2_buf.index==0);
     // clang-format on
-    convert_yuyv(static_cast<const uint8_t*>(v4l2_buf_data), machine.camera_ram[0],
-                 size_t{CAMERA_WIDTH} * CAMERA_HEIGHT / 2);
-    ask(VIDIOC_QBUF, &v4l2_buf, "error re-queueing buffer");
+    return static_cast<const uint8_t*>(v4l2_buf_data);
+}
+
+void capture_give_back() { ask(VIDIOC_QBUF, &v4l2_buf, "error re-queueing buffer"); }
+
+bool capture_stop() {
+    assert(camera_fd >= 0);
+    int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    // A device that is gone cannot stop either.
+    return ioctl(camera_fd, VIDIOC_STREAMOFF, &type) == 0 || errno == ENODEV;
+}
+
+void capture_close() {
+    if (v4l2_buf_data != nullptr) {
+        munmap(std::exchange(v4l2_buf_data, nullptr), v4l2_buf.length);
+    }
+    if (camera_fd >= 0) {
+        close(std::exchange(camera_fd, -1));
+    }
+}
+
+namespace {
+
+constexpr int FIRST_FRAME_MS = 5000;
+
+bool live_frame_is_there() {
+    if (machine.camera_ram_valid) {
+        return capture_ready(0);
+    }
+    if (!capture_ready(FIRST_FRAME_MS)) {
+        throw tovik_error(CAPTURE_NO_FRAME);
+    }
+    return true;
+}
+
+void take_live_frame() {
+    convert_yuyv(capture_take(), machine.camera_ram[0], size_t{CAPTURE_WIDTH} * CAPTURE_HEIGHT / 2);
+    capture_give_back();
     machine.camera_ram_valid = true;
 }
 
@@ -208,41 +236,32 @@ void convert_yuyv(const uint8_t* yuyv, uint16_t* colors, size_t pairs) {
 }
 
 void camera_connect() {
-    if (!simulator.camera_on) {
-        constexpr const char* PATHS[] = {"/dev/video", "/dev/video0", "/dev/video1"};
-        if (std::ranges::any_of(PATHS, linux_camera_open)) {
-            simulator.camera_on = true;
-            machine.camera_ram_valid = false;
-            close_movie();
-        }
+    if (!simulator.camera_on && capture_open()) {
+        simulator.camera_on = true;
+        machine.camera_ram_valid = false;
+        close_movie();
     }
     gui_camera_set(simulator.camera_on);
 }
 
 void camera_disconnect() {
-    if (simulator.camera_on) {
-        assert(camera_fd >= 0);
-        int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-        // A device that is gone cannot stop either.
-        if (ioctl(camera_fd, VIDIOC_STREAMOFF, &type) == 0 || errno == ENODEV) {
-            release();
-            simulator.camera_on = false;
-        }
+    if (simulator.camera_on && capture_stop()) {
+        capture_close();
+        simulator.camera_on = false;
     }
     gui_camera_set(simulator.camera_on);
 }
 
 void camera_check() {
     assert(simulator.camera_on);
-    assert(camera_fd >= 0);
     try {
-        if (wait_for_frame()) {
-            take_frame();
+        if (live_frame_is_there()) {
+            take_live_frame();
         }
     } catch (const tovik_error& error) {
         gui_message(error.message, true);
         // Whatever it says to being stopped: the program goes on without it.
-        release();
+        capture_close();
         simulator.camera_on = false;
         gui_camera_set(false);
     }
