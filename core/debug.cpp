@@ -10,7 +10,7 @@
 #include "core/engine.h"
 #include "core/loader.h"
 #include "devices/audio.h"
-#include "devices/camera_capture.h"
+#include "devices/camera.h"
 
 namespace {
 

@@ -18,9 +18,12 @@
 
 #include "devices/camera.h"
 
+#include <algorithm>
 #include <bit>
 #include <cassert>
 #include <cerrno>
+#include <cmath>
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -30,7 +33,6 @@
 #include "base/files.h"
 #include "base/gui.h"
 #include "base/machine.h"
-#include "devices/camera_capture.h"
 #include "devices/io.h"
 #include "devices/vga.h"
 #include "host/capture.h"
@@ -49,11 +51,59 @@ constexpr int32_t CAMERA_HEIGHT = CAPTURE_HEIGHT;
 constexpr int32_t COORDINATE_MASK = VGA_RAM_SIZE - 1;
 constexpr int32_t FULL_SIZE = 3;
 
+constexpr int FIRST_FRAME_MS = 5000;
+
 static_assert(sizeof machine.camera_ram == 614400);
 static_assert(std::endian::native == std::endian::little); // frames as they stand in the file
 
 std::string camera_filename;
 int camera_file = -1; // the movie's descriptor, -1 when none plays
+
+// What u and v add to y for each channel. A sum that is rounded toward zero is the rounded part plus y as
+// long as it is not negative, and if it is, the channel is 0 anyway.
+struct chroma_t {
+    int16_t red[256];
+    int16_t green[256][256]; // by u, then v
+    int16_t blue[256];
+};
+
+double red_of(int v) { return 1.370705 * (v - 128); }
+double green_of(int y, int u, int v) { return y - 0.698001 * (v - 128) - 0.337633 * (u - 128); }
+double blue_of(int u) { return 1.732446 * (u - 128); }
+
+std::unique_ptr<const chroma_t> make_chroma() {
+    auto chroma = std::make_unique<chroma_t>();
+    for (int u = 0; u < 256; ++u) {
+        chroma->red[u] = static_cast<int16_t>(std::floor(red_of(u)));
+        chroma->blue[u] = static_cast<int16_t>(std::floor(blue_of(u)));
+        for (int v = 0; v < 256; ++v) {
+            chroma->green[u][v] = static_cast<int16_t>(std::floor(green_of(255, u, v)) - 255);
+        }
+    }
+    return chroma;
+}
+
+uint16_t channel(int value) { return static_cast<uint16_t>(std::clamp(value, 0, 255) >> 3); }
+
+uint16_t pack(int red, int green, int blue) {
+    return static_cast<uint16_t>(channel(red) << 10 | channel(green) << 5 | channel(blue));
+}
+
+bool live_frame_is_there() {
+    if (machine.camera_ram_valid) {
+        return capture_ready(0);
+    }
+    if (!capture_ready(FIRST_FRAME_MS)) {
+        throw tovik_error(CAPTURE_NO_FRAME);
+    }
+    return true;
+}
+
+void take_live_frame() {
+    convert_yuyv(capture_take(), machine.camera_ram[0], size_t{CAPTURE_WIDTH} * CAPTURE_HEIGHT / 2);
+    capture_give_back();
+    machine.camera_ram_valid = true;
+}
 
 void open_movie() {
     camera_file = open(camera_filename.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
@@ -161,6 +211,23 @@ ssize_t read_frame() {
 
 } // namespace
 
+uint16_t yuv_to_rgb15(int y, int u, int v) {
+    return pack(static_cast<int>(y + red_of(v)), static_cast<int>(green_of(y, u, v)),
+                static_cast<int>(y + blue_of(u)));
+}
+
+void convert_yuyv(const uint8_t* yuyv, uint16_t* colors, size_t pairs) {
+    static const std::unique_ptr<const chroma_t> chroma = make_chroma();
+    for (size_t i = 0; i < pairs; ++i) {
+        const uint8_t* const pair = yuyv + 4 * i;
+        const int red = chroma->red[pair[3]];
+        const int green = chroma->green[pair[1]][pair[3]];
+        const int blue = chroma->blue[pair[1]];
+        colors[2 * i] = pack(pair[0] + red, pair[0] + green, pair[0] + blue);
+        colors[2 * i + 1] = pack(pair[2] + red, pair[2] + green, pair[2] + blue);
+    }
+}
+
 int32_t read_camera_response() {
     return machine.camera_command != 0 && machine.instr_count >= machine.camera_response_instr ? 1 : 0;
 }
@@ -176,6 +243,38 @@ int32_t io_camera(bool write, int32_t address, int32_t data) {
         return read_camera_response();
     }
     io_unsupported(address);
+}
+
+void camera_connect() {
+    if (!simulator.camera_on && capture_open()) {
+        simulator.camera_on = true;
+        machine.camera_ram_valid = false;
+        close_movie();
+    }
+    gui_camera_set(simulator.camera_on);
+}
+
+void camera_disconnect() {
+    if (simulator.camera_on && capture_stop()) {
+        capture_close();
+        simulator.camera_on = false;
+    }
+    gui_camera_set(simulator.camera_on);
+}
+
+void camera_check() {
+    assert(simulator.camera_on);
+    try {
+        if (live_frame_is_there()) {
+            take_live_frame();
+        }
+    } catch (const tovik_error& error) {
+        gui_message(error.message, true);
+        // Whatever it says to being stopped: the program goes on without it.
+        capture_close();
+        simulator.camera_on = false;
+        gui_camera_set(false);
+    }
 }
 
 void advance_camera_file() {

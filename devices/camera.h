@@ -1,7 +1,8 @@
 #pragma once
 
-// Camera: its registers, and movies instead of a live picture. The capture device is in camera_capture.h.
+// Camera: its registers, the host's capture device behind it, and movies instead of a live picture.
 
+#include <cstddef>
 #include <cstdint>
 
 // Instructions between two frames, of which 30 are a second of the board's time.
@@ -15,6 +16,15 @@ int32_t io_camera(bool write, int32_t address, int32_t data);
 int32_t read_camera_response();
 uint64_t camera_steady_until();
 
+// Open and close the device, and show which it is on "Camera". With the device, a movie that plays ends;
+// without one the camera plays movies.
+void camera_connect();
+void camera_disconnect();
+
+// Takes a new frame, if there is one; waits up to 5 s for the first. A failure closes the device and is shown
+// in a dialog. The device must be open.
+void camera_check();
+
 // The movie goes on to its next frame; at its end it is closed. Does nothing while the capture device is on.
 // A failure closes the movie and is shown in a dialog.
 void advance_camera_file();
@@ -24,3 +34,10 @@ void close_movie();
 
 // No command, all registers 0, no frame and no movie. The capture device stays.
 void reset_camera();
+
+// A point of YUV, each 0 to 255, as a colour of 15 bits.
+uint16_t yuv_to_rgb15(int y, int u, int v);
+
+// Pairs of points, of four bytes each (y of the first, u, y of the second, v), as colours of 15 bits: the
+// same as yuv_to_rgb15 gives, but fast.
+void convert_yuyv(const uint8_t* yuyv, uint16_t* colors, size_t pairs);

@@ -6,7 +6,7 @@
 #include <array>
 
 #include "base/machine.h"
-#include "devices/camera_capture.h"
+#include "devices/camera.h"
 #include "tests/support/bus.h"
 
 namespace {

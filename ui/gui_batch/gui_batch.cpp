@@ -20,7 +20,7 @@
 #include "base/saved_file.h"
 #include "core/simulate.h"
 #include "devices/audio.h"
-#include "devices/camera_capture.h"
+#include "devices/camera.h"
 #include "devices/sdram.h"
 #include "devices/serial.h"
 #include "devices/vga.h"

@@ -15,7 +15,7 @@
 #include "core/memory.h"
 #include "core/simulate.h"
 #include "devices/audio.h"
-#include "devices/camera_capture.h"
+#include "devices/camera.h"
 #include "devices/ledswitchtimer.h"
 #include "devices/sdram.h"
 #include "devices/vga.h"
