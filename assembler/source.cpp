@@ -40,7 +40,7 @@ std::string resolve_name(const file_stack_t& files, std::string_view name) {
 
 // Not blocking: opening a pipe would wait for its other end.
 input_stream_t::input_stream_t(const std::string& name)
-    : descriptor_(open(name.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)) {
+    : descriptor_(open(name.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)) {
     struct stat status {};
     if (descriptor_ < 0 || fstat(descriptor_, &status) != 0) {
         error_ = errno;

@@ -73,7 +73,7 @@ void open_file() {
     if (!gui_choosefile(false, "Choose SD card file", "SD card file", "", sd_filename)) {
         throw tovik_error("user cancelled SD card operation");
     }
-    sd_file = open(sd_filename.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK);
+    sd_file = open(sd_filename.c_str(), O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     const int64_t size = sd_file < 0 ? -1 : lseek(sd_file, 0, SEEK_END);
     if (size >= 0) {
         sd_filesize = size;
