@@ -4,8 +4,6 @@
 #include <cerrno>
 #include <utility>
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "base/files.h"
@@ -38,24 +36,10 @@ std::string resolve_name(const file_stack_t& files, std::string_view name) {
 
 } // namespace
 
-// Not blocking: opening a pipe would wait for its other end.
 input_stream_t::input_stream_t(const std::string& name)
-    : descriptor_(open(name.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)) {
-    struct stat status {};
-    if (descriptor_ < 0 || fstat(descriptor_, &status) != 0) {
-        error_ = errno;
-    } else if (S_ISDIR(status.st_mode)) {
-        error_ = EISDIR;
-    } else if (!S_ISREG(status.st_mode)) {
-        error_ = ESPIPE;
-    }
-}
+    : descriptor_(open_regular(name)), error_(descriptor_ < 0 ? errno : 0) {}
 
-input_stream_t::~input_stream_t() {
-    if (descriptor_ >= 0) {
-        close(descriptor_);
-    }
-}
+input_stream_t::~input_stream_t() { close_file(descriptor_); }
 
 bool input_stream_t::fill() {
     if (buffer_ == nullptr) {

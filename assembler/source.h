@@ -40,7 +40,7 @@ class input_stream_t {
     uint32_t position_ = 0; // of the next character in the buffer
     uint32_t size_ = 0;     // of what the buffer holds
     int descriptor_;
-    int error_ = 0;
+    int error_;
 };
 
 struct input_file_t {

@@ -2,13 +2,49 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fstream>
+#include <utility>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
 constexpr size_t ERROR_TEXT_LIMIT = 100;
+constexpr int WITHOUT_WAITING = O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+
+// Why a file of this mode cannot be read from begin to end and again, or 0.
+int kind_error(mode_t mode) {
+    if (S_ISREG(mode)) {
+        return 0;
+    }
+    return S_ISDIR(mode) ? EISDIR : ESPIPE;
+}
+
+// Gives up a file for a reason.
+int refuse(int descriptor, int error) {
+    close_file(descriptor);
+    errno = error;
+    return -1;
+}
+
+template <typename transfer_t, typename byte_t>
+int transfer_all(transfer_t transfer, int descriptor, std::span<byte_t> bytes, int64_t offset) {
+    while (!bytes.empty()) {
+        const ssize_t count = transfer(descriptor, bytes.data(), bytes.size(), offset);
+        if (count == 0) {
+            return EIO;
+        }
+        if (count > 0) {
+            bytes = bytes.subspan(static_cast<size_t>(count));
+            offset += count;
+        } else if (errno != EINTR) {
+            return errno;
+        }
+    }
+    return 0;
+}
 
 } // namespace
 
@@ -36,6 +72,44 @@ void hold_standard_streams() {
     close(descriptor);
 }
 
+int open_seekable(const std::string& name, access_e access) {
+    const int mode = access == access_e::READ ? O_RDONLY : O_RDWR;
+    const int descriptor = open(name.c_str(), mode | WITHOUT_WAITING);
+    if (descriptor >= 0 && lseek(descriptor, 0, SEEK_CUR) < 0) {
+        return refuse(descriptor, errno);
+    }
+    return descriptor;
+}
+
+int open_regular(const std::string& name) {
+    const int descriptor = open(name.c_str(), O_RDONLY | WITHOUT_WAITING);
+    struct stat status {};
+    if (descriptor < 0 || fstat(descriptor, &status) != 0) {
+        return refuse(descriptor, errno);
+    }
+    const int error = kind_error(status.st_mode);
+    return error != 0 ? refuse(descriptor, error) : descriptor;
+}
+
+// Opening the stream of a pipe would wait for the other end.
+std::ifstream open_stream(const std::string& name) {
+    struct stat status {};
+    int error = stat(name.c_str(), &status) != 0 ? errno : kind_error(status.st_mode);
+    std::ifstream file;
+    if (error == 0) {
+        file.open(name, std::ios::binary);
+        error = errno;
+    }
+    errno = error;
+    return file;
+}
+
+void close_file(int& descriptor) {
+    if (descriptor >= 0) {
+        close(std::exchange(descriptor, -1));
+    }
+}
+
 int write_all(int descriptor, std::string_view data) {
     while (!data.empty()) {
         const ssize_t count = write(descriptor, data.data(), data.size());
@@ -54,4 +128,29 @@ ssize_t read_some(int descriptor, char* buffer, size_t size) {
         count = read(descriptor, buffer, size);
     } while (count < 0 && errno == EINTR);
     return count;
+}
+
+ssize_t read_full(int descriptor, std::span<char> buffer) {
+    size_t filled = 0;
+    while (filled < buffer.size()) {
+        const ssize_t count = read_some(descriptor, buffer.data() + filled, buffer.size() - filled);
+        if (count < 0) {
+            return -1;
+        }
+        if (count == 0) {
+            break;
+        }
+        filled += static_cast<size_t>(count);
+    }
+    return static_cast<ssize_t>(filled);
+}
+
+int64_t seek_end(int descriptor) { return lseek(descriptor, 0, SEEK_END); }
+
+int read_at(int descriptor, std::span<char> bytes, int64_t offset) {
+    return transfer_all(pread, descriptor, bytes, offset);
+}
+
+int write_at(int descriptor, std::span<const char> bytes, int64_t offset) {
+    return transfer_all(pwrite, descriptor, bytes, offset);
 }

@@ -3,6 +3,9 @@
 // What every module that reads or writes a file of the user's needs.
 
 #include <cstddef>
+#include <cstdint>
+#include <iosfwd>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -21,6 +24,18 @@ std::string cant_write_text(const std::string& name, int error);
 // must not become one of them by its number. Writing to what stands in for a closed one fails, as it should.
 void hold_standard_streams();
 
+// Open a file that exists, without waiting. Return its descriptor, or -1 with errno set. What is not of the
+// kind is refused: a pipe or a terminal has no places to go to, and only a regular file can be read twice.
+enum class access_e { READ, READ_AND_WRITE };
+[[nodiscard]] int open_seekable(const std::string& name, access_e access);
+[[nodiscard]] int open_regular(const std::string& name);
+
+// A regular file as a stream. Where it is not open, errno says why.
+std::ifstream open_stream(const std::string& name);
+
+// Closes a descriptor that is open, and makes it -1.
+void close_file(int& descriptor);
+
 // The permissions of a new file, before the user's mask.
 constexpr int NEW_FILE_MODE = 0666;
 
@@ -29,3 +44,14 @@ constexpr int NEW_FILE_MODE = 0666;
 
 // Reads what one read gives. Returns the number of bytes, 0 at the end of the file, or -1 with errno set.
 [[nodiscard]] ssize_t read_some(int descriptor, char* buffer, size_t size);
+
+// Reads until the buffer is full or the file ends. Returns the number of bytes, or -1 with errno set.
+[[nodiscard]] ssize_t read_full(int descriptor, std::span<char> buffer);
+
+// Goes to the end of a file. Returns its size, or -1 with errno set.
+[[nodiscard]] int64_t seek_end(int descriptor);
+
+// Read or write all of the bytes at a place, wherever the file stands. Return 0, or the errno of the failure;
+// a file that ends too early is an input error.
+[[nodiscard]] int read_at(int descriptor, std::span<char> bytes, int64_t offset);
+[[nodiscard]] int write_at(int descriptor, std::span<const char> bytes, int64_t offset);

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <filesystem>
 #include <fstream>
 #include <optional>
 #include <string_view>
@@ -98,12 +97,7 @@ content_t read_content(std::istream& image) {
 }
 
 std::ifstream open_image(const std::string& name) {
-    // A directory can be opened too, but there is nothing in it to load; a pipe would be waited for.
-    std::error_code ignored;
-    std::ifstream image;
-    if (std::filesystem::is_regular_file(name, ignored)) {
-        image.open(name);
-    }
+    std::ifstream image = open_stream(name);
     if (!image.is_open()) {
         throw tovik_error("Can't open " + name);
     }

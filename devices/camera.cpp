@@ -24,11 +24,8 @@
 #include <cerrno>
 #include <cmath>
 #include <memory>
+#include <span>
 #include <string>
-#include <utility>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 #include "base/files.h"
 #include "base/gui.h"
@@ -106,14 +103,9 @@ void take_live_frame() {
 }
 
 void open_movie() {
-    camera_file = open(camera_filename.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    int error = camera_file < 0 ? errno : 0;
-    // A pipe would have to be waited for.
-    if (error == 0 && lseek(camera_file, 0, SEEK_CUR) < 0) {
-        error = errno;
-        close_movie();
-    }
-    if (error != 0) {
+    camera_file = open_seekable(camera_filename, access_e::READ);
+    if (camera_file < 0) {
+        const int error = errno;
         gui_message("Can't open file " + camera_filename + ": " + system_error_text(error), true);
         return;
     }
@@ -123,7 +115,7 @@ void open_movie() {
 // Asks until there is a frame.
 void ask_for_movie() {
     while (!machine.camera_ram_valid) {
-        close_movie();
+        close_file(camera_file);
         if (!gui_choosefile(false, "Choose kmovie file", "KMOVIE file", "kmovie", camera_filename)) {
             throw tovik_error("user cancelled camera file read");
         }
@@ -192,23 +184,6 @@ void write_port(int32_t address, int32_t data) {
     }
 }
 
-// Returns how many bytes of the next frame there were, or -1 with errno set.
-ssize_t read_frame() {
-    auto* const bytes = reinterpret_cast<char*>(machine.camera_ram);
-    size_t count = 0;
-    while (count < sizeof machine.camera_ram) {
-        const ssize_t result = read(camera_file, bytes + count, sizeof machine.camera_ram - count);
-        if (result == 0) {
-            break;
-        }
-        if (result < 0 && errno != EINTR) {
-            return -1;
-        }
-        count += result < 0 ? 0 : static_cast<size_t>(result);
-    }
-    return static_cast<ssize_t>(count);
-}
-
 } // namespace
 
 uint16_t yuv_to_rgb15(int y, int u, int v) {
@@ -249,7 +224,7 @@ void camera_connect() {
     if (!simulator.camera_on && capture_open()) {
         simulator.camera_on = true;
         machine.camera_ram_valid = false;
-        close_movie();
+        close_file(camera_file);
     }
     gui_camera_set(simulator.camera_on);
 }
@@ -285,21 +260,16 @@ void advance_camera_file() {
     if (camera_file < 0) {
         return;
     }
-    const ssize_t count = read_frame();
+    const std::span<char> frame(reinterpret_cast<char*>(machine.camera_ram), sizeof machine.camera_ram);
+    const ssize_t count = read_full(camera_file, frame);
     const int error = errno;
     machine.camera_ram_valid = count == ssize_t{sizeof machine.camera_ram};
     if (!machine.camera_ram_valid) {
-        close_movie();
+        close_file(camera_file);
     }
     if (count < 0) {
         gui_message("Can't read camera frame from file " + camera_filename + ": " + system_error_text(error),
                     true);
-    }
-}
-
-void close_movie() {
-    if (camera_file >= 0) {
-        close(std::exchange(camera_file, -1));
     }
 }
 
@@ -311,5 +281,5 @@ void reset_camera() {
     machine.camera_flip = 0;
     machine.camera_ram_valid = false;
     machine.camera_response_instr = 0;
-    close_movie();
+    close_file(camera_file);
 }

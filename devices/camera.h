@@ -29,9 +29,6 @@ void camera_check();
 // A failure closes the movie and is shown in a dialog.
 void advance_camera_file();
 
-// Ends the movie, if one plays.
-void close_movie();
-
 // No command, all registers 0, no frame and no movie. The capture device stays.
 void reset_camera();
 

@@ -25,11 +25,8 @@
 #include <bit>
 #include <cerrno>
 #include <iterator>
+#include <span>
 #include <string>
-#include <utility>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 #include "base/files.h"
 #include "base/gui.h"
@@ -63,18 +60,12 @@ std::string sd_filename;
 int sd_file = -1;        // its descriptor, -1 while none is open
 int64_t sd_filesize = 0; // bytes
 
-void close_file() {
-    if (sd_file >= 0) {
-        close(std::exchange(sd_file, -1));
-    }
-}
-
 void open_file() {
     if (!gui_choosefile(false, "Choose SD card file", "SD card file", "", sd_filename)) {
         throw tovik_error("user cancelled SD card operation");
     }
-    sd_file = open(sd_filename.c_str(), O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    const int64_t size = sd_file < 0 ? -1 : lseek(sd_file, 0, SEEK_END);
+    sd_file = open_seekable(sd_filename, access_e::READ_AND_WRITE);
+    const int64_t size = sd_file < 0 ? -1 : seek_end(sd_file);
     if (size >= 0) {
         sd_filesize = size;
         // A block from before has nothing of this file, and must not be written over it.
@@ -83,36 +74,17 @@ void open_file() {
         return;
     }
     const std::string reason = system_error_text(errno);
-    close_file();
+    close_file(sd_file);
     gui_message("Can't open file " + sd_filename + ": " + reason, true);
-}
-
-// Moves all of the bytes with pread or pwrite. Returns 0 or an errno; a file that ends too early is an input
-// error.
-template <typename transfer_t>
-int transfer_all(transfer_t transfer, char* bytes, int64_t count, int64_t offset) {
-    while (count > 0) {
-        const ssize_t done = transfer(sd_file, bytes, static_cast<size_t>(count), offset);
-        if (done == 0) {
-            return EIO;
-        }
-        if (done < 0 && errno != EINTR) {
-            return errno;
-        }
-        const int64_t moved = std::max<int64_t>(done, 0);
-        bytes += moved;
-        offset += moved;
-        count -= moved;
-    }
-    return 0;
 }
 
 int64_t byte_offset(int64_t word_address) { return word_address * int64_t{sizeof(int32_t)}; }
 
 void write_back() {
     const int64_t offset = byte_offset(machine.sd_buffer_address);
-    auto* const bytes = reinterpret_cast<char*>(machine.sd_buffer);
-    if (const int error = transfer_all(pwrite, bytes, sizeof machine.sd_buffer, offset); error != 0) {
+    const std::span<const char> bytes(reinterpret_cast<const char*>(machine.sd_buffer),
+                                      sizeof machine.sd_buffer);
+    if (const int error = write_at(sd_file, bytes, offset); error != 0) {
         throw tovik_error("Can't write SD card file " + sd_filename + ": " + system_error_text(error));
     }
     sd_filesize = std::max(sd_filesize, offset + int64_t{sizeof machine.sd_buffer});
@@ -124,8 +96,8 @@ void load(int32_t first_word) {
     std::array<int32_t, BLOCK_WORDS> block{};
     const int64_t count = std::clamp<int64_t>(sd_filesize - offset, 0, sizeof block);
     if (sd_file >= 0) {
-        auto* const bytes = reinterpret_cast<char*>(block.data());
-        if (const int error = transfer_all(pread, bytes, count, offset); error != 0) {
+        const std::span<char> bytes(reinterpret_cast<char*>(block.data()), static_cast<size_t>(count));
+        if (const int error = read_at(sd_file, bytes, offset); error != 0) {
             throw tovik_error("Can't read SD card file " + sd_filename + ": " + system_error_text(error));
         }
     }
@@ -240,5 +212,5 @@ void reset_sd() {
     machine.sd_buffer_valid = false;
     machine.sd_buffer_dirty = false;
     machine.sd_buffer_address = NO_BLOCK;
-    close_file();
+    close_file(sd_file);
 }

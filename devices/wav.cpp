@@ -12,9 +12,6 @@
 #include <string_view>
 #include <vector>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include "base/files.h"
 #include "base/machine.h"
 #include "devices/save.h"
@@ -131,19 +128,10 @@ void read_chunks(std::istream& file, std::deque<int32_t>& samples) {
     }
 }
 
-// Only a file can be a recording: a pipe would be waited for, and nothing in a directory can be read.
 std::ifstream open_recording(const std::string& name) {
-    struct stat status {};
-    int error = stat(name.c_str(), &status) != 0 ? errno : 0;
-    if (error == 0 && !S_ISREG(status.st_mode)) {
-        error = S_ISDIR(status.st_mode) ? EISDIR : ESPIPE;
-    }
-    std::ifstream file;
-    if (error == 0) {
-        file.open(name, std::ios::binary);
-        error = file.is_open() ? 0 : errno;
-    }
-    if (error != 0) {
+    std::ifstream file = open_stream(name);
+    if (!file.is_open()) {
+        const int error = errno;
         fail("Can't open file " + name + ": " + system_error_text(error));
     }
     return file;
