@@ -7,8 +7,12 @@ namespace {
 // Whose handler was asked last.
 GtkWidget* asked = nullptr;
 
+// The toolkit asks also when a dialog keeps the control from being used, and shows the tip in front of it.
 gboolean query_text(GtkWidget* widget, gint /*x*/, gint /*y*/, gboolean /*by_keyboard*/, GtkTooltip* tooltip,
                     gpointer text) {
+    if (gtk_grab_get_current() != nullptr) {
+        return FALSE;
+    }
     return show_tip(widget, tooltip, static_cast<const char*>(text));
 }
 
