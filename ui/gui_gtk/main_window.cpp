@@ -114,10 +114,22 @@ void set_check_button(GtkWidget* button, bool active) {
                                       reinterpret_cast<gpointer>(run_command), nullptr);
 }
 
+// A name that is too long for the button is whole in the tip; a shorter one explains itself.
+gboolean query_file_tip(GtkWidget* button, gint /*x*/, gint /*y*/, gboolean /*by_keyboard*/,
+                        GtkTooltip* tooltip, gpointer /*data*/) {
+    GtkLabel* const label = GTK_LABEL(gtk_bin_get_child(GTK_BIN(button)));
+    if (gtk_grab_get_current() != nullptr ||
+        pango_layout_is_ellipsized(gtk_label_get_layout(label)) == FALSE) {
+        return FALSE;
+    }
+    return show_tip(button, tooltip, gtk_label_get_text(label));
+}
+
 GtkWidget* assemble_row() {
     GtkWidget* const row = gtk_hbox_new(FALSE, 0);
     add_button(row, "Assemble", FALSE, debug_assemble);
     assemble_file_button = add_button(row, "", TRUE, debug_assemble_choose);
+    set_tip_handler(assemble_file_button, query_file_tip);
     gui_assemble_file_set("Choose assembly file");
     // Its name is what it shows, soon the name of a file.
     atk_object_set_description(gtk_widget_get_accessible(assemble_file_button), "Choose assembly file");
