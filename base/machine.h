@@ -184,6 +184,15 @@ struct machine_t {
     uint16_t camera_ram[480][640];
     bool camera_ram_valid;
     uint64_t camera_response_instr;
+
+    // The run loop's counts of instructions since each of these things last happened.
+    int32_t loop_look;
+    int32_t loop_audio;
+    int32_t loop_camera;
+    int32_t loop_time;
+    int32_t loop_throttle; // only those with the speaker off
+    uint64_t loop_throttle_ms;
+    uint64_t loop_throttle_count;
 };
 
 struct simulator_t {

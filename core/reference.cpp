@@ -16,16 +16,6 @@
 
 namespace {
 
-struct counters_t {
-    int32_t events;
-    int32_t audio;
-    int32_t camera;
-    int32_t time_label;
-    int32_t throttle;
-    uint64_t throttle_reference_ms;
-    uint64_t throttle_reference_count;
-};
-
 void execute_and_report() {
     const int32_t start = machine.pc;
     try {
@@ -37,44 +27,41 @@ void execute_and_report() {
     }
 }
 
-void throttle(counters_t& counters) {
+int32_t throttle() {
     const uint64_t now = time_ms();
-    if (counters.throttle_reference_count < machine.instr_count) {
-        const uint64_t instructions = machine.instr_count - counters.throttle_reference_count;
-        const auto delay =
-            static_cast<int32_t>(counters.throttle_reference_ms + instructions / 1000000 * 150 - now);
-        if (delay > 0) {
-            usleep(static_cast<useconds_t>(delay) * 1000);
-            counters.throttle_reference_ms = now + static_cast<uint64_t>(delay);
-        } else {
-            counters.throttle_reference_ms = now;
-        }
+    int32_t delay = 0;
+    if (machine.loop_throttle_count < machine.instr_count) {
+        const uint64_t instructions = machine.instr_count - machine.loop_throttle_count;
+        delay = static_cast<int32_t>(machine.loop_throttle_ms + instructions / 1000000 * 150 - now);
+        machine.loop_throttle_ms = delay > 0 ? now + static_cast<uint64_t>(delay) : now;
     }
-    counters.throttle_reference_count = machine.instr_count;
-    counters.throttle = 0;
+    machine.loop_throttle_count = machine.instr_count;
+    machine.loop_throttle = 0;
+    return delay;
 }
 
-void keep_books(counters_t& counters) {
+void keep_books() {
     if (simulator.verbose) {
         std::cout << "PC\t\t\t" << machine.pc << std::endl;
     }
     ++machine.instr_count;
     assert(machine.instr_count != 0);
-    if (++counters.audio == 833) {
+    if (++machine.loop_audio == 833) {
         advance_audio();
-        counters.audio = 0;
+        machine.loop_audio = 0;
     }
-    if (++counters.camera == 222222) {
+    if (++machine.loop_camera == 222222) {
         advance_camera_file();
-        counters.camera = 0;
+        machine.loop_camera = 0;
     }
-    if (++counters.time_label == 6666666) {
+    if (++machine.loop_time == 6666666) {
         gui_time_set(std::to_string(static_cast<uint32_t>(machine.instr_count / 1000000) * 150 / 1000) +
                      " sec");
-        counters.time_label = 0;
+        machine.loop_time = 0;
     }
-    if (!simulator.speaker_on && ++counters.throttle == 500000) {
-        throttle(counters);
+    int32_t delay = 0;
+    if (!simulator.speaker_on && ++machine.loop_throttle == 500000) {
+        delay = throttle();
     }
     if (simulator.step > 0) {
         --simulator.step;
@@ -91,26 +78,31 @@ void keep_books(counters_t& counters) {
         speaker_disconnect();
         print_machine();
     }
+    if (delay > 0) {
+        usleep(static_cast<useconds_t>(delay) * 1000);
+    }
 }
 
 } // namespace
 
 void reference_run() {
-    counters_t counters{};
-    counters.throttle_reference_ms = time_ms();
+    machine.loop_look = machine.loop_audio = machine.loop_camera = machine.loop_time = machine.loop_throttle =
+        0;
+    machine.loop_throttle_ms = time_ms();
+    machine.loop_throttle_count = 0;
     print_machine();
     for (;;) {
-        if (++counters.events == 100000) {
+        if (++machine.loop_look == 100000) {
             while (gui_events_pending()) {
                 gui_handle_event();
             }
-            counters.events = 0;
+            machine.loop_look = 0;
         }
         if (!simulator.running) {
             gui_handle_event();
             continue;
         }
         execute_and_report();
-        keep_books(counters);
+        keep_books();
     }
 }

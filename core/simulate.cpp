@@ -34,8 +34,8 @@
 
 namespace {
 
-// Passes of the run loop, one an instruction, between two looks at the window.
-constexpr int32_t PASSES_PER_LOOK = 100000;
+// Turns of the run loop, one an instruction or an event, between two looks at the window.
+constexpr int32_t TURNS_PER_LOOK = 100000;
 
 // One second of the simulated clock, rounded down to a whole number.
 constexpr int32_t INSTRUCTIONS_PER_SECOND = 6666666;
@@ -48,52 +48,45 @@ constexpr rlim_t CPU_GRACE_SECONDS = 10;
 
 stop_t stop = {};
 
-// Something that happens every so many instructions.
-struct periodic_t {
-    int32_t period;  // instructions
-    int32_t elapsed; // instructions since it last happened
-    void (*act)();
-};
-
 // The simulated time so far in whole seconds, rounded down at each stage and 32 bits wide.
 void show_time() {
     const auto millions = static_cast<uint32_t>(machine.instr_count / 1000000);
     gui_time_set(std::to_string(millions * MS_PER_MILLION_INSTRUCTIONS / 1000) + " sec");
 }
 
-struct throttle_t {
-    int32_t elapsed; // instructions, with the speaker off, since the last check
-    uint64_t reference_ms;
-    uint64_t reference_count;
+// Something that happens every so many instructions.
+struct periodic_t {
+    int32_t period;              // instructions
+    int32_t machine_t::*elapsed; // instructions since it last happened
+    void (*act)();
 };
 
-struct run_loop_t {
-    int32_t passes; // through the top of the loop since the last look at the window
-    // In the order in which they happen when several fall on one instruction.
-    std::array<periodic_t, 3> periodics;
-    throttle_t throttle;
-};
+// In the order in which they happen when several fall on one instruction.
+constexpr std::array<periodic_t, 3> PERIODICS = {
+    {{INSTRUCTIONS_PER_AUDIO_TICK, &machine_t::loop_audio, advance_audio},
+     {INSTRUCTIONS_PER_FRAME, &machine_t::loop_camera, advance_camera_file},
+     {INSTRUCTIONS_PER_SECOND, &machine_t::loop_time, show_time}}};
 
-void look_at_window(run_loop_t& loop) {
-    if (++loop.passes == PASSES_PER_LOOK) {
+void look_at_window() {
+    if (++machine.loop_look == TURNS_PER_LOOK) {
         while (gui_events_pending()) {
             gui_handle_event();
         }
-        loop.passes = 0;
+        machine.loop_look = 0;
     }
 }
 
 // How many instructions lie before the next thing that must happen after one of them.
-int32_t slice_length(const run_loop_t& loop) {
+int32_t slice_length() {
     if (simulator.verbose || simulator.step == 0 || machine.halted) {
         return 1;
     }
-    int32_t length = PASSES_PER_LOOK - loop.passes;
-    for (const periodic_t& periodic : loop.periodics) {
-        length = std::min(length, periodic.period - periodic.elapsed);
+    int32_t length = TURNS_PER_LOOK - machine.loop_look;
+    for (const periodic_t& periodic : PERIODICS) {
+        length = std::min(length, periodic.period - machine.*periodic.elapsed);
     }
     if (!simulator.speaker_on) {
-        length = std::min(length, INSTRUCTIONS_PER_THROTTLE_CHECK - loop.throttle.elapsed);
+        length = std::min(length, INSTRUCTIONS_PER_THROTTLE_CHECK - machine.loop_throttle);
     }
     if (simulator.step > 0) {
         length = std::min(length, simulator.step);
@@ -113,29 +106,29 @@ void show_fault(const slice_t& slice) {
     machine.pc = start;
 }
 
-void check_throttle(throttle_t& throttle) {
+// Returns for how many milliseconds to sleep.
+int32_t check_throttle() {
     const uint64_t now = time_ms();
-    if (throttle.reference_count < machine.instr_count) {
-        const uint64_t millions = (machine.instr_count - throttle.reference_count) / 1000000;
+    int32_t sleep_ms = 0;
+    if (machine.loop_throttle_count < machine.instr_count) {
+        const uint64_t millions = (machine.instr_count - machine.loop_throttle_count) / 1000000;
         // Divided before it is multiplied, on purpose: at one check every 500000 instructions nothing is
         // ever owed, so a program without sound runs as fast as it can; only the instructions that ran while
         // the sound server set the pace add up to a delay.
         const auto delay_ms =
-            static_cast<int32_t>(throttle.reference_ms + millions * MS_PER_MILLION_INSTRUCTIONS - now);
-        if (delay_ms > 0) {
-            usleep(static_cast<useconds_t>(delay_ms) * 1000);
-            throttle.reference_ms = now + static_cast<uint64_t>(delay_ms);
-        } else {
-            throttle.reference_ms = now;
-        }
+            static_cast<int32_t>(machine.loop_throttle_ms + millions * MS_PER_MILLION_INSTRUCTIONS - now);
+        sleep_ms = std::max(delay_ms, 0);
+        machine.loop_throttle_ms = now + static_cast<uint64_t>(sleep_ms);
     }
-    throttle.reference_count = machine.instr_count;
-    throttle.elapsed = 0;
+    machine.loop_throttle_count = machine.instr_count;
+    machine.loop_throttle = 0;
+    return sleep_ms;
 }
 
 // Everything that happens after an instruction, for all instructions of the slice in one go: by the choice
-// of its length each of these things can only fall on its last instruction.
-void advance_time(run_loop_t& loop, const slice_t& slice, bool speaker_was_on) {
+// of its length each of these things can only fall on its last instruction. Returns for how many milliseconds
+// to sleep.
+int32_t advance_time(const slice_t& slice, bool speaker_was_on) {
     if (simulator.verbose) {
         std::cout << "PC\t\t\t" << machine.pc << std::endl;
     }
@@ -144,20 +137,20 @@ void advance_time(run_loop_t& loop, const slice_t& slice, bool speaker_was_on) {
     }
     assert(machine.instr_count != 0);
 
-    for (periodic_t& periodic : loop.periodics) {
-        periodic.elapsed += slice.executed;
-        if (periodic.elapsed == periodic.period) {
+    for (const periodic_t& periodic : PERIODICS) {
+        int32_t& elapsed = machine.*periodic.elapsed;
+        elapsed += slice.executed;
+        if (elapsed == periodic.period) {
             periodic.act();
-            periodic.elapsed = 0;
+            elapsed = 0;
         }
     }
 
     // The speaker can only have changed with the last instruction.
-    loop.throttle.elapsed += speaker_was_on ? 0 : slice.executed - 1;
-    loop.throttle.elapsed += simulator.speaker_on ? 0 : 1;
-    if (!simulator.speaker_on && loop.throttle.elapsed == INSTRUCTIONS_PER_THROTTLE_CHECK) {
-        check_throttle(loop.throttle);
-    }
+    machine.loop_throttle += speaker_was_on ? 0 : slice.executed - 1;
+    machine.loop_throttle += simulator.speaker_on ? 0 : 1;
+    const bool due = !simulator.speaker_on && machine.loop_throttle == INSTRUCTIONS_PER_THROTTLE_CHECK;
+    return due ? check_throttle() : 0;
 }
 
 stop_reason_e reason_to_stop(bool faulted, bool at_breakpoint, bool steps_done) {
@@ -230,31 +223,48 @@ void simulate_init() {
     simulator.step = 0;
 }
 
-void simulate_run() {
-    run_loop_t loop = {
-        .passes = 0,
-        .periodics = {{{INSTRUCTIONS_PER_AUDIO_TICK, 0, advance_audio},
-                       {INSTRUCTIONS_PER_FRAME, 0, advance_camera_file},
-                       {INSTRUCTIONS_PER_SECOND, 0, show_time}}},
-        .throttle = {.elapsed = 0, .reference_ms = time_ms(), .reference_count = 0},
-    };
+void simulate_begin() {
+    machine.loop_look = 0;
+    for (const periodic_t& periodic : PERIODICS) {
+        machine.*periodic.elapsed = 0;
+    }
+    machine.loop_throttle = 0;
+    machine.loop_throttle_ms = time_ms();
+    machine.loop_throttle_count = 0;
     print_machine();
-    for (;;) {
-        look_at_window(loop);
+}
+
+pass_t simulate_pass(int32_t most) {
+    int32_t sleep_ms = 0;
+    while (most > 0 && sleep_ms == 0) {
+        look_at_window();
         if (!simulator.running) {
-            gui_handle_event();
-            continue;
+            return {.idle = true, .sleep_ms = 0};
         }
         const bool speaker_was_on = simulator.speaker_on;
         watchpoint_hit = false;
         stop.error.clear();
-        const slice_t slice = run_slice(slice_length(loop));
-        loop.passes += slice.executed - 1;
+        const slice_t slice = run_slice(std::min(most, slice_length()));
+        most -= slice.executed;
+        machine.loop_look += slice.executed - 1;
         if (slice.faulted) {
             show_fault(slice);
         }
-        advance_time(loop, slice, speaker_was_on);
+        sleep_ms = advance_time(slice, speaker_was_on);
         stop_if_due(slice);
+    }
+    return {.idle = false, .sleep_ms = sleep_ms};
+}
+
+void simulate_run() {
+    simulate_begin();
+    for (;;) {
+        const pass_t pass = simulate_pass(std::numeric_limits<int32_t>::max());
+        if (pass.idle) {
+            gui_handle_event();
+        } else if (pass.sleep_ms > 0) {
+            usleep(static_cast<useconds_t>(pass.sleep_ms) * 1000);
+        }
     }
 }
 

@@ -14,8 +14,22 @@ constexpr int32_t NS_PER_INSTRUCTION = 150;
 // the limits cannot be read or set.
 void simulate_init();
 
-// Executes instructions while simulator.running is true and hands the thread to the front end in between.
-// Never returns; the process ends in one of the front end's event handlers.
+// Before the first pass: sets the run loop's counts to 0 and brings every display up to date.
+void simulate_begin();
+
+// What is to be done before the next pass.
+struct pass_t {
+    bool idle;        // nothing runs: wait for an event
+    int32_t sleep_ms; // how far the board is ahead of its clock
+};
+
+// Executes at most `most` instructions (at least 1) while simulator.running is true, with all that happens
+// after each, and handles the events that wait when the window is to be looked at. Waits for nothing itself.
+// Where a pass ends changes nothing.
+pass_t simulate_pass(int32_t most);
+
+// Pass after pass, with the waiting in between, for a front end that leaves the thread to the run loop. Never
+// returns; the process ends in one of the front end's event handlers.
 [[noreturn]] void simulate_run();
 
 // Wall-clock time in milliseconds since 1970. Exits with status 1 when there is no clock.
