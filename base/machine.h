@@ -1,7 +1,7 @@
 #pragma once
 
 // The whole simulated board in one record, the controls of the simulation in a second, and what every
-// module shares: the machine's constants and the one exception type. Data only.
+// module shares: the machine's constants and the exception types. Data only.
 
 #include <cstdint>
 #include <deque>
@@ -46,6 +46,9 @@ class tovik_error {
 
     std::string message;
 };
+
+// The host has failed so that no run can go on; standard error says how. The process is to end with status 1.
+struct host_failure_t {};
 
 struct ps2_event_t {
     uint8_t ascii;

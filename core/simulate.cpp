@@ -272,7 +272,7 @@ uint64_t time_ms() {
     timeval now{};
     if (gettimeofday(&now, nullptr) != 0) {
         std::perror("gettimeofday");
-        std::exit(1);
+        throw host_failure_t{};
     }
     return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_usec) / 1000;
 }

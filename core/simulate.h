@@ -32,7 +32,7 @@ pass_t simulate_pass(int32_t most);
 // returns; the process ends in one of the front end's event handlers.
 [[noreturn]] void simulate_run();
 
-// Wall-clock time in milliseconds since 1970. Exits with status 1 when there is no clock.
+// Wall-clock time in milliseconds since 1970. Throws host_failure_t when there is no clock.
 uint64_t time_ms();
 
 // The Reset action: stops the run, sets pc and instr_count to 0, resets every device and redraws. Memory,

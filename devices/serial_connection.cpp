@@ -345,7 +345,7 @@ int write_size(const char* buffer, int size) {
             }
         } else if (errno != EINTR) {
             std::perror("write");
-            std::exit(1);
+            throw host_failure_t{};
         }
     }
     return count;

@@ -35,7 +35,7 @@ size_t serial_receive();
 void serial_discard();
 
 // Move that many bytes over the connection. Return how many were moved; reading, also -1 when it failed.
-// Waits no more than 30 s for the other side. A connection that can no longer be written to ends the process
-// with status 1, with the reason on standard error.
+// Waits no more than 30 s for the other side. Throws host_failure_t, with the reason on standard error, when
+// the connection can no longer be written to.
 int read_size(char* buffer, int size);
 int write_size(const char* buffer, int size);

@@ -173,14 +173,6 @@ bool write_files() {
     std::exit(write_files() ? status : EXIT_NOT_WRITTEN);
 }
 
-// A device may end the process in the middle of a run.
-void finish_at_exit() {
-    if (simulator.running) {
-        batch.run.reason = "error";
-        write_files();
-    }
-}
-
 // The next answer to a question, if there is one left.
 std::optional<std::string> take_answer(const std::string& title) {
     std::deque<std::string>& answers = batch.answers[title];
@@ -325,10 +317,15 @@ void run_batch(const options_t& options, const labels_t& labels, std::vector<eve
         camera_connect();
     }
     begin_serial_file();
-    std::atexit(finish_at_exit);
     batch.begun = true;
     simulator.running = true;
-    simulate_run();
+    try {
+        simulate_run();
+    } catch (const host_failure_t&) {
+        batch.run.reason = "error";
+        write_files();
+        std::exit(EXIT_ERROR);
+    }
 }
 
 bool run_has_begun() { return batch.begun; }

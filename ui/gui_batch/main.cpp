@@ -55,7 +55,6 @@ void check_source(const std::string& name) {
 [[noreturn]] void out_of_memory() {
     if (run_has_begun()) {
         // What would be written at the end needs memory too.
-        simulator.running = false;
         std::cerr << "tovik-run: out of memory" << std::endl;
         std::exit(EXIT_NOT_WRITTEN);
     }

@@ -11,6 +11,7 @@
 #include "assembler/assemble.h"
 #include "base/files.h"
 #include "base/gui.h"
+#include "base/machine.h"
 #include "base/messages.h"
 #include "core/memory.h"
 #include "core/simulate.h"
@@ -65,5 +66,9 @@ int main(int argc, char** argv, char** envp) {
     microphone_connect();
     camera_connect();
     simulate_init();
-    simulate_run();
+    try {
+        simulate_run();
+    } catch (const host_failure_t&) {
+        std::exit(1);
+    }
 }
