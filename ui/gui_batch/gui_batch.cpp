@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <deque>
 #include <filesystem>
 #include <iostream>
@@ -30,15 +29,19 @@
 
 namespace {
 
+// All that belongs to one run.
 struct batch_t {
     options_t options;
     std::vector<event_t> events;
-    size_t next_event;
-    bool begun;
+    size_t next_event = 0;
+    bool begun = false;
+    bool output_failed = false;
     std::vector<std::string> files;                         // what the run reads and writes, but the report
+    std::vector<int> outputs;                               // the descriptors of files to write
     std::map<std::string, std::deque<std::string>> answers; // to file choosers, by their titles
-    bool console_ended;
-    run_t run;
+    bool console_ended = false;
+    serial_file_t serial_file;
+    run_t run{};
 };
 
 // The question of the serial port has no title.
@@ -47,14 +50,7 @@ const std::string SERIAL_PORT;
 // What a terminal sends for the end of its input.
 constexpr char END_OF_TRANSMISSION = 4;
 
-batch_t batch = {.options = {},
-                 .events = {},
-                 .next_event = 0,
-                 .begun = false,
-                 .files = {},
-                 .answers = {},
-                 .console_ended = false,
-                 .run = {}};
+batch_t batch;
 
 bool limit_reached() {
     return batch.options.limit && machine.instr_count >= static_cast<uint64_t>(*batch.options.limit);
@@ -84,6 +80,9 @@ struct ending_t {
 };
 
 ending_t ending() {
+    if (batch.output_failed) {
+        return {"error", EXIT_NOT_WRITTEN};
+    }
     switch (last_stop().reason) {
     case stop_reason_e::ERROR:
         return {"error", EXIT_ERROR};
@@ -151,7 +150,7 @@ bool write_report() {
 // Returns whether all went well.
 bool write_files() {
     std::cout.flush();
-    bool written = close_serial_file();
+    bool written = close_serial_file(batch.serial_file);
     written &= write_file(batch.options.png_file, write_picture);
     // The button would not save an empty recording.
     written &= write_file(batch.options.speaker_file, write_recording);
@@ -167,10 +166,21 @@ bool write_files() {
     return written;
 }
 
-[[noreturn]] void finish() {
+// Returns the exit status.
+int run_until_stop() {
+    try {
+        simulate_begin();
+        // No clock sets the pace here: whatever a pass wants to sleep is not waited for.
+        while (!simulate_pass(std::numeric_limits<int32_t>::max()).idle) {
+        }
+    } catch (const host_failure_t&) {
+        batch.run.reason = "error";
+        write_files();
+        return EXIT_ERROR;
+    }
     const auto [reason, status] = ending();
     batch.run.reason = reason;
-    std::exit(write_files() ? status : EXIT_NOT_WRITTEN);
+    return write_files() ? status : EXIT_NOT_WRITTEN;
 }
 
 // The next answer to a question, if there is one left.
@@ -195,8 +205,8 @@ void check_output(const std::string& option, const std::string& file) {
     }
 }
 
-// The descriptor stays open until the end, also where the file is then opened again by its name: a reader of
-// a pipe must not see its end before.
+// The descriptor is to stay open until the end, also where the file is then opened again by its name: a
+// reader of a pipe must not see its end before.
 int open_output(const std::string& option, const std::string& file) {
     check_output(option, file);
     const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, NEW_FILE_MODE);
@@ -251,14 +261,15 @@ void open_files() {
                                        {"--save-sdram", options.sdram_file},
                                        {"--save-speaker", options.speaker_file}}) {
         if (file) {
-            open_output(option, *file);
+            batch.outputs.push_back(open_output(option, *file));
         }
     }
     if (options.serial_file) {
-        open_serial_file(*options.serial_file, open_output("--save-serial", *options.serial_file));
+        batch.serial_file.name = *options.serial_file;
+        batch.serial_file.descriptor = open_output("--save-serial", *options.serial_file);
     }
     if (options.report_file) {
-        open_output("--report", *options.report_file);
+        batch.outputs.push_back(open_output("--report", *options.report_file));
         // Another place in the same file would write over what the trace has written there.
         if (is_standard_output(*options.report_file)) {
             batch.options.report_file.reset();
@@ -293,7 +304,8 @@ void collect_memory() {
 
 } // namespace
 
-void run_batch(const options_t& options, const labels_t& labels, std::vector<event_t> events) {
+int run_batch(const options_t& options, const labels_t& labels, std::vector<event_t> events) {
+    batch = {};
     batch.options = options;
     batch.events = std::move(events);
     batch.run.labels = labels;
@@ -316,16 +328,12 @@ void run_batch(const options_t& options, const labels_t& labels, std::vector<eve
     if (options.live_camera) {
         camera_connect();
     }
-    begin_serial_file();
+    begin_serial_file(batch.serial_file);
     batch.begun = true;
     simulator.running = true;
-    try {
-        simulate_run();
-    } catch (const host_failure_t&) {
-        batch.run.reason = "error";
-        write_files();
-        std::exit(EXIT_ERROR);
-    }
+    const int status = run_until_stop();
+    std::ranges::for_each(batch.outputs, close);
+    return status;
 }
 
 bool run_has_begun() { return batch.begun; }
@@ -335,23 +343,16 @@ bool gui_events_pending() {
     if (batch.options.console) {
         std::cout.flush();
     }
-    flush_serial_file();
+    flush_serial_file(batch.serial_file);
     // Nobody can have any more what an endless program writes.
-    if (!std::cout || serial_file_failed()) {
+    if (!std::cout || batch.serial_file.error != 0) {
+        batch.output_failed = true;
         simulator.running = false;
-        batch.run.reason = "error";
-        write_files();
-        std::exit(EXIT_NOT_WRITTEN);
     }
-    return event_is_due();
+    return simulator.running && event_is_due();
 }
 
-void gui_handle_event() {
-    if (!simulator.running) {
-        finish();
-    }
-    happen_next();
-}
+void gui_handle_event() { happen_next(); }
 
 void gui_message(std::string text, bool error) {
     std::cerr << text << (text.ends_with('\n') ? "" : "\n") << std::flush;
@@ -377,7 +378,7 @@ void gui_serial_setup() {}
 
 void gui_serial_append(char c) {
     ++batch.run.serial_bytes;
-    append_to_serial_file(c);
+    append_to_serial_file(batch.serial_file, c);
     if (c == '\r') {
         return;
     }
@@ -396,7 +397,7 @@ void gui_serial_input() {
         return;
     }
     std::cout.flush();
-    flush_serial_file();
+    flush_serial_file(batch.serial_file);
     int c = std::cin.get();
     while (c == '\0') { // no key gives it
         c = std::cin.get();

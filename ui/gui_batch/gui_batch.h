@@ -8,9 +8,9 @@
 #include "ui/gui_batch/report.h"
 #include "ui/gui_batch/script.h"
 
-// Opens what the run will write and hands the loaded machine over to the run loop; ends the process when the
-// program has stopped. A file that cannot be written is a usage error.
-[[noreturn]] void run_batch(const options_t& options, const labels_t& labels, std::vector<event_t> events);
+// Opens what the run will write, runs the loaded machine until the program stops, writes the files and the
+// report, and returns the exit status. A file that cannot be written is a usage error.
+int run_batch(const options_t& options, const labels_t& labels, std::vector<event_t> events);
 
 // Whether the program has begun to run: what goes wrong since then is no fault of the usage.
 bool run_has_begun();

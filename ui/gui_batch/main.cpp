@@ -101,5 +101,5 @@ int main(int argc, char** argv) {
     speaker_recording = options.speaker_file.has_value();
     const std::string base = options.program.substr(0, options.program.rfind('.'));
     check_image(base + ".mif", simulate_load(base + ".k"));
-    run_batch(options, read_labels(base + ".labels"), std::move(events));
+    return run_batch(options, read_labels(base + ".labels"), std::move(events));
 }

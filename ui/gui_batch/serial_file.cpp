@@ -9,25 +9,7 @@
 
 #include "base/files.h"
 
-namespace {
-
-struct serial_file_t {
-    std::string name;
-    int descriptor;      // -1: none
-    std::string waiting; // until the run loop looks at the window
-    int error;           // the errno of the first failure
-};
-
-serial_file_t file = {.name = {}, .descriptor = -1, .waiting = {}, .error = 0};
-
-} // namespace
-
-void open_serial_file(std::string name, int descriptor) {
-    file.name = std::move(name);
-    file.descriptor = descriptor;
-}
-
-void begin_serial_file() {
+void begin_serial_file(serial_file_t& file) {
     if (file.descriptor < 0) {
         return;
     }
@@ -40,23 +22,21 @@ void begin_serial_file() {
     }
 }
 
-void append_to_serial_file(char byte) {
+void append_to_serial_file(serial_file_t& file, char byte) {
     if (file.descriptor >= 0) {
         file.waiting += byte;
     }
 }
 
-void flush_serial_file() {
+void flush_serial_file(serial_file_t& file) {
     if (file.descriptor >= 0 && file.error == 0) {
         file.error = write_all(file.descriptor, file.waiting);
     }
     file.waiting.clear();
 }
 
-bool serial_file_failed() { return file.error != 0; }
-
-bool close_serial_file() {
-    flush_serial_file();
+bool close_serial_file(serial_file_t& file) {
+    flush_serial_file(file);
     if (file.descriptor >= 0 && close(std::exchange(file.descriptor, -1)) != 0 && file.error == 0) {
         file.error = errno;
     }

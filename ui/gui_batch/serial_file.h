@@ -4,22 +4,23 @@
 
 #include <string>
 
-// Takes over a descriptor that is open for writing. Nothing is written before the run begins.
-void open_serial_file(std::string name, int descriptor);
+struct serial_file_t {
+    std::string name;
+    int descriptor = -1; // open for writing; -1: none
+    std::string waiting; // until the next flush
+    int error = 0;       // the errno of the first failure
+};
 
 // The run begins: the old content goes. Standard output keeps what is there, and the bytes go where it is.
-void begin_serial_file();
+void begin_serial_file(serial_file_t& file);
 
 // One byte. It is in the file after the next flush.
-void append_to_serial_file(char byte);
-void flush_serial_file();
-
-// Whether something could not be written.
-bool serial_file_failed();
+void append_to_serial_file(serial_file_t& file, char byte);
+void flush_serial_file(serial_file_t& file);
 
 // Writes the rest and closes the file. Returns whether all of it went well since it was opened; if not,
 // standard error says so. Without a file all is well.
-[[nodiscard]] bool close_serial_file();
+[[nodiscard]] bool close_serial_file(serial_file_t& file);
 
 // Whether a name leads to what standard output leads to.
 bool is_standard_output(const std::string& name);
