@@ -8,6 +8,7 @@
 
 #include "assembler/source.h"
 #include "base/gui.h"
+#include "base/machine.h"
 #include "core/debug.h"
 #include "core/simulate.h"
 #include "devices/audio.h"
@@ -84,7 +85,14 @@ GtkWidget* new_label(const char* text, const char* tip) {
     return label;
 }
 
-void run_command(gpointer command) { reinterpret_cast<void (*)()>(command)(); }
+// Nothing may be thrown through the toolkit. Reset looks at the serial line, which can fail for good.
+void run_command(gpointer command) {
+    try {
+        reinterpret_cast<void (*)()>(command)();
+    } catch (const host_failure_t&) {
+        std::exit(1);
+    }
+}
 
 void connect_command(GtkWidget* button, void (*command)()) {
     // The toolkit passes the button and the user data, which commands do not take.
