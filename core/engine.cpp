@@ -365,6 +365,8 @@ void doubt(proof_t* branch) {
     doubted[doubted_count++] = branch;
 }
 
+void forget_doubted() { doubted_count = 0; }
+
 // Each gets some more chances.
 void look_at_doubted() {
     if (machine.instr_count - last_second_look < SECOND_LOOK) {
@@ -632,6 +634,7 @@ constexpr handler_t pair_of() {
 }
 
 constexpr size_t OPCODES = K24_RET + 1;
+using by_opcode_t = std::array<handler_t, OPCODES>;
 
 // Make the tables: `f` gets its numbers as types, so that they can be arguments of templates.
 template <size_t count, typename function_t> constexpr auto table_of(function_t f) {
@@ -641,14 +644,22 @@ template <size_t count, typename function_t> constexpr auto table_of(function_t 
     (std::make_index_sequence<count>());
 }
 
-template <bool may_wait>
-constexpr auto HANDLERS = table_of<PLACES>([](auto from) {
-    return table_of<OPCODES>([from](auto opcode) {
-        return handler_of<static_cast<opcode_e>(opcode()), static_cast<from_e>(from()), may_wait>();
+template <bool may_wait> constexpr std::array<by_opcode_t, PLACES> handlers() {
+    return table_of<PLACES>([](auto from) {
+        return table_of<OPCODES>([from](auto opcode) {
+            return handler_of<static_cast<opcode_e>(opcode()), static_cast<from_e>(from()), may_wait>();
+        });
     });
-});
+}
 
-constexpr auto PAIRS = table_of<LEFT_PORT>([](auto from) {
+// By where the operands are.
+constexpr std::array<by_opcode_t, PLACES> HANDLERS = handlers<false>();
+
+// The same, but a branch may close a loop that waits.
+constexpr std::array<by_opcode_t, PLACES> LOOP_HANDLERS = handlers<true>();
+
+// By where the second has its operands, and the first's opcode.
+constexpr std::array<std::array<by_opcode_t, OPCODES>, LEFT_PORT> PAIRS = table_of<LEFT_PORT>([](auto from) {
     return table_of<OPCODES>([from](auto first) {
         return table_of<OPCODES>([from, first](auto second) {
             return pair_of<static_cast<opcode_e>(first()), static_cast<opcode_e>(second()),
@@ -658,7 +669,7 @@ constexpr auto PAIRS = table_of<LEFT_PORT>([](auto from) {
 });
 
 // After a copy of a polled register, which is mostly looked at next.
-constexpr auto PAIRS_AFTER_PORT = table_of<LEFT_PORT>([](auto from) {
+constexpr std::array<by_opcode_t, LEFT_PORT> PAIRS_AFTER_PORT = table_of<LEFT_PORT>([](auto from) {
     return table_of<OPCODES>([from](auto second) {
         return pair_of<K24_CP, static_cast<opcode_e>(second()), static_cast<from_e>(from()), LEFT_PORT>();
     });
@@ -677,7 +688,7 @@ proof_t* look_up(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stor
     if (opcode == K24_HALT || !is_opcode(opcode)) [[unlikely]] {
         return plain(at, left, memory, stores, result);
     }
-    return HANDLERS<false>[FRESH][static_cast<size_t>(opcode)](at, left, memory, stores, result);
+    return HANDLERS[FRESH][static_cast<size_t>(opcode)](at, left, memory, stores, result);
 }
 
 // Whether the instruction, if it is a branch, closes a loop that may wait.
@@ -688,7 +699,7 @@ bool may_wait(int32_t pc, const proof_t& proof, const words_t& words) {
 
 handler_t handler_for(int32_t pc, const proof_t& proof, const words_t& words, from_e from) {
     const auto opcode = static_cast<size_t>(words.opcode);
-    return may_wait(pc, proof, words) ? HANDLERS<true>[from][opcode] : HANDLERS<false>[from][opcode];
+    return may_wait(pc, proof, words) ? LOOP_HANDLERS[from][opcode] : HANDLERS[from][opcode];
 }
 
 reader_t reader_at(int32_t address) {
@@ -717,11 +728,11 @@ handler_t choose_handler(int32_t pc, const proof_t& proof, const words_t& words)
     if (arg1 && arg2 && arg3) {
         return handler_for(pc, proof, words, MEMORY);
     }
-    if (arg1 && arg3 && HANDLERS<false>[LEFT_PORT][opcode] != nullptr &&
+    if (arg1 && arg3 && HANDLERS[LEFT_PORT][opcode] != nullptr &&
         learn(port_readers, words.arg2, reader_at)) {
         return handler_for(pc, proof, words, LEFT_PORT);
     }
-    if (arg1 && arg2 && HANDLERS<false>[RIGHT_PORT][opcode] != nullptr &&
+    if (arg1 && arg2 && HANDLERS[RIGHT_PORT][opcode] != nullptr &&
         learn(port_readers, words.arg3, reader_at)) {
         return handler_for(pc, proof, words, RIGHT_PORT);
     }
@@ -760,7 +771,7 @@ handler_t examine(int32_t pc, proof_t& proof) {
 // Whether the instruction at pc is proven, with its operands there, and not the first of a pair.
 bool is_single(int32_t pc, from_e from) {
     return whole_in_memory(pc) && is_opcode(machine.memory[pc]) && machine.memory[pc] != K24_HALT &&
-           proof_of(pc)->execute == HANDLERS<false>[from][static_cast<size_t>(machine.memory[pc])];
+           proof_of(pc)->execute == HANDLERS[from][static_cast<size_t>(machine.memory[pc])];
 }
 
 void pair_up(int32_t pc) {
@@ -807,7 +818,7 @@ void start_afresh() {
     }
     std::ranges::fill(histories, history_t{});
     std::ranges::fill(store_kinds, HEED);
-    doubted_count = 0;
+    forget_doubted();
     breakpoint = NONE;
     watchpoint = NONE;
     proofs_forgotten = false;
