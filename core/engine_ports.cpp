@@ -1,0 +1,89 @@
+// The plain way, and copies from and to ports.
+//
+// Ports. A device must see the exact count of instructions, and may do anything: fail, or open a dialog in
+// which the user presses Reset. be_exact comes before, take_stock afterwards. A register that programs poll
+// is known to give a value and no more, and some that they write to take it and no more.
+
+#include "base/machine.h"
+#include "core/engine_internal.h"
+#include "core/interpreter.h"
+#include "core/memory.h"
+#include "devices/io.h"
+
+namespace engine {
+
+reader_t port_readers[IO_SLOTS];
+io_writer_t port_writers[IO_SLOTS];
+io_handler_t port_handlers[IO_SLOTS];
+
+namespace {
+
+[[gnu::always_inline]] inline void be_exact(int32_t pc, int32_t left) {
+    settle_steps(left);
+    run.start = pc;
+    run.left = left;
+    machine.pc = pc;
+    machine.instr_count = count_at(left);
+}
+
+} // namespace
+
+bool controls_changed() {
+    return simulator.step != run.controls.step || simulator.running != run.controls.running ||
+           simulator.speaker_on != run.controls.speaker_on ||
+           simulator.breakpoint != run.controls.breakpoint ||
+           simulator.watchpoint != run.controls.watchpoint || simulator.verbose != run.controls.verbose;
+}
+
+// An instruction writes one word at most.
+void note_plain_store() {
+    if (last_written != NOTHING_WRITTEN) {
+        note_store(last_written);
+        last_written = NOTHING_WRITTEN;
+    }
+}
+
+void execute_plainly(int32_t pc, int32_t left) {
+    be_exact(pc, left);
+    execute_instruction();
+    note_plain_store();
+    take_stock(left);
+}
+
+// Not inline: handlers would save registers for the calls in it, each time.
+[[gnu::noinline]] proof_t* plain(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores,
+                                 int32_t result) {
+    execute_plainly(pc_of(at), left);
+    return next_at_pc(left, memory, stores, result);
+}
+
+proof_t* copy_to_register(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores, int32_t result) {
+    machine.instr_count = count_at(left);
+    port_writers[at->arg1](memory[at->arg2]);
+    return next(at + 1, left, memory, stores, result);
+}
+
+template <bool writes>
+proof_t* copy_through_port(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores,
+                           int32_t result) {
+    const int32_t pc = pc_of(at);
+    const int32_t after = pc + WORDS_PER_INSTRUCTION;
+    const uint16_t port = static_cast<uint16_t>(writes ? at->arg1 : at->arg2);
+    be_exact(pc, left);
+    machine.pc = after;
+    const int32_t value = port_handlers[port](writes, IO_BASE + port, writes ? memory[at->arg2] : 0);
+    if constexpr (!writes) {
+        memwrite(at->arg1, value);
+        note_plain_store();
+    }
+    take_stock(left);
+    if (run.over || machine.pc != after) [[unlikely]] {
+        return next_at_pc(left, memory, stores, result);
+    }
+    return next(at + 1, left, memory, stores, result);
+}
+
+template proof_t* copy_through_port<false>(proof_t*, int32_t, int32_t*, const uint8_t*, int32_t);
+template proof_t* copy_through_port<true>(proof_t*, int32_t, int32_t*, const uint8_t*, int32_t);
+
+} // namespace engine

@@ -1,0 +1,224 @@
+// What is known of the instructions in memory: found out when they are first executed, dropped when they are
+// stored into.
+//
+// Stores. A program may store into itself, so what is proven may become wrong. The first store to a word
+// marks it as modified, and one to the watched word stops the run. For each word a byte tells whether a store
+// is only a store; if not, heed_store sees to it. An instruction whose words are stored into again and again
+// is left unproven for a while: it is looked up afresh each time.
+
+#include <algorithm>
+#include <cstddef>
+
+#include "base/machine.h"
+#include "core/engine.h"
+#include "core/engine_internal.h"
+#include "core/instructions.h"
+#include "core/memory.h"
+#include "core/waiting.h"
+#include "devices/io.h"
+
+namespace engine {
+
+proof_t proofs[WORDS_PER_INSTRUCTION << ROW_BITS];
+history_t histories[WORDS_PER_INSTRUCTION << ROW_BITS];
+uint8_t store_kinds[MEMORY_SIZE];
+int32_t breakpoint = NONE;
+int32_t watchpoint = NONE;
+bool proofs_forgotten = true;
+
+namespace {
+
+bool passes_over_waiting = true;
+
+// Whether the instruction, if it is a branch, closes a loop that may wait.
+bool may_wait(int32_t pc, const proof_t& proof, const words_t& words) {
+    const bool closes_loop = words.arg1 <= pc && words.arg1 > pc - LONGEST_TURN * WORDS_PER_INSTRUCTION;
+    return closes_loop && passes_over_waiting && history_of(&proof).strikes < MOST_STRIKES;
+}
+
+handler_t handler_for(int32_t pc, const proof_t& proof, const words_t& words, from_e from) {
+    const auto opcode = static_cast<size_t>(words.opcode);
+    return may_wait(pc, proof, words) ? LOOP_HANDLERS[from][opcode] : HANDLERS[from][opcode];
+}
+
+reader_t reader_at(int32_t address) {
+    const polled_t* const port = io_polled(address);
+    return port == nullptr ? nullptr : port->read;
+}
+
+// From now on the port is reached without asking who owns it. False when nothing is found for it.
+template <typename function_t>
+bool learn(function_t (&ports)[IO_SLOTS], int32_t address, function_t (*find)(int32_t address)) {
+    const function_t function = address < 0 ? find(address) : nullptr;
+    if (function == nullptr) {
+        return false;
+    }
+    ports[io_offset(address)] = function;
+    return true;
+}
+
+// The quickest way to execute an instruction whose operands are where they are.
+handler_t choose_handler(int32_t pc, const proof_t& proof, const words_t& words) {
+    const auto opcode = static_cast<size_t>(words.opcode);
+    const uses_t uses = uses_of(words.opcode);
+    const bool arg1 = !uses.arg1 || in_memory(words.arg1);
+    const bool arg2 = !uses.arg2 || in_memory(words.arg2);
+    const bool arg3 = !uses.arg3 || in_memory(words.arg3);
+    if (arg1 && arg2 && arg3) {
+        return handler_for(pc, proof, words, MEMORY);
+    }
+    if (arg1 && arg3 && HANDLERS[LEFT_PORT][opcode] != nullptr &&
+        learn(port_readers, words.arg2, reader_at)) {
+        return handler_for(pc, proof, words, LEFT_PORT);
+    }
+    if (arg1 && arg2 && HANDLERS[RIGHT_PORT][opcode] != nullptr &&
+        learn(port_readers, words.arg3, reader_at)) {
+        return handler_for(pc, proof, words, RIGHT_PORT);
+    }
+    if (words.opcode == K24_CP && arg1 && learn(port_handlers, words.arg2, io_handler)) {
+        return copy_through_port<false>;
+    }
+    if (words.opcode == K24_CP && arg2 && learn(port_writers, words.arg1, io_writer)) {
+        return copy_to_register;
+    }
+    if (words.opcode == K24_CP && arg2 && learn(port_handlers, words.arg1, io_handler)) {
+        return copy_through_port<true>;
+    }
+    return is_branch(words.opcode) && arg1 && may_wait(pc, proof, words) ? branch_plainly : plain;
+}
+
+// Finds out what there is to know of the instruction at pc, and returns how to execute it.
+handler_t examine(int32_t pc, proof_t& proof) {
+    if (history_of(&proof).hits == MOST_HITS) {
+        return look_up;
+    }
+    for (int32_t address = pc; address < pc + WORDS_PER_INSTRUCTION; ++address) {
+        store_kinds[address] |= CODE;
+    }
+    const words_t words = words_at(pc);
+    if (words.opcode == K24_HALT || !is_opcode(words.opcode)) {
+        return plain;
+    }
+    const bool jumps = is_branch(words.opcode) || words.opcode == K24_CALL;
+    const bool has_target = jumps && in_memory(words.arg1);
+    proof.arg1 = has_target ? bytes_between(&proof, proof_of(words.arg1)) : static_cast<uint16_t>(words.arg1);
+    proof.arg2 = static_cast<uint16_t>(words.arg2);
+    proof.arg3 = static_cast<uint16_t>(words.arg3);
+    return choose_handler(pc, proof, words);
+}
+
+// Whether the instruction at pc is proven, with its operands there, and not the first of a pair.
+bool is_single(int32_t pc, from_e from) {
+    return whole_in_memory(pc) && is_opcode(machine.memory[pc]) && machine.memory[pc] != K24_HALT &&
+           proof_of(pc)->execute == HANDLERS[from][static_cast<size_t>(machine.memory[pc])];
+}
+
+void pair_up(int32_t pc) {
+    const bool after_port = is_single(pc, LEFT_PORT) && machine.memory[pc] == K24_CP;
+    if ((!after_port && !is_single(pc, MEMORY)) || !is_single(pc + WORDS_PER_INSTRUCTION, MEMORY)) {
+        return;
+    }
+    proof_t* const one = proof_of(pc);
+    const proof_t* const two = one + 1;
+    const auto first = static_cast<size_t>(machine.memory[pc]);
+    const auto second = static_cast<size_t>(machine.memory[pc + WORDS_PER_INSTRUCTION]);
+    const auto choose = [&](from_e from) {
+        const handler_t pair = after_port ? PAIRS_AFTER_PORT[from][second] : PAIRS[from][first][second];
+        one->execute = pair == nullptr ? one->execute : pair;
+    };
+    choose(MEMORY);
+    if (one->arg1 == two->arg3) {
+        choose(RIGHT_RESULT);
+    }
+    if (one->arg1 == two->arg2) {
+        choose(LEFT_RESULT);
+    }
+}
+
+} // namespace
+
+proof_t* prove(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores, int32_t result) {
+    const int32_t pc = pc_of(at);
+    if (whole_in_memory(pc)) {
+        at->execute = examine(pc, *at);
+        pair_up(pc);
+        pair_up(pc - WORDS_PER_INSTRUCTION);
+    } else {
+        at->execute = in_memory(pc) ? plain : leave;
+    }
+    return at->execute(at, left, memory, stores, result);
+}
+
+void drop_proof(int32_t pc) {
+    proof_t* const proof = proof_of(pc);
+    if (proof->execute != stop_at_breakpoint) {
+        proof->execute = prove;
+    }
+}
+
+void break_pair_before(int32_t pc) {
+    if (pc >= WORDS_PER_INSTRUCTION) {
+        drop_proof(pc - WORDS_PER_INSTRUCTION);
+    }
+}
+
+namespace {
+
+void drop_proofs_with(int32_t address) {
+    for (int32_t pc = std::max(address - WORDS_PER_INSTRUCTION + 1, 0); pc <= address; ++pc) {
+        drop_proof(pc);
+        break_pair_before(pc);
+        history_t& history = history_of(proof_of(pc));
+        history.strikes = 0;
+        if (history.hits < MOST_HITS) {
+            ++history.hits;
+        }
+    }
+}
+
+} // namespace
+
+void note_store(int32_t address) {
+    machine.modified[address] = true;
+    if ((store_kinds[address] & CODE) != 0) {
+        drop_proofs_with(address);
+    }
+    store_kinds[address] = address == watchpoint ? HEED : ONLY_A_STORE;
+}
+
+[[gnu::noinline]] proof_t* heed_store(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores,
+                                      int32_t address) {
+    note_store(address);
+    if (address == watchpoint) {
+        simulator.step = 0;
+        watchpoint_hit = true;
+        run.over = true;
+        return leave(at, left - 1, memory, stores, 0);
+    }
+    return next(at, left, memory, stores, 0);
+}
+
+void start_afresh() {
+    constexpr proof_t UNPROVEN = {prove, 0, 0, 0};
+    for (uint32_t row = 0; row < WORDS_PER_INSTRUCTION; ++row) {
+        proof_t* const first = proofs + (row << ROW_BITS);
+        std::fill(first, first + ROW_PROOFS + 1, UNPROVEN);
+    }
+    std::ranges::fill(histories, history_t{});
+    std::ranges::fill(store_kinds, HEED);
+    forget_doubted();
+    breakpoint = NONE;
+    watchpoint = NONE;
+    proofs_forgotten = false;
+}
+
+} // namespace engine
+
+void forget_proofs() { engine::proofs_forgotten = true; }
+
+void pass_over_waiting(bool on) {
+    if (on != engine::passes_over_waiting) {
+        engine::passes_over_waiting = on;
+        forget_proofs();
+    }
+}
