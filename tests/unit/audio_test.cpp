@@ -95,6 +95,14 @@ TEST_F(Audio, MicrophoneAsksUntilAFileHasSamples) {
     }
 }
 
+// A good file, for the others to differ from.
+std::string good_file() {
+    return {"RIFF\x44\0\0\0WAVEfmt \x28\0\0\0\xfe\xff\1\0\x40\x1f\0\0\0\x7d\0\0\4\0\x20\0\x16\0\x20\0\0\0\0\0"
+            "\1\0\0\0\0\0\x10\0\x80\0\0\xaa\0\x38\x9b\x71"
+            "data\x08\0\0\0\1\2\3\4\5\6\7\x08",
+            76};
+}
+
 TEST_F(Audio, SpeakerIsSavedOrKept) {
     save_speaker();
     EXPECT_TRUE(recording.calls.empty()) << "nothing to save";
@@ -110,14 +118,10 @@ TEST_F(Audio, SpeakerIsSavedOrKept) {
     EXPECT_TRUE(machine.speaker_samples.empty());
     EXPECT_EQ(std::filesystem::file_size(name), 68 + 4 * 100002U);
     EXPECT_EQ(read_back(), "100002");
-}
-
-// A good file, for the others to differ from.
-std::string good_file() {
-    return {"RIFF\0\0\0\0WAVEfmt \x28\0\0\0\xfe\xff\1\0\x40\x1f\0\0\0\x7d\0\0\4\0\x20\0\x16\0\x20\0\0\0\0\0"
-            "\1\0\0\0\0\0\x10\0\x80\0\0\xaa\0\x38\x9b\x71"
-            "data\x08\0\0\0\1\2\3\4\5\6\7\x08",
-            76};
+    machine.speaker_samples = {{0x04030201, 1}, {0x08070605, 1}};
+    save_speaker();
+    std::ifstream file(name, std::ios::binary);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), good_file());
 }
 
 TEST_F(Audio, FilesThatAreNoRecordingsAreNamedSo) {

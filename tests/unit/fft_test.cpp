@@ -94,7 +94,7 @@ TEST_F(Fft, HandsOutEachResultOnce) {
     EXPECT_EQ(all.size(), BLOCK_POINTS);
     EXPECT_TRUE(receive().empty());
     send_block(points, true);
-    EXPECT_EQ(perform("d0=1 d0=0 d0=1 d0=0"), ""); // two are passed by without a look
+    EXPECT_EQ(perform("d0=1 d0=1 d0=0 d0=0 d0=1 d0=0"), ""); // two are passed by without a look
     EXPECT_EQ(receive(), std::vector<point_t>(all.begin() + 2, all.end()));
 }
 
