@@ -2,6 +2,7 @@
 
 import os
 import struct
+import subprocess
 import unittest
 
 from harness import WindowTest, wait_until
@@ -104,6 +105,13 @@ class Files(WindowTest):
                 else:
                     self.assertEqual(error.format(path), self.answer())
                 wait_until(lambda: set(self.frames()) == {"tovik", "VGA", "K24 memory"})
+        path.write_bytes(b"old")
+        subprocess.run(["prlimit", f"--pid={self.program.pid}", "--fsize=100000:"], check=True)
+        self.click("Save VGA")
+        self.choose("Choose VGA .dat file", path)
+        self.answer("Replace")
+        self.assertEqual(f"Can't write file {path}: File too large", self.answer())
+        self.assertEqual((b"old", []), (path.read_bytes(), list(self.folder.glob(".*"))))
         self.assertEqual(["full.dat", "pipe.dat", "x.dat"], sorted(path.name for path in self.folder.rglob("*.[dD][aA][tT]")))
 
 
