@@ -275,6 +275,7 @@ void saved_file_t::open_new() {
 
 // Where the file itself cannot be replaced: it may be mounted into a container.
 void saved_file_t::copy_into_place() {
+    chmod(new_name_.c_str(), OWNER_ONLY); // the old one's mode may not let its owner read
     const int source = open(new_name_.c_str(), O_RDONLY | O_CLOEXEC);
     if (source < 0) {
         fail(errno);
