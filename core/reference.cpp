@@ -5,14 +5,13 @@
 #include <iostream>
 #include <string>
 
-#include <unistd.h>
-
 #include "base/gui.h"
 #include "base/machine.h"
 #include "core/interpreter.h"
 #include "core/simulate.h"
 #include "devices/audio.h"
 #include "devices/camera.h"
+#include "host/clock.h"
 
 namespace {
 
@@ -79,7 +78,7 @@ void keep_books() {
         print_machine();
     }
     if (delay > 0) {
-        usleep(static_cast<useconds_t>(delay) * 1000);
+        wait_ms(delay);
     }
 }
 

@@ -3,16 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cassert>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <limits>
 #include <string_view>
-
-#include <sys/resource.h>
-#include <sys/time.h>
-#include <unistd.h>
 
 #include "base/gui.h"
 #include "base/machine.h"
@@ -31,6 +26,7 @@
 #include "devices/serial.h"
 #include "devices/touch.h"
 #include "devices/vga.h"
+#include "host/clock.h"
 
 namespace {
 
@@ -42,9 +38,6 @@ constexpr int32_t INSTRUCTIONS_PER_SECOND = 6666666;
 constexpr uint32_t MS_PER_MILLION_INSTRUCTIONS = NS_PER_INSTRUCTION;
 
 constexpr int32_t INSTRUCTIONS_PER_THROTTLE_CHECK = 500000;
-
-constexpr rlim_t CPU_LIMIT_SECONDS = 18000;
-constexpr rlim_t CPU_GRACE_SECONDS = 10;
 
 stop_t stop = {};
 
@@ -189,34 +182,10 @@ void stop_if_due(const slice_t& slice) {
     print_machine();
 }
 
-// Ends the process as the system would have done.
-extern "C" void end_at_processor_time_limit(int signal) {
-    constexpr std::string_view message = "processor time limit reached\n";
-    // If nobody can be told, it ends all the same.
-    [[maybe_unused]] const ssize_t written = write(STDOUT_FILENO, message.data(), message.size());
-    remove_new_files();
-    std::signal(signal, SIG_DFL);
-    std::raise(signal);
-}
-
 } // namespace
 
 void simulate_init() {
-    rlimit limit{};
-    if (getrlimit(RLIMIT_CPU, &limit) != 0) {
-        std::cout << "error: getrlimit failed" << std::endl;
-        std::perror("getrlimit");
-        std::exit(1);
-    }
-    // RLIM_INFINITY is the greatest rlim_t, so the comparisons hold for it too.
-    limit.rlim_cur = std::min(limit.rlim_cur, CPU_LIMIT_SECONDS);
-    limit.rlim_max = std::min(limit.rlim_max, limit.rlim_cur + CPU_GRACE_SECONDS);
-    if (setrlimit(RLIMIT_CPU, &limit) != 0) {
-        std::cout << "error: setrlimit failed" << std::endl;
-        std::perror("setrlimit");
-        std::exit(1);
-    }
-    std::signal(SIGXCPU, end_at_processor_time_limit);
+    limit_processor_time();
     simulator.verbose = false;
     simulator.breakpoint = -1;
     simulator.watchpoint = -1;
@@ -263,18 +232,9 @@ void simulate_run() {
         if (pass.idle) {
             gui_handle_event();
         } else if (pass.sleep_ms > 0) {
-            usleep(static_cast<useconds_t>(pass.sleep_ms) * 1000);
+            wait_ms(pass.sleep_ms);
         }
     }
-}
-
-uint64_t time_ms() {
-    timeval now{};
-    if (gettimeofday(&now, nullptr) != 0) {
-        std::perror("gettimeofday");
-        throw host_failure_t{};
-    }
-    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_usec) / 1000;
 }
 
 void reset_machine() {

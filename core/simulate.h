@@ -8,10 +8,8 @@
 // The simulated clock: every instruction takes the same time.
 constexpr int32_t NS_PER_INSTRUCTION = 150;
 
-// Bounds the process's processor time to five hours (ten seconds more for the hard limit; a lower limit is
-// kept); when they are used up, the process says so on standard output and ends. Clears the controls of the
-// simulation: no trace, no breakpoint, no watchpoint, no step. Prints an error and exits with status 1 when
-// the limits cannot be read or set.
+// Limits the process's processor time, and clears the controls of the simulation: no trace, no breakpoint, no
+// watchpoint, no step.
 void simulate_init();
 
 // Before the first pass: sets the run loop's counts to 0 and brings every display up to date.
@@ -31,9 +29,6 @@ pass_t simulate_pass(int32_t most);
 // Pass after pass, with the waiting in between, for a front end that leaves the thread to the run loop. Never
 // returns; the process ends in one of the front end's event handlers.
 [[noreturn]] void simulate_run();
-
-// Wall-clock time in milliseconds since 1970. Throws host_failure_t when there is no clock.
-uint64_t time_ms();
 
 // The Reset action: stops the run, sets pc and instr_count to 0, resets every device and redraws. Memory,
 // switches, breakpoint and watchpoint stay as they are.

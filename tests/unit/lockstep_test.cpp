@@ -33,6 +33,7 @@
 #include "devices/sdram.h"
 #include "devices/serial.h"
 #include "devices/serial_connection.h"
+#include "host/clock.h"
 #include "tests/support/gui_recording.h"
 #include "tests/support/host_standin.h"
 #include "tests/support/random_programs.h"
@@ -105,7 +106,7 @@ void run_in_passes() {
         if (pass.idle) {
             gui_handle_event();
         } else if (pass.sleep_ms > 0) {
-            usleep(static_cast<useconds_t>(pass.sleep_ms) * 1000);
+            wait_ms(pass.sleep_ms);
         }
     }
 }

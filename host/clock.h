@@ -1,0 +1,17 @@
+#pragma once
+
+// The time of the host's clock, and the processor time that the host gives.
+
+#include <cstdint>
+
+// Wall-clock time in milliseconds since 1970. Throws host_failure_t, with the reason on standard error, when
+// there is no clock.
+uint64_t time_ms();
+
+// Does nothing for so many milliseconds, at least 1.
+void wait_ms(int32_t ms);
+
+// Bounds the process's processor time to five hours (ten seconds more for the hard limit; a lower limit is
+// kept); when they are used up, the process says so on standard output and ends. Prints an error and exits
+// with status 1 when the limits cannot be read or set.
+void limit_processor_time();
