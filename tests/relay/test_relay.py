@@ -21,6 +21,7 @@ import unittest
 
 TOVIK_RELAY = pathlib.Path(os.environ["TOVIK_BIN"]) / "tovik-relay"
 ADDRESSES = (f"127.0.0.{i}" for i in itertools.count(2))
+TCP_FIN_WAIT1 = 4  # the end of the transmission has not arrived yet
 PAIRS = int(os.environ.get("TOVIK_RELAY_PAIRS", "2000"))
 
 
@@ -373,6 +374,11 @@ class Relay(unittest.TestCase):
             # Until all of it is on its way, for the end of a transmission travels behind its bytes.
             while struct.unpack("i", fcntl.ioctl(first, termios.TIOCOUTQ, bytes(4)))[0] > 0:
                 arrived += take(second, min(4096, len(sent) - len(arrived)))
+            first.shutdown(socket.SHUT_WR)
+            # And where the last byte has closed the window, not before it opens again.
+            while first.getsockopt(socket.IPPROTO_TCP, socket.TCP_INFO, 1)[0] == TCP_FIN_WAIT1:
+                arrived += take(second, min(4096, len(sent) - len(arrived)))
+                time.sleep(0.05)
             first.close()
             time.sleep(0.05)
             third, fourth = self.join(b"ada"), self.join(b"ada")
