@@ -130,17 +130,19 @@ ssize_t read_some(int descriptor, char* buffer, size_t size) {
     return count;
 }
 
-ssize_t read_full(int descriptor, std::span<char> buffer) {
+ssize_t read_full(int descriptor, std::span<char> buffer, int64_t offset) {
     size_t filled = 0;
     while (filled < buffer.size()) {
-        const ssize_t count = read_some(descriptor, buffer.data() + filled, buffer.size() - filled);
-        if (count < 0) {
-            return -1;
-        }
+        const ssize_t count = pread(descriptor, buffer.data() + filled, buffer.size() - filled,
+                                    offset + static_cast<int64_t>(filled));
         if (count == 0) {
             break;
         }
-        filled += static_cast<size_t>(count);
+        if (count > 0) {
+            filled += static_cast<size_t>(count);
+        } else if (errno != EINTR) {
+            return -1;
+        }
     }
     return static_cast<ssize_t>(filled);
 }

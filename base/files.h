@@ -45,8 +45,9 @@ constexpr int NEW_FILE_MODE = 0666;
 // Reads what one read gives. Returns the number of bytes, 0 at the end of the file, or -1 with errno set.
 [[nodiscard]] ssize_t read_some(int descriptor, char* buffer, size_t size);
 
-// Reads until the buffer is full or the file ends. Returns the number of bytes, or -1 with errno set.
-[[nodiscard]] ssize_t read_full(int descriptor, std::span<char> buffer);
+// Reads from a place on until the buffer is full or the file ends, wherever the file stands. Returns the
+// number of bytes, or -1 with errno set.
+[[nodiscard]] ssize_t read_full(int descriptor, std::span<char> buffer, int64_t offset);
 
 // Goes to the end of a file. Returns its size, or -1 with errno set.
 [[nodiscard]] int64_t seek_end(int descriptor);

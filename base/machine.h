@@ -3,6 +3,7 @@
 // The whole simulated board in one record, the controls of the simulation in a second, and what every
 // module shares: the machine's constants and the exception types. Data only.
 
+#include <bitset>
 #include <cstdint>
 #include <deque>
 #include <string>
@@ -60,6 +61,21 @@ struct sample_run_t {
     int32_t sample;
     uint32_t times; // at least 1
     bool operator==(const sample_run_t&) const = default;
+};
+
+// Both corners inclusive.
+struct box_t {
+    int32_t x1;
+    int32_t y1;
+    int32_t x2;
+    int32_t y2;
+    bool operator==(const box_t&) const = default;
+};
+
+struct colored_box_t {
+    box_t box;
+    uint16_t color; // 15 bits
+    bool operator==(const colored_box_t&) const = default;
 };
 
 struct machine_t {
@@ -196,6 +212,22 @@ struct machine_t {
     int32_t loop_throttle; // only those with the speaker off
     uint64_t loop_throttle_ms;
     uint64_t loop_throttle_count;
+
+    // What no register shows and no window, either, before it is asked for.
+    std::bitset<32 * 1024> sdram_filled; // the pages of 1024 words that have their noise
+    uint16_t vga_last[480][640];         // the colour last painted by a refresh or recorded by a box
+    uint32_t vga_picture[480][640];      // the screen without vga_pending, 0xRRGGBB
+    std::vector<colored_box_t> vga_pending;
+    bool sd_file_open;
+    int64_t sd_filesize;          // bytes
+    bool camera_file_open;        // a movie plays
+    int64_t camera_file_position; // of its next frame, in bytes
+
+    // The files last chosen: what the next question offers, and what messages name.
+    std::string sdram_filename;
+    std::string vga_filename;
+    std::string sd_filename;
+    std::string camera_filename;
 };
 
 struct simulator_t {

@@ -53,8 +53,7 @@ constexpr int FIRST_FRAME_MS = 5000;
 static_assert(sizeof machine.camera_ram == 614400);
 static_assert(std::endian::native == std::endian::little); // frames as they stand in the file
 
-std::string camera_filename;
-int camera_file = -1; // the movie's descriptor, -1 when none plays
+int camera_file = -1; // the movie's descriptor, while machine.camera_file_open
 
 // What u and v add to y for each channel. A sum that is rounded toward zero is the rounded part plus y as
 // long as it is not negative, and if it is, the channel is 0 anyway.
@@ -102,21 +101,28 @@ void take_live_frame() {
     machine.camera_ram_valid = true;
 }
 
+void close_movie() {
+    machine.camera_file_open = false;
+    close_file(camera_file);
+}
+
 void open_movie() {
-    camera_file = open_seekable(camera_filename, access_e::READ);
+    camera_file = open_seekable(machine.camera_filename, access_e::READ);
     if (camera_file < 0) {
         const int error = errno;
-        gui_message("Can't open file " + camera_filename + ": " + system_error_text(error), true);
+        gui_message("Can't open file " + machine.camera_filename + ": " + system_error_text(error), true);
         return;
     }
+    machine.camera_file_open = true;
+    machine.camera_file_position = 0;
     advance_camera_file();
 }
 
 // Asks until there is a frame.
 void ask_for_movie() {
     while (!machine.camera_ram_valid) {
-        close_file(camera_file);
-        if (!gui_choosefile(false, "Choose kmovie file", "KMOVIE file", "kmovie", camera_filename)) {
+        close_movie();
+        if (!gui_choosefile(false, "Choose kmovie file", "KMOVIE file", "kmovie", machine.camera_filename)) {
             throw tovik_error("user cancelled camera file read");
         }
         open_movie();
@@ -224,7 +230,7 @@ void camera_connect() {
     if (!simulator.camera_on && capture_open()) {
         simulator.camera_on = true;
         machine.camera_ram_valid = false;
-        close_file(camera_file);
+        close_movie();
     }
     gui_camera_set(simulator.camera_on);
 }
@@ -257,18 +263,20 @@ void advance_camera_file() {
         return;
     }
     machine.camera_ram_valid = false;
-    if (camera_file < 0) {
+    if (!machine.camera_file_open) {
         return;
     }
     const std::span<char> frame(reinterpret_cast<char*>(machine.camera_ram), sizeof machine.camera_ram);
-    const ssize_t count = read_full(camera_file, frame);
+    const ssize_t count = read_full(camera_file, frame, machine.camera_file_position);
     const int error = errno;
     machine.camera_ram_valid = count == ssize_t{sizeof machine.camera_ram};
+    machine.camera_file_position += count;
     if (!machine.camera_ram_valid) {
-        close_file(camera_file);
+        close_movie();
     }
     if (count < 0) {
-        gui_message("Can't read camera frame from file " + camera_filename + ": " + system_error_text(error),
+        gui_message("Can't read camera frame from file " + machine.camera_filename + ": " +
+                        system_error_text(error),
                     true);
     }
 }
@@ -281,5 +289,5 @@ void reset_camera() {
     machine.camera_flip = 0;
     machine.camera_ram_valid = false;
     machine.camera_response_instr = 0;
-    close_file(camera_file);
+    close_movie();
 }

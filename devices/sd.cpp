@@ -55,19 +55,17 @@ constexpr uint64_t NOISE_PLACE = uint64_t{2} << 32;
 
 static_assert(std::endian::native == std::endian::little); // the buffer has the bytes of the file
 
-// The file behind the card.
-std::string sd_filename;
-int sd_file = -1;        // its descriptor, -1 while none is open
-int64_t sd_filesize = 0; // bytes
+int sd_file = -1; // the descriptor of the file behind the card, while machine.sd_file_open
 
 void open_file() {
-    if (!gui_choosefile(false, "Choose SD card file", "SD card file", "", sd_filename)) {
+    if (!gui_choosefile(false, "Choose SD card file", "SD card file", "", machine.sd_filename)) {
         throw tovik_error("user cancelled SD card operation");
     }
-    sd_file = open_seekable(sd_filename, access_e::READ_AND_WRITE);
+    sd_file = open_seekable(machine.sd_filename, access_e::READ_AND_WRITE);
     const int64_t size = sd_file < 0 ? -1 : seek_end(sd_file);
     if (size >= 0) {
-        sd_filesize = size;
+        machine.sd_file_open = true;
+        machine.sd_filesize = size;
         // A block from before has nothing of this file, and must not be written over it.
         machine.sd_buffer_valid = false;
         machine.sd_buffer_dirty = false;
@@ -75,7 +73,7 @@ void open_file() {
     }
     const std::string reason = system_error_text(errno);
     close_file(sd_file);
-    gui_message("Can't open file " + sd_filename + ": " + reason, true);
+    gui_message("Can't open file " + machine.sd_filename + ": " + reason, true);
 }
 
 int64_t byte_offset(int64_t word_address) { return word_address * int64_t{sizeof(int32_t)}; }
@@ -85,20 +83,22 @@ void write_back() {
     const std::span<const char> bytes(reinterpret_cast<const char*>(machine.sd_buffer),
                                       sizeof machine.sd_buffer);
     if (const int error = write_at(sd_file, bytes, offset); error != 0) {
-        throw tovik_error("Can't write SD card file " + sd_filename + ": " + system_error_text(error));
+        throw tovik_error("Can't write SD card file " + machine.sd_filename + ": " +
+                          system_error_text(error));
     }
-    sd_filesize = std::max(sd_filesize, offset + int64_t{sizeof machine.sd_buffer});
+    machine.sd_filesize = std::max(machine.sd_filesize, offset + int64_t{sizeof machine.sd_buffer});
 }
 
 // What lies beyond the end of the file is 0.
 void load(int32_t first_word) {
     const int64_t offset = byte_offset(first_word);
     std::array<int32_t, BLOCK_WORDS> block{};
-    const int64_t count = std::clamp<int64_t>(sd_filesize - offset, 0, sizeof block);
-    if (sd_file >= 0) {
+    const int64_t count = std::clamp<int64_t>(machine.sd_filesize - offset, 0, sizeof block);
+    if (machine.sd_file_open) {
         const std::span<char> bytes(reinterpret_cast<char*>(block.data()), static_cast<size_t>(count));
         if (const int error = read_at(sd_file, bytes, offset); error != 0) {
-            throw tovik_error("Can't read SD card file " + sd_filename + ": " + system_error_text(error));
+            throw tovik_error("Can't read SD card file " + machine.sd_filename + ": " +
+                              system_error_text(error));
         }
     }
     std::ranges::copy(block, machine.sd_buffer);
@@ -127,7 +127,7 @@ void carry_out() {
     if (machine.sd_write != 0) {
         word = machine.sd_data_write;
         machine.sd_buffer_dirty = true;
-    } else if (sd_file >= 0 && byte_offset(int64_t{address} + 1) <= sd_filesize) {
+    } else if (machine.sd_file_open && byte_offset(int64_t{address} + 1) <= machine.sd_filesize) {
         machine.sd_data_read = word;
     } else {
         throw tovik_error("Tried to read beyond the end of SD card file (address " + std::to_string(address) +
@@ -141,7 +141,7 @@ void write_command(int32_t command) {
         if (machine.instr_count < machine.sd_response_instr) {
             return;
         }
-        if (sd_file < 0) {
+        if (!machine.sd_file_open) {
             open_file();
         }
         machine.sd_response_instr = machine.instr_count;
@@ -212,5 +212,6 @@ void reset_sd() {
     machine.sd_buffer_valid = false;
     machine.sd_buffer_dirty = false;
     machine.sd_buffer_address = NO_BLOCK;
+    machine.sd_file_open = false;
     close_file(sd_file);
 }

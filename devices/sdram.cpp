@@ -12,7 +12,6 @@
 
 #include "devices/sdram.h"
 
-#include <bitset>
 #include <span>
 #include <string>
 #include <type_traits>
@@ -40,18 +39,16 @@ constexpr uint64_t NOISE_PLACE = uint64_t{1} << 32;
 // To fill 128 MiB would delay every start, and few programs use much of it. So a page gets its noise when it
 // is first touched; nothing but this file reads the array.
 constexpr size_t PAGE_WORDS = 1024;
-std::bitset<WORDS / PAGE_WORDS> filled;
-
-std::string sdram_filename;
+static_assert(decltype(machine.sdram_filled)().size() * PAGE_WORDS == WORDS);
 
 void fill_page(size_t page) {
-    if (filled[page]) {
+    if (machine.sdram_filled[page]) {
         return;
     }
     for (size_t i = page * PAGE_WORDS; i < (page + 1) * PAGE_WORDS; ++i) {
         machine.sdram_ram[i] = static_cast<int32_t>(noise_at(NOISE_PLACE + i));
     }
-    filled[page] = true;
+    machine.sdram_filled[page] = true;
 }
 
 void carry_out() {
@@ -94,7 +91,7 @@ void write_port(int32_t address, int32_t data) {
 }
 
 void write_memory(saved_file_t& file) {
-    for (size_t page = 0; page < filled.size(); ++page) {
+    for (size_t page = 0; page < machine.sdram_filled.size(); ++page) {
         fill_page(page);
     }
     file.write(bytes_of(std::span<const int32_t>(machine.sdram_ram)));
@@ -132,10 +129,10 @@ void reset_sdram() {
     machine.sdram_data_read = 0;
 }
 
-void clear_sdram() { filled.reset(); }
+void clear_sdram() { machine.sdram_filled.reset(); }
 
 void save_sdram() {
     const save_t save = {"Choose SDRAM .dat file", "data file", "dat", is_dat, write_memory};
-    while (save_chosen(save, sdram_filename) == saved_e::FAILED) {
+    while (save_chosen(save, machine.sdram_filename) == saved_e::FAILED) {
     }
 }

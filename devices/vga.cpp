@@ -42,8 +42,6 @@ constexpr int32_t COLOR_READ = 0x68;
 constexpr int32_t COORDINATE_MASK = VGA_RAM_SIZE - 1;
 constexpr int32_t PIXELS_PER_INSTRUCTION = 7;
 
-std::string vga_filename;
-
 void fill_rectangle() {
     const int32_t x1 = machine.vga_x1;
     const int32_t y1 = machine.vga_y1;
@@ -170,5 +168,5 @@ void clear_vga() {
 }
 
 void save_vga() {
-    save_chosen({"Choose VGA .dat file", "data file", "dat", is_dat, write_memory}, vga_filename);
+    save_chosen({"Choose VGA .dat file", "data file", "dat", is_dat, write_memory}, machine.vga_filename);
 }

@@ -5,10 +5,12 @@
 
 #include <algorithm>
 #include <cassert>
+#include <type_traits>
 #include <utility>
 
 #include "base/gui.h"
 #include "base/machine.h"
+#include "devices/vga.h"
 
 bool screen_open = true;
 
@@ -19,25 +21,12 @@ constexpr uint32_t COORDINATES = VGA_RAM_SIZE;
 // Beyond so many boxes one copy of the picture is cheaper to show.
 constexpr size_t MOST_FILLS = 64;
 
+static_assert(std::extent_v<decltype(machine.vga_picture), 0> == VGA_HEIGHT);
+static_assert(std::extent_v<decltype(machine.vga_picture), 1> == VGA_WIDTH);
+
 constexpr box_t WHOLE_SCREEN = {0, 0, VGA_WIDTH - 1, VGA_HEIGHT - 1};
 
-uint32_t own_pixels[VGA_HEIGHT * VGA_WIDTH];
-uint32_t* picture = own_pixels;
-int32_t pixels_per_picture_row = VGA_WIDTH;
-
-// The colour last painted by a refresh or recorded by a box.
-uint16_t vga_last[VGA_HEIGHT][VGA_WIDTH];
-
-// Boxes that are not in the picture yet. A box over the whole screen makes all before it void, so that a
-// program that fills the screen again and again costs one fill each time it is shown.
-std::vector<colored_box_t> pending;
 screen_changes_t changes;
-
-uint32_t* picture_row(int32_t y) { return picture + y * pixels_per_picture_row; }
-
-bool is_whole_screen(const box_t& box) {
-    return box.x1 == 0 && box.y1 == 0 && box.x2 == VGA_WIDTH - 1 && box.y2 == VGA_HEIGHT - 1;
-}
 
 void add_to_area(const box_t& box) {
     if (!changes.copy) {
@@ -50,20 +39,21 @@ void add_to_area(const box_t& box) {
             std::max(area.y2, box.y2)};
 }
 
-// Up to the last row and column, which stay unrecorded.
+// Recorded is all up to the last row and column.
 void paint_and_record(const colored_box_t& fill) {
     const auto& [box, color] = fill;
     const uint32_t pixel = true_color(color);
     for (int32_t y = box.y1; y <= box.y2; ++y) {
-        std::fill(picture_row(y) + box.x1, picture_row(y) + box.x2 + 1, pixel);
+        uint32_t* const row = machine.vga_picture[y];
+        std::fill(row + box.x1, row + box.x2 + 1, pixel);
     }
     for (int32_t y = box.y1; y < box.y2; ++y) {
-        std::fill(vga_last[y] + box.x1, vga_last[y] + box.x2, color);
+        std::fill(machine.vga_last[y] + box.x1, machine.vga_last[y] + box.x2, color);
     }
 }
 
 void paint_pending() {
-    for (const colored_box_t& fill : pending) {
+    for (const colored_box_t& fill : machine.vga_pending) {
         paint_and_record(fill);
     }
 }
@@ -71,10 +61,10 @@ void paint_pending() {
 // From now on until the changes are taken, one copy will show them.
 void switch_to_copy() {
     paint_pending();
-    for (const colored_box_t& fill : pending) {
+    for (const colored_box_t& fill : machine.vga_pending) {
         add_to_area(fill.box);
     }
-    pending.clear();
+    machine.vga_pending.clear();
 }
 
 // Whether any of the screen's pixels in the rectangle changed.
@@ -91,9 +81,9 @@ bool refresh_pixels(uint32_t x_start, uint32_t y_start, uint32_t x_size, uint32_
                 continue;
             }
             const auto color = static_cast<uint16_t>(machine.vga_ram[y][x] & COLOR_MASK);
-            if (vga_last[y][x] != color) {
-                vga_last[y][x] = color;
-                picture_row(static_cast<int32_t>(y))[x] = true_color(color);
+            if (machine.vga_last[y][x] != color) {
+                machine.vga_last[y][x] = color;
+                machine.vga_picture[y][x] = true_color(color);
                 changed = true;
             }
         }
@@ -132,8 +122,8 @@ void vga_box(int32_t x1, int32_t y1, int32_t x2, int32_t y2, uint16_t color) {
         return;
     }
     const colored_box_t fill = {{x1, y1, x2, y2}, static_cast<uint16_t>(color & COLOR_MASK)};
-    if (is_whole_screen(fill.box)) {
-        pending.clear();
+    if (fill.box == WHOLE_SCREEN) {
+        machine.vga_pending.clear();
         changes.copy = false;
     }
     if (changes.copy) {
@@ -141,25 +131,15 @@ void vga_box(int32_t x1, int32_t y1, int32_t x2, int32_t y2, uint16_t color) {
         add_to_area(fill.box);
         return;
     }
-    pending.push_back(fill);
-    if (pending.size() > MOST_FILLS) {
+    machine.vga_pending.push_back(fill);
+    if (machine.vga_pending.size() > MOST_FILLS) {
         switch_to_copy();
     }
 }
 
 screen_changes_t take_screen_changes() {
     paint_pending();
-    changes.fills = std::move(pending);
-    pending.clear();
+    changes.fills = std::move(machine.vga_pending);
+    machine.vga_pending.clear();
     return std::exchange(changes, {});
-}
-
-const uint32_t* screen_row(int32_t y) { return picture_row(y); }
-
-void keep_screen_in(uint32_t* pixels, int32_t pixels_per_row) {
-    for (int32_t y = 0; y < VGA_HEIGHT; ++y) {
-        std::copy_n(picture_row(y), VGA_WIDTH, pixels + y * pixels_per_row);
-    }
-    picture = pixels;
-    pixels_per_picture_row = pixels_per_row;
 }

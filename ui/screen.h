@@ -7,23 +7,10 @@
 #include <cstdint>
 #include <vector>
 
-#include "devices/vga.h"
-
-// Both corners inclusive.
-struct box_t {
-    int32_t x1;
-    int32_t y1;
-    int32_t x2;
-    int32_t y2;
-};
-
-struct colored_box_t {
-    box_t box;
-    uint16_t color; // 15 bits
-};
+#include "base/machine.h"
 
 // What changed on the screen. Either a few boxes to fill in this order, or, when there are too many of them,
-// one box that has all changes in it, to be copied from screen_row.
+// one box that has all changes in it, to be copied from machine.vga_picture.
 struct screen_changes_t {
     std::vector<colored_box_t> fills;
     bool copy; // whether to copy `area` instead
@@ -33,15 +20,9 @@ struct screen_changes_t {
 // Whether there is a screen to paint on; false once its window is closed. Painting does nothing then.
 extern bool screen_open;
 
-// Takes what changed since the last call; `fills` is empty and `copy` false when nothing did.
+// Takes what changed since the last call; `fills` is empty and `copy` false when nothing did. All of it is in
+// machine.vga_picture then.
 screen_changes_t take_screen_changes();
-
-// One row of the picture: 640 pixels as true_color gives them.
-const uint32_t* screen_row(int32_t y);
-
-// Keeps the picture in memory of the front end's from now on, with so many pixels from one row to the next,
-// so that it is painted where it is shown from.
-void keep_screen_in(uint32_t* pixels, int32_t pixels_per_row);
 
 // A channel of 5 bits (0 to 31) widened to 16 by repeating its bits: 0 gives 0, 31 gives 0xffff.
 constexpr uint16_t widen_channel(int32_t channel) {

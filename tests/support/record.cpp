@@ -28,7 +28,7 @@ std::array<stretch_t, 9> all_stretches() {
         {"microphone_command onward", between(&machine.speaker_samples + 1, &machine.microphone_samples)},
         {"microphone_sample_avail onward", between(&machine.microphone_samples + 1, &machine.vga_ram)},
         {"vga_response_instr onward", between(&machine.vga_ram + 1, &machine.camera_ram)},
-        {"camera_ram_valid onward", between(&machine.camera_ram + 1, &machine + 1)},
+        {"camera_ram_valid onward", between(&machine.camera_ram + 1, &machine.sdram_filled)},
         {"simulator", between(&simulator, &simulator + 1)},
     }};
 }

@@ -8,6 +8,7 @@
 
 #include "base/gui.h"
 #include "base/machine.h"
+#include "devices/vga.h"
 #include "ui/screen.h"
 
 namespace {
@@ -50,7 +51,7 @@ void show() {
     const screen_changes_t changes = take_screen_changes();
     if (changes.copy) {
         for (int32_t y = changes.area.y1; y <= changes.area.y2; ++y) {
-            std::copy(screen_row(y) + changes.area.x1, screen_row(y) + changes.area.x2 + 1,
+            std::copy(machine.vga_picture[y] + changes.area.x1, machine.vga_picture[y] + changes.area.x2 + 1,
                       shown[y] + changes.area.x1);
         }
     }

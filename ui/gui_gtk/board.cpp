@@ -1,7 +1,9 @@
 // The board's visible outputs: lamps and switches in the main window, and the VGA window.
 
+#include <algorithm>
 #include <bitset>
 #include <cassert>
+#include <cstddef>
 #include <string>
 
 #include <gtk/gtk.h>
@@ -9,6 +11,7 @@
 #include "base/gui.h"
 #include "base/machine.h"
 #include "devices/ledswitchtimer.h"
+#include "devices/vga.h"
 #include "ui/gui_gtk/tips.h"
 #include "ui/gui_gtk/windows.h"
 #include "ui/screen.h"
@@ -146,7 +149,7 @@ void copy_rgb(const box_t& area, int width, int height) {
     static guchar pixels[VGA_HEIGHT][VGA_WIDTH][3];
     for (int32_t y = area.y1; y <= area.y2; ++y) {
         for (int32_t x = area.x1; x <= area.x2; ++x) {
-            const uint32_t color = screen_row(y)[x];
+            const uint32_t color = machine.vga_picture[y][x];
             pixels[y][x][0] = static_cast<guchar>(color >> 16);
             pixels[y][x][1] = static_cast<guchar>(color >> 8 & 0xff);
             pixels[y][x][2] = static_cast<guchar>(color & 0xff);
@@ -156,10 +159,18 @@ void copy_rgb(const box_t& area, int width, int height) {
                        pixels[area.y1][area.x1], sizeof pixels[0]);
 }
 
+uint32_t* image_row(int32_t y) {
+    return reinterpret_cast<uint32_t*>(static_cast<std::byte*>(vga_image->mem) + y * vga_image->bpl);
+}
+
 void copy_area(const box_t& area) {
     const int width = area.x2 - area.x1 + 1;
     const int height = area.y2 - area.y1 + 1;
     if (is_true_color(vga_image)) {
+        for (int32_t y = area.y1; y <= area.y2; ++y) {
+            const uint32_t* const row = machine.vga_picture[y];
+            std::copy(row + area.x1, row + area.x2 + 1, image_row(y) + area.x1);
+        }
         gdk_draw_image(vga_pixmap, set_gc(0), vga_image, area.x1, area.y1, area.x1, area.y1, width, height);
     } else {
         copy_rgb(area, width, height);
@@ -230,9 +241,6 @@ void build_vga_window() {
     gtk_widget_show_all(window);
     vga_pixmap = gdk_pixmap_new(gtk_widget_get_window(vga_draw), VGA_WIDTH, VGA_HEIGHT, -1);
     vga_image = gdk_image_new(GDK_IMAGE_FASTEST, gtk_widget_get_visual(vga_draw), VGA_WIDTH, VGA_HEIGHT);
-    if (is_true_color(vga_image)) {
-        keep_screen_in(static_cast<uint32_t*>(vga_image->mem), vga_image->bpl / int{sizeof(uint32_t)});
-    }
 }
 
 void flush_board() {
