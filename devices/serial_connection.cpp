@@ -33,7 +33,7 @@
 
 #include "base/gui.h"
 #include "base/machine.h"
-#include "devices/challenge.h"
+#include "base/challenge.h"
 
 serial_state_e serial_state = DISCONNECTED;
 std::queue<uint8_t> serial_queue;

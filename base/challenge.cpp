@@ -1,4 +1,4 @@
-#include "devices/challenge.h"
+#include "base/challenge.h"
 
 #include "base/arithmetic.h"
 
