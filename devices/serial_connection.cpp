@@ -31,9 +31,9 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include "base/challenge.h"
 #include "base/gui.h"
 #include "base/machine.h"
-#include "base/challenge.h"
 
 serial_state_e serial_state = DISCONNECTED;
 std::queue<uint8_t> serial_queue;

@@ -17,6 +17,7 @@
 #include "tools/relay.h"
 
 #include <array>
+#include <bit>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -37,12 +38,12 @@
 
 #include <asio.hpp>
 
+#include "base/challenge.h"
+
 namespace {
 
 using asio::ip::tcp;
 using std::error_code;
-
-constexpr uint32_t RESPONSE_ADDEND = 10714194;
 
 constexpr size_t BUFFER_BYTES = 8192;
 
@@ -402,7 +403,8 @@ client_ptr admit(tcp::socket connection) {
 void greet(const client_ptr& client) {
     log_client(log_level_e::DEBUG, *client, "is connected");
     const uint32_t challenge = relay->random();
-    client->expected_response = challenge * challenge + RESPONSE_ADDEND;
+    client->expected_response =
+        std::bit_cast<uint32_t>(challenge_response(std::bit_cast<int32_t>(challenge)));
     error_code error;
     client->socket.non_blocking(true, error);
     if (!error) {
