@@ -6,6 +6,7 @@
 #include <bitset>
 #include <cstdint>
 #include <deque>
+#include <queue>
 #include <string>
 #include <utility>
 #include <vector>
@@ -77,6 +78,10 @@ struct colored_box_t {
     uint16_t color; // 15 bits
     bool operator==(const colored_box_t&) const = default;
 };
+
+// Where the serial port leads: nowhere yet, to a serial device of the host, through the relay, to the
+// console.
+enum serial_state_e { DISCONNECTED = 0, HW = 1, NET = 2, WINDOW = 3 };
 
 struct machine_t {
     int32_t memory[MEMORY_SIZE];
@@ -213,6 +218,8 @@ struct machine_t {
     uint64_t loop_throttle_ms;
     uint64_t loop_throttle_count;
 
+    serial_state_e serial_state;
+
     // What no register shows and no window, either, before it is asked for.
     std::bitset<32 * 1024> sdram_filled; // the pages of 1024 words that have their noise
     uint16_t vga_last[480][640];         // the colour last painted by a refresh or recorded by a box
@@ -228,6 +235,8 @@ struct machine_t {
     std::string vga_filename;
     std::string sd_filename;
     std::string camera_filename;
+
+    std::queue<uint8_t> serial_queue; // at most 1024 bytes
 };
 
 struct simulator_t {

@@ -34,8 +34,8 @@ constexpr int32_t SEND_DATA = 0xa2;
 constexpr uint64_t INSTRUCTIONS_PER_BYTE = 462;
 
 void write_receive_command(int32_t command) {
-    if (machine.serial_receive_command == 1 && command == 0 && !serial_queue.empty()) {
-        serial_queue.pop();
+    if (machine.serial_receive_command == 1 && command == 0 && !machine.serial_queue.empty()) {
+        machine.serial_queue.pop();
     }
     machine.serial_receive_command = command;
     if (command == 0) {
@@ -46,11 +46,11 @@ void write_receive_command(int32_t command) {
 int32_t read_receive_response() {
     machine.serial_receive_response = 0;
     if (machine.serial_receive_command != 0) {
-        if (serial_queue.empty() && serial_state == WINDOW) {
+        if (machine.serial_queue.empty() && machine.serial_state == WINDOW) {
             gui_serial_input();
         }
-        if (!serial_queue.empty()) {
-            machine.serial_receive_data = serial_queue.front();
+        if (!machine.serial_queue.empty()) {
+            machine.serial_receive_data = machine.serial_queue.front();
             machine.serial_receive_response = 1;
         }
     }
@@ -81,10 +81,10 @@ int32_t read_send_response() {
 
 // In the console's queue there is something new only after an event; of the other ends, and of what the
 // answer to the first question will be, nothing can be told.
-uint64_t serial_receive_steady_until() { return serial_state == WINDOW ? UNTIL_EVENT : NOW; }
+uint64_t serial_receive_steady_until() { return machine.serial_state == WINDOW ? UNTIL_EVENT : NOW; }
 
 uint64_t serial_send_steady_until() {
-    return serial_state == DISCONNECTED ? NOW : until_completion(machine.serial_send_response_instr);
+    return machine.serial_state == DISCONNECTED ? NOW : until_completion(machine.serial_send_response_instr);
 }
 
 int32_t io_serial_receive(bool write, int32_t address, int32_t data) {
@@ -131,7 +131,7 @@ void reset_serial() {
     machine.serial_send_data = 0;
     machine.serial_send_response = 0;
     machine.serial_send_response_instr = 0;
-    if (serial_state != DISCONNECTED) {
+    if (machine.serial_state != DISCONNECTED) {
         try {
             serial_discard();
         } catch (const tovik_error& error) {

@@ -35,9 +35,6 @@
 #include "base/gui.h"
 #include "base/machine.h"
 
-serial_state_e serial_state = DISCONNECTED;
-std::queue<uint8_t> serial_queue;
-
 namespace {
 
 constexpr size_t QUEUE_BYTES = 1024;
@@ -67,8 +64,8 @@ int serial_fd = -1;
 int serial_sock = -1;
 
 int serial_linux_fd() {
-    assert(serial_state == HW || serial_state == NET);
-    return serial_state == HW ? serial_fd : serial_sock;
+    assert(machine.serial_state == HW || machine.serial_state == NET);
+    return machine.serial_state == HW ? serial_fd : serial_sock;
 }
 
 void set_up_line(int line) {
@@ -94,7 +91,7 @@ void connect_device(const std::string& name) {
     if (serial_fd < 0) {
         throw tovik_error("Can't open serial device");
     }
-    serial_state = HW;
+    machine.serial_state = HW;
     set_up_line(serial_fd);
 }
 
@@ -113,7 +110,7 @@ void connect_to_relay() {
     if (serial_sock < 0) {
         fail_to_connect(" (error opening socket)");
     }
-    serial_state = NET;
+    machine.serial_state = NET;
     const timeval patience = {PATIENCE_SECONDS, 0};
     setsockopt(serial_sock, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     setsockopt(serial_sock, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
@@ -190,7 +187,7 @@ bool names_device(const std::string& name) { return name.find_first_of("/0123456
 void connect_to(const std::string& name) {
     if (name.empty()) {
         gui_serial_setup();
-        serial_state = WINDOW;
+        machine.serial_state = WINDOW;
         return;
     }
     try {
@@ -220,14 +217,14 @@ bool relay_has_sent() {
 
 // Reads what waits on the line, as much as there is room for. A device that fails has nothing.
 size_t read_waiting(std::span<char> room) {
-    if (serial_state == NET && !relay_has_sent()) {
+    if (machine.serial_state == NET && !relay_has_sent()) {
         return 0;
     }
     ssize_t count = 0;
     do {
         count = read(serial_linux_fd(), room.data(), room.size());
     } while (count < 0 && errno == EINTR);
-    if (serial_state == NET && count <= 0) {
+    if (machine.serial_state == NET && count <= 0) {
         throw tovik_error("error receiving data from serial port");
     }
     return count < 0 ? 0 : static_cast<size_t>(count);
@@ -256,30 +253,30 @@ bool wait_for_line(short event, int patience_ms) {
 } // namespace
 
 void serial_enqueue(char byte) {
-    if (serial_queue.size() < QUEUE_BYTES) {
-        serial_queue.push(static_cast<uint8_t>(byte));
+    if (machine.serial_queue.size() < QUEUE_BYTES) {
+        machine.serial_queue.push(static_cast<uint8_t>(byte));
     }
 }
 
 void serial_connect(const std::string& message) {
-    while (serial_state == DISCONNECTED) {
+    while (machine.serial_state == DISCONNECTED) {
         connect_to(gui_gettext(message + PROMPT, LONGEST_NAME));
     }
 }
 
 void serial_disconnect() {
-    if (serial_state == HW) {
+    if (machine.serial_state == HW) {
         close(std::exchange(serial_fd, -1));
-    } else if (serial_state == NET) {
+    } else if (machine.serial_state == NET) {
         close(std::exchange(serial_sock, -1));
     }
-    serial_state = DISCONNECTED;
-    serial_queue = {};
+    machine.serial_state = DISCONNECTED;
+    machine.serial_queue = {};
 }
 
 size_t serial_receive() {
-    assert(serial_state != DISCONNECTED);
-    if (serial_state == WINDOW) {
+    assert(machine.serial_state != DISCONNECTED);
+    if (machine.serial_state == WINDOW) {
         return 0;
     }
     try {
@@ -299,22 +296,23 @@ void serial_discard() {
            wait_for_line(POLLIN, SENDER_MS)) {
         count = serial_receive();
     }
-    serial_queue = {};
+    machine.serial_queue = {};
 }
 
 int read_size(char* buffer, int size) {
-    assert(serial_state != DISCONNECTED);
+    assert(machine.serial_state != DISCONNECTED);
     int count = 0;
-    while (count < size && serial_state != WINDOW) {
+    while (count < size && machine.serial_state != WINDOW) {
         const auto rest = static_cast<size_t>(size - count);
         // The socket's time-out is then one for all bytes together.
-        const ssize_t result = serial_state == NET ? recv(serial_sock, buffer + count, rest, MSG_WAITALL)
-                                                   : read(serial_fd, buffer + count, rest);
+        const ssize_t result = machine.serial_state == NET
+                                   ? recv(serial_sock, buffer + count, rest, MSG_WAITALL)
+                                   : read(serial_fd, buffer + count, rest);
         if (result < 0 && errno != EINTR) {
             return -1;
         }
         count += result < 0 ? 0 : static_cast<int>(result);
-        if (result == 0 || (result > 0 && serial_state == NET)) {
+        if (result == 0 || (result > 0 && machine.serial_state == NET)) {
             break;
         }
     }
@@ -322,11 +320,11 @@ int read_size(char* buffer, int size) {
 }
 
 int write_size(const char* buffer, int size) {
-    assert(serial_state != DISCONNECTED);
+    assert(machine.serial_state != DISCONNECTED);
     if (size < 1) {
         return 0;
     }
-    if (serial_state == WINDOW) {
+    if (machine.serial_state == WINDOW) {
         assert(size == 1);
         gui_serial_append(*buffer);
         return 1;
@@ -340,7 +338,7 @@ int write_size(const char* buffer, int size) {
             break;
         } else if (errno == EAGAIN) {
             // The socket has waited itself.
-            if (serial_state == NET || !wait_for_line(POLLOUT, PATIENCE_SECONDS * 1000)) {
+            if (machine.serial_state == NET || !wait_for_line(POLLOUT, PATIENCE_SECONDS * 1000)) {
                 break;
             }
         } else if (errno != EINTR) {

@@ -4,16 +4,7 @@
 // or to the console window. And the bytes that it brought, until the program takes them.
 
 #include <cstddef>
-#include <cstdint>
-#include <queue>
 #include <string>
-
-enum serial_state_e { DISCONNECTED = 0, HW = 1, NET = 2, WINDOW = 3 };
-
-extern serial_state_e serial_state;
-
-// At most 1024 bytes.
-extern std::queue<uint8_t> serial_queue;
 
 // Appends a byte to the queue; it is lost if the queue is full.
 void serial_enqueue(char byte);

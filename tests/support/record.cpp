@@ -49,6 +49,7 @@ void record_t::take() {
     ps2_pressed_ = machine.ps2_pressed;
     speaker_samples_ = machine.speaker_samples;
     microphone_samples_ = machine.microphone_samples;
+    serial_queue_ = machine.serial_queue;
 }
 
 void record_t::put_back() const {
@@ -66,6 +67,7 @@ void record_t::put_back() const {
     machine.ps2_pressed = ps2_pressed_;
     machine.speaker_samples = speaker_samples_;
     machine.microphone_samples = microphone_samples_;
+    machine.serial_queue = serial_queue_;
 }
 
 std::string record_t::difference() const {
@@ -80,8 +82,9 @@ std::string record_t::difference() const {
     if (!std::ranges::equal(ps2_events_, machine.ps2_events, same) || ps2_pressed_ != machine.ps2_pressed) {
         return "ps2_events or ps2_pressed";
     }
-    if (speaker_samples_ != machine.speaker_samples || microphone_samples_ != machine.microphone_samples) {
-        return "speaker_samples or microphone_samples";
+    if (speaker_samples_ != machine.speaker_samples || microphone_samples_ != machine.microphone_samples ||
+        serial_queue_ != machine.serial_queue) {
+        return "speaker_samples, microphone_samples or serial_queue";
     }
     return "";
 }

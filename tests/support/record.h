@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <deque>
+#include <queue>
 #include <string>
 #include <vector>
 
@@ -28,4 +29,5 @@ class record_t {
     std::vector<bool> ps2_pressed_;
     std::deque<sample_run_t> speaker_samples_;
     std::deque<int32_t> microphone_samples_;
+    std::queue<uint8_t> serial_queue_;
 };

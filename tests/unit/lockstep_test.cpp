@@ -12,7 +12,6 @@
 #include <cstring>
 #include <iostream>
 #include <limits>
-#include <queue>
 #include <random>
 #include <string>
 #include <vector>
@@ -32,7 +31,6 @@
 #include "devices/ps2.h"
 #include "devices/sdram.h"
 #include "devices/serial.h"
-#include "devices/serial_connection.h"
 #include "host/clock.h"
 #include "tests/support/gui_recording.h"
 #include "tests/support/host_standin.h"
@@ -62,7 +60,6 @@ struct outcome_t {
     std::vector<std::string> calls;
     std::vector<uint64_t> counts;
     std::vector<uint64_t> looks;
-    std::queue<uint8_t> serial_queue;
 };
 
 std::string call_of(const std::vector<std::string>& texts, const std::vector<uint64_t>& counts, size_t i) {
@@ -93,7 +90,6 @@ struct session_t {
     int long_stop;   // the one that runs up to the looks at the window, or none
     int32_t longest; // its steps
     record_t start;
-    bool serial_dialog; // the serial port is not yet connected
 };
 
 random_t lengths; // of passes
@@ -261,9 +257,7 @@ template <typename at_stop_t> void play(const session_t& session, void (*run_loo
     session.start.put_back();
     clear_sdram();
     recording.memory_window = false;
-    print_machine(); // also what the devices remember of the last drawing is as it was
-    serial_queue = {};
-    serial_state = session.serial_dialog ? DISCONNECTED : WINDOW;
+    print_machine();                       // also what the devices remember of the last drawing is as it was
     typed.serial_names = {"/nonexistent"}; // a dialog; after it the console
     host_standin.slept_us = 0;
     video_changed = false;
@@ -350,7 +344,7 @@ void make_session(session_t& session, const program_kind_t& kind, random_t rando
     machine.halted = one_in(random, 50);
     machine.camera_ram_valid = one_in(random, 2); // a frame of nobody's film
     session.program = kind.make(random);
-    session.serial_dialog = session.longest > USUAL || one_in(random, 3);
+    machine.serial_state = session.longest > USUAL || one_in(random, 3) ? DISCONNECTED : WINDOW;
     session.start.take();
     session.events = random;
 }
@@ -378,8 +372,6 @@ class Lockstep : public testing::TestWithParam<program_kind_t> {
         recording = {};
         typed = {};
         host_standin.on = false;
-        serial_queue = {};
-        serial_state = DISCONNECTED;
         record_t{}.put_back();
         reset_machine();
         simulate_init();
@@ -396,7 +388,6 @@ class Lockstep : public testing::TestWithParam<program_kind_t> {
             expected.calls = calls;
             expected.counts = recording.counts;
             expected.looks = recording.looks;
-            expected.serial_queue = serial_queue;
         });
         const bool drawn = video_changed;
         const std::vector<std::byte> expected_video = drawn ? video() : std::vector<std::byte>();
@@ -412,7 +403,6 @@ class Lockstep : public testing::TestWithParam<program_kind_t> {
             EXPECT_EQ(expected.record.difference(), "") << "stop " << stop;
             EXPECT_EQ(first_difference(calls, expected), "") << "stop " << stop;
             EXPECT_EQ(recording.looks, expected.looks) << "stop " << stop;
-            EXPECT_TRUE(serial_queue == expected.serial_queue) << "stop " << stop;
         });
         if (drawn) {
             EXPECT_TRUE(video() == expected_video);

@@ -32,7 +32,7 @@ TEST_F(Serial, AsksOnceWhereItLeads) {
                                "To show the serial output in the serial port window, leave the field blank.";
     EXPECT_EQ(recording.prompts, (std::vector<std::string>{prompt, prompt, prompt, "console"}));
     EXPECT_EQ(recording.calls, (std::vector<std::string>(2, "error Can't open serial device")));
-    EXPECT_EQ(serial_state, WINDOW);
+    EXPECT_EQ(machine.serial_state, WINDOW);
 }
 
 TEST_F(Serial, ReceivesAByteACommand) {
@@ -43,20 +43,20 @@ TEST_F(Serial, ReceivesAByteACommand) {
     EXPECT_EQ(perform("90=3 90=1 91?1 91?1 92?97 90=0 90=1 91?1 92?0xe9 90=0 90=1 91?0"), "");
     io_serial_press('b');
     EXPECT_EQ(perform("90=0"), "");
-    EXPECT_TRUE(serial_queue.empty()) << "consumed, though the program never saw it";
+    EXPECT_TRUE(machine.serial_queue.empty()) << "consumed, though the program never saw it";
 }
 
 TEST_F(Serial, QueuesAThousandBytesUntilTheReset) {
     for (int i = 0; i < 1030; ++i) {
         io_serial_press(static_cast<char>('0' + i % 10));
     }
-    EXPECT_EQ(serial_queue.size(), 1024U);
-    EXPECT_EQ(serial_queue.back(), '3');
+    EXPECT_EQ(machine.serial_queue.size(), 1024U);
+    EXPECT_EQ(machine.serial_queue.back(), '3');
     reset_serial();
-    EXPECT_EQ(serial_queue.size(), 1024U) << "keys typed before the port is used wait for it";
+    EXPECT_EQ(machine.serial_queue.size(), 1024U) << "keys typed before the port is used wait for it";
     EXPECT_EQ(perform("90=1 91?1"), "");
     reset_serial();
-    EXPECT_TRUE(serial_queue.empty());
+    EXPECT_TRUE(machine.serial_queue.empty());
 }
 
 TEST_F(Serial, SendsAByteIn462Instructions) {
@@ -93,13 +93,13 @@ TEST_F(Serial, ResetOutlivesALostRelay) {
     typed.serial_names = {"abc", "abc"};
     EXPECT_EQ(perform("a1?0"), "");
     relay.join();
-    EXPECT_EQ(serial_state, NET);
+    EXPECT_EQ(machine.serial_state, NET);
     serial_enqueue('x');
     machine.fft_response_instr = 5;
     reset_machine();
     EXPECT_EQ(machine.fft_response_instr, 0U) << "the devices after it are reset too";
-    EXPECT_TRUE(serial_queue.empty());
-    EXPECT_EQ(serial_state, DISCONNECTED);
+    EXPECT_TRUE(machine.serial_queue.empty());
+    EXPECT_EQ(machine.serial_state, DISCONNECTED);
     EXPECT_EQ(recording.prompts.at(1).substr(0, 30), "20 Reconnecting to serial port");
     EXPECT_NE(std::ranges::find(recording.calls,
                                 "error Cannot connect to virtual serial port.  Please contact instructor."),
