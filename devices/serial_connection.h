@@ -25,8 +25,8 @@ size_t serial_receive();
 // no more than about a second. Throws what serial_receive throws.
 void serial_discard();
 
-// Move that many bytes over the connection. Return how many were moved; reading, also -1 when it failed.
-// Waits no more than 30 s for the other side. Throws host_failure_t, with the reason on standard error, when
-// the connection can no longer be written to.
+// Move that many bytes over the connection, reading what waits, and writing what the other side takes within
+// 30 s. Return how many were moved. Reading throws tovik_error when the relay is gone, writing host_failure_t
+// when the connection can no longer be written to.
 int read_size(char* buffer, int size);
 int write_size(const char* buffer, int size);

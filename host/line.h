@@ -1,0 +1,34 @@
+#pragma once
+
+// A serial line of the host's: one of its serial devices, or the end of a cable that the relay makes of two
+// lines with one name. At most one is open. Nothing has to wait behind this.
+
+#include <cstddef>
+#include <optional>
+#include <span>
+#include <string>
+
+// Opens a device: 115200 bits a second, 8 bits, one stop bit. Throws tovik_error.
+void line_open_device(const std::string& name);
+
+// Begins to connect to the relay. Throws tovik_error.
+void line_open_cable(const std::string& name);
+
+// Goes on with that by one step, for which it waits so many milliseconds at most; a host that cannot wait
+// answers at once. Returns, when the line is open, the name of the computer at its other end, which is empty
+// when nobody is there yet. Throws tovik_error when the relay refuses, or has kept it waiting for 30 s.
+[[nodiscard]] std::optional<std::string> line_connect(int most_ms);
+
+// Whether there is something to read, waiting in the same way. The end of a line counts.
+[[nodiscard]] bool line_ready(int most_ms);
+
+// Reads what waits, as much as there is room for. Returns how many bytes; a device that fails has none.
+// Throws tovik_error when the relay is gone.
+[[nodiscard]] size_t line_read(std::span<char> room);
+
+// Returns how many bytes the other side took, within 30 s. Throws host_failure_t, with the reason on standard
+// error, when the line can no longer be written to.
+[[nodiscard]] size_t line_write(std::span<const char> bytes);
+
+// Closes the line, if one is open, in whatever state it is.
+void line_close();
