@@ -6,7 +6,7 @@
 #include "base/machine.h"
 #include "core/simulate.h"
 #include "devices/io.h"
-#include "devices/serial_connection.h"
+#include "devices/serial.h"
 #include "tests/support/gui_recording.h"
 
 std::string perform(const std::string& accesses) {

@@ -15,7 +15,6 @@
 #include "base/machine.h"
 #include "core/simulate.h"
 #include "devices/serial.h"
-#include "devices/serial_connection.h"
 #include "tests/support/bus.h"
 #include "tests/support/gui_recording.h"
 
@@ -94,7 +93,7 @@ TEST_F(Serial, ResetOutlivesALostRelay) {
     EXPECT_EQ(perform("a1?0"), "");
     relay.join();
     EXPECT_EQ(machine.serial_state, NET);
-    serial_enqueue('x');
+    io_serial_press('x');
     machine.fft_response_instr = 5;
     reset_machine();
     EXPECT_EQ(machine.fft_response_instr, 0U) << "the devices after it are reset too";
