@@ -20,7 +20,6 @@
 
 #include "devices/serial.h"
 
-#include <algorithm>
 #include <cassert>
 #include <chrono>
 #include <optional>
@@ -45,8 +44,6 @@ constexpr uint64_t INSTRUCTIONS_PER_BYTE = 462;
 
 constexpr size_t QUEUE_BYTES = 1024;
 constexpr int LONGEST_NAME = 20;
-
-constexpr size_t PIECE_BYTES = 4096;
 
 // A side that sends faster than bytes are taken from the line must not hold the program for ever.
 constexpr size_t MOST_BYTES_AT_ONCE = 65536;
@@ -124,21 +121,6 @@ void enqueue(char byte) {
     }
 }
 
-size_t receive_waiting() {
-    char piece[PIECE_BYTES];
-    size_t total = 0;
-    size_t count = 0;
-    do {
-        const size_t room = std::min(PIECE_BYTES, MOST_BYTES_AT_ONCE - total);
-        count = static_cast<size_t>(read_size(piece, static_cast<int>(room)));
-        for (const char byte : std::span(piece).first(count)) {
-            enqueue(byte);
-        }
-        total += count;
-    } while (count > 0 && total < MOST_BYTES_AT_ONCE);
-    return total;
-}
-
 // Throws all away that waits to be received, also what a sender holds back because the line is full. Takes
 // no more than about a second.
 void discard() {
@@ -209,7 +191,12 @@ size_t serial_receive() {
         return 0;
     }
     try {
-        return receive_waiting();
+        static char bytes[MOST_BYTES_AT_ONCE];
+        const auto count = static_cast<size_t>(read_size(bytes, sizeof bytes));
+        for (const char byte : std::span(bytes).first(count)) {
+            enqueue(byte);
+        }
+        return count;
     } catch (const tovik_error&) {
         serial_disconnect();
         serial_connect("Reconnecting to serial port.\n");
