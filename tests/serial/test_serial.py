@@ -15,43 +15,36 @@ import unittest
 
 BIN = pathlib.Path(os.environ["TOVIK_BIN"])
 CONTROL, LOCAL, SPEEDS = 2, 3, slice(4, 6)  # in what tcgetattr returns
-ADDRESSES = (f"127.77.{os.getpid() >> 8 & 127}.{i}" for i in itertools.count(1))
+ADDRESSES = (f"127.{128 + (os.getpid() >> 8 & 63)}.{os.getpid() & 255}.{i}" for i in itertools.count(1))
 
 # Sends what it receives, plus 1, until a full stop comes.
 NEXT_LETTER = """
-next cp 0x80000090 one
+next cpdata 0x80000090 1
 wait bne wait 0x80000091 one
  cp c 0x80000092
- cp 0x80000090 zero
+ cpdata 0x80000090 0
  be end c stop
  add c c one
  cp 0x800000a2 c
- cp 0x800000a0 one
+ cpdata 0x800000a0 1
 busy bne busy 0x800000a1 one
- cp 0x800000a0 zero
+ cpdata 0x800000a0 0
  be next one one
 end halt
 c .data 0
 one .data 1
-zero .data 0
 stop .data 46
 """
 # Sends a byte first, so that the other side knows when the line is open.
 READY = """
- cp 0x800000a0 one
+ cpdata 0x800000a0 1
 ready bne ready 0x800000a1 one
- cp 0x800000a0 zero
+ cpdata 0x800000a0 0
 """
-# Sends the letter A again and again.
 FLOOD = """
- cp 0x800000a2 letter
-next cp 0x800000a0 one
-busy bne busy 0x800000a1 one
- cp 0x800000a0 zero
- be next one one
-letter .data 65
-one .data 1
-zero .data 0
+next cpdata 0x800000a0 1
+ cpdata 0x800000a0 0
+ be next next next
 """
 
 
@@ -110,9 +103,8 @@ class Serial(unittest.TestCase):
 
     def test_two_over_the_relay(self):
         relay = subprocess.Popen([BIN / "tovik-relay", "--address", self.host], stderr=subprocess.PIPE, text=True)
-        self.addCleanup(relay.stderr.close)
+        self.addCleanup(lambda: (relay.terminate(), relay.communicate()))
         relay.stderr.readline()  # it listens
-        self.addCleanup(lambda: (relay.terminate(), relay.wait()))
         first = self.start(NEXT_LETTER, "--serial", "abc")
         self.assertRegex(first.stderr.readline(), "^Connected to virtual serial port.")
         second = self.start(" cpdata 0x800000a2 43" + READY + NEXT_LETTER, "--serial", "abc")
@@ -126,7 +118,7 @@ class Serial(unittest.TestCase):
     # The relay refuses in ways that no real one can be made to: a stand-in for it.
 
     def relay(self, *steps):
-        """Does what each step says: sends bytes, or receives that many."""
+        """Does what each step says: sends bytes, receives that many, or, for None, goes and is connected to again."""
         listener = socket.create_server((self.host, 10000))
         received = []
 
@@ -134,7 +126,12 @@ class Serial(unittest.TestCase):
             connection, _ = listener.accept()
             with connection, listener:
                 for step in steps:
-                    if isinstance(step, int):
+                    if step is None:
+                        connection.shutdown(socket.SHUT_WR)
+                        following, _ = listener.accept()
+                        received.append(connection.recv(1))
+                        connection = following
+                    elif isinstance(step, int):
                         received.append(connection.recv(step, socket.MSG_WAITALL))
                     else:
                         connection.sendall(step)
@@ -159,22 +156,14 @@ class Serial(unittest.TestCase):
                     (1, "error", f"error at PC 0\nCannot connect to virtual serial port{error}.  Please contact instructor.\n"),
                     self.end(self.start(NEXT_LETTER, "--serial", "abc")))
 
-    def test_relay_that_accepts(self):
-        for status, text in ((b"\0\0\0\0", 'Connected to virtual serial port.  Next, run a second instance of tovik and '
-                              'connect it to serial port "abc".\n'),
-                             (b"\xc0\x00\x02\x05", "Connected to another instance of tovik, running on 192.0.2.5.\n")):
-            with self.subTest(status=status):
-                self.host = next(ADDRESSES)
-                received = self.relay(self.CHALLENGE, 12, status, b"AHL.", 3)
-                self.assertEqual((0, "halt", text), self.end(self.start(NEXT_LETTER, "--serial", "abc")))
-                self.relay_thread.join()  # it may end after the program
-                self.assertEqual([struct.pack("<ii", -2136764821, 4) + b"abc\0", b"BIM"], received)
-
-    def test_relay_that_goes(self):
+    def test_relay_that_accepts_and_goes(self):
         first = 'Connected to virtual serial port.  Next, run a second instance of tovik and connect it to serial port "abc".\n'
-        self.relay(self.CHALLENGE, 12, b"\0\0\0\0", b"A", 1)
-        process = self.start(NEXT_LETTER, "--serial", "abc", "--script", os.devnull, "--limit", "3000000")
-        self.assertEqual((3, "limit", first), self.end(process))  # asked again, and answered with the console
+        second = "Connected to another instance of tovik, running on 192.0.2.5.\n"
+        received = self.relay(self.CHALLENGE, 12, b"\0\0\0\0", b"A", 1, None, self.CHALLENGE, 12, b"\xc0\x00\x02\x05", b"HL.", 2)
+        self.assertEqual((0, "halt", first + second), self.end(self.start(NEXT_LETTER, "--serial", "abc", "--serial", "abc")))
+        self.relay_thread.join()  # it may end after the program
+        introduction = struct.pack("<ii", -2136764821, 4) + b"abc\0"
+        self.assertEqual([introduction, b"B", b"", introduction, b"IM"], received, "the old connection is closed")
         self.host = next(ADDRESSES)
         self.relay(self.CHALLENGE, 12, b"\0\0\0\0", 1)
         self.assertEqual((1, "error", first + "write: Broken pipe\n"),
