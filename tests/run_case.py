@@ -3,9 +3,9 @@
 
 A case is a text of sections, each headed "-- NAME --". The section "run" is a script for sh; "stdout",
 "stderr" and "status" say what it must print and return (by default nothing, nothing and 0). Every other
-section is a file that the script finds in its folder. The script's environment has the programs on its PATH,
-EXAMPLES (the folder of examples) and the function unprivileged, which runs a command as a user who may not do
-everything.
+section is a file that the script finds in its folder, and so is what stands in a folder of the case's name. The
+script's environment has the programs on its PATH, EXAMPLES (the folder of examples) and the function unprivileged,
+which runs a command as a user who may not do everything.
 """
 
 import os
@@ -24,7 +24,7 @@ unprivileged() {
 
 
 def read_sections(path):
-    parts = re.split(r"^-- (\S+) --\n", pathlib.Path(path).read_text(encoding="latin-1"), flags=re.M)
+    parts = re.split(r"^-- (\S+) --\n", path.read_text(encoding="latin-1"), flags=re.M)
     return dict(zip(parts[1::2], parts[2::2]))
 
 
@@ -40,13 +40,16 @@ def run(script, folder):
 
 
 def main():
-    sections = read_sections(sys.argv[1])
+    case = pathlib.Path(sys.argv[1])
+    sections = read_sections(case)
     expected = {"status": "0\n", "stdout": "", "stderr": ""}
     expected.update({name: sections.pop(name) for name in list(sections) if name in expected})
     script = sections.pop("run")
     folder = pathlib.Path(tempfile.mkdtemp(prefix="tovik-case-"))
-    folder.chmod(0o777)
     try:
+        if case.with_suffix("").is_dir():
+            shutil.copytree(case.with_suffix(""), folder, dirs_exist_ok=True)
+        folder.chmod(0o777)
         for name, text in sections.items():
             (folder / name).write_bytes(text.encode("latin-1"))
         actual = run(script, folder)
