@@ -89,8 +89,7 @@ def lamps(test, names, *_):
 
 
 def memory(test, address, value, red):
-    line, column = divmod(int(address), 10)
-    start = line * 127 + 7 + column * 12
+    start = int(address) // 10 * 127 + 7 + int(address) % 10 * 12
     test.poll(value, lambda: test.memory_text(start, start + 11).strip())
     test.poll(bool(red), lambda: int(address) in (first for first, _ in test.red_words()))
 

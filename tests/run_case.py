@@ -23,11 +23,6 @@ unprivileged() {
 """
 
 
-def read_sections(path):
-    parts = re.split(r"^-- (\S+) --\n", path.read_text(encoding="latin-1"), flags=re.M)
-    return dict(zip(parts[1::2], parts[2::2]))
-
-
 def run(script, folder):
     environment = dict(os.environ)
     environment["PATH"] = environment["TOVIK_BIN"] + os.pathsep + environment["PATH"]
@@ -41,7 +36,8 @@ def run(script, folder):
 
 def main():
     case = pathlib.Path(sys.argv[1])
-    sections = read_sections(case)
+    parts = re.split(r"^-- (\S+) --\n", case.read_text(encoding="latin-1"), flags=re.M)
+    sections = dict(zip(parts[1::2], parts[2::2]))
     expected = {"status": "0\n", "stdout": "", "stderr": ""}
     expected.update({name: sections.pop(name) for name in list(sections) if name in expected})
     script = sections.pop("run")
