@@ -171,9 +171,8 @@ class Gallery(harness.WindowTest):
 
     def draw_getting_started(self):
         """What the page shows is taken while it is followed."""
-        do(sys.executable, "-B", REPOSITORY / "tests/getting_started.py", REPOSITORY / "docs/getting-started.md",
-           "--bin", BIN, "--examples", REPOSITORY / "examples", "--screenshots", IMAGES,
-           env=os.environ | {"GTK2_RC_FILES": str(STEADY)})
+        do(sys.executable, "-B", REPOSITORY / "tests/getting_started.py", IMAGES,
+           env=os.environ | {"GTK2_RC_FILES": str(STEADY), "TOVIK_EXAMPLES": str(REPOSITORY / "examples")})
 
     def draw_primes(self):
         self.board("primes")

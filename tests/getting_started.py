@@ -3,10 +3,10 @@
 
 The files of the page are written, its commands are run and must print what the page shows, and its sentences are done
 in the window or must hold there. A sentence with a text in bold or in double quotes that is none of SENTENCES is a
-mistake of the page. The computer that the page is read on has no sound server.
+mistake of the page. The computer that the page is read on has no sound server. Usage: getting_started.py [FOLDER], a
+folder for the page's pictures, made anew.
 """
 
-import argparse
 import os
 import pathlib
 import re
@@ -27,14 +27,12 @@ BOLDS = rf"({BOLD}(?:(?:, then|,| and) {BOLD})*)"
 BLOCK = re.compile(r"^```(\w*)\n(.*?)^```\n|^!\[[^]]*\]\(images/getting-started-(\w+)\.png\)\n|^#[^\n]*\n"
                    r"|^(?:\d+\. +)?(\S.*?\n)(?=\n|\d+\. |```|\Z)", re.M | re.S)
 
-parser = argparse.ArgumentParser(description=__doc__)
-parser.add_argument("page", type=pathlib.Path)
-parser.add_argument("--bin", default="/usr/bin", help="the folder of the programs")
-parser.add_argument("--examples", default=INSTALLED_EXAMPLES, help="the folder of the examples")
-parser.add_argument("--screenshots", type=pathlib.Path, help="a folder for the page's pictures, made anew")
-options = parser.parse_args()
-os.environ["TOVIK_BIN"] = os.path.realpath(options.bin)
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent / "window"))
+HERE = pathlib.Path(__file__).resolve().parent
+PAGE = HERE.parent / "docs/getting-started.md"
+PICTURES = pathlib.Path(sys.argv[1]) if sys.argv[1:] else None
+os.environ.setdefault("TOVIK_BIN", "/usr/bin")
+EXAMPLES = os.environ.get("TOVIK_EXAMPLES", INSTALLED_EXAMPLES)
+sys.path.insert(0, str(HERE / "window"))
 import harness  # noqa: E402 (starts the display)
 from harness import wait_until  # noqa: E402
 
@@ -139,7 +137,7 @@ SENTENCES = [(re.compile(rf'(?:[^*"`]+[,:] )?{pattern}(?:[,:;]? [^*"]*)?', re.I)
 class Page(harness.WindowTest):
     def setUp(self):
         super().setUp()
-        self.folder = PICTURED_FOLDER if options.screenshots else self.folder / "student"
+        self.folder = PICTURED_FOLDER if PICTURES else self.folder / "student"
         self.folder.mkdir()
         self.addCleanup(shutil.rmtree, self.folder)
         self.program = self.fenced = self.doing = None
@@ -157,7 +155,7 @@ class Page(harness.WindowTest):
 
     def command(self, line, shown):
         self.doing = line
-        line = line.removeprefix("$ ").replace(INSTALLED_EXAMPLES, shlex.quote(os.path.realpath(options.examples)))
+        line = line.removeprefix("$ ").replace(INSTALLED_EXAMPLES, shlex.quote(EXAMPLES))
         if line.startswith("tovik "):
             return self.begin(*shlex.split(line)[1:])
         return self.assertEqual(shown, subprocess.run(
@@ -187,18 +185,18 @@ class Page(harness.WindowTest):
 
     def picture(self, name):
         """Of a window as it stands; only when pictures are wanted."""
-        if options.screenshots is None:
+        if PICTURES is None:
             return
         window = harness.DISPLAY.create_resource_object("window", int(self.activate(PICTURED[name])))
         self.keys("mousemove", "1599", "1199")
         time.sleep(1)  # a tool's tip goes, and the last changes are drawn
         area = window.get_geometry().width, min(window.get_geometry().height, PICTURED_HEIGHT)
         subprocess.run(["ffmpeg", "-loglevel", "error", "-y", "-f", "rawvideo", "-pix_fmt", "bgr0",
-                        "-s", "{}x{}".format(*area), "-i", "-", options.screenshots / f"getting-started-{name}.png"],
+                        "-s", "{}x{}".format(*area), "-i", "-", PICTURES / f"getting-started-{name}.png"],
                        check=True, input=window.get_image(0, 0, *area, harness.X.ZPixmap, 0xffffffff).data)
 
     def test_page(self):
-        text = options.page.read_text()
+        text = PAGE.read_text()
         end = 0
         for block in BLOCK.finditer(text):
             language, fence, picture, prose = block.groups()
@@ -213,7 +211,7 @@ class Page(harness.WindowTest):
                     self.prose(prose)
             except Exception as error:
                 line = text.count("\n", 0, block.start()) + 1
-                raise AssertionError(f"{options.page}:{line}: {self.doing}\n{error}") from error
+                raise AssertionError(f"{PAGE}:{line}: {self.doing}\n{error}") from error
             end = block.end()
         self.assertEqual((None, None, ""), (self.program, self.fenced, text[end:]), "left at the end")
 
