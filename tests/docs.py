@@ -5,7 +5,7 @@
 is left out where ffmpeg is missing. What a command prints, in either stream, must be the "```text" block right after
 it, in which a line "..." stands for any number of lines; without such a block the command must succeed. The indented
 block that a page shows for "scripts/run PROGRAM" must be the report. sheet.md has every operation and every register
-that the sources have.
+that the sources have, examples.md every example with its picture and the library files that it includes.
 """
 
 import os
@@ -82,6 +82,15 @@ def differs_from_sources(page):
     return [f"only there or only in the sources: {row}" for row in has ^ shows]
 
 
+def misses_examples(page):
+    for program in EXAMPLES.glob("*.k"):
+        libraries = ", ".join(re.findall(r"^#include lib/(.*)\.k$", program.read_text(), re.M))
+        section = re.search(rf"^## {program.name}\n(.*?)^!\[{program.name}\]\(images/{program.stem}\.png\)$",
+                            page.read_text(), re.M | re.S)
+        if section is None or f"Library files: {libraries}." not in " ".join(section[1].split()):
+            yield f"{program.name} is not there with its picture and the library files {libraries}"
+
+
 faults = []
 for page in map(pathlib.Path, sys.argv[1:]):
     with tempfile.TemporaryDirectory() as name:
@@ -89,6 +98,7 @@ for page in map(pathlib.Path, sys.argv[1:]):
         shutil.copytree(EXAMPLES, folder / "examples")
         found = [*follow(page, folder), *differing_reports(page, folder), *broken_links(page)]
         found += differs_from_sources(page) if page.name == "sheet.md" else []
+        found += misses_examples(page) if page.name == "examples.md" else []
         faults += [f"{page}: {fault}" for fault in found]
 print("\n".join(faults))
 sys.exit(bool(faults))
