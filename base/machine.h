@@ -220,6 +220,11 @@ struct machine_t {
 
     serial_state_e serial_state;
 
+    // What the speaker has played and the host has not got yet. 4 ms of sound are a compromise between system
+    // calls and delay.
+    int16_t speaker_batch[32];
+    int32_t speaker_batch_samples;
+
     // What no register shows and no window, either, before it is asked for.
     std::bitset<32 * 1024> sdram_filled; // the pages of 1024 words that have their noise
     uint16_t vga_last[480][640];         // the colour last painted by a refresh or recorded by a box

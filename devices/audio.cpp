@@ -21,6 +21,7 @@
 
 #include <cassert>
 #include <iostream>
+#include <iterator>
 #include <string>
 #include <utility>
 
@@ -49,15 +50,7 @@ constexpr int32_t HOST_STEP = 65536; // of a sample of 16 bits, in one of 32
 
 constexpr pa_sample_spec HOST_FORMAT = {PA_SAMPLE_S16LE, SAMPLES_PER_SECOND, 1};
 
-// One batch of 32 samples, 4 ms of sound, is a compromise between system calls and delay.
-constexpr int SPEAKER_BATCHES = 1;
-constexpr int SPEAKER_BATCH_SAMPLES = 32;
-
 pa_simple* pulse_speaker = nullptr;
-int16_t speaker_samples[SPEAKER_BATCHES][SPEAKER_BATCH_SAMPLES];
-bool speaker_played[SPEAKER_BATCHES];
-int speaker_batch = 0;
-int speaker_samples_num = 0;
 std::string speaker_filename;
 
 // The server is to deliver samples soon, not many at a time.
@@ -88,20 +81,17 @@ pa_simple* open_stream(const char* name, pa_stream_direction_t direction, const 
 void play_batch() {
     assert(pulse_speaker != __null);
     int error = 0;
-    if (pa_simple_write(pulse_speaker, speaker_samples[speaker_batch], sizeof speaker_samples[0], &error) <
-        0) {
+    if (pa_simple_write(pulse_speaker, machine.speaker_batch, sizeof machine.speaker_batch, &error) < 0) {
         print_error("pa_simple_write", error);
     }
-    speaker_played[speaker_batch] = true;
-    speaker_samples_num = 0;
-    speaker_batch = 0;
+    machine.speaker_batch_samples = 0;
 }
 
 // Divided, not shifted: a negative sample is rounded toward zero.
 void play(int32_t sample) {
-    speaker_samples[speaker_batch][speaker_samples_num] = static_cast<int16_t>(sample / HOST_STEP);
-    ++speaker_samples_num;
-    if (speaker_samples_num == SPEAKER_BATCH_SAMPLES) {
+    machine.speaker_batch[machine.speaker_batch_samples] = static_cast<int16_t>(sample / HOST_STEP);
+    ++machine.speaker_batch_samples;
+    if (machine.speaker_batch_samples == std::ssize(machine.speaker_batch)) {
         play_batch();
     }
 }
