@@ -19,6 +19,7 @@ constexpr int DATA_BITS = 32;
 constexpr int ADDRESS_BITS = 14;
 constexpr int32_t MEMORY_SIZE = 1 << ADDRESS_BITS;
 constexpr int32_t WORDS_PER_INSTRUCTION = 4;
+constexpr int32_t SAMPLES_PER_SECOND = 8000; // of speaker and microphone
 
 enum opcode_e : int32_t {
     K24_HALT,
@@ -224,6 +225,7 @@ struct machine_t {
     // calls and delay.
     int16_t speaker_batch[32];
     int32_t speaker_batch_samples;
+    int32_t speaker_batch_sent; // of a full one
 
     // What no register shows and no window, either, before it is asked for.
     std::bitset<32 * 1024> sdram_filled; // the pages of 1024 words that have their noise

@@ -12,6 +12,7 @@
 #include "devices/audio.h"
 #include "devices/camera.h"
 #include "host/clock.h"
+#include "host/sound.h"
 
 namespace {
 
@@ -47,6 +48,9 @@ void keep_books() {
     assert(machine.instr_count != 0);
     if (++machine.loop_audio == 833) {
         advance_audio();
+        while (speaker_waits()) {
+            playback_room(1000);
+        }
         machine.loop_audio = 0;
     }
     if (++machine.loop_camera == 222222) {

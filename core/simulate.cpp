@@ -27,6 +27,7 @@
 #include "devices/touch.h"
 #include "devices/vga.h"
 #include "host/clock.h"
+#include "host/sound.h"
 
 namespace {
 
@@ -38,6 +39,9 @@ constexpr int32_t INSTRUCTIONS_PER_SECOND = 6666666;
 constexpr uint32_t MS_PER_MILLION_INSTRUCTIONS = NS_PER_INSTRUCTION;
 
 constexpr int32_t INSTRUCTIONS_PER_THROTTLE_CHECK = 500000;
+
+// Sound that flows takes more samples far sooner. Where it has stopped, the window goes on.
+constexpr int SOUND_WAIT_MS = 100;
 
 stop_t stop = {};
 
@@ -60,11 +64,15 @@ constexpr std::array<periodic_t, 3> PERIODICS = {
      {INSTRUCTIONS_PER_FRAME, &machine_t::loop_camera, advance_camera_file},
      {INSTRUCTIONS_PER_SECOND, &machine_t::loop_time, show_time}}};
 
+void handle_events() {
+    while (gui_events_pending()) {
+        gui_handle_event();
+    }
+}
+
 void look_at_window() {
     if (++machine.loop_look == TURNS_PER_LOOK) {
-        while (gui_events_pending()) {
-            gui_handle_event();
-        }
+        handle_events();
         machine.loop_look = 0;
     }
 }
@@ -206,6 +214,10 @@ void simulate_begin() {
 pass_t simulate_pass(int32_t most) {
     int32_t sleep_ms = 0;
     while (most > 0 && sleep_ms == 0) {
+        // A run that is to stop does not wait, so that the user can end one whose sound has stopped.
+        if (simulator.step != 0 && speaker_waits()) {
+            return {.idle = false, .sleep_ms = 0, .sound = true};
+        }
         look_at_window();
         if (!simulator.running) {
             return {.idle = true, .sleep_ms = 0};
@@ -231,6 +243,8 @@ void simulate_run() {
         const pass_t pass = simulate_pass(std::numeric_limits<int32_t>::max());
         if (pass.idle) {
             gui_handle_event();
+        } else if (pass.sound && playback_room(SOUND_WAIT_MS) == 0) {
+            handle_events();
         } else if (pass.sleep_ms > 0) {
             wait_ms(pass.sleep_ms);
         }

@@ -17,8 +17,9 @@ void simulate_begin();
 
 // What is to be done before the next pass.
 struct pass_t {
-    bool idle;        // nothing runs: wait for an event
-    int32_t sleep_ms; // how far the board is ahead of its clock
+    bool idle;          // nothing runs: wait for an event
+    int32_t sleep_ms;   // how far the board is ahead of its clock
+    bool sound = false; // the board is ahead of the host's sound: wait for playback_room
 };
 
 // Executes at most `most` instructions (at least 1) while simulator.running is true, with all that happens

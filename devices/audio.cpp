@@ -19,20 +19,20 @@
 
 #include "devices/audio.h"
 
+#include <algorithm>
 #include <cassert>
 #include <iostream>
 #include <iterator>
+#include <span>
 #include <string>
 #include <utility>
-
-#include <pulse/error.h>
-#include <pulse/simple.h>
 
 #include "base/gui.h"
 #include "base/machine.h"
 #include "devices/io.h"
 #include "devices/save.h"
 #include "devices/wav.h"
+#include "host/sound.h"
 
 std::ostream* sound_log = &std::cout;
 bool speaker_recording = true;
@@ -48,50 +48,58 @@ constexpr int32_t MICROPHONE_SAMPLE = 0x52;
 
 constexpr int32_t HOST_STEP = 65536; // of a sample of 16 bits, in one of 32
 
-constexpr pa_sample_spec HOST_FORMAT = {PA_SAMPLE_S16LE, SAMPLES_PER_SECOND, 1};
+// A sample comes at the latest after some milliseconds, unless the host has stopped.
+constexpr int MICROPHONE_WAIT_MS = 1000;
 
-pa_simple* pulse_speaker = nullptr;
 std::string speaker_filename;
-
-// The server is to deliver samples soon, not many at a time.
-constexpr uint32_t SERVER_DEFAULT = UINT32_MAX;
-constexpr pa_buffer_attr MICROPHONE_BUFFER = {.maxlength = 200,
-                                              .tlength = SERVER_DEFAULT,
-                                              .prebuf = SERVER_DEFAULT,
-                                              .minreq = SERVER_DEFAULT,
-                                              .fragsize = 100};
-
-pa_simple* pulse_microphone = nullptr;
 std::string microphone_filename;
 
-void print_error(const std::string& function, int error) {
-    *sound_log << function << " failed: " << pa_strerror(error) << std::endl;
+void log_failure(const tovik_error& error) { *sound_log << error.message << std::endl; }
+
+// Returns whether there is a stream now.
+bool opens(void (*open)()) {
+    try {
+        open();
+        return true;
+    } catch (const tovik_error& error) {
+        log_failure(error);
+        return false;
+    }
 }
 
-pa_simple* open_stream(const char* name, pa_stream_direction_t direction, const pa_buffer_attr* buffer) {
-    int error = 0;
-    pa_simple* const stream =
-        pa_simple_new(nullptr, name, direction, nullptr, name, &HOST_FORMAT, nullptr, buffer, &error);
-    if (stream == nullptr) {
-        print_error("pa_simple_new", error);
-    }
-    return stream;
-}
+bool batch_is_full() { return machine.speaker_batch_samples == std::ssize(machine.speaker_batch); }
 
-void play_batch() {
-    assert(pulse_speaker != __null);
-    int error = 0;
-    if (pa_simple_write(pulse_speaker, machine.speaker_batch, sizeof machine.speaker_batch, &error) < 0) {
-        print_error("pa_simple_write", error);
-    }
+void begin_batch() {
     machine.speaker_batch_samples = 0;
+    machine.speaker_batch_sent = 0;
+}
+
+// Writes what the stream takes of a full batch. What fails is not tried again.
+void play_batch() {
+    const auto left =
+        std::span(machine.speaker_batch).subspan(static_cast<size_t>(machine.speaker_batch_sent));
+    const auto taken = left.first(std::min(left.size(), playback_room(0)));
+    if (taken.empty()) {
+        return;
+    }
+    try {
+        playback_write(taken);
+        machine.speaker_batch_sent += static_cast<int32_t>(taken.size());
+        if (taken.size() < left.size()) {
+            return;
+        }
+    } catch (const tovik_error& error) {
+        log_failure(error);
+    }
+    begin_batch();
 }
 
 // Divided, not shifted: a negative sample is rounded toward zero.
 void play(int32_t sample) {
+    assert(!batch_is_full());
     machine.speaker_batch[machine.speaker_batch_samples] = static_cast<int16_t>(sample / HOST_STEP);
     ++machine.speaker_batch_samples;
-    if (machine.speaker_batch_samples == std::ssize(machine.speaker_batch)) {
+    if (batch_is_full()) {
         play_batch();
     }
 }
@@ -126,14 +134,15 @@ void microphone_clear() { machine.microphone_samples.clear(); }
 
 // One sample. After a failure it is 0.
 void read_stream() {
-    assert(pulse_microphone != __null);
-    int16_t sample = 0;
-    int error = 0;
-    if (pa_simple_read(pulse_microphone, &sample, sizeof sample, &error) < 0) {
-        print_error("pa_simple_read", error);
-        sample = 0;
+    while (!record_ready(MICROPHONE_WAIT_MS)) {
     }
-    machine.microphone_samples.push_back(sample * HOST_STEP);
+    int32_t sample = 0;
+    try {
+        sample = record_read() * HOST_STEP;
+    } catch (const tovik_error& error) {
+        log_failure(error);
+    }
+    machine.microphone_samples.push_back(sample);
 }
 
 // All samples of a file; none when there is something wrong with it.
@@ -182,6 +191,13 @@ void advance_audio() {
     if (simulator.speaker_on) {
         play(machine.speaker_current_sample);
     }
+}
+
+bool speaker_waits() {
+    if (batch_is_full()) {
+        play_batch();
+    }
+    return batch_is_full();
 }
 
 int32_t read_speaker_response() {
@@ -243,9 +259,7 @@ void speaker_connect() {
     if (simulator.speaker_on) {
         return;
     }
-    assert(pulse_speaker == __null);
-    pulse_speaker = open_stream("tovik-speaker", PA_STREAM_PLAYBACK, nullptr);
-    simulator.speaker_on = pulse_speaker != nullptr;
+    simulator.speaker_on = opens(playback_open);
     // Settled before the dialog shows: from outside, the buttons behind it can be pressed.
     const bool was_warned = std::exchange(simulator.speaker_warned, !simulator.speaker_on);
     if (!simulator.speaker_on && !was_warned) {
@@ -255,18 +269,18 @@ void speaker_connect() {
 
 void speaker_disconnect() {
     if (simulator.speaker_on) {
-        assert(pulse_speaker != __null);
-        pa_simple_free(pulse_speaker);
-        pulse_speaker = nullptr;
+        // What still waits would have been dropped by the host.
+        if (batch_is_full()) {
+            begin_batch();
+        }
+        playback_close();
         simulator.speaker_on = false;
     }
 }
 
 void microphone_connect() {
     if (!simulator.microphone_on) {
-        assert(pulse_microphone == __null);
-        pulse_microphone = open_stream("tovik-microphone", PA_STREAM_RECORD, &MICROPHONE_BUFFER);
-        simulator.microphone_on = pulse_microphone != nullptr;
+        simulator.microphone_on = opens(record_open);
         if (simulator.microphone_on) {
             microphone_clear();
         } else {
@@ -278,9 +292,7 @@ void microphone_connect() {
 
 void microphone_disconnect() {
     if (simulator.microphone_on) {
-        assert(pulse_microphone != __null);
-        pa_simple_free(pulse_microphone);
-        pulse_microphone = nullptr;
+        record_close();
         simulator.microphone_on = false;
         microphone_clear();
     }

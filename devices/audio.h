@@ -16,9 +16,12 @@ extern std::ostream* sound_log;
 // Whether the samples that the speaker plays are kept for saving.
 extern bool speaker_recording;
 
-// One audio tick: the speaker plays its current sample, the microphone goes on to its next one. While the
-// speaker's stream is open, this waits for the sound server to take every 32nd sample.
+// One audio tick: the speaker plays its current sample, the microphone goes on to its next one.
 void advance_audio();
+
+// Whether the host's stream does not take yet what the speaker has played. So long, no tick may follow: the
+// host sets the pace.
+[[nodiscard]] bool speaker_waits();
 
 // The register handlers of the I/O bus. That of the microphone asks the user for a file, or waits for the
 // sound server, when the program reads a sample and there is none.

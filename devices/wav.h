@@ -9,8 +9,6 @@
 #include "base/machine.h"
 #include "base/saved_file.h"
 
-constexpr int32_t SAMPLES_PER_SECOND = 8000;
-
 // Appends the samples of a file; a file may have more than one part with samples, and other parts, which are
 // passed over. Throws tovik_error: "Can't open file NAME: REASON", "Can't read file NAME: REASON", or what is
 // wrong with the file; some samples may have been appended by then.

@@ -32,6 +32,7 @@
 #include "devices/sdram.h"
 #include "devices/serial.h"
 #include "host/clock.h"
+#include "host/sound.h"
 #include "tests/support/gui_recording.h"
 #include "tests/support/host_standin.h"
 #include "tests/support/random_programs.h"
@@ -101,6 +102,8 @@ void run_in_passes() {
         const pass_t pass = simulate_pass(pick(lengths, 1, one_in(lengths, 2) ? 100 : LOOK));
         if (pass.idle) {
             gui_handle_event();
+        } else if (pass.sound) {
+            playback_room(1);
         } else if (pass.sleep_ms > 0) {
             wait_ms(pass.sleep_ms);
         }

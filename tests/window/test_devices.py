@@ -3,6 +3,7 @@
 import os
 import pathlib
 import select
+import signal
 import socket
 import struct
 import subprocess
@@ -266,6 +267,13 @@ class Devices(WindowTest):
         self.click("Mic")
         wait_until(lambda: self.state("Mic", mic))
         run_and_stop()
+        self.click("Run ")
+        self.wait_stopped("Running")
+        server.process.send_signal(signal.SIGSTOP)
+        time.sleep(0.5)  # longer than the server's buffer
+        self.click("Run ")
+        self.wait_stopped()
+        server.process.send_signal(signal.SIGCONT)
         self.click("Save speaker")
         self.choose("Choose speaker .wav file", self.folder / "loop.wav")
         wait_until(lambda: (self.folder / "loop.wav").exists() and (self.folder / "loop.wav").stat().st_size > 68)
