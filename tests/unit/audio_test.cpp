@@ -217,7 +217,9 @@ TEST_F(Audio, SpeakerPlaysWhenTheHostTakesIt) {
     std::vector<int16_t> expected(32);
     std::iota(expected.rbegin(), expected.rend(), -32);
     EXPECT_EQ(host_standin.played, expected);
+    play(1, 32);
     speaker_disconnect();
+    EXPECT_FALSE(speaker_waits()) << "nobody takes the rest";
     host_standin = {};
 }
 
