@@ -239,6 +239,8 @@ struct machine_t {
 
     // The files last chosen: what the next question offers, and what messages name.
     std::string sdram_filename;
+    std::string speaker_filename;
+    std::string microphone_filename;
     std::string vga_filename;
     std::string sd_filename;
     std::string camera_filename;

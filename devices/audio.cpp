@@ -51,9 +51,6 @@ constexpr int32_t HOST_STEP = 65536; // of a sample of 16 bits, in one of 32
 // A sample comes at the latest after some milliseconds, unless the host has stopped.
 constexpr int MICROPHONE_WAIT_MS = 1000;
 
-std::string speaker_filename;
-std::string microphone_filename;
-
 void log_failure(const tovik_error& error) { *sound_log << error.message << std::endl; }
 
 // Returns whether there is a stream now.
@@ -147,11 +144,12 @@ void read_stream() {
 
 // All samples of a file; none when there is something wrong with it.
 void read_file() {
-    if (!gui_choosefile(false, "Choose microphone .wav file", "WAV file", "wav", microphone_filename)) {
+    if (!gui_choosefile(false, "Choose microphone .wav file", "WAV file", "wav",
+                        machine.microphone_filename)) {
         throw tovik_error("user cancelled microphone file read");
     }
     try {
-        read_wav(microphone_filename, machine.microphone_samples);
+        read_wav(machine.microphone_filename, machine.microphone_samples);
     } catch (const tovik_error& error) {
         gui_message(error.message, true);
         microphone_clear();
@@ -304,7 +302,7 @@ void write_recording(saved_file_t& file) { write_wav(file, machine.speaker_sampl
 void save_speaker() {
     const save_t save = {"Choose speaker .wav file", "WAV file", "wav", is_wav, write_recording};
     while (!machine.speaker_samples.empty()) {
-        switch (save_chosen(save, speaker_filename)) {
+        switch (save_chosen(save, machine.speaker_filename)) {
         case saved_e::SAVED:
             machine.speaker_samples.clear();
             break;
