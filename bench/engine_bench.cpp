@@ -1,6 +1,8 @@
 // How fast the run loop executes instructions: millions of instructions of the simulated program a second of
-// processor time, medians of interleaved repetitions. Two comparisons: with the reference, which keeps all
-// books after each instruction, on programs that compute; and with itself, on programs that wait.
+// processor time, medians of interleaved repetitions. It is compared with the reference, which keeps all
+// books after each instruction, on programs that compute and on programs that use ports; and with itself, on
+// programs that wait. Where devices have much to do, it is the same in both, and is measured apart and
+// subtracted.
 
 #include <algorithm>
 #include <cstdio>
@@ -18,6 +20,9 @@
 #include "core/loader.h"
 #include "core/reference.h"
 #include "core/simulate.h"
+#include "devices/audio.h"
+#include "devices/io.h"
+#include "devices/lcd.h"
 #include "tests/support/gui_recording.h"
 #include "ui/screen.h"
 
@@ -38,31 +43,77 @@ constexpr way_t REFERENCE = {"reference", reference_run, false};
 constexpr way_t ENGINE = {"run loop", simulate_run, false};
 constexpr way_t PASSING_OVER = {"passing over", simulate_run, true};
 
+// The transforms, texts and ticks of fft_feed, lcd_text and sound, without their instructions.
+void transform_blocks() {
+    constexpr int32_t send_command = IO_BASE + 0xc0;
+    for (int blocks = 100; blocks > 0; --blocks) {
+        machine.fft_send_count = static_cast<int>(std::size(machine.fft_send)) - 1;
+        io(true, send_command, 1);
+        io(true, send_command, 0);
+        machine.instr_count = machine.fft_response_instr;
+    }
+}
+
+void show_texts() {
+    for (int characters = 160000; characters > 0; --characters) {
+        print_lcd();
+    }
+}
+
+void tick() {
+    for (int ticks = 4000; ticks > 0; --ticks) {
+        ++machine.speaker_current_sample;
+        advance_audio();
+    }
+}
+
+struct program_t {
+    const char* source;
+    void (*device_work)() = nullptr;
+};
+
 struct table_t {
     const char* programs_are;
-    std::vector<const char*> sources;
+    std::vector<program_t> programs;
     int steps;
     way_t ways[2]; // compared with each other; the ratio is the second by the first
 };
 
 const table_t TABLES[] = {
     {"computing",
-     {"bench/programs/arithmetic.k", "bench/programs/sieve.k", "bench/programs/bubble_sort.k",
-      "bench/programs/fibonacci.k", "bench/programs/self_modifying.k", "bench/programs/polling.k"},
+     {{"bench/programs/arithmetic.k"},
+      {"bench/programs/sieve.k"},
+      {"bench/programs/bubble_sort.k"},
+      {"bench/programs/fibonacci.k"},
+      {"bench/programs/self_modifying.k"},
+      {"bench/programs/polling.k"}},
+     UNTIL_HALT,
+     {REFERENCE, ENGINE}},
+    {"using ports",
+     {{"bench/programs/pixels.k"},
+      {"bench/programs/sdram_copy.k"},
+      {"bench/programs/fft_feed.k", transform_blocks},
+      {"bench/programs/lcd_text.k", show_texts},
+      {"bench/programs/sound.k", tick}},
      UNTIL_HALT,
      {REFERENCE, ENGINE}},
     {"waiting",
-     {"examples/bounce.k", "examples/counter.k", "bench/programs/key_wait.k", "bench/window/fill.k",
-      "bench/window/send.k"},
+     {{"examples/bounce.k"},
+      {"examples/counter.k"},
+      {"bench/programs/key_wait.k"},
+      {"bench/window/fill.k"},
+      {"bench/window/send.k"}},
      WAITING_STEPS,
      {ENGINE, PASSING_OVER}},
 };
 
 std::string program_name(const std::string& source) { return std::filesystem::path(source).stem(); }
 
-std::string measurement_name(const std::string& source, const way_t& way) {
-    return program_name(source) + " " + way.name;
+std::string measurement_name(const std::string& source, const char* way) {
+    return program_name(source) + " " + way;
 }
+
+constexpr const char* DEVICES = "devices";
 
 // Every repetition starts from the same memory, devices and picture; what a Reset leaves in the video memory
 // makes no difference to these programs.
@@ -100,6 +151,25 @@ void run_program(benchmark::State& state, const std::string& source, int steps, 
     state.counters["MIPS"] = benchmark::Counter(instructions / 1e6, benchmark::Counter::kIsRate);
 }
 
+// After a run of the program, whose instructions are counted as if the devices had executed them.
+void work_of_devices(benchmark::State& state, const std::string& source, void (*device_work)()) {
+    simulate_load(source);
+    simulator.step = UNTIL_HALT;
+    run_until_stop(simulate_run);
+    const auto instructions = static_cast<double>(machine.instr_count);
+    double counted = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        recording.calls.clear();
+        recording.counts.clear();
+        machine.speaker_samples.clear();
+        state.ResumeTiming();
+        device_work();
+        counted += instructions;
+    }
+    state.counters["MIPS"] = benchmark::Counter(counted / 1e6, benchmark::Counter::kIsRate);
+}
+
 double median(std::vector<double> values) {
     std::ranges::sort(values);
     return values.empty() ? 0 : values[values.size() / 2];
@@ -123,9 +193,10 @@ class table_reporter_t : public benchmark::BenchmarkReporter {
             const auto& [first, second] = table.ways;
             std::printf("%-14s %14s %14s %8s   (MIPS)\n", table.programs_are, first.name, second.name,
                         "ratio");
-            for (const std::string source : table.sources) {
-                const double before = median(mips_[measurement_name(source, first)]);
-                const double after = median(mips_[measurement_name(source, second)]);
+            for (const program_t& program : table.programs) {
+                const std::string source = program.source;
+                const double before = without_devices(source, first);
+                const double after = without_devices(source, second);
                 std::printf("%-14s %14.1f %14.1f %8.2f\n", program_name(source).c_str(), before, after,
                             after / before);
             }
@@ -133,6 +204,12 @@ class table_reporter_t : public benchmark::BenchmarkReporter {
     }
 
   private:
+    double without_devices(const std::string& source, const way_t& way) {
+        const double mips = median(mips_[measurement_name(source, way.name)]);
+        const double devices = median(mips_[measurement_name(source, DEVICES)]);
+        return devices == 0 ? mips : 1 / (1 / mips - 1 / devices);
+    }
+
     std::map<std::string, std::vector<double>> mips_;
 };
 
@@ -156,14 +233,18 @@ std::filesystem::path copy_programs() {
 // Whether all programs could be assembled.
 bool register_measurements(const std::filesystem::path& folder) {
     for (const table_t& table : TABLES) {
-        for (const std::string name : table.sources) {
-            const std::string source = folder / name;
+        for (const program_t& program : table.programs) {
+            const std::string source = folder / program.source;
             if (!assemble(source)) {
                 return false;
             }
             for (const way_t& way : table.ways) {
-                benchmark::RegisterBenchmark(measurement_name(name, way).c_str(), run_program, source,
+                benchmark::RegisterBenchmark(measurement_name(source, way.name).c_str(), run_program, source,
                                              table.steps, way);
+            }
+            if (program.device_work != nullptr) {
+                benchmark::RegisterBenchmark(measurement_name(source, DEVICES).c_str(), work_of_devices,
+                                             source, program.device_work);
             }
         }
     }
