@@ -8,13 +8,48 @@
 #include "base/machine.h"
 #include "core/engine_internal.h"
 #include "core/instructions.h"
+#include "devices/io.h"
 
 namespace engine {
 namespace {
 
+[[gnu::always_inline]] inline const port_t& port_at(int32_t offset) {
+    return io_ports[static_cast<size_t>(offset)];
+}
+
 [[gnu::always_inline]] inline int32_t read_port(int32_t offset, int32_t left) {
     machine.instr_count = count_at(left);
-    return port_readers[offset]();
+    return port_at(offset).polled.read();
+}
+
+// False when the program reads a result too early.
+template <from_e from> [[gnu::always_inline]] inline bool has_answer(int32_t arg2, int32_t arg3) {
+    return (from != LEFT_ANSWER && from != RIGHT_ANSWER) ||
+           *port_at(from == LEFT_ANSWER ? arg2 : arg3).result.response != 0;
+}
+
+// False when the register has not been written and the plain way must see why.
+template <from_e to>
+[[gnu::always_inline]] inline bool write_port(int32_t offset, int32_t data, int32_t left) {
+    const port_t& port = port_at(offset);
+    if constexpr (to == TO_PARAMETER) {
+        const auto& [field, command, mask] = port.parameter;
+        if (!takes(*field, data & mask, *command)) [[unlikely]] {
+            return false;
+        }
+        *field = data & mask;
+        return true;
+    }
+    machine.instr_count = count_at(left);
+    if constexpr (to == TO_TAKER) {
+        return port.take(data);
+    }
+    port.write(data);
+    return true;
+}
+
+constexpr bool is_to_port(from_e place) {
+    return place == TO_PARAMETER || place == TO_REGISTER || place == TO_TAKER;
 }
 
 struct operands_t {
@@ -45,13 +80,32 @@ template <opcode_e opcode, from_e from>
 template <from_e from>
 [[gnu::always_inline]] inline int32_t left_word(int32_t arg2, int32_t left, const int32_t* memory,
                                                 int32_t result) {
-    return from == LEFT_PORT ? read_port(arg2, left) : from == LEFT_RESULT ? result : memory[arg2];
+    return from == LEFT_PORT     ? read_port(arg2, left)
+           : from == LEFT_ANSWER ? port_at(arg2).result.value()
+           : from == LEFT_RESULT ? result
+                                 : memory[arg2];
 }
 
 template <from_e from>
 [[gnu::always_inline]] inline int32_t right_word(int32_t arg3, int32_t left, const int32_t* memory,
                                                  int32_t result) {
-    return from == RIGHT_PORT ? read_port(arg3, left) : from == RIGHT_RESULT ? result : memory[arg3];
+    return from == RIGHT_PORT     ? read_port(arg3, left)
+           : from == RIGHT_ANSWER ? port_at(arg3).result.value()
+           : from == RIGHT_RESULT ? result
+                                  : memory[arg3];
+}
+
+// Stores what an instruction at `at` has made of its operands, or writes it to a port.
+template <from_e from, handler_t then>
+[[gnu::always_inline]] inline proof_t* put(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores,
+                                           int32_t result, int32_t address, int32_t value) {
+    if constexpr (!is_to_port(from)) {
+        return store<then>(at + 1, left, memory, stores, address, value);
+    } else if (write_port<from>(address, value, left)) [[likely]] {
+        return next(at + 1, left, memory, stores, result);
+    } else {
+        return plain(at, left, memory, stores, result);
+    }
 }
 
 // `then`: the handler of the next instruction, where it is known.
@@ -59,7 +113,8 @@ template <opcode_e opcode, from_e from, handler_t then = go_on>
 [[gnu::always_inline]] inline proof_t* compute(proof_t* at, int32_t left, int32_t* memory,
                                                const uint8_t* stores, int32_t result) {
     const operands_t operands = operands_of<from>(at, memory);
-    if (!within_reach<opcode, from>(operands)) [[unlikely]] {
+    if (!within_reach<opcode, from>(operands) || !has_answer<from>(operands.arg2, operands.arg3))
+        [[unlikely]] {
         return plain(at, left, memory, stores, result);
     }
     const int32_t first = left_word<from>(operands.arg2, left, memory, result);
@@ -67,7 +122,17 @@ template <opcode_e opcode, from_e from, handler_t then = go_on>
     if (!has_result(opcode, second)) [[unlikely]] {
         return plain(at, left, memory, stores, result);
     }
-    return store<then>(at + 1, left, memory, stores, operands.arg1, result_of(opcode, first, second));
+    return put<from, then>(at, left, memory, stores, result, operands.arg1, result_of(opcode, first, second));
+}
+
+// A copy of a value that only the register's device can find.
+proof_t* copy_given(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores, int32_t result) {
+    machine.instr_count = count_at(left);
+    const int32_t* const value = port_at(at->arg2).give();
+    if (value == nullptr) [[unlikely]] {
+        return plain(at, left, memory, stores, result);
+    }
+    return store(at + 1, left, memory, stores, at->arg1, *value);
 }
 
 template <opcode_e opcode, from_e from, handler_t then = go_on>
@@ -82,8 +147,9 @@ template <opcode_e opcode, from_e from, handler_t then = go_on>
     if (!in_memory(element)) [[unlikely]] {
         return plain(at, left, memory, stores, result);
     }
-    return opcode == K24_CPFA ? store<then>(at + 1, left, memory, stores, operands.arg1, memory[element])
-                              : store<then>(at + 1, left, memory, stores, element, memory[operands.arg1]);
+    return opcode == K24_CPFA
+               ? put<from, then>(at, left, memory, stores, result, operands.arg1, memory[element])
+               : store<then>(at + 1, left, memory, stores, element, memory[operands.arg1]);
 }
 
 template <from_e from>
@@ -96,7 +162,8 @@ template <opcode_e opcode, from_e from, bool may_wait, handler_t then = go_on>
 [[gnu::always_inline]] inline proof_t* branch(proof_t* at, int32_t left, int32_t* memory,
                                               const uint8_t* stores, int32_t result) {
     const operands_t operands = operands_of<from>(at, memory);
-    if (!within_reach<opcode, from>(operands)) [[unlikely]] {
+    if (!within_reach<opcode, from>(operands) || !has_answer<from>(operands.arg2, operands.arg3))
+        [[unlikely]] {
         return plain(at, left, memory, stores, result);
     }
     const int32_t first = left_word<from>(operands.arg2, left, memory, result);
@@ -161,9 +228,17 @@ template <from_e from>
 template <opcode_e opcode> constexpr bool can_be(from_e from) {
     switch (from) {
     case LEFT_PORT:
+    case LEFT_ANSWER:
         return always_has_result(opcode);
     case RIGHT_PORT:
+    case RIGHT_ANSWER:
         return always_has_result(opcode) && reads_right(opcode);
+    case LEFT_GIVEN:
+        return opcode == K24_CP;
+    case TO_PARAMETER:
+    case TO_REGISTER:
+    case TO_TAKER:
+        return computes(opcode) || opcode == K24_CPFA;
     case LEFT_RESULT:
         return reads_left(opcode);
     case RIGHT_RESULT:
@@ -177,6 +252,8 @@ template <opcode_e opcode> constexpr bool can_be(from_e from) {
 template <opcode_e opcode, from_e from, bool may_wait = false> constexpr handler_t handler_of() {
     if constexpr (!can_be<opcode>(from)) {
         return nullptr;
+    } else if constexpr (from == LEFT_GIVEN) {
+        return copy_given;
     } else if constexpr (computes(opcode)) {
         return compute<opcode, from>;
     } else if constexpr (is_branch(opcode)) {

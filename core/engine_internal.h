@@ -20,7 +20,6 @@
 
 #include "base/machine.h"
 #include "core/instructions.h"
-#include "devices/io.h"
 
 namespace engine {
 
@@ -90,13 +89,6 @@ constexpr uint8_t HEED = 1; // the word may not be marked as modified yet, or is
 constexpr uint8_t CODE = 2; // the word may be part of an instruction of which something is proven
 
 extern uint8_t store_kinds[MEMORY_SIZE];
-
-using reader_t = int32_t (*)();
-
-// What executes an access to the ports that proven instructions name, by offset.
-extern reader_t port_readers[IO_SLOTS];
-extern io_writer_t port_writers[IO_SLOTS];
-extern io_handler_t port_handlers[IO_SLOTS];
 
 // As the proofs and the store kinds have them.
 constexpr int32_t NONE = -1;
@@ -214,7 +206,6 @@ void execute_plainly(int32_t pc, int32_t left);
 
 // The handlers of what is not executed fast: any instruction, and copies from and to ports.
 proof_t* plain(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores, int32_t result);
-proof_t* copy_to_register(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores, int32_t result);
 
 // A copy from or to a port at which more can happen than that a value passes.
 template <bool writes>
@@ -234,14 +225,20 @@ proof_t* branch_plainly(proof_t* at, int32_t left, int32_t* memory, const uint8_
 
 // ---- The tables of handlers: engine_handlers
 
-// Where the operands are that the handler reads.
+// Where the operands are that the handler reads or writes, when not all are in memory.
 enum from_e {
     MEMORY,
     LEFT_RESULT, // the word at arg2 is what the first instruction of the pair has stored
     RIGHT_RESULT,
     LEFT_PORT, // the word at arg2 is a register that programs poll, the others are in memory
     RIGHT_PORT,
-    FRESH, // the instruction is not proven: in memory, or the plain way executes it
+    LEFT_ANSWER, // the word at arg2 is a register with a result
+    RIGHT_ANSWER,
+    LEFT_GIVEN,   // the word at arg2 is a register that may give a value
+    TO_PARAMETER, // arg1 is a register of that kind
+    TO_REGISTER,  // arg1 is a register that takes all values
+    TO_TAKER,     // arg1 is a register that takes some
+    FRESH,        // the instruction is not proven: in memory, or the plain way executes it
     PLACES
 };
 

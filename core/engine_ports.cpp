@@ -12,10 +12,6 @@
 
 namespace engine {
 
-reader_t port_readers[IO_SLOTS];
-io_writer_t port_writers[IO_SLOTS];
-io_handler_t port_handlers[IO_SLOTS];
-
 namespace {
 
 [[gnu::always_inline]] inline void be_exact(int32_t pc, int32_t left) {
@@ -57,21 +53,15 @@ void execute_plainly(int32_t pc, int32_t left) {
     return next_at_pc(left, memory, stores, result);
 }
 
-proof_t* copy_to_register(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores, int32_t result) {
-    machine.instr_count = count_at(left);
-    port_writers[at->arg1](memory[at->arg2]);
-    return next(at + 1, left, memory, stores, result);
-}
-
 template <bool writes>
 proof_t* copy_through_port(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores,
                            int32_t result) {
     const int32_t pc = pc_of(at);
     const int32_t after = pc + WORDS_PER_INSTRUCTION;
-    const uint16_t port = static_cast<uint16_t>(writes ? at->arg1 : at->arg2);
+    const int32_t port = writes ? at->arg1 : at->arg2;
     be_exact(pc, left);
     machine.pc = after;
-    const int32_t value = port_handlers[port](writes, IO_BASE + port, writes ? memory[at->arg2] : 0);
+    const int32_t value = io(writes, IO_BASE + port, writes ? memory[at->arg2] : 0);
     if constexpr (!writes) {
         memwrite(at->arg1, value);
         note_plain_store();

@@ -41,25 +41,30 @@ handler_t handler_for(int32_t pc, const proof_t& proof, const words_t& words, fr
     return may_wait(pc, proof, words) ? LOOP_HANDLERS[from][opcode] : HANDLERS[from][opcode];
 }
 
-reader_t reader_at(int32_t address) {
-    const polled_t* const port = io_polled(address);
-    return port == nullptr ? nullptr : port->read;
+// Where a register stands as the operand that is written, or read: in memory when it is known for neither.
+from_e place_of_target(int32_t address) {
+    const port_t& port = io_port(address);
+    return port.parameter.field != nullptr ? TO_PARAMETER
+           : port.write != nullptr         ? TO_REGISTER
+           : port.take != nullptr          ? TO_TAKER
+                                           : MEMORY;
 }
 
-// From now on the port is reached without asking who owns it. False when nothing is found for it.
-template <typename function_t>
-bool learn(function_t (&ports)[IO_SLOTS], int32_t address, function_t (*find)(int32_t address)) {
-    const function_t function = address < 0 ? find(address) : nullptr;
-    if (function == nullptr) {
-        return false;
-    }
-    ports[io_offset(address)] = function;
-    return true;
+from_e place_of_left(int32_t address) {
+    const port_t& port = io_port(address);
+    return port.polled.read != nullptr    ? LEFT_PORT
+           : port.result.field != nullptr ? LEFT_ANSWER
+           : port.give != nullptr         ? LEFT_GIVEN
+                                          : MEMORY;
+}
+
+from_e place_of_right(int32_t address) {
+    const from_e place = place_of_left(address);
+    return place == LEFT_PORT ? RIGHT_PORT : place == LEFT_ANSWER ? RIGHT_ANSWER : MEMORY;
 }
 
 // The quickest way to execute an instruction whose operands are where they are.
 handler_t choose_handler(int32_t pc, const proof_t& proof, const words_t& words) {
-    const auto opcode = static_cast<size_t>(words.opcode);
     const uses_t uses = uses_of(words.opcode);
     const bool arg1 = !uses.arg1 || in_memory(words.arg1);
     const bool arg2 = !uses.arg2 || in_memory(words.arg2);
@@ -67,21 +72,17 @@ handler_t choose_handler(int32_t pc, const proof_t& proof, const words_t& words)
     if (arg1 && arg2 && arg3) {
         return handler_for(pc, proof, words, MEMORY);
     }
-    if (arg1 && arg3 && HANDLERS[LEFT_PORT][opcode] != nullptr &&
-        learn(port_readers, words.arg2, reader_at)) {
-        return handler_for(pc, proof, words, LEFT_PORT);
+    const from_e place = arg2 && arg3 && words.arg1 < 0   ? place_of_target(words.arg1)
+                         : arg1 && arg3 && words.arg2 < 0 ? place_of_left(words.arg2)
+                         : arg1 && arg2 && words.arg3 < 0 ? place_of_right(words.arg3)
+                                                          : MEMORY;
+    if (place != MEMORY && HANDLERS[place][static_cast<size_t>(words.opcode)] != nullptr) {
+        return handler_for(pc, proof, words, place);
     }
-    if (arg1 && arg2 && HANDLERS[RIGHT_PORT][opcode] != nullptr &&
-        learn(port_readers, words.arg3, reader_at)) {
-        return handler_for(pc, proof, words, RIGHT_PORT);
-    }
-    if (words.opcode == K24_CP && arg1 && learn(port_handlers, words.arg2, io_handler)) {
+    if (words.opcode == K24_CP && arg1 && io_port(words.arg2).handler != nullptr) {
         return copy_through_port<false>;
     }
-    if (words.opcode == K24_CP && arg2 && learn(port_writers, words.arg1, io_writer)) {
-        return copy_to_register;
-    }
-    if (words.opcode == K24_CP && arg2 && learn(port_handlers, words.arg1, io_handler)) {
+    if (words.opcode == K24_CP && arg2 && io_port(words.arg1).handler != nullptr) {
         return copy_through_port<true>;
     }
     return is_branch(words.opcode) && arg1 && may_wait(pc, proof, words) ? branch_plainly : plain;

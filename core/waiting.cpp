@@ -34,8 +34,8 @@ int32_t read_memory(int32_t address, const turn_t& turn) {
 // Reading a port can have effects, so it is only done where the program will do it, within a turn, before the
 // port can change.
 int32_t read_port(int32_t address, turn_t& turn) {
-    const polled_t* const port = io_polled(address);
-    const uint64_t until = port == nullptr ? NOW : port->steady_until();
+    const auto steady_until = io_port(address).polled.steady_until;
+    const uint64_t until = steady_until == nullptr ? NOW : steady_until();
     turn.steady_until = std::min(turn.steady_until, until);
     if (until <= machine.instr_count + LONGEST_TURN) {
         turn.known = false;

@@ -41,7 +41,6 @@ namespace {
 
 constexpr int32_t SPEAKER_COMMAND = 0x40;
 constexpr int32_t SPEAKER_RESPONSE = 0x41;
-constexpr int32_t SPEAKER_SAMPLE = 0x42;
 constexpr int32_t MICROPHONE_COMMAND = 0x50;
 constexpr int32_t MICROPHONE_RESPONSE = 0x51;
 constexpr int32_t MICROPHONE_SAMPLE = 0x52;
@@ -107,24 +106,6 @@ void record(int32_t sample) {
         runs.push_back({.sample = sample, .times = 0});
     }
     ++runs.back().times;
-}
-
-void write_speaker_command(int32_t command) {
-    if (machine.speaker_command == 0 && command == 1 && machine.speaker_current_sample_played) {
-        machine.speaker_current_sample = machine.speaker_sample;
-        machine.speaker_current_sample_played = false;
-    }
-    machine.speaker_command = command;
-}
-
-void write_microphone_command(int32_t command) {
-    if (machine.microphone_command == 1 && command == 0) {
-        machine.microphone_sample_avail = false;
-    }
-    machine.microphone_command = command;
-    if (command == 0) {
-        machine.microphone_response = 0;
-    }
 }
 
 void microphone_clear() { machine.microphone_samples.clear(); }
@@ -198,6 +179,31 @@ bool speaker_waits() {
     return batch_is_full();
 }
 
+void write_speaker_command(int32_t data) {
+    const int32_t command = data & 1;
+    if (machine.speaker_command == 0 && command == 1 && machine.speaker_current_sample_played) {
+        machine.speaker_current_sample = machine.speaker_sample;
+        machine.speaker_current_sample_played = false;
+    }
+    machine.speaker_command = command;
+}
+
+void write_microphone_command(int32_t data) {
+    const int32_t command = data & 1;
+    if (machine.microphone_command == 1 && command == 0) {
+        machine.microphone_sample_avail = false;
+    }
+    machine.microphone_command = command;
+    if (command == 0) {
+        machine.microphone_response = 0;
+    }
+}
+
+const int32_t* give_microphone_sample() {
+    const bool is_there = machine.microphone_response != 0 && !machine.microphone_samples.empty();
+    return is_there ? &machine.microphone_samples.front() : nullptr;
+}
+
 int32_t read_speaker_response() {
     return machine.speaker_command != 0 && machine.speaker_current_sample_played ? 1 : 0;
 }
@@ -211,9 +217,7 @@ int32_t read_microphone_response() {
 int32_t io_speaker(bool write, int32_t address, int32_t data) {
     const int32_t offset = io_offset(address);
     if (write && offset == SPEAKER_COMMAND) {
-        write_speaker_command(data & 1);
-    } else if (write && offset == SPEAKER_SAMPLE) {
-        update_port(machine.speaker_sample, data, machine.speaker_command);
+        write_speaker_command(data);
     } else if (!write && offset == SPEAKER_RESPONSE) {
         return read_speaker_response();
     } else {
@@ -225,7 +229,7 @@ int32_t io_speaker(bool write, int32_t address, int32_t data) {
 int32_t io_microphone(bool write, int32_t address, int32_t data) {
     const int32_t offset = io_offset(address);
     if (write && offset == MICROPHONE_COMMAND) {
-        write_microphone_command(data & 1);
+        write_microphone_command(data);
         return 0;
     }
     if (!write && offset == MICROPHONE_RESPONSE) {

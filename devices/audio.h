@@ -28,7 +28,10 @@ void advance_audio();
 int32_t io_speaker(bool write, int32_t address, int32_t data);
 int32_t io_microphone(bool write, int32_t address, int32_t data);
 
-// What programs poll, for the address map.
+// For the table of registers.
+void write_speaker_command(int32_t data);
+void write_microphone_command(int32_t data);
+const int32_t* give_microphone_sample();
 int32_t read_speaker_response();
 int32_t read_microphone_response();
 

@@ -38,10 +38,6 @@ namespace {
 
 constexpr int32_t COMMAND = 0xb0;
 constexpr int32_t RESPONSE = 0xb1;
-constexpr int32_t X = 0xb2;
-constexpr int32_t Y = 0xb3;
-constexpr int32_t SCALE = 0xb4;
-constexpr int32_t FLIP = 0xb5;
 
 constexpr int32_t CAMERA_WIDTH = CAPTURE_WIDTH;
 constexpr int32_t CAMERA_HEIGHT = CAPTURE_HEIGHT;
@@ -158,36 +154,16 @@ void take_frame() {
     machine.camera_response_instr += INSTRUCTIONS_PER_FRAME;
 }
 
+bool takes_frame(int32_t command) {
+    return machine.camera_command == 0 && command == 1 &&
+           machine.instr_count >= machine.camera_response_instr;
+}
+
 void write_command(int32_t command) {
-    if (machine.camera_command == 0 && command == 1 && machine.instr_count >= machine.camera_response_instr) {
+    if (takes_frame(command)) {
         take_frame();
     }
     machine.camera_command = command;
-}
-
-void write_port(int32_t address, int32_t data) {
-    const auto update = [](int32_t& port, int32_t value) {
-        update_port(port, value, machine.camera_command);
-    };
-    switch (io_offset(address)) {
-    case COMMAND:
-        write_command(data & 1);
-        break;
-    case X:
-        update(machine.camera_x, data & COORDINATE_MASK);
-        break;
-    case Y:
-        update(machine.camera_y, data & COORDINATE_MASK);
-        break;
-    case SCALE:
-        update(machine.camera_scale, data & FULL_SIZE);
-        break;
-    case FLIP:
-        update(machine.camera_flip, data & 1);
-        break;
-    default:
-        io_unsupported(address);
-    }
 }
 
 } // namespace
@@ -209,6 +185,16 @@ void convert_yuyv(const uint8_t* yuyv, uint16_t* colors, size_t pairs) {
     }
 }
 
+// A frame may need the user or the capture device.
+bool take_camera_command(int32_t data) {
+    const int32_t command = data & 1;
+    if (takes_frame(command)) {
+        return false;
+    }
+    machine.camera_command = command;
+    return true;
+}
+
 int32_t read_camera_response() {
     return machine.camera_command != 0 && machine.instr_count >= machine.camera_response_instr ? 1 : 0;
 }
@@ -216,11 +202,12 @@ int32_t read_camera_response() {
 uint64_t camera_steady_until() { return until_completion(machine.camera_response_instr); }
 
 int32_t io_camera(bool write, int32_t address, int32_t data) {
-    if (write) {
-        write_port(address, data);
+    const int32_t offset = io_offset(address);
+    if (write && offset == COMMAND) {
+        write_command(data & 1);
         return 0;
     }
-    if (io_offset(address) == RESPONSE) {
+    if (!write && offset == RESPONSE) {
         return read_camera_response();
     }
     io_unsupported(address);

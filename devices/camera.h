@@ -12,7 +12,8 @@ constexpr int32_t INSTRUCTIONS_PER_FRAME = 222222;
 // there is none; throws tovik_error "user cancelled camera file read".
 int32_t io_camera(bool write, int32_t address, int32_t data);
 
-// What programs poll, for the address map.
+// For the table of registers.
+bool take_camera_command(int32_t data);
 int32_t read_camera_response();
 uint64_t camera_steady_until();
 

@@ -40,13 +40,9 @@ constexpr int32_t SEND_COMMAND = 0xc0;
 constexpr int32_t SEND_RESPONSE = 0xc1;
 constexpr int32_t SEND_REAL = 0xc2;
 constexpr int32_t SEND_IMAGINARY = 0xc3;
-constexpr int32_t SEND_INVERSE = 0xc4;
-constexpr int32_t SEND_END = 0xc5;
 // 0xc6 to 0xcf are nobody's.
 constexpr int32_t RECEIVE_COMMAND = 0xd0;
 constexpr int32_t RECEIVE_RESPONSE = 0xd1;
-constexpr int32_t RECEIVE_REAL = 0xd2;
-constexpr int32_t RECEIVE_IMAGINARY = 0xd3;
 
 constexpr int BLOCK_POINTS = static_cast<int>(std::size(machine.fft_send));
 static_assert(std::size(machine.fft_receive) == BLOCK_POINTS);
@@ -110,30 +106,19 @@ void take_point() {
     }
 }
 
-void write_send_command(int32_t command) {
-    // A command that comes while the unit is busy takes no point, though it is answered in the end.
-    if (machine.fft_send_command == 0 && command == 1 && !is_busy()) {
-        take_point();
-    }
-    machine.fft_send_command = command;
-}
+bool is_in_range(int32_t part) { return part >= INT16_MIN && part <= INT16_MAX; }
 
 void write_part(int32_t& part, int32_t value) {
-    if (value < INT16_MIN || value > INT16_MAX) {
+    if (!is_in_range(value)) {
         throw tovik_error("FFT data out of range");
     }
     update_port(part, value, machine.fft_send_command);
 }
 
-void write_receive_command(int32_t command) {
-    // The next result comes also when the program has not looked at the current one.
-    if (machine.fft_receive_command == 1 && command == 0 && machine.fft_receive_count < NO_RESULTS) {
-        ++machine.fft_receive_count;
-    }
-    machine.fft_receive_command = command;
-    if (command == 0) {
-        machine.fft_receive_response = 0;
-    }
+bool take_part(int32_t& part, int32_t value) {
+    const bool taken = is_in_range(value) && takes(part, value, machine.fft_send_command);
+    part = taken ? value : part;
+    return taken;
 }
 
 // Lopsided on purpose: positive numbers round to the nearest, halves up, all others down, so that -0.25
@@ -143,29 +128,32 @@ int16_t double_to_int16(double value) {
     return static_cast<int16_t>(static_cast<int32_t>(rounded));
 }
 
-void write_send_port(int32_t address, int32_t data) {
-    switch (io_offset(address)) {
-    case SEND_COMMAND:
-        write_send_command(data & 1);
-        break;
-    case SEND_REAL:
-        write_part(machine.fft_send_real, data);
-        break;
-    case SEND_IMAGINARY:
-        write_part(machine.fft_send_imaginary, data);
-        break;
-    case SEND_INVERSE:
-        update_port(machine.fft_send_inverse, data & 1, machine.fft_send_command);
-        break;
-    case SEND_END:
-        update_port(machine.fft_send_end, data, machine.fft_send_command);
-        break;
-    default:
-        io_unsupported(address);
+} // namespace
+
+void write_fft_send_command(int32_t data) {
+    const int32_t command = data & 1;
+    // A command that comes while the unit is busy takes no point, though it is answered in the end.
+    if (machine.fft_send_command == 0 && command == 1 && !is_busy()) {
+        take_point();
     }
+    machine.fft_send_command = command;
 }
 
-} // namespace
+bool take_fft_real(int32_t data) { return take_part(machine.fft_send_real, data); }
+
+bool take_fft_imaginary(int32_t data) { return take_part(machine.fft_send_imaginary, data); }
+
+void write_fft_receive_command(int32_t data) {
+    const int32_t command = data & 1;
+    // The next result comes also when the program has not looked at the current one.
+    if (machine.fft_receive_command == 1 && command == 0 && machine.fft_receive_count < NO_RESULTS) {
+        ++machine.fft_receive_count;
+    }
+    machine.fft_receive_command = command;
+    if (command == 0) {
+        machine.fft_receive_response = 0;
+    }
+}
 
 int32_t read_fft_send_response() { return machine.fft_send_command == 1 && !is_busy() ? 1 : 0; }
 
@@ -184,37 +172,31 @@ int32_t read_fft_receive_response() {
 uint64_t fft_steady_until() { return until_completion(machine.fft_response_instr); }
 
 int32_t io_fft_send(bool write, int32_t address, int32_t data) {
-    if (write) {
-        write_send_port(address, data);
-        return 0;
-    }
-    if (io_offset(address) != SEND_RESPONSE) {
+    const int32_t offset = io_offset(address);
+    if (write && offset == SEND_COMMAND) {
+        write_fft_send_command(data);
+    } else if (write && offset == SEND_REAL) {
+        write_part(machine.fft_send_real, data);
+    } else if (write && offset == SEND_IMAGINARY) {
+        write_part(machine.fft_send_imaginary, data);
+    } else if (!write && offset == SEND_RESPONSE) {
+        return read_fft_send_response();
+    } else {
         io_unsupported(address);
     }
-    return read_fft_send_response();
+    return 0;
 }
 
 int32_t io_fft_receive(bool write, int32_t address, int32_t data) {
     const int32_t offset = io_offset(address);
-    if (write) {
-        if (offset != RECEIVE_COMMAND) {
-            io_unsupported(address);
-        }
-        write_receive_command(data & 1);
+    if (write && offset == RECEIVE_COMMAND) {
+        write_fft_receive_command(data);
         return 0;
     }
-    switch (offset) {
-    case RECEIVE_RESPONSE:
+    if (!write && offset == RECEIVE_RESPONSE) {
         return read_fft_receive_response();
-    case RECEIVE_REAL:
-        check_response(machine.fft_receive_response);
-        return machine.fft_receive_real;
-    case RECEIVE_IMAGINARY:
-        check_response(machine.fft_receive_response);
-        return machine.fft_receive_imaginary;
-    default:
-        io_unsupported(address);
     }
+    io_unsupported(address);
 }
 
 void reset_fft() {

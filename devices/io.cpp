@@ -1,4 +1,4 @@
-// The I/O bus. An access costs the same wherever it goes: one look-up by offset, one indirect call.
+// The I/O bus. An access costs the same wherever it goes: one look-up by offset, at most one indirect call.
 
 #include "devices/io.h"
 
@@ -22,14 +22,10 @@
 
 namespace {
 
-constexpr int32_t NO_REGISTER = -1;
-
 struct block_t {
     int32_t first; // offsets, inclusive
     int32_t last;
     io_handler_t handler;
-    int32_t polled_offset = NO_REGISTER; // of the register that programs poll
-    polled_t polled = {};
 };
 
 // Accepted without any device behind it.
@@ -48,93 +44,198 @@ template <void (*act)(bool, int32_t, int32_t)> int32_t writing(bool write, int32
 // Steady as long as nothing happens.
 uint64_t until_event() { return UNTIL_EVENT; }
 
-// First and last offset, handler; the polled register's offset, how to read it, until when it is steady.
+// Who owns what: first and last offset, handler.
 constexpr block_t ADDRESS_MAP[] = {
-    {0x00, 0x00, reading<io_sw>, 0x00, {read_sw, until_event}},                        // switches
-    {0x01, 0x01, writing<io_led_red>},                                                 // red LEDs
-    {0x02, 0x02, writing<io_led_green>},                                               // green LEDs
-    {0x03, 0x03, writing<io_hex30>},                                                   // HEX3-HEX0
-    {0x04, 0x04, writing<io_hex74>},                                                   // HEX7-HEX4
-    {0x05, 0x05, reading<io_timer>, 0x05, {read_timer, timer_steady_until}},           // timer
-    {0x10, 0x14, io_lcd, 0x11, {read_lcd_response, until_event}},                      // LCD
-    {0x20, 0x23, io_ps2, 0x21, {read_ps2_response, until_event}},                      // PS/2 keyboard
-    {0x30, 0x35, io_sdram, 0x31, {read_sdram_response, until_event}},                  // SDRAM controller
-    {0x40, 0x42, io_speaker, 0x41, {read_speaker_response, until_event}},              // speaker
-    {0x50, 0x52, io_microphone, 0x51, {read_microphone_response, until_event}},        // microphone
-    {0x60, 0x68, io_vga, 0x61, {read_vga_response, vga_steady_until}},                 // VGA controller
-    {0x70, 0x76, io_mouse, 0x71, {read_mouse_response, until_event}},                  // mouse
-    {0x80, 0x85, io_sd, 0x81, {read_sd_response, sd_steady_until}},                    // SD card
-    {0x90, 0x92, io_serial_receive, 0x91, {nullptr, serial_receive_steady_until}},     // serial receive
-    {0xa0, 0xa2, io_serial_send, 0xa1, {nullptr, serial_send_steady_until}},           // serial send
-    {0xb0, 0xb5, io_camera, 0xb1, {read_camera_response, camera_steady_until}},        // camera
-    {0xc0, 0xc5, io_fft_send, 0xc1, {read_fft_send_response, fft_steady_until}},       // FFT input
-    {0xd0, 0xd3, io_fft_receive, 0xd1, {read_fft_receive_response, fft_steady_until}}, // FFT output
-    {0xe0, 0xe4, io_touch, 0xe1, {read_touch_response, until_event}},                  // touch screen
-    {0xf0, 0xf3, io_silent},                                                           // none
-    {0x100, 0x103, io_silent},                                                         // none
+    {0x00, 0x00, reading<io_sw>},        // switches
+    {0x01, 0x01, writing<io_led_red>},   // red LEDs
+    {0x02, 0x02, writing<io_led_green>}, // green LEDs
+    {0x03, 0x03, writing<io_hex30>},     // HEX3-HEX0
+    {0x04, 0x04, writing<io_hex74>},     // HEX7-HEX4
+    {0x05, 0x05, reading<io_timer>},     // timer
+    {0x10, 0x14, io_lcd},                // LCD
+    {0x20, 0x23, io_ps2},                // PS/2 keyboard
+    {0x30, 0x35, io_sdram},              // SDRAM controller
+    {0x40, 0x42, io_speaker},            // speaker
+    {0x50, 0x52, io_microphone},         // microphone
+    {0x60, 0x68, io_vga},                // VGA controller
+    {0x70, 0x76, io_mouse},              // mouse
+    {0x80, 0x85, io_sd},                 // SD card
+    {0x90, 0x92, io_serial_receive},     // serial receive
+    {0xa0, 0xa2, io_serial_send},        // serial send
+    {0xb0, 0xb5, io_camera},             // camera
+    {0xc0, 0xc5, io_fft_send},           // FFT input
+    {0xd0, 0xd3, io_fft_receive},        // FFT output
+    {0xe0, 0xe4, io_touch},              // touch screen
+    {0xf0, 0xf3, io_silent},             // none
+    {0x100, 0x103, io_silent},           // none
 };
 
-struct writer_t {
+struct register_t {
     int32_t offset;
-    io_writer_t write;
+    port_t port;
 };
 
-// Those that programs write often.
-constexpr writer_t WRITERS[] = {
-    {0x01, write_led_red}, {0x02, write_led_green},   {0x03, write_hex30},
-    {0x04, write_hex74},   {0x20, write_ps2_command}, {0x60, write_vga_command},
-};
+// A command, or another register that is written.
+constexpr register_t written(int32_t offset, void (*write)(int32_t)) { return {offset, {.write = write}}; }
 
-struct slot_t {
-    io_handler_t handler;
-    polled_t polled;
-    io_writer_t write;
-};
+// One whose writing may fail or ask the user something.
+constexpr register_t written(int32_t offset, bool (*take)(int32_t)) { return {offset, {.take = take}}; }
 
-constexpr auto SLOT_TABLE = [] {
-    std::array<slot_t, IO_SLOTS> slots{};
-    for (const block_t& block : ADDRESS_MAP) {
-        for (int32_t offset = block.first; offset <= block.last; ++offset) {
-            slots[static_cast<size_t>(offset)].handler = block.handler;
-        }
-        if (block.polled_offset != NO_REGISTER) {
-            slots[static_cast<size_t>(block.polled_offset)].polled = block.polled;
-        }
-    }
-    for (const auto& [offset, write] : WRITERS) {
-        slots[static_cast<size_t>(offset)].write = write;
-    }
-    return slots;
-}();
-
-const slot_t* slot_of(int32_t address) {
-    const int32_t offset = io_offset(address);
-    return offset < IO_SLOTS ? &SLOT_TABLE[static_cast<size_t>(offset)] : nullptr;
+// A response, or another register that is read again and again.
+constexpr register_t polled(int32_t offset, int32_t (*read)(), uint64_t (*steady_until)()) {
+    return {offset, {.polled = {read, steady_until}}};
 }
+
+// A parameter of so many bits for a command.
+constexpr register_t parameter(int32_t offset, int32_t& field, int bits, const int32_t& command) {
+    return {offset,
+            {.parameter = {&field, &command, static_cast<int32_t>(UINT32_MAX >> (DATA_BITS - bits))}}};
+}
+
+// A result, and the response after which it may be read.
+template <typename field_t>
+constexpr register_t result(int32_t offset, const field_t& field, const int32_t& response) {
+    static_assert(sizeof(field_t) == sizeof(int32_t) || sizeof(field_t) == sizeof(uint8_t));
+    return {offset, {.result = {&field, &response, sizeof(field_t) == sizeof(uint8_t)}}};
+}
+
+// One whose reading may fail or ask the user something.
+constexpr register_t result(int32_t offset, const int32_t* (*give)()) { return {offset, {.give = give}}; }
+
+// A command that does nothing until its response is read takes any value at any time.
+constexpr int32_t NO_COMMAND = 0;
+
+// What is known of the registers.
+constexpr register_t REGISTERS[] = {
+    // switches, LEDs, hexadecimal displays, timer
+    polled(0x00, read_sw, until_event),
+    written(0x01, write_led_red),
+    written(0x02, write_led_green),
+    written(0x03, write_hex30),
+    written(0x04, write_hex74),
+    polled(0x05, read_timer, timer_steady_until),
+    // LCD
+    written(0x10, write_lcd_command),
+    polled(0x11, read_lcd_response, until_event),
+    parameter(0x12, machine.lcd_x, 4, machine.lcd_command),
+    parameter(0x13, machine.lcd_y, 1, machine.lcd_command),
+    parameter(0x14, machine.lcd_ascii, 8, machine.lcd_command),
+    // PS/2 keyboard
+    written(0x20, write_ps2_command),
+    polled(0x21, read_ps2_response, until_event),
+    result(0x22, machine.ps2_event.pressed, machine.ps2_response),
+    result(0x23, machine.ps2_event.ascii, machine.ps2_response),
+    // SDRAM controller
+    written(0x30, write_sdram_command),
+    polled(0x31, read_sdram_response, until_event),
+    parameter(0x32, machine.sdram_write, 1, machine.sdram_command),
+    parameter(0x33, machine.sdram_address, 25, machine.sdram_command),
+    parameter(0x34, machine.sdram_data_write, 32, machine.sdram_command),
+    result(0x35, machine.sdram_data_read, machine.sdram_response),
+    // speaker
+    written(0x40, write_speaker_command),
+    polled(0x41, read_speaker_response, until_event),
+    parameter(0x42, machine.speaker_sample, 32, machine.speaker_command),
+    // microphone
+    written(0x50, write_microphone_command),
+    polled(0x51, read_microphone_response, until_event),
+    result(0x52, give_microphone_sample),
+    // VGA controller
+    written(0x60, write_vga_command),
+    polled(0x61, read_vga_response, vga_steady_until),
+    parameter(0x62, machine.vga_write, 1, machine.vga_command),
+    parameter(0x63, machine.vga_x1, 10, machine.vga_command),
+    parameter(0x64, machine.vga_y1, 10, machine.vga_command),
+    parameter(0x65, machine.vga_x2, 10, machine.vga_command),
+    parameter(0x66, machine.vga_y2, 10, machine.vga_command),
+    parameter(0x67, machine.vga_color_write, 15, machine.vga_command),
+    result(0x68, machine.vga_color_read, machine.vga_response),
+    // mouse
+    parameter(0x70, machine.mouse_command, 1, NO_COMMAND),
+    polled(0x71, read_mouse_response, until_event),
+    result(0x72, machine.mouse_deltax, machine.mouse_response),
+    result(0x73, machine.mouse_deltay, machine.mouse_response),
+    result(0x74, machine.mouse_button1, machine.mouse_response),
+    result(0x75, machine.mouse_button2, machine.mouse_response),
+    result(0x76, machine.mouse_button3, machine.mouse_response),
+    // SD card
+    written(0x80, take_sd_command),
+    polled(0x81, read_sd_response, sd_steady_until),
+    parameter(0x82, machine.sd_write, 32, machine.sd_command),
+    parameter(0x83, machine.sd_address, 30, machine.sd_command),
+    parameter(0x84, machine.sd_data_write, 32, machine.sd_command),
+    result(0x85, machine.sd_data_read, machine.sd_response),
+    // serial receive
+    written(0x90, take_serial_receive_command),
+    polled(0x91, nullptr, serial_receive_steady_until),
+    result(0x92, give_serial_receive_data),
+    // serial send
+    written(0xa0, take_serial_send_command),
+    polled(0xa1, nullptr, serial_send_steady_until),
+    written(0xa2, take_serial_send_data),
+    // camera
+    written(0xb0, take_camera_command),
+    polled(0xb1, read_camera_response, camera_steady_until),
+    parameter(0xb2, machine.camera_x, 10, machine.camera_command),
+    parameter(0xb3, machine.camera_y, 10, machine.camera_command),
+    parameter(0xb4, machine.camera_scale, 2, machine.camera_command),
+    parameter(0xb5, machine.camera_flip, 1, machine.camera_command),
+    // FFT input
+    written(0xc0, write_fft_send_command),
+    polled(0xc1, read_fft_send_response, fft_steady_until),
+    written(0xc2, take_fft_real),
+    written(0xc3, take_fft_imaginary),
+    parameter(0xc4, machine.fft_send_inverse, 1, machine.fft_send_command),
+    parameter(0xc5, machine.fft_send_end, 32, machine.fft_send_command),
+    // FFT output
+    written(0xd0, write_fft_receive_command),
+    polled(0xd1, read_fft_receive_response, fft_steady_until),
+    result(0xd2, machine.fft_receive_real, machine.fft_receive_response),
+    result(0xd3, machine.fft_receive_imaginary, machine.fft_receive_response),
+    // touch screen
+    parameter(0xe0, machine.touch_command, 1, NO_COMMAND),
+    polled(0xe1, read_touch_response, until_event),
+    result(0xe2, machine.touch_x, machine.touch_response),
+    result(0xe3, machine.touch_y, machine.touch_response),
+    result(0xe4, machine.touch_pressed, machine.touch_response),
+};
+
+constexpr port_t NOBODYS{};
 
 } // namespace
 
+constexpr std::array<port_t, IO_SLOTS> io_ports = [] {
+    std::array<port_t, IO_SLOTS> ports{};
+    for (const auto& [offset, port] : REGISTERS) {
+        ports[static_cast<size_t>(offset)] = port;
+    }
+    for (const auto& [first, last, handler] : ADDRESS_MAP) {
+        for (int32_t offset = first; offset <= last; ++offset) {
+            ports[static_cast<size_t>(offset)].handler = handler;
+        }
+    }
+    return ports;
+}();
+
+const port_t& io_port(int32_t address) {
+    const int32_t offset = io_offset(address);
+    return offset < IO_SLOTS ? io_ports[static_cast<size_t>(offset)] : NOBODYS;
+}
+
 int32_t io(bool write, int32_t address, int32_t data) {
-    const io_handler_t handler = io_handler(address);
-    if (handler == nullptr) {
+    const port_t& port = io_port(address);
+    if (port.handler == nullptr) {
         throw tovik_error("illegal address " + std::to_string(address) + "\n");
     }
-    return handler(write, address, data);
-}
-
-io_handler_t io_handler(int32_t address) {
-    const slot_t* const slot = slot_of(address);
-    return slot == nullptr ? nullptr : slot->handler;
-}
-
-const polled_t* io_polled(int32_t address) {
-    const slot_t* const slot = slot_of(address);
-    return slot == nullptr || slot->polled.steady_until == nullptr ? nullptr : &slot->polled;
-}
-
-io_writer_t io_writer(int32_t address) {
-    const slot_t* const slot = slot_of(address);
-    return slot == nullptr ? nullptr : slot->write;
+    if (const auto& [field, command, mask] = port.parameter; write && field != nullptr) {
+        update_port(*field, data & mask, *command);
+        return 0;
+    }
+    if (!write && port.result.field != nullptr) {
+        check_response(*port.result.response);
+        return port.result.value();
+    }
+    return port.handler(write, address, data);
 }
 
 void io_unsupported(int32_t address) {
@@ -154,7 +255,7 @@ void check_response(int32_t response) {
 }
 
 void update_port(int32_t& port, int32_t value, int32_t command) {
-    if (command != 0 && value != port) {
+    if (!takes(port, value, command)) {
         throw tovik_error("shouldn't change command parameters when command is 1");
     }
     port = value;

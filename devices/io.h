@@ -5,6 +5,7 @@
 // The common handshake: the program writes the parameter registers while command is 0, writes 1 to command,
 // polls response until it reads 1, reads the result registers, and writes 0 to command to finish.
 
+#include <array>
 #include <cstdint>
 
 #include "base/machine.h"
@@ -25,9 +26,6 @@ int32_t io(bool write, int32_t address, int32_t data);
 
 using io_handler_t = int32_t (*)(bool write, int32_t address, int32_t data);
 
-// The handler of the device that owns the address; nullptr when none does.
-io_handler_t io_handler(int32_t address);
-
 // Instruction counts that are no counts.
 constexpr uint64_t NOW = 0;
 constexpr uint64_t UNTIL_EVENT = UINT64_MAX; // what the user does, an audio tick, or the program's next write
@@ -41,14 +39,44 @@ struct polled_t {
     uint64_t (*steady_until)();
 };
 
-// nullptr for an address that is no such register.
-const polled_t* io_polled(int32_t address);
+// A register that takes what a command needs: any value while its command is 0, otherwise only the one that
+// it has.
+struct parameter_t {
+    int32_t* field; // nullptr: the register is no such one
+    const int32_t* command;
+    int32_t mask;
+};
 
-using io_writer_t = void (*)(int32_t data);
+// A register that gives what a command has found, while its response is 1.
+struct result_t {
+    const void* field; // nullptr: the register is no such one
+    const int32_t* response;
+    bool is_byte;
 
-// Writes the register, when that can do no more than change its device: neither fail nor ask the user
-// something. nullptr for an address of another kind.
-io_writer_t io_writer(int32_t address);
+    int32_t value() const {
+        return is_byte ? *static_cast<const uint8_t*>(field) : *static_cast<const int32_t*>(field);
+    }
+};
+
+// What is known of a register beyond its device. With that, most accesses need not go through the device's
+// handler. Functions are nullptr where there is none. None of them fails or asks the user something.
+struct alignas(128) port_t {
+    io_handler_t handler = nullptr; // nullptr: no device owns the address
+    parameter_t parameter = {};
+    result_t result = {};
+    polled_t polled = {};
+    void (*write)(int32_t data) = nullptr; // writes the register
+    bool (*take)(int32_t data) =
+        nullptr; // the same, but returns false, and has done nothing, when the handler must
+    const int32_t* (*give)() =
+        nullptr; // where what is read stands; nullptr, and done nothing, when the handler must
+};
+
+// By offset.
+extern const std::array<port_t, IO_SLOTS> io_ports;
+
+// For any negative address.
+const port_t& io_port(int32_t address);
 
 // For a response that comes at an instruction count: until when it is steady.
 inline uint64_t until_completion(uint64_t completion) {
@@ -61,7 +89,10 @@ inline uint64_t until_completion(uint64_t completion) {
 // Throws tovik_error when response is 0: a result register was read too early.
 void check_response(int32_t response);
 
-// Writes a parameter register. Throws tovik_error when command is not 0 and the value would change.
+// Whether a parameter register takes a value.
+inline bool takes(int32_t port, int32_t value, int32_t command) { return command == 0 || value == port; }
+
+// Writes a parameter register. Throws tovik_error when it does not take the value.
 void update_port(int32_t& port, int32_t value, int32_t command);
 
 // Throws tovik_error when valid is 0.

@@ -24,11 +24,11 @@ namespace {
 
 constexpr int32_t COMMAND = 0x10;
 constexpr int32_t RESPONSE = 0x11;
-constexpr int32_t X = 0x12;
-constexpr int32_t Y = 0x13;
-constexpr int32_t ASCII = 0x14;
 
-void write_command(int32_t command) {
+} // namespace
+
+void write_lcd_command(int32_t data) {
+    const int32_t command = data & 1;
     if (machine.lcd_command == 0 && command == 1) {
         machine.lcd_ram[machine.lcd_y][machine.lcd_x] = static_cast<uint8_t>(machine.lcd_ascii);
         print_lcd();
@@ -36,35 +36,18 @@ void write_command(int32_t command) {
     machine.lcd_command = command;
 }
 
-} // namespace
-
 int32_t read_lcd_response() { return machine.lcd_command; }
 
 int32_t io_lcd(bool write, int32_t address, int32_t data) {
     const int32_t offset = io_offset(address);
-    if (!write) {
-        if (offset != RESPONSE) {
-            io_unsupported(address);
-        }
+    if (write && offset == COMMAND) {
+        write_lcd_command(data);
+        return 0;
+    }
+    if (!write && offset == RESPONSE) {
         return read_lcd_response();
     }
-    switch (offset) {
-    case COMMAND:
-        write_command(data & 1);
-        break;
-    case X:
-        update_port(machine.lcd_x, data & 0xf, machine.lcd_command);
-        break;
-    case Y:
-        update_port(machine.lcd_y, data & 1, machine.lcd_command);
-        break;
-    case ASCII:
-        update_port(machine.lcd_ascii, data & 0xff, machine.lcd_command);
-        break;
-    default:
-        io_unsupported(address);
-    }
-    return 0;
+    io_unsupported(address);
 }
 
 void reset_lcd() {

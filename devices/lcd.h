@@ -7,7 +7,8 @@
 // The register handler of the I/O bus.
 int32_t io_lcd(bool write, int32_t address, int32_t data);
 
-// What programs poll, for the address map.
+// For the table of registers.
+void write_lcd_command(int32_t data);
 int32_t read_lcd_response();
 
 // No command, all spaces; drawn by the next print_lcd.

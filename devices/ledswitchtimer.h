@@ -16,7 +16,7 @@ void io_hex30(bool write, int32_t address, int32_t data);
 void io_hex74(bool write, int32_t address, int32_t data);
 int32_t io_timer(bool write, int32_t address);
 
-// What programs poll and what they write, for the address map.
+// For the table of registers.
 int32_t read_sw();
 int32_t read_timer();
 uint64_t timer_steady_until();

@@ -24,13 +24,7 @@
 
 namespace {
 
-constexpr int32_t COMMAND = 0x70;
 constexpr int32_t RESPONSE = 0x71;
-constexpr int32_t DELTAX = 0x72;
-constexpr int32_t DELTAY = 0x73;
-constexpr int32_t BUTTON1 = 0x74;
-constexpr int32_t BUTTON2 = 0x75;
-constexpr int32_t BUTTON3 = 0x76;
 
 constexpr int NO_POSITION = -1;
 
@@ -52,11 +46,6 @@ void make_report() {
     machine.mouse_button3 = machine.mouse_button[2];
 }
 
-int32_t reported(int32_t value) {
-    check_response(machine.mouse_response);
-    return value;
-}
-
 // A wheel, for one, comes as buttons beyond the third.
 bool is_button(int button) {
     return button >= 0 && button < static_cast<int>(std::size(machine.mouse_button));
@@ -73,31 +62,11 @@ int32_t read_mouse_response() {
     return machine.mouse_response;
 }
 
-int32_t io_mouse(bool write, int32_t address, int32_t data) {
-    const int32_t offset = io_offset(address);
-    if (write) {
-        if (offset != COMMAND) {
-            io_unsupported(address);
-        }
-        machine.mouse_command = data & 1;
-        return 0;
-    }
-    switch (offset) {
-    case RESPONSE:
-        return read_mouse_response();
-    case DELTAX:
-        return reported(machine.mouse_deltax);
-    case DELTAY:
-        return reported(machine.mouse_deltay);
-    case BUTTON1:
-        return reported(machine.mouse_button1 ? 1 : 0);
-    case BUTTON2:
-        return reported(machine.mouse_button2 ? 1 : 0);
-    case BUTTON3:
-        return reported(machine.mouse_button3 ? 1 : 0);
-    default:
+int32_t io_mouse(bool write, int32_t address, int32_t /*data*/) {
+    if (write || io_offset(address) != RESPONSE) {
         io_unsupported(address);
     }
+    return read_mouse_response();
 }
 
 void io_mouse_activate() {

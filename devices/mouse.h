@@ -7,7 +7,7 @@
 // The register handler of the I/O bus.
 int32_t io_mouse(bool write, int32_t address, int32_t data);
 
-// What programs poll, for the address map.
+// For the table of registers.
 int32_t read_mouse_response();
 
 // Active, with its own cursor over the screen.

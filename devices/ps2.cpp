@@ -22,8 +22,6 @@ namespace {
 
 constexpr int32_t COMMAND = 0x20;
 constexpr int32_t RESPONSE = 0x21;
-constexpr int32_t PRESSED = 0x22;
-constexpr int32_t ASCII = 0x23;
 
 constexpr size_t CHARACTERS = 256;
 
@@ -64,25 +62,14 @@ int32_t read_ps2_response() {
 
 int32_t io_ps2(bool write, int32_t address, int32_t data) {
     const int32_t offset = io_offset(address);
-    if (write) {
-        if (offset != COMMAND) {
-            io_unsupported(address);
-        }
+    if (write && offset == COMMAND) {
         write_ps2_command(data);
         return 0;
     }
-    switch (offset) {
-    case RESPONSE:
+    if (!write && offset == RESPONSE) {
         return read_ps2_response();
-    case PRESSED:
-        check_response(machine.ps2_response);
-        return machine.ps2_event.pressed ? 1 : 0;
-    case ASCII:
-        check_response(machine.ps2_response);
-        return machine.ps2_event.ascii;
-    default:
-        io_unsupported(address);
     }
+    io_unsupported(address);
 }
 
 void io_ps2_press(char c) {

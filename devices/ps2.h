@@ -7,7 +7,7 @@
 // The register handler of the I/O bus.
 int32_t io_ps2(bool write, int32_t address, int32_t data);
 
-// What programs poll and what they write, for the address map.
+// For the table of registers.
 int32_t read_ps2_response();
 void write_ps2_command(int32_t data);
 

@@ -38,12 +38,7 @@ namespace {
 
 constexpr int32_t COMMAND = 0x80;
 constexpr int32_t RESPONSE = 0x81;
-constexpr int32_t WRITE = 0x82;
-constexpr int32_t ADDRESS = 0x83;
-constexpr int32_t DATA_WRITE = 0x84;
-constexpr int32_t DATA_READ = 0x85;
 
-constexpr int32_t ADDRESS_MASK = 0x3fffffff;
 constexpr int32_t BLOCK_WORDS = std::size(decltype(machine.sd_buffer){});
 constexpr int32_t NO_BLOCK = -1;
 
@@ -105,17 +100,24 @@ void load(int32_t first_word) {
     machine.sd_buffer_address = first_word;
 }
 
+bool is_in_buffer(int32_t address) {
+    return machine.sd_buffer_valid && machine.sd_buffer_address == address - address % BLOCK_WORDS;
+}
+
+bool is_in_file(int32_t address) {
+    return machine.sd_file_open && byte_offset(int64_t{address} + 1) <= machine.sd_filesize;
+}
+
 // Brings the block of the address into the buffer. A block that could not be written back or replaced stays
 // there as it is, and no time has passed.
 void change_block(int32_t address) {
-    const int32_t first_word = address - address % BLOCK_WORDS;
-    if (machine.sd_buffer_valid && machine.sd_buffer_address == first_word) {
+    if (is_in_buffer(address)) {
         return;
     }
     if (machine.sd_buffer_dirty) {
         write_back();
     }
-    load(first_word);
+    load(address - address % BLOCK_WORDS);
     machine.sd_response_instr += LOAD_INSTRUCTIONS + (machine.sd_buffer_dirty ? WRITE_BACK_INSTRUCTIONS : 0);
     machine.sd_buffer_valid = true;
     machine.sd_buffer_dirty = false;
@@ -127,7 +129,7 @@ void carry_out() {
     if (machine.sd_write != 0) {
         word = machine.sd_data_write;
         machine.sd_buffer_dirty = true;
-    } else if (machine.sd_file_open && byte_offset(int64_t{address} + 1) <= machine.sd_filesize) {
+    } else if (is_in_file(address)) {
         machine.sd_data_read = word;
     } else {
         throw tovik_error("Tried to read beyond the end of SD card file (address " + std::to_string(address) +
@@ -135,8 +137,10 @@ void carry_out() {
     }
 }
 
+bool starts_access(int32_t command) { return machine.sd_command == 0 && command == 1; }
+
 void write_command(int32_t command) {
-    if (machine.sd_command == 0 && command == 1) {
+    if (starts_access(command)) {
         // A command that comes too early is not taken at all.
         if (machine.instr_count < machine.sd_response_instr) {
             return;
@@ -154,26 +158,17 @@ void write_command(int32_t command) {
     }
 }
 
-void write_port(int32_t address, int32_t data) {
-    switch (io_offset(address)) {
-    case COMMAND:
-        write_command(data & 1);
-        break;
-    case WRITE:
-        update_port(machine.sd_write, data, machine.sd_command);
-        break;
-    case ADDRESS:
-        update_port(machine.sd_address, data & ADDRESS_MASK, machine.sd_command);
-        break;
-    case DATA_WRITE:
-        update_port(machine.sd_data_write, data, machine.sd_command);
-        break;
-    default:
-        io_unsupported(address);
-    }
-}
-
 } // namespace
+
+bool take_sd_command(int32_t data) {
+    const int32_t command = data & 1;
+    const bool needs_file = starts_access(command) && machine.instr_count >= machine.sd_response_instr &&
+                            !(is_in_buffer(machine.sd_address) && is_in_file(machine.sd_address));
+    if (!needs_file) {
+        write_command(command);
+    }
+    return !needs_file;
+}
 
 int32_t read_sd_response() {
     const bool completed = machine.sd_command == 1 && machine.instr_count >= machine.sd_response_instr;
@@ -184,19 +179,15 @@ int32_t read_sd_response() {
 uint64_t sd_steady_until() { return until_completion(machine.sd_response_instr); }
 
 int32_t io_sd(bool write, int32_t address, int32_t data) {
-    if (write) {
-        write_port(address, data);
+    const int32_t offset = io_offset(address);
+    if (write && offset == COMMAND) {
+        write_command(data & 1);
         return 0;
     }
-    switch (io_offset(address)) {
-    case RESPONSE:
+    if (!write && offset == RESPONSE) {
         return read_sd_response();
-    case DATA_READ:
-        check_response(machine.sd_response);
-        return machine.sd_data_read;
-    default:
-        io_unsupported(address);
     }
+    io_unsupported(address);
 }
 
 void reset_sd() {

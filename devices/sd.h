@@ -9,7 +9,8 @@
 // still 0 and nothing is lost, so the program may try again.
 int32_t io_sd(bool write, int32_t address, int32_t data);
 
-// What programs poll, for the address map.
+// For the table of registers.
+bool take_sd_command(int32_t data);
 int32_t read_sd_response();
 uint64_t sd_steady_until();
 

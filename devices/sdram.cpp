@@ -25,13 +25,9 @@ namespace {
 
 constexpr int32_t COMMAND = 0x30;
 constexpr int32_t RESPONSE = 0x31;
-constexpr int32_t WRITE = 0x32;
-constexpr int32_t ADDRESS = 0x33;
-constexpr int32_t DATA_WRITE = 0x34;
-constexpr int32_t DATA_READ = 0x35;
 
 constexpr size_t WORDS = std::extent_v<decltype(machine.sdram_ram)>;
-constexpr int32_t ADDRESS_MASK = WORDS - 1;
+static_assert(WORDS == 1 << 25); // the bits of the address
 
 // The memory's places of noise, apart from those of the others.
 constexpr uint64_t NOISE_PLACE = uint64_t{1} << 32;
@@ -61,35 +57,6 @@ void carry_out() {
     }
 }
 
-void write_command(int32_t command) {
-    if (machine.sdram_command == 0 && command == 1) {
-        carry_out();
-    }
-    machine.sdram_command = command;
-    if (command == 0) {
-        machine.sdram_response = 0;
-    }
-}
-
-void write_port(int32_t address, int32_t data) {
-    switch (io_offset(address)) {
-    case COMMAND:
-        write_command(data & 1);
-        break;
-    case WRITE:
-        update_port(machine.sdram_write, data & 1, machine.sdram_command);
-        break;
-    case ADDRESS:
-        update_port(machine.sdram_address, data & ADDRESS_MASK, machine.sdram_command);
-        break;
-    case DATA_WRITE:
-        update_port(machine.sdram_data_write, data, machine.sdram_command);
-        break;
-    default:
-        io_unsupported(address);
-    }
-}
-
 void write_memory(saved_file_t& file) {
     for (size_t page = 0; page < machine.sdram_filled.size(); ++page) {
         fill_page(page);
@@ -99,25 +66,32 @@ void write_memory(saved_file_t& file) {
 
 } // namespace
 
+void write_sdram_command(int32_t data) {
+    const int32_t command = data & 1;
+    if (machine.sdram_command == 0 && command == 1) {
+        carry_out();
+    }
+    machine.sdram_command = command;
+    if (command == 0) {
+        machine.sdram_response = 0;
+    }
+}
+
 int32_t read_sdram_response() {
     machine.sdram_response = machine.sdram_command;
     return machine.sdram_response;
 }
 
 int32_t io_sdram(bool write, int32_t address, int32_t data) {
-    if (write) {
-        write_port(address, data);
+    const int32_t offset = io_offset(address);
+    if (write && offset == COMMAND) {
+        write_sdram_command(data);
         return 0;
     }
-    switch (io_offset(address)) {
-    case RESPONSE:
+    if (!write && offset == RESPONSE) {
         return read_sdram_response();
-    case DATA_READ:
-        check_response(machine.sdram_response);
-        return machine.sdram_data_read;
-    default:
-        io_unsupported(address);
     }
+    io_unsupported(address);
 }
 
 void reset_sdram() {

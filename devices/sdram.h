@@ -7,7 +7,8 @@
 // The register handler of the I/O bus.
 int32_t io_sdram(bool write, int32_t address, int32_t data);
 
-// What programs poll, for the address map.
+// For the table of registers.
+void write_sdram_command(int32_t data);
 int32_t read_sdram_response();
 
 // No command, all registers 0. The memory stays as it is.

@@ -157,9 +157,13 @@ int32_t read_receive_response() {
     return machine.serial_receive_response;
 }
 
+bool sends(int32_t command) {
+    return machine.serial_send_command == 0 && command == 1 &&
+           machine.instr_count >= machine.serial_send_response_instr;
+}
+
 void write_send_command(int32_t command) {
-    if (machine.serial_send_command == 0 && command == 1 &&
-        machine.instr_count >= machine.serial_send_response_instr) {
+    if (sends(command)) {
         machine.serial_send_response_instr = machine.instr_count;
         const char byte = static_cast<char>(machine.serial_send_data & 0xff);
         if (write_size(&byte, 1) != 1) {
@@ -226,6 +230,40 @@ int write_size(const char* buffer, int size) {
         return 1;
     }
     return static_cast<int>(line_write({buffer, static_cast<size_t>(size)}));
+}
+
+// The console's end of the line never fails, and there is nothing to ask or to receive.
+bool take_serial_receive_command(int32_t data) {
+    if (machine.serial_state != WINDOW) {
+        return false;
+    }
+    write_receive_command(data & 1);
+    return true;
+}
+
+const int32_t* give_serial_receive_data() {
+    const bool is_there = machine.serial_state == WINDOW && machine.serial_receive_response != 0;
+    return is_there ? &machine.serial_receive_data : nullptr;
+}
+
+// Only what sends nothing: the byte may go to a file.
+bool take_serial_send_command(int32_t data) {
+    const int32_t command = data & 1;
+    if (machine.serial_state == DISCONNECTED || sends(command)) {
+        return false;
+    }
+    write_send_command(command);
+    return true;
+}
+
+bool take_serial_send_data(int32_t data) {
+    const int32_t value = data & 0xff;
+    if (machine.serial_state == DISCONNECTED ||
+        !takes(machine.serial_send_data, value, machine.serial_send_command)) {
+        return false;
+    }
+    machine.serial_send_data = value;
+    return true;
 }
 
 // In the console's queue there is something new only after an event; of the other ends, and of what the

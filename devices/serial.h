@@ -11,7 +11,11 @@
 int32_t io_serial_receive(bool write, int32_t address, int32_t data);
 int32_t io_serial_send(bool write, int32_t address, int32_t data);
 
-// What programs poll, for the address map.
+// For the table of registers.
+bool take_serial_receive_command(int32_t data);
+const int32_t* give_serial_receive_data();
+bool take_serial_send_command(int32_t data);
+bool take_serial_send_data(int32_t data);
 uint64_t serial_receive_steady_until();
 uint64_t serial_send_steady_until();
 

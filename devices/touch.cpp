@@ -20,20 +20,11 @@
 
 namespace {
 
-constexpr int32_t COMMAND = 0xe0;
 constexpr int32_t RESPONSE = 0xe1;
-constexpr int32_t X = 0xe2;
-constexpr int32_t Y = 0xe3;
-constexpr int32_t PRESSED = 0xe4;
 
 bool something_is_new(int32_t pressed) {
     return pressed != machine.touch_pressed || (pressed == 1 && (machine.touch_x_private != machine.touch_x ||
                                                                  machine.touch_y_private != machine.touch_y));
-}
-
-int32_t reported(int32_t value) {
-    check_response(machine.touch_response);
-    return value;
 }
 
 } // namespace
@@ -51,27 +42,11 @@ int32_t read_touch_response() {
     return machine.touch_response;
 }
 
-int32_t io_touch(bool write, int32_t address, int32_t data) {
-    const int32_t offset = io_offset(address);
-    if (write) {
-        if (offset != COMMAND) {
-            io_unsupported(address);
-        }
-        machine.touch_command = data & 1;
-        return 0;
-    }
-    switch (offset) {
-    case RESPONSE:
-        return read_touch_response();
-    case X:
-        return reported(machine.touch_x);
-    case Y:
-        return reported(machine.touch_y);
-    case PRESSED:
-        return reported(machine.touch_pressed);
-    default:
+int32_t io_touch(bool write, int32_t address, int32_t /*data*/) {
+    if (write || io_offset(address) != RESPONSE) {
         io_unsupported(address);
     }
+    return read_touch_response();
 }
 
 void io_touch_motion(int x, int y) {

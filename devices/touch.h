@@ -7,7 +7,7 @@
 // The register handler of the I/O bus.
 int32_t io_touch(bool write, int32_t address, int32_t data);
 
-// What programs poll, for the address map.
+// For the table of registers.
 int32_t read_touch_response();
 
 // The pointer is at a position over the screen, in pixels; one outside counts as the nearest inside.

@@ -31,15 +31,7 @@ namespace {
 
 constexpr int32_t COMMAND = 0x60;
 constexpr int32_t RESPONSE = 0x61;
-constexpr int32_t WRITE = 0x62;
-constexpr int32_t X1 = 0x63;
-constexpr int32_t Y1 = 0x64;
-constexpr int32_t X2 = 0x65;
-constexpr int32_t Y2 = 0x66;
-constexpr int32_t COLOR_WRITE = 0x67;
-constexpr int32_t COLOR_READ = 0x68;
 
-constexpr int32_t COORDINATE_MASK = VGA_RAM_SIZE - 1;
 constexpr int32_t PIXELS_PER_INSTRUCTION = 7;
 
 void fill_rectangle() {
@@ -74,35 +66,6 @@ void start_command() {
     }
 }
 
-void write_port(int32_t address, int32_t data) {
-    const auto update = [](int32_t& port, int32_t value) { update_port(port, value, machine.vga_command); };
-    switch (io_offset(address)) {
-    case COMMAND:
-        write_vga_command(data);
-        break;
-    case WRITE:
-        update(machine.vga_write, data & 1);
-        break;
-    case X1:
-        update(machine.vga_x1, data & COORDINATE_MASK);
-        break;
-    case Y1:
-        update(machine.vga_y1, data & COORDINATE_MASK);
-        break;
-    case X2:
-        update(machine.vga_x2, data & COORDINATE_MASK);
-        break;
-    case Y2:
-        update(machine.vga_y2, data & COORDINATE_MASK);
-        break;
-    case COLOR_WRITE:
-        update(machine.vga_color_write, data & COLOR_MASK);
-        break;
-    default:
-        io_unsupported(address);
-    }
-}
-
 void write_memory(saved_file_t& file) {
     file.write(bytes_of(std::span<const uint16_t[VGA_RAM_SIZE]>(machine.vga_ram)));
 }
@@ -129,19 +92,15 @@ void write_vga_command(int32_t data) {
 uint64_t vga_steady_until() { return until_completion(machine.vga_response_instr); }
 
 int32_t io_vga(bool write, int32_t address, int32_t data) {
-    if (write) {
-        write_port(address, data);
+    const int32_t offset = io_offset(address);
+    if (write && offset == COMMAND) {
+        write_vga_command(data);
         return 0;
     }
-    switch (io_offset(address)) {
-    case RESPONSE:
+    if (!write && offset == RESPONSE) {
         return read_vga_response();
-    case COLOR_READ:
-        check_response(machine.vga_response);
-        return machine.vga_color_read;
-    default:
-        io_unsupported(address);
     }
+    io_unsupported(address);
 }
 
 void reset_vga() {

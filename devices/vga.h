@@ -18,7 +18,7 @@ constexpr int32_t COLOR_MASK = 0x7fff;
 // The register handler of the I/O bus.
 int32_t io_vga(bool write, int32_t address, int32_t data);
 
-// What programs poll and what they write, for the address map.
+// For the table of registers.
 int32_t read_vga_response();
 uint64_t vga_steady_until();
 void write_vga_command(int32_t data);
