@@ -5,6 +5,9 @@
 
 #include "base/machine.h"
 #include "base/noise.h"
+#include "devices/io.h"
+#include "devices/mouse.h"
+#include "devices/ps2.h"
 
 namespace {
 
@@ -435,6 +438,101 @@ program_t make_edges(random_t& random) {
     return finish(random, code, place);
 }
 
+struct device_t {
+    int32_t command; // offsets; the response is the next, the others follow
+    int32_t last;
+};
+
+constexpr device_t DEVICES[] = {{0x10, 0x14}, {0x20, 0x23}, {0x30, 0x35}, {0x40, 0x42}, {0x50, 0x52},
+                                {0x60, 0x68}, {0x70, 0x76}, {0x80, 0x85}, {0x90, 0x92}, {0xa0, 0xa2},
+                                {0xb0, 0xb5}, {0xc0, 0xc5}, {0xd0, 0xd3}, {0xe0, 0xe4}};
+
+bool is_written(int32_t address) {
+    const port_t& known = io_port(address);
+    return known.parameter.field != nullptr || known.write != nullptr || known.take != nullptr;
+}
+
+// In the right direction, mostly, and by all kinds of instructions.
+void emit_access(random_t& random, int32_t& place, int32_t address) {
+    const bool computes = one_in(random, 3);
+    const int32_t variable = pick_variable(random);
+    if (is_written(address) != one_in(random, 50)) {
+        if (computes) {
+            emit_ordinary(random, place, address);
+        } else {
+            emit(place, K24_CP, address, variable, 0);
+        }
+    } else if (!computes) {
+        emit(place, K24_CP, variable, address, 0);
+    } else if (one_in(random, 2)) {
+        emit_branch(random, place, place + WORDS_PER_INSTRUCTION, pick_data(random), address);
+    } else {
+        const bool left = one_in(random, 2);
+        emit(place, pick(random, K24_ADD, K24_MULT), variable, left ? address : ONE, left ? ONE : address);
+    }
+}
+
+void emit_handshake(random_t& random, int32_t& place, const device_t& device) {
+    const int32_t response = port(device.command + 1);
+    const auto emit_all = [&](bool written) {
+        for (int32_t address = response + 1; address <= port(device.last); ++address) {
+            if (is_written(address) == written && !one_in(random, 4)) {
+                emit_access(random, place, address);
+            }
+        }
+    };
+    const auto maybe_anything = [&] {
+        if (one_in(random, 12)) {
+            emit_access(random, place, port(pick(random, device.command, device.last)));
+        }
+    };
+    maybe_anything();
+    emit_all(true);
+    if (!one_in(random, 12)) {
+        emit(place, K24_CP, port(device.command), ONE, 0);
+    }
+    maybe_anything();
+    if (one_in(random, 3)) {
+        emit(place, K24_BNE, place, response, ONE);
+    }
+    int32_t guard = place;
+    place += one_in(random, 12) ? 0 : WORDS_PER_INSTRUCTION; // or too early, perhaps
+    const bool guarded = place != guard;
+    emit_all(false);
+    if (guarded) {
+        emit(guard, K24_BNE, place, response, ONE);
+    }
+    maybe_anything();
+    if (!one_in(random, 12)) {
+        emit(place, K24_CP, port(device.command), ZERO, 0);
+    }
+}
+
+// Devices in use: whole handshakes, and some in a wrong order or with a step left out.
+program_t make_ports(random_t& random) {
+    fill_data(random);
+    std::generate_n(machine.memory + FIRST_FREE, 40, [&] { return pick(random, 0, 300); });
+    for (const int32_t value :
+         {pick(random, INT32_MIN, INT32_MAX), pick(random, 32766, 32769), pick(random, -32770, -32767)}) {
+        machine.memory[pick_variable(random)] = value;
+    }
+    io_ps2_press('a');
+    io_mouse_press(0);
+    io_mouse_motion(pick(random, 0, 600), 3);
+    machine.microphone_samples.assign(static_cast<size_t>(pick(random, 0, 3)), pick_wild(random));
+    machine.microphone_sample_avail = one_in(random, 2);
+    const int32_t code = 4 * pick(random, 0, 3);
+    int32_t place = code;
+    for (int handshakes = pick(random, 1, 4); handshakes > 0; --handshakes) {
+        const device_t device = pick_from(random, DEVICES);
+        for (int times = pick(random, 1, 3); times > 0; --times) {
+            emit_handshake(random, place, device);
+        }
+    }
+    emit(place, K24_BE, code, ZERO, ZERO);
+    return finish(random, code, place);
+}
+
 } // namespace
 
 int32_t pick(random_t& random, int32_t lowest, int32_t highest) {
@@ -479,7 +577,8 @@ int32_t pick_wild(random_t& random) {
     }
 }
 
-const program_kind_t PROGRAM_KINDS[6] = {
-    {"wild", 5, make_wild},          {"tame", 20, make_tame},   {"waiting", 35, make_waiting},
+const program_kind_t PROGRAM_KINDS[7] = {
+    {"wild", 5, make_wild},          {"tame", 15, make_tame},   {"waiting", 30, make_waiting},
     {"patching", 20, make_patching}, {"pairs", 10, make_pairs}, {"edges", 10, make_edges},
+    {"ports", 10, make_ports},
 };

@@ -8,8 +8,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <iostream>
 #include <limits>
 #include <random>
@@ -26,9 +28,11 @@
 #include "core/reference.h"
 #include "core/simulate.h"
 #include "devices/audio.h"
+#include "devices/io.h"
 #include "devices/ledswitchtimer.h"
 #include "devices/mouse.h"
 #include "devices/ps2.h"
+#include "devices/sd.h"
 #include "devices/sdram.h"
 #include "devices/serial.h"
 #include "host/clock.h"
@@ -91,6 +95,7 @@ struct session_t {
     int long_stop;   // the one that runs up to the looks at the window, or none
     int32_t longest; // its steps
     record_t start;
+    bool card; // there is one in the SD card's slot
 };
 
 random_t lengths; // of passes
@@ -255,9 +260,27 @@ void set_controls(const session_t& session, random_t& random, int stop) {
     recording.memory_window = one_in(random, 3);
 }
 
+const std::string card_name = testing::TempDir() + "tovik-card-" + std::to_string(getpid());
+
+// Three blocks and a part, always the same; the first is in the buffer then.
+void insert_card() {
+    constexpr size_t words = 400;
+    std::ofstream(card_name, std::ios::binary)
+        .write(reinterpret_cast<const char*>(machine.memory + 900), words * sizeof(int32_t));
+    typed.chosen_file = card_name;
+    for (const int32_t command : {1, 0}) {
+        io(true, IO_BASE + 0x80, command);
+    }
+    typed.chosen_file.clear();
+}
+
 // Runs the program of the session from its start, stop after stop.
 template <typename at_stop_t> void play(const session_t& session, void (*run_loop)(), at_stop_t at_stop) {
+    reset_sd();
     session.start.put_back();
+    if (session.card) {
+        insert_card();
+    }
     clear_sdram();
     recording.memory_window = false;
     print_machine();                       // also what the devices remember of the last drawing is as it was
@@ -348,6 +371,7 @@ void make_session(session_t& session, const program_kind_t& kind, random_t rando
     machine.camera_ram_valid = one_in(random, 2); // a frame of nobody's film
     session.program = kind.make(random);
     machine.serial_state = session.longest > USUAL || one_in(random, 3) ? DISCONNECTED : WINDOW;
+    session.card = machine.sd_command == 0 && one_in(random, 4);
     session.start.take();
     session.events = random;
 }
@@ -377,6 +401,7 @@ class Lockstep : public testing::TestWithParam<program_kind_t> {
         host_standin.on = false;
         record_t{}.put_back();
         reset_machine();
+        std::remove(card_name.c_str());
         simulate_init();
         pass_over_waiting(true);
         tell_engine();
