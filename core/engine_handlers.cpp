@@ -39,13 +39,14 @@ template <from_e to>
         }
         *field = data & mask;
         return true;
-    }
-    machine.instr_count = count_at(left);
-    if constexpr (to == TO_TAKER) {
+    } else if constexpr (to == TO_TAKER) {
+        machine.instr_count = count_at(left);
         return port.take(data);
+    } else {
+        machine.instr_count = count_at(left);
+        port.write(data);
+        return true;
     }
-    port.write(data);
-    return true;
 }
 
 constexpr bool is_to_port(from_e place) {
