@@ -75,37 +75,37 @@ struct register_t {
     port_t port;
 };
 
-// A command, or another register that is written.
+// The kinds of registers. A command, or another one that is written:
 constexpr register_t written(int32_t offset, void (*write)(int32_t)) { return {offset, {.write = write}}; }
 
-// One whose writing may fail or ask the user something.
+// One whose writing may fail or ask the user something:
 constexpr register_t written(int32_t offset, bool (*take)(int32_t)) { return {offset, {.take = take}}; }
 
-// A response, or another register that is read again and again.
+// A response, or another one that is read again and again; how, and until when it is steady:
 constexpr register_t polled(int32_t offset, int32_t (*read)(), uint64_t (*steady_until)()) {
     return {offset, {.polled = {read, steady_until}}};
 }
 
-// A parameter of so many bits for a command.
+// A parameter of so many bits, and its command:
 constexpr register_t parameter(int32_t offset, int32_t& field, int bits, const int32_t& command) {
     return {offset,
             {.parameter = {&field, &command, static_cast<int32_t>(UINT32_MAX >> (DATA_BITS - bits))}}};
 }
 
-// A result, and the response after which it may be read.
+// A result, and the response after which it may be read:
 template <typename field_t>
 constexpr register_t result(int32_t offset, const field_t& field, const int32_t& response) {
     static_assert(sizeof(field_t) == sizeof(int32_t) || sizeof(field_t) == sizeof(uint8_t));
     return {offset, {.result = {&field, &response, sizeof(field_t) == sizeof(uint8_t)}}};
 }
 
-// One whose reading may fail or ask the user something.
+// One whose reading may fail or ask the user something:
 constexpr register_t result(int32_t offset, const int32_t* (*give)()) { return {offset, {.give = give}}; }
 
 // A command that does nothing until its response is read takes any value at any time.
 constexpr int32_t NO_COMMAND = 0;
 
-// What is known of the registers.
+// All registers that devices have, by offset. What a device does at the others is the handler's.
 constexpr register_t REGISTERS[] = {
     // switches, LEDs, hexadecimal displays, timer
     polled(0x00, read_sw, until_event),

@@ -19,9 +19,9 @@ constexpr int32_t io_offset(int32_t address) { return address & INT32_MAX; }
 // All offsets that devices own are below this.
 constexpr int32_t IO_SLOTS = 0x104;
 
-// One access to the bus: hands it to the device that owns the address (any negative number) and returns what
-// is read, 0 for a write. Throws tovik_error for an address that no device owns, and whatever the device
-// throws.
+// One access to the bus (any negative address); returns what is read, 0 for a write. Parameters and results
+// go straight to the machine record, all else to the device that owns the address. Throws tovik_error for an
+// address that no device owns, for a parameter or result in the wrong order, and whatever the device throws.
 int32_t io(bool write, int32_t address, int32_t data);
 
 using io_handler_t = int32_t (*)(bool write, int32_t address, int32_t data);
@@ -39,17 +39,17 @@ struct polled_t {
     uint64_t (*steady_until)();
 };
 
-// A register that takes what a command needs: any value while its command is 0, otherwise only the one that
+// A register that takes what a command needs: any value while the command is 0, otherwise only the one that
 // it has.
 struct parameter_t {
-    int32_t* field; // nullptr: the register is no such one
+    int32_t* field;
     const int32_t* command;
     int32_t mask;
 };
 
 // A register that gives what a command has found, while its response is 1.
 struct result_t {
-    const void* field; // nullptr: the register is no such one
+    const void* field;
     const int32_t* response;
     bool is_byte;
 
@@ -58,18 +58,24 @@ struct result_t {
     }
 };
 
-// What is known of a register beyond its device. With that, most accesses need not go through the device's
-// handler. Functions are nullptr where there is none. None of them fails or asks the user something.
+// What is known of a register, so that most accesses need not go through its device's handler. What a
+// register is not, or has not, is nullptr. None of the functions fails or asks the user something. Aligned so
+// that a shift finds one.
 struct alignas(128) port_t {
     io_handler_t handler = nullptr; // nullptr: no device owns the address
     parameter_t parameter = {};
     result_t result = {};
     polled_t polled = {};
-    void (*write)(int32_t data) = nullptr; // writes the register
-    bool (*take)(int32_t data) =
-        nullptr; // the same, but returns false, and has done nothing, when the handler must
-    const int32_t* (*give)() =
-        nullptr; // where what is read stands; nullptr, and done nothing, when the handler must
+
+    // Writes the register.
+    void (*write)(int32_t data) = nullptr;
+
+    // Writes the register if that can neither fail nor ask. Otherwise returns false and has done nothing: the
+    // handler must do it.
+    bool (*take)(int32_t data) = nullptr;
+
+    // Where the value stands that is read; nullptr, and nothing done, when the handler must find it.
+    const int32_t* (*give)() = nullptr;
 };
 
 // By offset.
