@@ -53,7 +53,8 @@ void fill_rectangle() {
     }
 }
 
-void start_command() {
+// Not inline: the command 0 would save registers for it.
+[[gnu::noinline]] void start_command() {
     // A command that comes too early is taken, does nothing, and is answered when the one before completes.
     if (machine.instr_count < machine.vga_response_instr) {
         return;
