@@ -262,15 +262,17 @@ void set_controls(const session_t& session, random_t& random, int stop) {
 
 const std::string card_name = testing::TempDir() + "tovik-card-" + std::to_string(getpid());
 
-// Three blocks and a part, always the same; the first is in the buffer then.
+// A block and a part of another, always the same; the part is in the buffer, and the card ready.
 void insert_card() {
-    constexpr size_t words = 400;
+    constexpr size_t words = 200;
     std::ofstream(card_name, std::ios::binary)
         .write(reinterpret_cast<const char*>(machine.memory + 900), words * sizeof(int32_t));
     typed.chosen_file = card_name;
+    machine.sd_address = 128;
     for (const int32_t command : {1, 0}) {
         io(true, IO_BASE + 0x80, command);
     }
+    machine.sd_response_instr = machine.instr_count;
     typed.chosen_file.clear();
 }
 
