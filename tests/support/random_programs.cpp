@@ -519,7 +519,9 @@ program_t make_ports(random_t& random) {
     io_ps2_press('a');
     io_mouse_press(0);
     io_mouse_motion(pick(random, 0, 600), 3);
-    machine.microphone_samples.assign(static_cast<size_t>(pick(random, 0, 3)), pick_wild(random));
+    for (int samples = pick(random, 0, 3); samples > 0; --samples) {
+        machine.microphone_samples.push_back(pick_wild(random));
+    }
     machine.microphone_sample_avail = one_in(random, 2);
     const int32_t code = 4 * pick(random, 0, 3);
     int32_t place = code;
