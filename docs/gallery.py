@@ -11,6 +11,7 @@ import pathlib
 import shutil
 import subprocess
 import sys
+import time
 
 REPOSITORY = pathlib.Path(__file__).resolve().parent.parent
 IMAGES = REPOSITORY / "docs/images"
@@ -83,11 +84,11 @@ class Gallery(harness.WindowTest):
     def run_until_it_stands(self, during=lambda: None):
         """The program counter is shown while the program stands. It is another one after the run, but where the
         program waits in one instruction."""
-        before, start = self.text("PC"), harness.time.monotonic()
+        before, start = self.text("PC"), time.monotonic()
         self.click("Run ")
         during()
         harness.wait_until(lambda: self.text("PC").strip() and (
-            self.text("PC") != before or harness.time.monotonic() > start + 2))
+            self.text("PC") != before or time.monotonic() > start + 2))
 
     def press(self, title, *lines):
         """While the program stands: the keys wait for it in a queue."""
@@ -124,7 +125,7 @@ class Gallery(harness.WindowTest):
         """The points, when they no longer change from one look to the next."""
         before, now = None, b""
         while before != now:
-            harness.time.sleep(0.3)
+            time.sleep(0.3)
             before, now = now, harness.DISPLAY.screen().root.get_image(*area, harness.X.ZPixmap, 0xffffffff).data
         return now
 

@@ -34,7 +34,7 @@ os.environ.setdefault("TOVIK_BIN", "/usr/bin")
 EXAMPLES = os.environ.get("TOVIK_EXAMPLES", INSTALLED_EXAMPLES)
 sys.path.insert(0, str(HERE / "window"))
 import harness  # noqa: E402 (starts the display)
-from harness import wait_until  # noqa: E402
+from servers import PATIENCE, wait_until  # noqa: E402
 
 
 def bold(names):
@@ -159,7 +159,7 @@ class Page(harness.WindowTest):
         if line.startswith("tovik "):
             return self.begin(*shlex.split(line)[1:])
         return self.assertEqual(shown, subprocess.run(
-            ["timeout", str(harness.PATIENCE), "sh", "-c", f"PATH=$TOVIK_BIN:$PATH; {line}"], cwd=self.folder,
+            ["timeout", str(PATIENCE), "sh", "-c", f"PATH=$TOVIK_BIN:$PATH; {line}"], cwd=self.folder,
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True).stdout)
 
     def fence(self, language, text):

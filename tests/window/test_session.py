@@ -11,9 +11,10 @@ import unittest
 from harness import HERE, Atspi, WindowTest, children, corners, descendants, output, text_of, wait_until
 
 RUN = HERE.parents[1] / "scripts/run"
-
 BLANK_LCD = " " * 16 + "\n" + " " * 16
+BANKS = (("SW", "switch", 18), ("LED_RED", "red lamp", 18), ("LED_GREEN", "green lamp", 8))
 NEXT_ONE = ": the address of the next instruction of a stopped program."
+LEGEND = "columns: the address of the line + 0 to 9\nred: written since the last stop"
 
 
 def table_of(words):
@@ -25,55 +26,62 @@ def table_of(words):
 class Session(WindowTest):
     def test_lab(self):
         self.launch()
-        self.assertEqual("Choose assembly file", self.label("Choose assembly file"))
         self.click("Assemble")
         self.choose("Choose assembly file", self.folder / "lab.k")
         wait_until(lambda: (self.folder / "lab.mif").exists())
         self.assertEqual(str(self.folder / "lab.k"), self.label("Choose assembly file"))
         self.assertEqual(table_of([0] * 16384), self.memory_text())
         self.click("Load")
-        words = self.image("lab.mif")
+        words = [0] * 16384
+        for address, value in re.findall(r"^\t(\d+)\t:\t(-?\d+);", (self.folder / "lab.mif").read_text(), re.M):
+            words[int(address)] = int(value)
         wait_until(lambda: self.memory_text() == table_of(words))
-        self.assertEqual([(a, 11) for a in range(45)], self.red_words())
-        self.wait_stopped(pc=0)
-        for steps, pc, red in ((4, 16, []), (1, 20, [(40, 11)]), (1, 24, [])):
-            self.type_into("Steps", str(steps))
-            self.click("Run ")
-            self.wait_stopped(pc=pc)
-            self.assertEqual(red, self.red_words())
+        for steps, pc, red in ((None, 0, range(45)), (4, 16, []), (1, 20, [40]), (1, 24, [])):
+            if steps:
+                self.press("Run ", pc=pc, Steps=str(steps))
+            self.assertEqual([(address, 11) for address in red], self.red_words())
         words[40] = -2147483648
         self.assertEqual(table_of(words), self.memory_text())
-        self.type_into("Steps", "")
-        self.click("Run ")
-        self.wait_stopped("Halted  ", 36)
-        self.wait_text("HEX7-HEX4 digits", "cafe")
-        self.wait_text("HEX3-HEX0 digits", "beef")
-        self.wait_text("LCD text", "K" + BLANK_LCD[1:])
-        wait_until(lambda: self.lamps() == (0x20001, 0x82))
-        self.click("Reset")
-        self.wait_stopped(pc=0)
-        self.wait_text("HEX7-HEX4 digits", "0000")
-        self.wait_text("HEX3-HEX0 digits", "0000")
-        self.wait_text("LCD text", BLANK_LCD)
-        wait_until(lambda: self.lamps() == (0, 0))
-        self.assertEqual(table_of(words), self.memory_text())
-
-    def lamps(self):
-        return tuple(sum((self.lit(f"{name} {i}") is True) << i for i in range(count))
-                     for name, count in (("LED_RED", 18), ("LED_GREEN", 8)))
-
-    def test_what_a_screen_reader_tells(self):
-        self.load("lab.k")
-        self.wait_stopped("Halted  ", 36)
+        self.press("Run ", "Halted  ", 36, Steps="")
         self.click_at("SW 5")
-        wait_until(lambda: self.lit("SW 5"))
-        self.assertEqual([], self.unnamed())
-        told = {widget.get_name(): widget.get_description() for widget in descendants(self.window("tovik"))}
-        for label, kind, count, on in (("SW", "switch", 18, {5}), ("LED_RED", "red lamp", 18, {0, 17}),
-                                       ("LED_GREEN", "green lamp", 8, {1, 7})):
+        self.expect_board("cafe", "beef", "K", {5}, {0, 17}, {1, 7})
+        self.assertEqual([], self.unnamed("tovik", "VGA", "K24 memory"))
+        self.check_entries()
+        self.press("Reset", pc=0)
+        self.expect_board("0000", "0000", " ", {5}, set(), set())
+        self.assertEqual(table_of(words), self.memory_text())
+        for length in (3000, 5, 6):
+            self.reload(" .data -7\n" * length)
+            wait_until(lambda: self.memory_text() == table_of([-7] * length + [0] * (16384 - length)))
+            self.assertEqual([(a, 11) for a in range(length)], self.red_words())
+
+    def expect_board(self, high, low, letter, *lit):
+        """To the eye, and in what a screen reader tells."""
+        self.wait_text("HEX7-HEX4 digits", high)
+        self.wait_text("HEX3-HEX0 digits", low)
+        self.wait_text("LCD text", letter + BLANK_LCD[1:])
+        for (label, kind, count), on in zip(BANKS, lit):
+            wait_until(lambda: {i for i in range(count) if self.lit(f"{label} {i}")} == on)
             self.assertEqual([f"{kind} {i} is {'on' if i in on else 'off'}" for i in range(count)],
-                             [told[f"{label} {i}"] for i in range(count)])
-        self.assertEqual("Choose assembly file", told[f"{self.folder}/lab.k"])
+                             [self.widget(f"{label} {i}").get_description() for i in range(count)])
+
+    def check_entries(self):
+        """On a halted machine, which executes nothing more."""
+        for steps, steps_shown, address, address_shown in (
+                ("3", "3", " 12", "12"), ("0", "", "-3", ""), ("-5", "", "x", "0"), ("x", "", "7x", "7"),
+                (" 2z", "2", "99999999999", "2147483647"), ("+4", "4", "\n5", ""), ("-1", "", "", "")):
+            with self.subTest(steps=steps, address=address):
+                self.fill(Steps=steps, Break=address, Watch=address)
+                self.click("Run ")
+                for name, shown in (("Steps", steps_shown), ("Break", address_shown), ("Watch", address_shown)):
+                    self.wait_text(name, shown)
+                self.assertEqual(("Run ", "Halted  ", "PC 36"),
+                                 (self.label("Run "), self.text("Status"), self.text("PC")))
+
+    def reload(self, source):
+        (self.folder / "lab.k").write_text(source)
+        self.click("Assemble")
+        self.press("Load", pc=0)
 
     def test_tips_and_places(self):
         self.load("lab.k")
@@ -86,27 +94,14 @@ class Session(WindowTest):
                           ("Watch", "Run stops after an instruction that writes to this address; empty: none.")):
             self.expect_tip(tip, self.box(self.widget(name)))
         self.check_memory_window()
-        self.check_far_program_counter()
-        self.check_tip_of_a_lamp_that_changes()
-
-    def reload(self, source):
-        (self.folder / "lab.k").write_text(source)
-        self.click("Assemble")
-        self.click("Load")
-        self.wait_stopped(pc=0)
-
-    def check_far_program_counter(self):
-        """It is cut in a window as wide as before, and whole in the tip."""
+        # A far address is cut in a window as wide as before, and whole in the tip.
         before = self.box(self.window("tovik"))
         self.reload(" be 0x80000000 0 0\n")
-        self.fill(Steps="1")
-        self.click("Run ")
-        self.wait_stopped(pc=-2147483648)
+        self.press("Run ", pc=-2147483648, Steps="1")
         self.activate("tovik")
         self.expect_tip("PC -2147483648" + NEXT_ONE, self.box(self.widget("PC")))
         self.assertEqual(before, self.box(self.window("tovik")))
-
-    def check_tip_of_a_lamp_that_changes(self):
+        # The tip of a lamp that changes.
         self.reload((self.folder / "loop.k").read_text().replace("0x80000003", "0x80000001"))
         self.fill(Steps="")
         self.click("Run ")
@@ -116,12 +111,11 @@ class Session(WindowTest):
 
     def check_memory_window(self):
         """Its margin, keys that scroll at once, and tips for what is in sight."""
-        legend = "columns: the address of the line + 0 to 9\nred: written since the last stop"
         view = self.memory_view()
 
         def place(line, column, width=1):
-            return corners(Atspi.Text.get_range_extents(view, line * 127 + column, line * 127 + column + width,
-                                                        Atspi.CoordType.SCREEN))
+            start = line * 127 + column
+            return corners(Atspi.Text.get_range_extents(view, start, start + width, Atspi.CoordType.SCREEN))
         left, top = place(0, 0)[:2]
         self.assertGreater(left, self.box(view)[0] + 2)
         self.activate("K24 memory")
@@ -131,7 +125,7 @@ class Session(WindowTest):
             before = place(0, 0)
             self.keys("key", key)
             wait_until(lambda: place(0, 0) != before)
-            self.expect_tip(tip + legend, place(line, 7 + 12 * column, 11) if column >= 0 else place(line, 0, 5))
+            self.expect_tip(tip + LEGEND, place(line, 7 + 12 * column, 11) if column >= 0 else place(line, 0, 5))
         self.assertEqual((left, top), place(0, 0)[:2])
 
     def test_large_text(self):
@@ -148,7 +142,6 @@ class Session(WindowTest):
                 self.keys("key", "ctrl+End")
                 wait_until(self.is_last_line_shown)
                 self.end()
-                self.doCleanups()
 
     def assert_texts_whole(self):
         boxes = [(widget, self.box(widget)) for widget in descendants(self.window("tovik")) if not children(widget)]
@@ -167,45 +160,31 @@ class Session(WindowTest):
         x, y, x_end, y_end = self.text_box(view, 1638 * 127)
         return top <= y and y_end <= bottom and len(set(self.pixels(None, x, y, x_end - x, y_end - y))) > 1
 
-    def test_limits_of_an_endless_run(self):
+    def test_an_endless_run(self):
         self.load("loop.k", run=False)
         for entries, pc in (({"Steps": "3"}, 12), ({"Steps": "", "Break": "x"}, 0), ({"Break": "8"}, 8),
                             ({"Break": "-3", "Watch": "16"}, 4)):
-            self.fill(**entries)
-            self.click("Run ")
-            self.wait_stopped(pc=pc)
+            self.press("Run ", pc=pc, **entries)
         self.fill(Steps="41", Break="", Watch="")
         for pc in (8, 12):
-            self.click("Run ")
-            self.wait_stopped(pc=pc)
+            self.press("Run ", pc=pc)
             self.assertEqual([(16, 11), (17, 11)], self.red_words())
-        self.fill(Steps="0")
-        self.click("Run ")
-        self.wait_stopped("Running")
+        self.press("Run ", "Running", Steps="0")
         self.wait_text("PC", "")
         self.assertEqual("Stop", self.label("Run "))
-        digits = self.text("HEX3-HEX0 digits")
-        wait_until(lambda: self.text("HEX3-HEX0 digits") != digits)
-        self.fill(Steps="2x")
-        self.click("Run ")
-        self.wait_stopped()
+        self.press("Run ", Steps="2x")
         self.assertEqual(("Run ", "2x"), (self.label("Run "), self.text("Steps")), "the entry waits for the next run")
         self.assertRegex(self.text("PC"), r"^PC (0|4|8|12)$")
-
-    def test_entries_on_a_halted_machine(self):
-        self.load("lab.k")
-        self.wait_stopped("Halted  ", 36)
-        for steps, steps_shown, address, address_shown in (
-                ("3", "3", " 12", "12"), ("0", "", "-3", ""), ("-5", "", "x", "0"), ("x", "", "7x", "7"),
-                (" 2z", "2", "99999999999", "2147483647"), ("-1", "", "-0", "0"), ("9x", "9", "", ""), ("+4", "4", "\n5", "")):
-            with self.subTest(steps=steps, address=address):
-                self.fill(Steps=steps, Break=address, Watch=address)
-                self.click("Run ")
-                self.wait_text("Steps", steps_shown)
-                self.wait_text("Break", address_shown)
-                self.wait_text("Watch", address_shown)
-                self.assertEqual(("Run ", "Halted  ", "PC 36"),
-                                 (self.label("Run "), self.text("Status"), self.text("PC")))
+        self.fill(Steps="")
+        self.click("Run ")
+        (self.folder / "loop.mif").rename(self.folder / "kept.mif")
+        wait_until(lambda: re.match("[1-9][0-9]* sec$", self.text("Time")))
+        self.click("Load")
+        self.assertEqual(f"Can't open {self.folder}/loop.mif", self.answer())
+        self.expect_progress()
+        (self.folder / "kept.mif").rename(self.folder / "loop.mif")
+        self.press("Load", pc=0)
+        self.assertEqual(("Run ", "0 sec"), (self.label("Run "), self.text("Time")))
 
     def test_fault(self):
         self.load("fault.k")
@@ -213,9 +192,7 @@ class Session(WindowTest):
         self.keys("windowmove", self.id("VGA"), "1000", "750")  # where no dialog hides it
         self.click_at("SW 0")
         self.dialog()
-        self.wait_text("HEX3-HEX0 digits", "004b")
-        self.wait_text("LCD text", "K" + BLANK_LCD[1:])
-        wait_until(lambda: self.lit("LED_RED 0"))
+        self.expect_board("0000", "004b", "K", {0}, {0}, set())
         wait_until(lambda: self.pixels(self.id("VGA"), 0, 0) == [(255, 255, 255)])
         for _ in range(2):
             self.assertEqual("error at PC 32\ndivision by zero", self.answer())
@@ -223,89 +200,61 @@ class Session(WindowTest):
             self.assertEqual("Run ", self.label("Run "))
             self.click("Run ")
 
-    def test_load_while_running(self):
-        self.load("loop.k")
-        (self.folder / "loop.mif").rename(self.folder / "kept.mif")
-        wait_until(lambda: re.match("[1-9][0-9]* sec$", self.text("Time")))
-        self.click("Load")
-        self.assertEqual(f"Can't open {self.folder}/loop.mif", self.answer())
-        self.wait_stopped("Running")
-        (self.folder / "kept.mif").rename(self.folder / "loop.mif")
-        self.click("Load")
-        self.wait_stopped(pc=0)
-        self.assertEqual(("Run ", "0 sec"), (self.label("Run "), self.text("Time")))
-
-    def test_images_of_other_lengths(self):
-        self.launch("data.k")
-        for length in (3000, 5, 6):
-            (self.folder / "data.k").write_text(" .data -7\n" * length)
-            self.click("Assemble")
-            self.click("Load")
-            wait_until(lambda: self.memory_text() == table_of([-7] * length + [0] * (16384 - length)))
-            self.assertEqual([(a, 11) for a in range(length)], self.red_words())
+    def expect_progress(self):
+        digits = self.text("HEX3-HEX0 digits")
+        wait_until(lambda: self.text("HEX3-HEX0 digits") != digits)
 
     def test_without_the_other_windows(self):
         self.load("draw.k", run=False)
         self.click_at("SW 17")
         wait_until(lambda: self.lit("SW 17"))
         self.click("Run ")
+        self.expect_progress()
         for window in ("VGA", "K24 memory"):
-            self.wait_text("Status", "Running")
-            digits = self.text("HEX3-HEX0 digits")
-            wait_until(lambda: self.text("HEX3-HEX0 digits") != digits)
             self.close(window)
             wait_until(lambda: self.window(window) is None)
-            digits = self.text("HEX3-HEX0 digits")
-            wait_until(lambda: self.text("HEX3-HEX0 digits") != digits)
-        self.click_at("SW 17")
-        self.wait_stopped("Halted  ")
-        self.click("Reset")
-        self.wait_stopped(pc=0)
+            self.expect_progress()
+        self.press("Run ")
+        self.press("Reset", pc=0)
+        self.click("Run ")
+        self.expect_progress()
+        self.close("tovik")
+        self.assert_exits()
 
 
 class StartAndEnd(WindowTest):
     def test_first_argument(self):
         for arguments, variables, shown in (
-                (["lab.k"], {}, f"{self.folder}/lab.k"), (["lab.k"], {"PWD": "/else"}, "/else/lab.k"),
-                (["/no/such.k", "lab.k"], {}, "/no/such.k"), (["lab.txt"], {}, None), (["-a"], {}, None),
-                (["--sync", "x.k"], {}, f"{self.folder}/x.k"), (["lab.k"], None, None)):
+                (["lab.k"], {"PWD": "/else"}, "/else/lab.k"), (["/no/such.k", "lab.k"], {}, "/no/such.k"),
+                (["lab.txt"], {}, None), (["--sync", "x.k"], {}, f"{self.folder}/x.k"), (["lab.k"], None, None)):
             with self.subTest(arguments=arguments, variables=variables):
-                prefix = ["env", "-u", "PWD"] if variables is None else []
-                self.launch(*arguments, prefix=prefix, **variables or {})
+                self.begin(*arguments, prefix=["env", "-u", "PWD"] if variables is None else [], **variables or {})
                 self.assertTrue(self.has(shown or "Choose assembly file"))
                 self.end()
-                self.doCleanups()
 
     def test_control_q(self):
         for modifiers in ("ctrl", "ctrl+alt"):
-            self.launch()
-            self.type_into("Steps", "q")
+            self.begin()
+            self.click_at("Steps")
+            self.keys("key", "q")
+            self.wait_text("Steps", "q")
             self.keys("key", f"{modifiers}+q")
             self.assert_exits()
 
-    def test_closed_while_running(self):
-        self.load("loop.k")
-        self.wait_stopped("Running")
-        self.close("tovik")
-        self.assert_exits()
-
     @unittest.skipUnless(os.environ["TOVIK_BIN"].endswith("/build/release"), "scripts/run starts the release build")
     def test_scripts_run_has_a_sound_server_of_its_own(self):
-        for ending, status in ((lambda: self.close("tovik"), 0), (lambda: self.program.terminate(), -signal.SIGTERM),
-                               (lambda: self.program.kill(), -signal.SIGKILL)):
-            self.begin("loop.k", prefix=["env", "-u", "PULSE_SERVER"], program=RUN)
-            started = pathlib.Path(f"/proc/{self.program.pid}/environ").read_text()
-            place = pathlib.Path(re.search(r"PULSE_SERVER=unix:([^\0]+)", started)[1])
-            with socket.socket(socket.AF_UNIX) as client:
-                client.connect(str(place))
-                server = struct.unpack("3i", client.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, 12))[0]
-            for name in ("Assemble", "Load", "Run "):
-                self.click(name)
-            wait_until(lambda: "tovik-speaker" in output("pactl", "--server", place, "list", "sink-inputs"))
-            self.assertNotIn("pa_simple_new", (self.folder / "stderr").read_text())
-            ending()
-            self.assert_exits(status)
-            wait_until(lambda: not place.parent.exists() and not pathlib.Path(f"/proc/{server}").exists())
+        self.begin("loop.k", prefix=["env", "-u", "PULSE_SERVER"], program=RUN)
+        started = pathlib.Path(f"/proc/{self.program.pid}/environ").read_text()
+        place = pathlib.Path(re.search(r"PULSE_SERVER=unix:([^\0]+)", started)[1])
+        with socket.socket(socket.AF_UNIX) as client:
+            client.connect(str(place))
+            server = struct.unpack("3i", client.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, 12))[0]
+        for name in ("Assemble", "Load", "Run "):
+            self.click(name)
+        wait_until(lambda: "tovik-speaker" in output("pactl", "--server", place, "list", "sink-inputs"))
+        self.program.kill()
+        self.assert_exits(-signal.SIGKILL)
+        wait_until(lambda: not place.parent.exists() and not pathlib.Path(f"/proc/{server}").exists())
 
 
 if __name__ == "__main__":

@@ -1,5 +1,5 @@
-"""A sound server of the tests' own: a sink that nobody hears, whose monitor can be recorded, and a microphone that
-plays what is written to a pipe."""
+"""What tests wait for, and a sound server of their own: a sink that nobody hears, whose monitor can be recorded, and a
+microphone that plays what is written to a pipe."""
 
 import os
 import pathlib
@@ -7,13 +7,24 @@ import subprocess
 import tempfile
 import time
 
+PATIENCE = 20
+
+
+def wait_until(condition, timeout=PATIENCE):
+    """The first true value of the condition."""
+    end = time.monotonic() + timeout
+    while not (value := condition()):
+        if time.monotonic() > end:
+            raise AssertionError("timed out")
+        time.sleep(0.01)
+    return value
+
 
 class SoundServer:
     def __init__(self):
         self.holder = tempfile.TemporaryDirectory(prefix="tovik-sound-")
         self.folder = pathlib.Path(self.holder.name)
         self.name = f"unix:{self.folder}/native"
-        self.process = None
         self.start()
 
     def start(self):
@@ -26,17 +37,16 @@ class SoundServer:
              "--use-pid-file=no", "--disallow-exit", "--disable-shm=yes", *[f"--load={module}" for module in modules]],
             env={**os.environ, "PULSE_RUNTIME_PATH": str(self.folder), "HOME": str(self.folder)},
             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        end = time.monotonic() + 20
-        while "out" not in self.tool("pactl", "list", "short", "sinks"):
-            if time.monotonic() > end:
-                raise RuntimeError("the sound server does not start")
-            time.sleep(0.02)
-        self.tool("pactl", "set-default-sink", "out")
-        self.tool("pactl", "set-default-source", "in")
+        wait_until(lambda: "out" in self.list("sinks"))
+        self.tool("set-default-sink", "out")
+        self.tool("set-default-source", "in")
 
     def tool(self, *command):
-        return subprocess.run(command, env={**os.environ, "PULSE_SERVER": self.name}, capture_output=True,
-                              text=True).stdout
+        return subprocess.run(["pactl", "--server", self.name, *command], capture_output=True, text=True,
+                              env={**os.environ, "LC_ALL": "C"}).stdout
+
+    def list(self, what):
+        return self.tool("list", "short", what)
 
     def stop(self):
         """At once, as a server dies."""
