@@ -21,27 +21,23 @@ void record_call(std::string text) {
     recording.counts.push_back(machine.instr_count);
 }
 
-std::vector<std::string> run_until_stop(void (*run_loop)(), bool rewritten) {
+const std::vector<std::string>& run_until_stop(void (*run_loop)(), bool rewritten) {
     recording.calls.clear();
     recording.counts.clear();
-    recording.looks.clear();
     if (rewritten) {
         forget_proofs();
     }
     simulator.running = true;
     try {
         run_loop();
-    } catch (const run_stopped_t&) {
-        return std::move(recording.calls);
+    } catch (const run_stopped_t&) { // as every run ends
     }
-    return {};
+    return recording.calls;
 }
 
 bool gui_events_pending() {
-    recording.looks.push_back(machine.instr_count);
-    if (recording.at_look) {
-        recording.at_look();
-    }
+    record_call("look");
+    recording.at_look();
     return false;
 }
 
@@ -49,9 +45,7 @@ void gui_handle_event() { throw run_stopped_t{}; }
 
 void gui_message(std::string text, bool error) {
     record_call((error ? "error " : "message ") + text);
-    if (recording.at_message) {
-        recording.at_message();
-    }
+    recording.at_message();
 }
 
 void gui_runstop_set(std::string text) { record_call("runstop " + text); }

@@ -9,12 +9,11 @@
 #include <vector>
 
 struct recording_t {
-    std::vector<std::string> calls;   // one text a call, for example "status Stopped"
-    std::vector<uint64_t> counts;     // the instruction count at each of the calls
+    std::vector<std::string> calls;   // one text a call, for example "status Stopped"; "look" at the window
+    std::vector<uint64_t> counts;     // the instruction count at each of them
     std::vector<std::string> prompts; // of the serial port, which is connected once only
-    std::vector<uint64_t> looks;      // the instruction counts at which the window was looked at
-    std::function<void()> at_look;    // what a user does at each of them
-    std::function<void()> at_message; // what a user does while a dialog is open
+    std::function<void()> at_look = [] {};    // what a user does when the window is looked at
+    std::function<void()> at_message = [] {}; // what a user does while a dialog is open
     bool memory_window = false; // open: showing the memory takes its marks, and a sum of them is recorded
 };
 
@@ -40,4 +39,4 @@ void record_call(std::string text);
 // Runs the machine from where it is until the run stops, with simulate_run or reference_run, and returns the
 // calls made meanwhile. The controls of the simulator are the caller's. `rewritten`: the memory may have been
 // written since the last run without telling the engine.
-std::vector<std::string> run_until_stop(void (*run_loop)(), bool rewritten = true);
+const std::vector<std::string>& run_until_stop(void (*run_loop)(), bool rewritten = true);

@@ -36,4 +36,4 @@ struct program_kind_t {
 
 // They write the program into the machine's memory, which is clear, set machine.pc, and preset devices
 // relative to machine.instr_count.
-extern const program_kind_t PROGRAM_KINDS[7];
+extern const program_kind_t PROGRAM_KINDS[6];

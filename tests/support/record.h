@@ -8,16 +8,20 @@
 #include <deque>
 #include <queue>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "base/machine.h"
+
+using containers_t = std::tuple<std::deque<ps2_event_t>, std::vector<bool>, std::deque<sample_run_t>,
+                                std::deque<int32_t>, std::queue<uint8_t>>;
 
 class record_t {
   public:
     // Copies the machine and the simulator's controls.
     void take();
 
-    // Makes the machine and the controls what they were when this was taken; all 0 when it never was.
+    // Makes the machine and the controls what they were when this was taken.
     void put_back() const;
 
     // Where the machine or the controls first differ from this; empty when they do not.
@@ -25,9 +29,8 @@ class record_t {
 
   private:
     std::vector<std::vector<std::byte>> stretches_;
-    std::deque<ps2_event_t> ps2_events_;
-    std::vector<bool> ps2_pressed_;
-    std::deque<sample_run_t> speaker_samples_;
-    std::deque<int32_t> microphone_samples_;
-    std::queue<uint8_t> serial_queue_;
+    containers_t containers_;
 };
+
+// Fills the same part of the machine, and the controls, with one byte, and empties its containers.
+void fill_record(int byte);

@@ -1,39 +1,88 @@
-// Camera: its handshake, and the conversion of what a capture device gives.
+// Camera: its frames, live and from movies, and the conversion of what a capture device gives.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
+#include <fstream>
+#include <string>
+#include <vector>
 
 #include "base/machine.h"
 #include "devices/camera.h"
+#include "host/capture.h"
 #include "tests/support/bus.h"
+#include "tests/support/gui_recording.h"
+
+namespace {
+
+// The tests' capture device.
+std::vector<uint8_t> live_frame; // empty while there is no device
+bool frame_waits = false;
+
+} // namespace
+
+bool capture_open() { return !live_frame.empty(); }
+bool capture_ready(int /*most_ms*/) { return frame_waits; }
+const uint8_t* capture_take() { return live_frame.data(); }
+void capture_give_back() { frame_waits = false; }
+bool capture_stop() { return true; }
+void capture_close() { live_frame.clear(); }
 
 namespace {
 
 using Camera = DeviceTest;
+using calls_t = std::vector<std::string>;
 
-TEST_F(Camera, IsBusyForTheTimeOfAFrame) {
-    machine.camera_ram_valid = true;
-    EXPECT_EQ(perform("b4=7 b0=1 +222221 b1?0 b0=0"), "");
-    machine.vga_ram[0][0] = 0xffff;
-    EXPECT_EQ(perform("b0=1 +1 b1?1"), "") << "too early: it takes nothing";
-    EXPECT_EQ(machine.vga_ram[0][0], 0xffff);
-    EXPECT_EQ(perform("b2=5"), CHANGED);
+TEST_F(Camera, CopiesTheFramesOfAMovie) {
+    std::vector<uint16_t> frame(size_t{640} * 480);
+    std::ranges::generate(frame, [word = uint16_t{0}]() mutable { return word++; });
+    typed.chosen_file = folder / "x.kmovie";
+    const auto* const bytes = reinterpret_cast<const char*>(frame.data());
+    std::ofstream(typed.chosen_file, std::ios::binary).write(bytes, 614400).write("\1\2", 2);
+    EXPECT_EQ(perform("b2=0x7e8 b3=0x7e9 b4=6 b5=3 b0=3 +222221 b1?0 b0=2 b5=0 b0=1 +1 b1?1 b2=0x3e8"), "");
+    EXPECT_EQ(machine.vga_ram[27][296], frame[64000]) << "half the size, mirrored, around the corner";
+    EXPECT_EQ(machine.vga_ram[1006][1001], frame[640 * 10 + 638]) << "too early: the second takes nothing";
+    machine.vga_ram[1001][1000] = 0x8000;
+    EXPECT_EQ(perform("b3=0"), CHANGED);
+    EXPECT_EQ(perform("b0=0 b1?0 b4=0 b0=1"), "");
+    EXPECT_EQ(machine.vga_ram[1001][1000], 0);
+    EXPECT_EQ(machine.vga_ram[36][55], frame[640 * 472 + 632]);
+    typed.chosen_file = "";
+    advance_camera_file();
+    EXPECT_EQ(perform("b0=0 +222222 b0=1"), "user cancelled camera file read") << "half a frame is none";
 }
 
-TEST(Conversion, GivesWhatTheFormulaGives) {
+TEST_F(Camera, ShowsWhatADeviceGivesUntilItFails) {
+    camera_connect();
+    live_frame.assign(size_t{640} * 480 * 2, 0x80);
+    live_frame[614398] = 0xff;
+    frame_waits = true;
+    camera_connect();
+    EXPECT_EQ(recording.calls, (calls_t{"camera off", "camera on"}));
+    EXPECT_EQ(perform("b4=3 b0=1"), "");
+    EXPECT_EQ(machine.vga_ram[479][638], 0x4210);
+    EXPECT_EQ(machine.vga_ram[479][639], 0x7fff);
+    machine.vga_ram[479][639] = 0;
+    advance_camera_file();
+    EXPECT_EQ(perform("b0=0 +222222 b0=1"), "") << "the last one again";
+    EXPECT_EQ(machine.vga_ram[479][639], 0x7fff);
+    machine.camera_ram_valid = false;
+    recording.calls.clear();
+    EXPECT_EQ(perform("b0=0 +222222 b0=1"), "user cancelled camera file read");
+    recording.calls.pop_back(); // the question for a movie
+    EXPECT_EQ(recording.calls, (calls_t{"error error dequeueing buffer", "camera off"}));
+}
+
+TEST_F(Camera, ConvertsColorsAsTheFormulaDoes) {
     std::array<uint8_t, 4 * 128> yuyv{};
     std::array<uint16_t, 256> colors{};
     int64_t different = 0;
     for (int u = 0; u < 256; ++u) {
         for (int v = 0; v < 256; ++v) {
-            for (int y = 0; y < 256; y += 2) {
-                const size_t pair = static_cast<size_t>(y) * 2;
-                yuyv[pair] = static_cast<uint8_t>(y);
-                yuyv[pair + 1] = static_cast<uint8_t>(u);
-                yuyv[pair + 2] = static_cast<uint8_t>(y + 1);
-                yuyv[pair + 3] = static_cast<uint8_t>(v);
+            for (size_t y = 0; y < 256; ++y) {
+                yuyv[2 * y] = static_cast<uint8_t>(y);
+                yuyv[2 * y + 1] = static_cast<uint8_t>(y % 2 == 0 ? u : v);
             }
             convert_yuyv(yuyv.data(), colors.data(), 128);
             for (int y = 0; y < 256; ++y) {

@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <climits>
+#include <iterator>
+#include <sstream>
 #include <string>
-#include <vector>
 
 #include "base/machine.h"
 #include "core/memory.h"
@@ -15,167 +15,92 @@
 namespace {
 
 constexpr int32_t START = 200;
-constexpr int32_t A = 100; // the operands of the instructions below
-constexpr int32_t B = 101;
-constexpr int32_t C = 102;
-constexpr int32_t ILLEGAL = MEMORY_SIZE;
+constexpr int32_t A = 100; // B and C follow
+const std::string NAMES[] = {"halt", "add", "sub",  "mult", "div", "cp",  "and", "or",   "not",
+                             "sl",   "sr",  "cpfa", "cpta", "be",  "bne", "blt", "call", "ret"};
 
-struct instruction_t {
-    int32_t opcode;
-    int32_t arg1;
-    int32_t arg2;
-    int32_t arg3;
-};
+int32_t number_of(const std::string& word) {
+    const auto* const name = std::ranges::find(NAMES, word);
+    if (name != std::end(NAMES)) {
+        return static_cast<int32_t>(name - NAMES);
+    }
+    const char letter = word.front();
+    return letter >= 'X' ? MEMORY_SIZE + letter - 'X' : letter >= 'A' ? A + letter - 'A' : std::stoi(word);
+}
 
-std::vector<std::string> run_from(int32_t pc, int steps) {
+// Runs one step. Returns the error, "|" for the end of a line in it, else the word at A and, if it jumps,
+// where to.
+std::string run_from(int32_t pc) {
     simulate_init();
-    machine.halted = false;
     machine.pc = pc;
-    simulator.step = steps;
-    return run_until_stop(simulate_run);
+    simulator.step = 1;
+    for (const std::string& call : run_until_stop(simulate_run)) {
+        if (call.starts_with("error ")) {
+            EXPECT_EQ(machine.pc, pc);
+            EXPECT_EQ(machine.instr_count, 1U) << "a failed instruction counts";
+            std::string error = call.substr(call.find('\n') + 1);
+            std::ranges::replace(error, '\n', '|');
+            return error;
+        }
+    }
+    const std::string jump = machine.pc == pc + 4 ? "" : " PC " + std::to_string(machine.pc);
+    return std::to_string(machine.memory[A]) + jump;
 }
 
-// Executes one instruction at START, with what the caller has put into memory.
-std::vector<std::string> execute(const instruction_t& instruction) {
-    const int32_t words[] = {instruction.opcode, instruction.arg1, instruction.arg2, instruction.arg3};
-    std::ranges::copy(words, machine.memory + START);
-    return run_from(START, 1);
-}
+// An instruction, the words at B and C, and what comes of it where 1 is at A before. X, Y and Z are illegal:
+// of several such operands the first that is touched is the one that the error names.
+constexpr const char* CASES = R"(
+add A B C 2147483647 1: -2147483648;  sub A B C 2 3: -1;  sub A B C -2147483648 1: 2147483647;
+mult A B C -3 7: -21;  mult A B C 65537 65537: 131073;  div A B C -7 2: -3;  div A B C 7 -2: -3;
+div A B C -7 -2: 3;  div A B C -2147483648 -1: -2147483648;  div A B C -2147483648 1: -2147483648;
+div A B C 5 -2147483648: 0;  cp A B C 9 4: 9;  and A B C 12 10: 8;  or A B C 12 10: 14;  not A B C 5 0: -6;
+sl A B C 1 31: -2147483648;  sl A B C 1 32: 0;  sl A X C 1 2147483647: 0;  sr A B C -1 1: 2147483647;
+sr A B C -2147483648 31: 1;  sr A B C -1 32: 0;  cpfa A 90 C 5 11: 5;
+cpta B -2147483648 C 55 -2147483548: 55;  be 7 B C 3 3: 1 PC 7;  be 7 B C 3 4: 1;  be -7 B C 3 3: 1 PC -7;
+bne 7 B C 3 4: 1 PC 7;  bne 7 B C 3 3: 1;  blt 7 B C -1 0: 1 PC 7;  blt 7 B C 3 3: 1;
+call X A 0 0 0: 204 PC 16384;  ret B 0 0 300 0: 1 PC 300;  halt 0 0 0 0 0: 1;
+add Z X Y 0 0: illegal address 16384;  div Z X Y 0 0: illegal address 16384;
+div Z B Y 8 0: illegal address 16385;  cp Y X 0 0 0: illegal address 16384;
+cp Y B 0 0 0: illegal address 16385;  sl Z Y X 0 0: illegal address 16384;
+cpfa Z Y X 0 0: illegal address 16384;  cpta Y Z X 0 0: illegal address 16384;
+cpta X Z C 0 -1: illegal address 16384;  cpta A Z C 0 -1: illegal address 16385;
+be Z X Y 0 0: illegal address 16384;  call Y X 0 0 0: illegal address 16384;
+ret X 0 0 0 0: illegal address 16384;
+div A B C 1 0: division by zero;  sl A B C 1 -1: negative shift amount;
+sr A X C 1 -1: negative shift amount;  18 0 0 0 0 0: unknown opcode 18|;  -1 0 0 0 0 0: unknown opcode -1|;
+cp A -2147483642 0 0 0: illegal address -2147483642|;
+cp -2147483648 B 0 0 0: unsupported operation on address 0x80000000;)";
 
-class Interpreter : public testing::Test {
-  protected:
-    void SetUp() override {
-        recording = {};
+TEST(Interpreter, DoesWhatTheInstructionSays) {
+    std::istringstream rows(CASES);
+    for (std::string row; std::getline(rows >> std::ws, row, ';');) {
         clear_memory();
         reset_machine();
+        std::istringstream words(row);
+        std::string word;
+        for (int32_t* const place :
+             {&machine.memory[START], &machine.memory[START + 1], &machine.memory[START + 2],
+              &machine.memory[START + 3], &machine.memory[A + 1], &machine.memory[A + 2]}) {
+            words >> word;
+            *place = number_of(word);
+        }
+        machine.memory[A] = 1;
+        EXPECT_EQ(run_from(START), row.substr(row.find(':') + 2)) << row;
     }
-};
-
-TEST_F(Interpreter, DoesWhatItsOpcodeSays) {
-    constexpr int32_t untouched = 12345;
-    const struct {
-        int32_t opcode;
-        int32_t b;
-        int32_t c;
-        int32_t a;
-        int32_t pc = START + 4;
-    } cases[] = {
-        {K24_ADD, INT_MAX, 1, INT_MIN},
-        {K24_SUB, 2, 3, -1},
-        {K24_SUB, INT_MIN, 1, INT_MAX},
-        {K24_MULT, -3, 7, -21},
-        {K24_MULT, 0x10001, 0x10001, 0x20001},
-        {K24_DIV, -7, 2, -3},
-        {K24_DIV, 7, -2, -3},
-        {K24_DIV, -7, -2, 3},
-        {K24_DIV, INT_MIN, -1, INT_MIN},
-        {K24_DIV, INT_MIN, 1, INT_MIN},
-        {K24_DIV, 5, INT_MIN, 0},
-        {K24_CP, 9, 4, 9},
-        {K24_AND, 0b1100, 0b1010, 0b1000},
-        {K24_OR, 0b1100, 0b1010, 0b1110},
-        {K24_NOT, 5, 0, -6},
-        {K24_SL, 1, 31, INT_MIN},
-        {K24_SL, 1, 32, 0},
-        {K24_SL, -1, INT_MAX, 0},
-        {K24_SR, -1, 1, INT_MAX},
-        {K24_SR, INT_MIN, 31, 1},
-        {K24_SR, -1, 32, 0},
-        {K24_BE, 3, 3, untouched, A},
-        {K24_BE, 3, 4, untouched},
-        {K24_BNE, 3, 4, untouched, A},
-        {K24_BNE, 3, 3, untouched},
-        {K24_BLT, -1, 0, untouched, A},
-        {K24_BLT, 3, 3, untouched},
-        {K24_RET, 0, 0, untouched, untouched},
-    };
-    for (const auto& c : cases) {
-        machine.memory[A] = untouched;
-        machine.memory[B] = c.b;
-        machine.memory[C] = c.c;
-        execute({c.opcode, A, B, C});
-        EXPECT_EQ(machine.memory[A], c.a) << "opcode " << c.opcode << " of " << c.b << " and " << c.c;
-        EXPECT_EQ(machine.pc, c.pc) << "opcode " << c.opcode << " of " << c.b << " and " << c.c;
-    }
-}
-
-TEST_F(Interpreter, TakesAnyAddress) {
-    machine.memory[B + 5] = 55;
-    machine.memory[C] = 5;
-    execute({K24_CPFA, A, B, C});
-    EXPECT_EQ(machine.memory[A], 55);
-    machine.memory[C] = INT_MIN + 110;
-    execute({K24_CPTA, A, INT_MIN, C});
-    EXPECT_EQ(machine.memory[110], 55) << "the sum wraps";
-
-    execute({K24_CALL, ILLEGAL, A, 0});
-    EXPECT_EQ(machine.pc, ILLEGAL);
-    EXPECT_EQ(machine.memory[A], START + 4);
-    execute({K24_BE, -7, B, B});
-    EXPECT_EQ(machine.pc, -7);
-}
-
-// Of several illegal operands the first that is touched is the one that the error names.
-TEST_F(Interpreter, StopsOnAFaultWithTheProgramCounterOnIt) {
-    machine.memory[B] = 8;
-    machine.memory[C] = -1;
-    const int32_t first = ILLEGAL;
-    const int32_t second = ILLEGAL + 1;
-    const int32_t third = ILLEGAL + 2;
-    const struct {
-        instruction_t instruction;
-        const char* message;
-    } cases[] = {
-        {{K24_ADD, third, first, second}, "illegal address 16384"},
-        {{K24_DIV, third, first, second}, "illegal address 16384"},
-        {{K24_DIV, third, B, second}, "illegal address 16385"},
-        {{K24_CP, second, first, 0}, "illegal address 16384"},
-        {{K24_CP, second, B, 0}, "illegal address 16385"},
-        {{K24_SL, third, second, first}, "illegal address 16384"},
-        {{K24_CPFA, third, second, first}, "illegal address 16384"},
-        {{K24_CPTA, second, third, first}, "illegal address 16384"},
-        {{K24_CPTA, first, third, C}, "illegal address 16384"},
-        {{K24_CPTA, A, third, C}, "illegal address 16385"},
-        {{K24_BE, third, first, second}, "illegal address 16384"},
-        {{K24_CALL, second, first, 0}, "illegal address 16384"},
-        {{K24_RET, first, 0, 0}, "illegal address 16384"},
-        {{K24_DIV, A, B, 99}, "division by zero"},
-        {{K24_SL, A, B, C}, "negative shift amount"},
-        {{K24_SR, A, ILLEGAL, C}, "negative shift amount"},
-        {{18, 0, 0, 0}, "unknown opcode 18\n"},
-        {{-1, 0, 0, 0}, "unknown opcode -1\n"},
-        {{K24_CP, A, INT_MIN + 6, 0}, "illegal address -2147483642\n"},
-        {{K24_CP, INT_MIN, B, 0}, "unsupported operation on address 0x80000000"},
-    };
-    for (const auto& c : cases) {
-        machine.instr_count = 0;
-        const auto calls = execute(c.instruction);
-        EXPECT_TRUE(std::ranges::count(calls, std::string("error error at PC 200\n") + c.message))
-            << "opcode " << c.instruction.opcode << ": " << c.message;
-        EXPECT_EQ(machine.pc, START);
-        EXPECT_EQ(machine.instr_count, 1U) << "a failed instruction counts";
-    }
-    // An amount of 32 or more leaves nothing of the value, which is not even read.
-    machine.memory[C] = 32;
-    execute({K24_SL, A, ILLEGAL, C});
-    EXPECT_EQ(machine.pc, START + 4);
 }
 
 // At the top of memory the fetch itself fails; below zero it reads the I/O bus, where the blocks without a
 // device read as halt.
-TEST_F(Interpreter, FetchesLikeAnyRead) {
-    const struct {
-        int32_t pc;
-        const char* call;
-    } cases[] = {
-        {MEMORY_SIZE - 1, "error error at PC 16383\nillegal address 16384"},
-        {INT_MAX, "error error at PC 2147483647\nillegal address 2147483647"},
-        {INT_MIN, "error error at PC -2147483648\nunsupported operation on address 0x80000001"},
-        {INT_MIN + 0xf0, "status Halted  "},
-    };
-    for (const auto& c : cases) {
-        EXPECT_TRUE(std::ranges::count(run_from(c.pc, -1), c.call)) << c.call;
+TEST(Interpreter, FetchesLikeAnyRead) {
+    for (const auto& [pc, outcome] : {std::pair{MEMORY_SIZE - 1, "illegal address 16384"},
+                                      {INT32_MAX, "illegal address 2147483647"},
+                                      {INT32_MIN, "unsupported operation on address 0x80000001"}}) {
+        reset_machine();
+        EXPECT_EQ(run_from(pc), outcome);
     }
+    reset_machine();
+    run_from(INT32_MIN + 0xf0);
+    EXPECT_TRUE(machine.halted);
 }
 
 } // namespace

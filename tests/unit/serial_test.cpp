@@ -36,7 +36,7 @@ void line_open_cable(const std::string& /*name*/) { fail_if_gone(); }
 std::optional<std::string> line_connect(int /*most_ms*/) { return ""; }
 
 bool line_ready(int /*most_ms*/) {
-    waiting = std::exchange(held, "");
+    waiting += std::exchange(held, "");
     return !waiting.empty();
 }
 

@@ -1,88 +1,67 @@
-// The run loop's bookkeeping over long runs, assembling and loading, Reset, and the limit of processor time.
+// The run loop's bookkeeping over long runs, loading, Reset, and the limit of processor time.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
+#include <array>
+#include <cstring>
 #include <fstream>
 #include <limits>
+#include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <sys/resource.h>
 
-#include "assembler/assemble.h"
 #include "base/machine.h"
-#include "base/messages.h"
+#include "base/noise.h"
+#include "core/debug.h"
+#include "core/engine.h"
 #include "core/loader.h"
 #include "core/memory.h"
 #include "core/simulate.h"
 #include "tests/support/bus.h"
 #include "tests/support/gui_recording.h"
 #include "tests/support/host_standin.h"
+#include "tests/support/record.h"
 
 namespace {
 
-constexpr int32_t LOOP = 0; // a loop of two instructions that counts in COUNT
-constexpr int32_t BRANCH = 4;
-constexpr int32_t COUNT = 50;
-constexpr int32_t ONE = 51;
-
-class RunLoop : public testing::Test {
-  protected:
-    void SetUp() override {
-        recording = {};
-        clear_memory();
-        reset_machine();
-        simulate_init();
-        const int32_t program[] = {K24_ADD, COUNT, COUNT, ONE, K24_BE, LOOP, ONE, ONE};
-        std::ranges::copy(program, machine.memory);
-        machine.memory[ONE] = 1;
-        simulator.step = -1;
-    }
-};
-
-TEST_F(RunLoop, ShowsTheSimulatedSeconds) {
+TEST(RunLoop, ShowsTheSimulatedSeconds) {
+    clear_memory();
+    reset_machine();
+    simulate_init();
+    std::ranges::copy(std::array{K24_BE, K24_HALT, K24_HALT, K24_HALT}, machine.memory); // to itself
+    host_standin.on = true; // the throttle would wait for a clock so far behind
     const auto times_from = [](uint64_t instr_count, int seconds) {
         machine.instr_count = instr_count;
         simulator.step = seconds * 6666666;
-        std::vector<std::string> times = run_until_stop(simulate_run);
-        std::erase_if(times, [](const std::string& call) { return !call.starts_with("time"); });
+        std::string times;
+        for (const std::string& call : run_until_stop(simulate_run)) {
+            times += call.starts_with("time") ? call.substr(5) + "," : "";
+        }
         return times;
     };
-    using times_t = std::vector<std::string>;
-    host_standin.on = true; // the throttle would wait for a clock so far behind
     // Rounded down to millions of instructions, then to seconds: 6, 13, 19, 26 and 33 millions.
-    EXPECT_EQ(times_from(0, 5),
-              (times_t{"time 0 sec", "time 1 sec", "time 2 sec", "time 3 sec", "time 4 sec"}));
+    EXPECT_EQ(times_from(0, 5), "0 sec,1 sec,2 sec,3 sec,4 sec,");
     EXPECT_EQ(machine.speaker_samples, (std::deque<sample_run_t>{{0, 5 * 6666666 / 833}}));
-    EXPECT_EQ(times_from(24'000'000'000, 1), times_t{"time 3600 sec"});
+    EXPECT_EQ(times_from(24'000'000'000, 1), "3600 sec,");
     // The 150 ms of each million are counted with 32 bits, for 49 days.
-    EXPECT_EQ(times_from(28'633'108'500'000, 2), (times_t{"time 4294967 sec", "time 0 sec"}));
+    EXPECT_EQ(times_from(28'633'108'500'000, 2), "4294967 sec,0 sec,");
+    EXPECT_DEATH(times_from(std::numeric_limits<uint64_t>::max() - 5, 1), "machine.instr_count != 0");
     host_standin = {};
-}
-
-TEST_F(RunLoop, KeepsTheResetThatADialogMade) {
-    machine.memory[BRANCH] = 18;
-    recording.at_message = reset_machine;
-    run_until_stop(simulate_run);
-    EXPECT_EQ(machine.instr_count, 1U) << "the failed instruction counts after the reset";
-    EXPECT_EQ(machine.pc, BRANCH);
-}
-
-TEST_F(RunLoop, AbortsWhenTheInstructionCountWraps) {
-    machine.instr_count = std::numeric_limits<uint64_t>::max() - 5;
-    EXPECT_DEATH(run_until_stop(simulate_run), "machine.instr_count != 0");
 }
 
 using Loader = DeviceTest;
 
 TEST_F(Loader, TellsTheEngineOfAnotherProgram) {
     simulate_init();
-    const std::string image = folder / "x.mif";
     const auto load_and_run = [&](int32_t opcode) {
-        std::ofstream(image) << std::string(6, '\n') << "0 : " << opcode << ";\nEND;\n";
-        simulate_load(folder / "x.k");
+        std::ofstream(folder / "x.mif") << "\n\n\n\n\nBEGIN\n0 : " << opcode << ";\nx\n\ny\nEND;\n0 : 5\n";
+        const load_t load = simulate_load(folder / "x.k");
+        EXPECT_TRUE(load.opened && load.begun && load.ended);
+        EXPECT_EQ((std::vector{load.words, load.skipped, load.first_skipped}), (std::vector{1, 2, 8}));
         simulator.step = 1000;
         run_until_stop(simulate_run, false);
     };
@@ -90,126 +69,96 @@ TEST_F(Loader, TellsTheEngineOfAnotherProgram) {
     EXPECT_EQ(machine.instr_count, 1000U) << "a branch to itself";
     load_and_run(K24_HALT);
     EXPECT_TRUE(machine.halted);
-    // An image that cannot be read, though it can be opened, leaves the board as it is.
-    std::filesystem::remove(image);
-    std::filesystem::create_symlink("/proc/self/mem", image);
-    machine.memory[2] = 1;
-    graphical_display = true;
-    simulate_load(folder / "x.k");
-    graphical_display = false;
-    EXPECT_EQ(recording.calls.back(), "error Can't read " + image + ": Input/output error");
-    EXPECT_EQ(machine.memory[2], 1);
-    EXPECT_TRUE(machine.halted);
 }
 
-using Assembler = DeviceTest;
+using Debug = DeviceTest;
 
-TEST_F(Assembler, ReportsACloseThatFails) {
-    const std::string program = folder / "prog";
-    const auto write = [&](const char* ending, const char* text) { std::ofstream(program + ending) << text; };
-    write(".k", "x halt\n");
-    graphical_display = true;
-    const char* const endings[] = {".mif", ".labels"};
-    for (int i = 0; i < 2; ++i) {
-        write(".mif", "old");
-        write(".labels", "old");
-        host_standin.failing_close = 3 + i; // after those of the two old files
-        ASSERT_FALSE(assemble(program + ".k"));
-        EXPECT_EQ(recording.calls.back(),
-                  "error Can't write file " + program + endings[i] + ": Input/output error");
-        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 3)
-            << "nothing else is left";
-        EXPECT_EQ(std::filesystem::file_size(program + endings[0]), 3U) << "the old one";
-        EXPECT_EQ(std::filesystem::file_size(program + endings[1]), 3U) << "the old one";
+TEST_F(Debug, RunTakesWhatIsTyped) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"", "-1 -1 -1 ::"},
+        {"\n5", "5 -1 -1 5::"},
+        {"0", "-1 0 0 :0:0"},
+        {"x", "-1 0 0 :0:0"},
+        {" 12x", "12 12 12 12:12:12"},
+        {"-3", "-1 -1 -1 ::"},
+        {"2147483648", "2147483647 2147483647 2147483647 2147483647:2147483647:2147483647"}};
+    for (const auto& [text, outcome] : cases) {
+        typed.steps = typed.breakpoint = typed.watchpoint = text;
+        simulator.running = false;
+        recording.calls.clear();
+        debug_runstop();
+        std::ostringstream controls;
+        controls << simulator.step << ' ' << simulator.breakpoint << ' ' << simulator.watchpoint << ' '
+                 << typed.steps << ':' << typed.breakpoint << ':' << typed.watchpoint;
+        EXPECT_EQ(controls.str(), outcome) << text;
+        EXPECT_EQ(recording.calls.front(), "runstop Stop");
     }
-    graphical_display = false;
-    host_standin.failing_close = 0;
+    debug_runstop();
+    EXPECT_EQ(simulator.step, 0) << "it stops what runs";
+    machine.halted = true;
+    simulator.running = false;
+    debug_runstop();
+    EXPECT_FALSE(simulator.running);
+    pass_over_waiting(true);
 }
-
-// What is 0 after Reset, and what Reset leaves alone. Of numbers that lie together, the first and the last.
-struct numbers_t {
-    int32_t* first;
-    int32_t* last;
-};
-
-constexpr numbers_t CLEARED[] = {
-    {&machine.pc, &machine.pc},
-    {&machine.led_red, &machine.hex74},
-    {&machine.lcd_command, &machine.lcd_ascii},
-    {&machine.ps2_command, &machine.ps2_response},
-    {&machine.sdram_command, &machine.sdram_data_read},
-    {&machine.speaker_command, &machine.speaker_current_sample},
-    {&machine.microphone_command, &machine.microphone_response},
-    {&machine.vga_command, &machine.vga_color_read},
-    {&machine.mouse_command, &machine.mouse_active},
-    {&machine.touch_command, &machine.touch_response},
-    {&machine.touch_pressed, &machine.touch_pressed},
-    {&machine.sd_command, &machine.sd_response},
-    {&machine.sd_address, &machine.sd_address},
-    {&machine.sd_data_read, &machine.sd_data_read},
-    {&machine.serial_send_command, &machine.serial_send_response},
-    {&machine.fft_send_command, &machine.fft_send_inverse},
-    {&machine.fft_receive_command, &machine.fft_receive_imaginary},
-    {&machine.fft_send_count, &machine.fft_send_count},
-    {&machine.camera_command, &machine.camera_flip},
-};
-uint64_t* const CLEARED_COUNTS[] = {&machine.instr_count,        &machine.vga_response_instr,
-                                    &machine.sd_response_instr,  &machine.serial_send_response_instr,
-                                    &machine.fft_response_instr, &machine.camera_response_instr};
-bool* const CLEARED_FLAGS[] = {&machine.halted,           &machine.microphone_sample_avail,
-                               &machine.sd_buffer_valid,  &machine.sd_buffer_dirty,
-                               &machine.camera_ram_valid, &simulator.running};
-constexpr numbers_t KEPT[] = {
-    {&machine.memory[0], &machine.memory[MEMORY_SIZE - 1]},
-    {&machine.sw, &machine.sw},
-    {&machine.sdram_ram[0], &machine.sdram_ram[9]},
-    {&machine.touch_x_private, &machine.touch_y_private},
-    {&machine.sd_write, &machine.sd_write},
-    {&machine.sd_data_write, &machine.sd_data_write},
-    {&machine.serial_receive_command, &machine.serial_receive_data},
-    {&machine.fft_send_inverse_first, &machine.fft_send_inverse_first},
-    {&simulator.breakpoint, &simulator.watchpoint},
-};
 
 TEST(Reset, ClearsTheDevicesAndKeepsTheRest) {
-    reset_machine();
-    for (const auto& [first, last] : CLEARED) {
-        std::fill(first, last + 1, 1);
-    }
-    for (uint64_t* const count : CLEARED_COUNTS) {
-        *count = 1;
-    }
-    for (bool* const flag : CLEARED_FLAGS) {
-        *flag = true;
-    }
-    for (const auto& [first, last] : KEPT) {
-        std::fill(first, last + 1, 5);
-    }
-    machine.fft_receive_count = 1;
-    machine.speaker_current_sample_played = false;
+    fill_record(1);
+    machine.serial_state = DISCONNECTED;
+    machine.mouse_active = 1;
+    machine.speaker_samples = {{1, 1}};
+    machine.microphone_samples = {1};
+    simulator = {};
+    simulator.running = true;
+    simulator.step = 1;
+    simulator.breakpoint = simulator.watchpoint = 5;
     recording = {};
     reset_machine();
     const std::string blank(16, ' ');
     EXPECT_EQ(recording.calls, (std::vector<std::string>{"runstop Run ", "status Stopped", "time 0 sec",
                                                          "cursor off", "pc PC 0", "memory", "hex30 0000",
                                                          "hex74 0000", "lcd " + blank + "\n" + blank}));
-    for (size_t i = 0; i < std::size(CLEARED); ++i) {
-        EXPECT_EQ(std::count(CLEARED[i].first, CLEARED[i].last + 1, 0),
-                  CLEARED[i].last + 1 - CLEARED[i].first)
-            << i;
-    }
-    for (size_t i = 0; i < std::size(KEPT); ++i) {
-        EXPECT_EQ(std::count(KEPT[i].first, KEPT[i].last + 1, 5), KEPT[i].last + 1 - KEPT[i].first) << i;
-    }
-    const auto is_zero = [](const auto* number) { return *number == 0; };
-    EXPECT_TRUE(std::ranges::all_of(CLEARED_COUNTS, is_zero));
-    EXPECT_TRUE(std::ranges::all_of(CLEARED_FLAGS, is_zero));
-    EXPECT_EQ(simulator.step, 0);
-    EXPECT_EQ(machine.fft_receive_count, 1024);
-    EXPECT_TRUE(machine.speaker_current_sample_played);
-    clear_memory();
-    simulate_init();
-    machine.sw = 0;
+    record_t after;
+    after.take();
+    fill_record(0);
+    const auto keep = [](void* first, void* last) {
+        std::memset(first, 1, static_cast<size_t>(static_cast<char*>(last) - static_cast<char*>(first)));
+    };
+    // From one field to another, the bytes between them included.
+    keep(&machine.memory, &machine.pc);
+    keep(&machine.pc + 1, &machine.instr_count);
+    keep(&machine.run_start_time, &machine.halted);
+    keep(&machine.modified, &machine.led_red);
+    keep(&machine.ps2_event + 1, &machine.ps2_events);
+    keep(&machine.sdram_ram, machine.sdram_ram + 1024);
+    keep(&machine.speaker_current_sample_played + 1, &machine.speaker_samples);
+    keep(&machine.microphone_sample_avail + 1, &machine.vga_command);
+    keep(&machine.mouse_available, &machine.touch_command);
+    keep(&machine.touch_x_private, &machine.touch_x);
+    keep(&machine.sd_write, &machine.sd_address);
+    keep(&machine.sd_data_write, &machine.sd_data_read);
+    keep(&machine.sd_buffer_dirty + 1, &machine.sd_buffer_address);
+    keep(&machine.serial_receive_command, &machine.serial_send_command);
+    keep(&machine.fft_send_inverse_first, &machine.fft_receive_command);
+    keep(&machine.fft_send, &machine.fft_send_count);
+    keep(&machine.fft_send_count + 1, &machine.fft_receive_count);
+    keep(&machine.camera_ram_valid + 1, &machine.camera_response_instr);
+    keep(&machine.loop_look, &machine.serial_state);
+    keep(&machine.speaker_batch, &machine.sdram_filled);
+    simulator.breakpoint = simulator.watchpoint = 5;
+    machine.ps2_pressed.assign(256, false);
+    std::memset(machine.lcd_ram, ' ', sizeof machine.lcd_ram);
+    machine.speaker_current_sample_played = true;
+    machine.mouse_lastx = machine.mouse_lasty = machine.touch_x = machine.touch_y =
+        machine.sd_buffer_address = -1;
+    std::ranges::generate(machine.sd_buffer, [place = uint64_t{2} << 32]() mutable {
+        return static_cast<int32_t>(noise_at(place++));
+    });
+    machine.fft_receive_count = 1024;
+    EXPECT_EQ(after.difference(), "");
+    fill_record(0);
+    forget_proofs();
+    reset_machine();
 }
 
 // In a process of its own: a limit that was lowered does not rise again.
