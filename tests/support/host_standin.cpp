@@ -2,12 +2,9 @@
 
 #include "tests/support/host_standin.h"
 
-#include <cerrno>
 #include <ctime>
 #include <string>
 
-#include <fcntl.h>
-#include <sys/syscall.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -52,17 +49,6 @@ int gettimeofday(timeval* now, void* /*zone*/) noexcept {
     }
     *now = {.tv_sec = time.tv_sec, .tv_usec = time.tv_nsec / 1000};
     return 0;
-}
-
-int close(int descriptor) {
-    const bool written =
-        host_standin.failing_close > 0 && (fcntl(descriptor, F_GETFL) & O_ACCMODE) != O_RDONLY;
-    const long result = syscall(SYS_close, descriptor);
-    if (written && --host_standin.failing_close == 0) {
-        errno = EIO;
-        return -1;
-    }
-    return static_cast<int>(result);
 }
 
 } // extern "C"

@@ -1,7 +1,7 @@
 #pragma once
 
-// The host's clock, its sleep, its sound server and its files, as the simulator sees them in the unit tests:
-// the real ones, unless a test wants them to be the same in every run, or to fail.
+// The host's clock, its sleep and its sound server, as the simulator sees them in the unit tests: the real
+// ones, unless a test wants them to be the same in every run.
 
 #include <cstdint>
 #include <vector>
@@ -9,7 +9,6 @@
 struct host_standin_t {
     bool on = false;
     uint64_t slept_us = 0; // by which the clock is ahead of the machine's own time
-    int failing_close = 0; // if not 0, so many closes of written files from now, the last one fails
     std::vector<int16_t> played = {};
 };
 
