@@ -156,8 +156,13 @@ class WindowTest(unittest.TestCase):
             pass
         return {}
 
-    def with_role(self, role, title):
-        return (widget for widget in descendants(self.dialog(title)) if widget.get_role() == role)
+    def find(self, title, role, *names):
+        """Waits for it: what comes or goes while we look cannot be asked."""
+        def found():
+            with contextlib.suppress(GLib.Error, AttributeError):
+                return next((widget for widget in descendants(self.window(title)) if widget.get_role() == role
+                             and (not names or widget.get_name() in names)), None)
+        return wait_until(found)
 
     def title_of(self, frame):
         """Messages and questions have the title of the control window."""
@@ -218,9 +223,10 @@ class WindowTest(unittest.TestCase):
 
     def answer(self, button="OK", title="alert"):
         """The text of the dialog, which goes when the button is pressed."""
-        widgets = list(descendants(self.dialog(title)))
-        texts = [text_of(widget) for widget in widgets if widget.get_role() == Atspi.Role.LABEL]
-        Atspi.Action.do_action(next(widget for widget in widgets if widget.get_name() == button), 0)
+        pressed = self.find(title, Atspi.Role.PUSH_BUTTON, button)
+        texts = [text_of(widget) for widget in descendants(self.dialog(title))
+                 if widget.get_role() == Atspi.Role.LABEL]
+        Atspi.Action.do_action(pressed, 0)
         wait_until(lambda: self.window(title) is None)
         return "".join(texts)
 
@@ -241,11 +247,8 @@ class WindowTest(unittest.TestCase):
         if name is None:
             self.answer("Cancel", title)
             return
-        entry = wait_until(lambda: next(self.with_role(Atspi.Role.TEXT, title), None))
-        Atspi.EditableText.set_text_contents(entry, str(name))
-        button = next(widget for widget in self.with_role(Atspi.Role.PUSH_BUTTON, title)
-                      if widget.get_name() in ("Open", "Save"))
-        Atspi.Action.do_action(button, 0)
+        Atspi.EditableText.set_text_contents(self.find(title, Atspi.Role.TEXT), str(name))
+        Atspi.Action.do_action(self.find(title, Atspi.Role.PUSH_BUTTON, "Open", "Save"), 0)
 
     def close(self, title):
         output("wmctrl", "-i", "-c", self.id(title))
@@ -318,7 +321,7 @@ class WindowTest(unittest.TestCase):
     # Work
 
     def memory_view(self):
-        return next(self.with_role(Atspi.Role.TEXT, "K24 memory"))
+        return self.find("K24 memory", Atspi.Role.TEXT)
 
     def memory_text(self, start=0, end=-1):
         return Atspi.Text.get_text(self.memory_view(), start, end)

@@ -127,7 +127,7 @@ class Devices(WindowTest):
         self.assertEqual("Can't open serial device", self.answer())
         self.assertIn("To show the serial output in the serial port window, leave the field blank.",
                       self.answer("OK", "question"))
-        view = next(self.with_role(Atspi.Role.TEXT, "Serial console"))
+        view = self.find("Serial console", Atspi.Role.TEXT)
         self.assertEqual([], self.unnamed("Serial console"))
         self.activate("Serial console")
         self.keys("key", "a", "shift", "Return", "Tab", "b")
@@ -142,7 +142,7 @@ class Devices(WindowTest):
         self.load("serial_fault.k")
         self.answer("OK", "question")
         self.dialog("alert")
-        self.assertEqual(20000, text_of(next(self.with_role(Atspi.Role.TEXT, "Serial console"))).count("a"))
+        self.assertEqual(20000, text_of(self.find("Serial console", Atspi.Role.TEXT)).count("a"))
         self.answer()
 
     def test_reset_discards_what_waits_on_the_line(self):
@@ -158,7 +158,7 @@ class Devices(WindowTest):
             wait_until(lambda: not select.select([], [partner], [], 0)[1])  # the line is full
             self.press("Reset", pc=0)  # no later than the accessibility interface gives up
         self.load("serial_echo.k")
-        Atspi.EditableText.set_text_contents(next(self.with_role(Atspi.Role.TEXT, "question")), os.ttyname(line))
+        Atspi.EditableText.set_text_contents(self.find("question", Atspi.Role.TEXT), os.ttyname(line))
         self.answer("OK", "question")
         self.wait_stopped("Running")
         self.press("Run ")

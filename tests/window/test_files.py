@@ -19,7 +19,7 @@ class Files(WindowTest):
                               ("Save SDRAM", "Choose SDRAM .dat file"), ("Save VGA", "Choose VGA .dat file")):
             self.click(button)
             self.choose(title)
-            self.assertEqual({"tovik", "VGA", "K24 memory"}, set(self.frames()))
+            wait_until(lambda: set(self.frames()) == {"tovik", "VGA", "K24 memory"})
         self.assertEqual("Choose assembly file", self.label("Choose assembly file"))
         self.assertEqual([], list(self.folder.glob("*.mif")) + list(self.folder.glob("*.dat")))
         path = self.folder / "x.dat"
