@@ -18,11 +18,10 @@ std::string screen_bytes() {
     take_screen_changes();
     std::string bytes;
     bytes.reserve(static_cast<size_t>(VGA_WIDTH) * VGA_HEIGHT * BYTES_PER_PIXEL);
-    for (int32_t y = 0; y < VGA_HEIGHT; ++y) {
-        const uint32_t* const row = machine.vga_picture[y];
-        for (int32_t x = 0; x < VGA_WIDTH; ++x) {
+    for (const auto& row : machine.vga_picture) {
+        for (const uint32_t pixel : row) {
             for (const int shift : {16, 8, 0}) {
-                bytes += static_cast<char>(row[x] >> shift & 0xff);
+                bytes += static_cast<char>(pixel >> shift & 0xff);
             }
         }
     }
