@@ -3,15 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cassert>
-#include <cstdio>
-#include <cstdlib>
 #include <iostream>
 #include <limits>
-#include <string_view>
 
 #include "base/gui.h"
 #include "base/machine.h"
-#include "base/saved_file.h"
 #include "core/engine.h"
 #include "core/memory.h"
 #include "devices/audio.h"

@@ -23,8 +23,9 @@ struct pass_t {
 };
 
 // Executes at most `most` instructions (at least 1) while simulator.running is true, with all that happens
-// after each, and handles the events that wait when the window is to be looked at. Waits for nothing itself.
-// Where a pass ends changes nothing.
+// after each, and handles the events that wait when the window is to be looked at. Waits neither for events
+// nor for the pace. Each pass with nothing to run counts as a turn: it is to be followed by one event. Where
+// the others end changes nothing.
 pass_t simulate_pass(int32_t most);
 
 // Pass after pass, with the waiting in between, for a front end that leaves the thread to the run loop. Never
