@@ -257,8 +257,9 @@ void advance_camera_file() {
     const ssize_t count = read_full(camera_file, frame, machine.camera_file_position);
     const int error = errno;
     machine.camera_ram_valid = count == ssize_t{sizeof machine.camera_ram};
-    machine.camera_file_position += count;
-    if (!machine.camera_ram_valid) {
+    if (machine.camera_ram_valid) {
+        machine.camera_file_position += count;
+    } else {
         close_movie();
     }
     if (count < 0) {
