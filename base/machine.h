@@ -53,6 +53,13 @@ class tovik_error {
 // The host has failed so that no run can go on; standard error says how. The process is to end with status 1.
 struct host_failure_t {};
 
+// Thrown by a device whose host has nothing for it yet: the instruction has done nothing, and is to be
+// executed anew when `ready` says so. `ready` waits for that so many milliseconds at most; a host that cannot
+// wait answers at once.
+struct host_wait_t {
+    bool (*ready)(int most_ms);
+};
+
 struct ps2_event_t {
     uint8_t ascii;
     bool pressed;
@@ -244,6 +251,8 @@ struct machine_t {
     std::string vga_filename;
     std::string sd_filename;
     std::string camera_filename;
+
+    std::string serial_cable; // the name of the one that is being connected, else empty
 
     std::queue<uint8_t> serial_queue; // at most 1024 bytes
 };

@@ -88,9 +88,14 @@ slice_t run_slice(int32_t count) {
         --run.left;
         slice.faulted = true;
         slice.fault = error.message;
+    } catch (const host_wait_t& wait) {
+        take_stock(run.left);
+        machine.pc = run.start;
+        slice.wait = wait.ready;
     }
     machine.instr_count = count_at(run.left) - (slice.faulted ? 1 : 0);
-    settle_steps(run.left + 1); // the step of the last one is the run loop's business
     slice.executed = count - run.left;
+    // The step of the last one is the run loop's business.
+    settle_steps(slice.executed > 0 ? run.left + 1 : run.left);
     return slice;
 }

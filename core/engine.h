@@ -9,12 +9,16 @@ struct slice_t {
     int32_t executed;  // instructions, a failed one included
     bool faulted;      // the last instruction failed; machine.pc is its address
     std::string fault; // the message of the fault
+
+    // The instruction at machine.pc, which is not among the executed ones, waits for the host; else nullptr.
+    bool (*wait)(int most_ms);
 };
 
 // Executes up to `count` (at least 1) instructions from machine.pc, stopping early after one that fails,
-// halts, meets the breakpoint, or changes the controls in `simulator`. machine.pc and machine.instr_count are
-// exact whenever a device sees them and at the end, save that a failed instruction is not yet counted in
-// machine.instr_count. simulator.step, where it counts, is then decreased for all but the last instruction.
+// halts, meets the breakpoint, or changes the controls in `simulator`, and before one that waits. machine.pc
+// and machine.instr_count are exact whenever a device sees them and at the end, save that a failed
+// instruction is not yet counted in machine.instr_count. simulator.step, where it counts, is then decreased
+// for all but the last instruction.
 slice_t run_slice(int32_t count);
 
 // Whoever writes machine.memory or clears machine.modified, other than by memwrite in an instruction, calls

@@ -24,6 +24,11 @@ void execute_and_report() {
         gui_message("error at PC " + std::to_string(start) + "\n" + error.message, true);
         simulator.step = 0;
         machine.pc = start;
+    } catch (const host_wait_t& wait) {
+        machine.pc = start;
+        while (!wait.ready(1000)) {
+        }
+        execute_and_report();
     }
 }
 

@@ -36,8 +36,8 @@ constexpr uint32_t MS_PER_MILLION_INSTRUCTIONS = NS_PER_INSTRUCTION;
 
 constexpr int32_t INSTRUCTIONS_PER_THROTTLE_CHECK = 500000;
 
-// Sound that flows takes more samples far sooner. Where it has stopped, the window goes on.
-constexpr int SOUND_WAIT_MS = 100;
+// What flows comes far sooner. Where it has stopped, the window goes on.
+constexpr int HOST_WAIT_MS = 100;
 
 stop_t stop = {};
 
@@ -197,6 +197,7 @@ void simulate_init() {
 }
 
 void simulate_begin() {
+    stop = {};
     machine.loop_look = 0;
     for (const periodic_t& periodic : PERIODICS) {
         machine.*periodic.elapsed = 0;
@@ -212,7 +213,7 @@ pass_t simulate_pass(int32_t most) {
     while (most > 0 && sleep_ms == 0) {
         // A run that is to stop does not wait, so that the user can end one whose sound has stopped.
         if (simulator.step != 0 && speaker_waits()) {
-            return {.idle = false, .sleep_ms = 0, .sound = true};
+            return {.idle = false, .sleep_ms = 0, .wait = playback_ready};
         }
         look_at_window();
         if (!simulator.running) {
@@ -227,8 +228,15 @@ pass_t simulate_pass(int32_t most) {
         if (slice.faulted) {
             show_fault(slice);
         }
-        sleep_ms = advance_time(slice, speaker_was_on);
-        stop_if_due(slice);
+        if (slice.executed > 0) {
+            sleep_ms = advance_time(slice, speaker_was_on);
+        }
+        if (slice.executed > 0 || simulator.step == 0) {
+            stop_if_due(slice);
+        }
+        if (slice.wait != nullptr) {
+            return {.idle = false, .sleep_ms = sleep_ms, .wait = slice.wait};
+        }
     }
     return {.idle = false, .sleep_ms = sleep_ms};
 }
@@ -239,9 +247,10 @@ void simulate_run() {
         const pass_t pass = simulate_pass(std::numeric_limits<int32_t>::max());
         if (pass.idle) {
             gui_handle_event();
-        } else if (pass.sound && playback_room(SOUND_WAIT_MS) == 0) {
+        } else if (pass.wait != nullptr && !pass.wait(HOST_WAIT_MS)) {
             handle_events();
-        } else if (pass.sleep_ms > 0) {
+        }
+        if (pass.sleep_ms > 0) {
             wait_ms(pass.sleep_ms);
         }
     }

@@ -17,9 +17,12 @@ void simulate_begin();
 
 // What is to be done before the next pass.
 struct pass_t {
-    bool idle;          // nothing runs: wait for an event
-    int32_t sleep_ms;   // how far the board is ahead of its clock
-    bool sound = false; // the board is ahead of the host's sound: wait for playback_room
+    bool idle;        // nothing runs: wait for an event
+    int32_t sleep_ms; // how far the board is ahead of its clock
+
+    // What the board waits for at the host, sound that is played or something that an instruction needs:
+    // until this returns true. It waits so many milliseconds at most. Else nullptr.
+    bool (*wait)(int most_ms) = nullptr;
 };
 
 // Executes at most `most` instructions (at least 1) while simulator.running is true, with all that happens

@@ -47,9 +47,6 @@ constexpr int32_t MICROPHONE_SAMPLE = 0x52;
 
 constexpr int32_t HOST_STEP = 65536; // of a sample of 16 bits, in one of 32
 
-// A sample comes at the latest after some milliseconds, unless the host has stopped.
-constexpr int MICROPHONE_WAIT_MS = 1000;
-
 void log_failure(const tovik_error& error) { *sound_log << error.message << std::endl; }
 
 // Returns whether there is a stream now.
@@ -112,7 +109,8 @@ void microphone_clear() { machine.microphone_samples.clear(); }
 
 // One sample. After a failure it is 0.
 void read_stream() {
-    while (!record_ready(MICROPHONE_WAIT_MS)) {
+    if (!record_ready(0)) {
+        throw host_wait_t{record_ready};
     }
     int32_t sample = 0;
     try {

@@ -44,8 +44,6 @@ constexpr int32_t CAMERA_HEIGHT = CAPTURE_HEIGHT;
 constexpr int32_t COORDINATE_MASK = VGA_RAM_SIZE - 1;
 constexpr int32_t FULL_SIZE = 3;
 
-constexpr int FIRST_FRAME_MS = 5000;
-
 static_assert(sizeof machine.camera_ram == 614400);
 static_assert(std::endian::native == std::endian::little); // frames as they stand in the file
 
@@ -85,8 +83,8 @@ bool live_frame_is_there() {
     if (machine.camera_ram_valid) {
         return capture_ready(0);
     }
-    if (!capture_ready(FIRST_FRAME_MS)) {
-        throw tovik_error(CAPTURE_NO_FRAME);
+    if (!capture_settled(0)) {
+        throw host_wait_t{capture_settled};
     }
     return true;
 }

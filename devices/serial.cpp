@@ -21,14 +21,15 @@
 #include "devices/serial.h"
 
 #include <cassert>
-#include <chrono>
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 
 #include "base/gui.h"
 #include "base/machine.h"
 #include "devices/io.h"
+#include "host/clock.h"
 #include "host/line.h"
 
 namespace {
@@ -47,31 +48,46 @@ constexpr int LONGEST_NAME = 20;
 
 // A side that sends faster than bytes are taken from the line must not hold the program for ever.
 constexpr size_t MOST_BYTES_AT_ONCE = 65536;
-constexpr std::chrono::seconds LONGEST_DISCARD(1);
+constexpr uint64_t LONGEST_DISCARD_MS = 1000;
 
 // A line that holds so many bytes may be full, and its sender, or the relay, wait with more of them.
 constexpr size_t FULL_LINE_BYTES = 2048;
 constexpr int SENDER_MS = 50; // in which they go on
-
-constexpr int STEP_MS = 1000; // so long the wait for a step of a connection is at a time
 
 const std::string PROMPT =
     "Enter the name of your serial port (e.g., COM1 on Windows, /dev/ttyS0 or /dev/ttyUSB0 on Linux).\n"
     "To use a virtual serial cable, enter your campusid.\n"
     "To show the serial output in the serial port window, leave the field blank.";
 
-void connect_device(const std::string& name) {
-    line_open_device(name);
-    machine.serial_state = HW;
+bool names_device(const std::string& name) { return name.find_first_of("/0123456789") != std::string::npos; }
+
+// One attempt to open a device, or to begin with a cable. Only an error of the relay comes out of it.
+void connect_to(const std::string& name) {
+    if (name.empty()) {
+        gui_serial_setup();
+        machine.serial_state = WINDOW;
+    } else if (names_device(name)) {
+        try {
+            line_open_device(name);
+            machine.serial_state = HW;
+        } catch (const tovik_error& error) {
+            serial_disconnect();
+            gui_message(error.message, true);
+        }
+    } else {
+        machine.serial_cable = name;
+        line_open_cable(name);
+    }
 }
 
-void connect_cable(const std::string& name) {
-    line_open_cable(name);
-    machine.serial_state = NET;
-    std::optional<std::string> partner;
-    while (!partner) {
-        partner = line_connect(STEP_MS);
+// Goes on with a cable.
+void connect_cable() {
+    const std::optional<std::string> partner = line_connect();
+    if (!partner) {
+        throw host_wait_t{line_ready};
     }
+    machine.serial_state = NET;
+    const std::string name = std::exchange(machine.serial_cable, "");
     if (partner->empty()) {
         gui_message(
             "Connected to virtual serial port.  Next, run a second instance of tovik and connect it to "
@@ -83,35 +99,21 @@ void connect_cable(const std::string& name) {
     }
 }
 
-bool names_device(const std::string& name) { return name.find_first_of("/0123456789") != std::string::npos; }
-
-// One attempt. Only an error of the relay comes out of it.
-void connect_to(const std::string& name) {
-    if (name.empty()) {
-        gui_serial_setup();
-        machine.serial_state = WINDOW;
-        return;
-    }
-    try {
-        if (names_device(name)) {
-            connect_device(name);
-        } else {
-            connect_cable(name);
-        }
-    } catch (const tovik_error& error) {
-        serial_disconnect();
-        if (!names_device(name)) {
-            throw;
-        }
-        gui_message(error.message, true);
-    }
-}
-
 // Unless the port is connected, asks where it leads, with the message above the question, until it is. Throws
-// tovik_error, disconnected, when the relay cannot be reached or refuses.
+// host_wait_t while a cable is being connected, and tovik_error, disconnected, when the relay cannot be
+// reached or refuses.
 void serial_connect(const std::string& message) {
     while (machine.serial_state == DISCONNECTED) {
-        connect_to(gui_gettext(message + PROMPT, LONGEST_NAME));
+        try {
+            if (machine.serial_cable.empty()) {
+                connect_to(gui_gettext(message + PROMPT, LONGEST_NAME));
+            } else {
+                connect_cable();
+            }
+        } catch (const tovik_error&) {
+            serial_disconnect();
+            throw;
+        }
     }
 }
 
@@ -124,10 +126,10 @@ void enqueue(char byte) {
 // Throws all away that waits to be received, also what a sender holds back because the line is full. Takes
 // no more than about a second.
 void discard() {
-    const auto end = std::chrono::steady_clock::now() + LONGEST_DISCARD;
+    const uint64_t start = time_ms();
     size_t count = serial_receive();
     const bool was_full = count >= FULL_LINE_BYTES;
-    while (was_full && count > 0 && std::chrono::steady_clock::now() < end && line_ready(SENDER_MS)) {
+    while (was_full && count > 0 && time_ms() - start < LONGEST_DISCARD_MS && line_ready(SENDER_MS)) {
         count = serial_receive();
     }
     machine.serial_queue = {};
@@ -186,6 +188,7 @@ int32_t read_send_response() {
 void serial_disconnect() {
     line_close();
     machine.serial_state = DISCONNECTED;
+    machine.serial_cable.clear();
     machine.serial_queue = {};
 }
 
@@ -324,6 +327,8 @@ void reset_serial() {
         } catch (const tovik_error& error) {
             // No program waits for it, and the other devices are still to be reset.
             gui_message(error.message, true);
+        } catch (const host_wait_t&) {
+            // Reset does not wait: the program's next access goes on with the new connection.
         }
     }
 }

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cassert>
 #include <cerrno>
+#include <chrono>
+#include <optional>
 #include <utility>
 
 #include <fcntl.h>
@@ -18,9 +20,15 @@
 
 namespace {
 
+using std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds PATIENCE(5000);
+constexpr const char* NO_FRAME = "error dequeueing buffer";
+
 int camera_fd = -1;
 v4l2_buffer v4l2_buf;
 void* v4l2_buf_data = nullptr;
+std::optional<steady_clock::time_point> settles_at; // at the latest, while a program waits for a frame
 
 // Asks the driver, and asks again where a signal came in between.
 void ask(unsigned long request, void* argument, const char* failure) {
@@ -126,9 +134,20 @@ bool capture_ready(int most_ms) {
     return result != 0;
 }
 
+bool capture_settled(int most_ms) {
+    if (!settles_at) {
+        settles_at = steady_clock::now() + PATIENCE;
+    }
+    return capture_ready(most_ms) || steady_clock::now() >= *settles_at;
+}
+
 const uint8_t* capture_take() {
+    const bool was_waited_for = std::exchange(settles_at, std::nullopt).has_value();
+    if (was_waited_for && !capture_ready(0)) {
+        throw tovik_error(NO_FRAME);
+    }
     try {
-        ask(VIDIOC_DQBUF, &v4l2_buf, CAPTURE_NO_FRAME);
+        ask(VIDIOC_DQBUF, &v4l2_buf, NO_FRAME);
     } catch (const tovik_error&) {
         if (errno == EAGAIN) {
             throw tovik_error("ioctl interrupted by signal");
@@ -152,6 +171,7 @@ bool capture_stop() {
 }
 
 void capture_close() {
+    settles_at.reset();
     if (v4l2_buf_data != nullptr) {
         munmap(std::exchange(v4l2_buf_data, nullptr), v4l2_buf.length);
     }

@@ -1,7 +1,8 @@
 #pragma once
 
 // A serial line of the host's: one of its serial devices, or the end of a cable that the relay makes of two
-// lines with one name. At most one is open. Nothing has to wait behind this.
+// lines with one name. At most one is open. Nothing waits behind this longer than it is told to, save that
+// finding the relay may take a moment, and writing has a bound of its own.
 
 #include <cstddef>
 #include <optional>
@@ -14,12 +15,14 @@ void line_open_device(const std::string& name);
 // Begins to connect to the relay. Throws tovik_error.
 void line_open_cable(const std::string& name);
 
-// Goes on with that by one step, for which it waits so many milliseconds at most; a host that cannot wait
-// answers at once. Returns, when the line is open, the name of the computer at its other end, which is empty
-// when nobody is there yet. Throws tovik_error when the relay refuses, or has kept it waiting for 30 s.
-[[nodiscard]] std::optional<std::string> line_connect(int most_ms);
+// Goes on with that by one step, if line_ready. Returns, when the line is open, the name of the computer at
+// its other end, which is empty when nobody is there yet. Throws tovik_error when the relay refuses, or has
+// kept it waiting for 30 s.
+[[nodiscard]] std::optional<std::string> line_connect();
 
-// Whether there is something to read, waiting in the same way. The end of a line counts.
+// Whether there is something to read, for which it waits so many milliseconds at most; a host that cannot
+// wait answers at once. The end of a line counts. While a cable is being connected: whether the next step can
+// be made.
 [[nodiscard]] bool line_ready(int most_ms);
 
 // Reads what waits, as much as there is room for. Returns how many bytes; a device that fails has none.

@@ -45,11 +45,11 @@ int serial_fd = -1;   // a device
 int serial_sock = -1; // a connection to the relay
 
 // What the handshake waits for.
-enum class awaited_e { CONNECTION, CHALLENGE, STATUS };
+enum class awaited_e { NOTHING, CONNECTION, CHALLENGE, STATUS };
 
 struct handshake_t {
     std::string name;
-    awaited_e awaited = awaited_e::CONNECTION;
+    awaited_e awaited = awaited_e::NOTHING;
     steady_clock::time_point end; // of the patience with this step
     std::array<char, sizeof(int32_t)> number{};
     size_t count = 0; // of the number's bytes that are there
@@ -71,6 +71,10 @@ int wait_for_line(short event, int most_ms) {
     } while (result < 0 && errno == EINTR);
     return result;
 }
+
+short awaited_event() { return handshake.awaited == awaited_e::CONNECTION ? POLLOUT : POLLIN; }
+
+bool patience_is_over() { return steady_clock::now() >= handshake.end; }
 
 void set_up_line(int line) {
     termios attributes{};
@@ -172,6 +176,7 @@ std::optional<std::string> go_on() {
         await(awaited_e::CHALLENGE);
     } else if (receive_number()) {
         if (handshake.awaited == awaited_e::STATUS) {
+            handshake.awaited = awaited_e::NOTHING;
             const auto status = std::bit_cast<int32_t>(handshake.number);
             return status == 0 ? "" : host_name(status);
         }
@@ -213,18 +218,21 @@ void line_open_cable(const std::string& name) {
     }
 }
 
-std::optional<std::string> line_connect(int most_ms) {
-    const int result = wait_for_line(handshake.awaited == awaited_e::CONNECTION ? POLLOUT : POLLIN, most_ms);
+std::optional<std::string> line_connect() {
+    const int result = wait_for_line(awaited_event(), 0);
     if (result > 0) {
         return go_on();
     }
-    if (result < 0 || steady_clock::now() >= handshake.end) {
+    if (result < 0 || patience_is_over()) {
         fail_to_go_on();
     }
     return {};
 }
 
-bool line_ready(int most_ms) { return wait_for_line(POLLIN, most_ms) > 0; }
+bool line_ready(int most_ms) {
+    const int result = wait_for_line(awaited_event(), most_ms);
+    return handshake.awaited == awaited_e::NOTHING ? result > 0 : result != 0 || patience_is_over();
+}
 
 size_t line_read(std::span<char> room) {
     // In a program that polls, asking is cheaper than reading in vain.
@@ -269,6 +277,7 @@ size_t line_write(std::span<const char> bytes) {
 }
 
 void line_close() {
+    handshake.awaited = awaited_e::NOTHING;
     for (int* const line : {&serial_fd, &serial_sock}) {
         if (*line >= 0) {
             close(std::exchange(*line, -1));

@@ -1,7 +1,7 @@
 #pragma once
 
 // The host's sound: one stream that plays and one that records, both of one channel with 8000 samples of 16
-// bits a second. Nothing has to wait behind this.
+// bits a second. Only opening may take a moment.
 //
 // A failure is thrown as tovik_error, with the line that says it. A stream that has failed stays so until it
 // is closed, and each write and each read names the failure again.
@@ -17,6 +17,7 @@ void playback_open();
 // cannot wait answers at once. A stream that has failed takes any number: writing them then names the
 // failure.
 size_t playback_room(int most_ms);
+[[nodiscard]] bool playback_ready(int most_ms); // whether it takes any
 
 // Writes as many samples as there is room for, or fewer.
 void playback_write(std::span<const int16_t> samples);

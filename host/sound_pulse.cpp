@@ -195,6 +195,8 @@ size_t playback_room(int most_ms) {
     return bytes_ready(speaker, pa_stream_writable_size, most_ms) / sizeof(int16_t);
 }
 
+bool playback_ready(int most_ms) { return playback_room(most_ms) > 0; }
+
 void playback_write(std::span<const int16_t> samples) {
     assert(speaker.stream != nullptr);
     const lock_t locked = lock(speaker);

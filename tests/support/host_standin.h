@@ -10,6 +10,7 @@ struct host_standin_t {
     bool on = false;
     uint64_t slept_us = 0; // by which the clock is ahead of the machine's own time
     std::vector<int16_t> played = {};
+    bool recorded = false; // the microphone's stream has a sample, as it has once it is waited for
 };
 
 // While it is on, the clock follows machine.instr_count, a sleep takes no time and is recorded like a call of

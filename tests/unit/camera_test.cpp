@@ -24,7 +24,10 @@ bool frame_waits = false;
 
 bool capture_open() { return !live_frame.empty(); }
 bool capture_ready(int /*most_ms*/) { return frame_waits; }
-const uint8_t* capture_take() { return live_frame.data(); }
+bool capture_settled(int /*most_ms*/) { return true; }
+const uint8_t* capture_take() {
+    return frame_waits ? live_frame.data() : throw tovik_error("error dequeueing buffer");
+}
 void capture_give_back() { frame_waits = false; }
 bool capture_stop() { return true; }
 void capture_close() { live_frame.clear(); }

@@ -96,8 +96,8 @@ void run_in_passes() {
         const pass_t pass = simulate_pass(pick(lengths, 1, one_in(lengths, 2) ? 100 : LOOK));
         if (pass.idle) {
             gui_handle_event();
-        } else if (pass.sound) {
-            playback_room(1);
+        } else if (pass.wait != nullptr) {
+            pass.wait(1);
         } else if (pass.sleep_ms > 0) {
             wait_ms(pass.sleep_ms);
         }

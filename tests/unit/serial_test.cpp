@@ -33,7 +33,7 @@ void line_open_device(const std::string& /*name*/) { throw tovik_error("Can't op
 
 void line_open_cable(const std::string& /*name*/) { fail_if_gone(); }
 
-std::optional<std::string> line_connect(int /*most_ms*/) { return ""; }
+std::optional<std::string> line_connect() { return ""; }
 
 bool line_ready(int /*most_ms*/) {
     waiting += std::exchange(held, "");

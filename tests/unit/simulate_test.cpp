@@ -21,6 +21,7 @@
 #include "core/loader.h"
 #include "core/memory.h"
 #include "core/simulate.h"
+#include "host/sound.h"
 #include "tests/support/bus.h"
 #include "tests/support/gui_recording.h"
 #include "tests/support/host_standin.h"
@@ -51,6 +52,36 @@ TEST(RunLoop, ShowsTheSimulatedSeconds) {
     EXPECT_EQ(times_from(28'633'108'500'000, 2), "4294967 sec,0 sec,");
     EXPECT_DEATH(times_from(std::numeric_limits<uint64_t>::max() - 5, 1), "machine.instr_count != 0");
     host_standin = {};
+}
+
+TEST(RunLoop, ExecutesAnInstructionAnewWhenTheHostHasWhatItWaitsFor) {
+    clear_memory();
+    reset_machine();
+    simulate_init();
+    constexpr int32_t SAMPLE = INT32_MIN + 0x52;
+    std::ranges::copy(std::array<int32_t, 12>{K24_CP, 100, 0, 0, K24_CP, 101, SAMPLE, 0, K24_HALT},
+                      machine.memory);
+    machine.microphone_response = 1;
+    simulator.microphone_on = true;
+    simulator.running = true;
+    simulator.step = 3;
+    simulate_begin();
+    for (int turn = 0; turn < 2; ++turn) { // with something executed before it, and without
+        const pass_t pass = simulate_pass(10);
+        ASSERT_EQ(pass.wait, record_ready);
+        EXPECT_EQ(std::pair(machine.pc, machine.instr_count), std::pair(4, uint64_t{1}));
+        EXPECT_EQ(std::pair(simulator.step, machine.loop_look), std::pair(2, 1));
+    }
+    simulator.step = 0;
+    EXPECT_EQ(simulate_pass(10).wait, record_ready);
+    EXPECT_EQ(std::pair(simulator.running, last_stop().reason), std::pair(false, stop_reason_e::STOPPED));
+    simulator.running = true;
+    simulator.step = -1;
+    EXPECT_TRUE(record_ready(1));
+    EXPECT_EQ(simulate_pass(10).wait, nullptr);
+    EXPECT_EQ(std::pair(machine.memory[101], machine.instr_count), std::pair(5 * 65536, uint64_t{3}));
+    EXPECT_TRUE(machine.halted);
+    simulator.microphone_on = false;
 }
 
 using Loader = DeviceTest;

@@ -23,7 +23,6 @@
 #include "devices/sdram.h"
 #include "devices/serial.h"
 #include "devices/vga.h"
-#include "host/sound.h"
 #include "ui/gui_batch/picture.h"
 #include "ui/gui_batch/serial_file.h"
 #include "ui/gui_batch/usage.h"
@@ -48,7 +47,7 @@ struct batch_t {
 // The question of the serial port has no title.
 const std::string SERIAL_PORT;
 
-constexpr int SOUND_WAIT_MS = 1000; // where nothing else is to be done
+constexpr int HOST_WAIT_MS = 1000; // where nothing else is to be done
 
 // What a terminal sends for the end of its input.
 constexpr char END_OF_TRANSMISSION = 4;
@@ -175,8 +174,8 @@ int run_until_stop() {
         simulate_begin();
         // Only sound sets the pace here: whatever a pass wants to sleep is not waited for.
         for (pass_t pass{}; !pass.idle; pass = simulate_pass(std::numeric_limits<int32_t>::max())) {
-            if (pass.sound) {
-                playback_room(SOUND_WAIT_MS);
+            if (pass.wait != nullptr) {
+                pass.wait(HOST_WAIT_MS);
             }
         }
     } catch (const host_failure_t&) {
