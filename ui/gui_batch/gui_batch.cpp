@@ -206,7 +206,7 @@ void check_output(const std::string& option, const std::string& file) {
         return std::filesystem::equivalent(file, other, missing);
     };
     if (file.ends_with(".k") || std::ranges::any_of(batch.files, is_same)) {
-        usage_error(option + ": " + file + " is a source or a file of this run");
+        throw usage_error_t{option + ": " + file + " is a source or a file of this run"};
     }
 }
 
@@ -216,7 +216,7 @@ int open_output(const std::string& option, const std::string& file) {
     check_output(option, file);
     const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, NEW_FILE_MODE);
     if (descriptor < 0) {
-        usage_error(cant_open_text(file, errno));
+        throw usage_error_t{cant_open_text(file, errno)};
     }
     // A device can take what several write.
     if (std::error_code ignored; std::filesystem::is_regular_file(file, ignored)) {
@@ -229,11 +229,11 @@ int open_output(const std::string& option, const std::string& file) {
 void offer_file(const std::string& title, const std::string& file) {
     const int descriptor = open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (descriptor < 0) {
-        usage_error(cant_open_text(file, errno));
+        throw usage_error_t{cant_open_text(file, errno)};
     }
     close(descriptor);
     if (std::error_code unknown; std::filesystem::is_directory(file, unknown)) {
-        usage_error(cant_open_text(file, EISDIR));
+        throw usage_error_t{cant_open_text(file, EISDIR)};
     }
     batch.answers[title].push_back(file);
     batch.files.push_back(file);
@@ -289,8 +289,8 @@ int32_t address_of(const char* option, const std::optional<std::string>& text, c
     }
     const std::optional<int32_t> address = find_address(*text, labels);
     if (!address) {
-        usage_error(std::string(option) + ": '" + *text +
-                    "' is neither a label nor an address from 0 to 16383");
+        throw usage_error_t{std::string(option) + ": '" + *text +
+                            "' is neither a label nor an address from 0 to 16383"};
     }
     return *address;
 }
@@ -299,7 +299,8 @@ void collect_memory() {
     for (const std::string& text : batch.options.memory) {
         const std::optional<range_t> range = find_range(text, batch.run.labels);
         if (!range) {
-            usage_error("--memory: '" + text + "' is no range of labels or addresses from 0 to 16383");
+            throw usage_error_t{"--memory: '" + text +
+                                "' is no range of labels or addresses from 0 to 16383"};
         }
         for (int32_t address = range->first; address <= range->last; ++address) {
             batch.run.memory.insert(address);

@@ -9,7 +9,7 @@
 #include "ui/gui_batch/script.h"
 
 // Opens what the run will write, runs the loaded machine until the program stops, writes the files and the
-// report, and returns the exit status. A file that cannot be written is a usage error.
+// report, and returns the exit status. Throws usage_error_t before anything runs.
 int run_batch(const options_t& options, const labels_t& labels, std::vector<event_t> events);
 
 // Whether the program has begun to run: what goes wrong since then is no fault of the usage.

@@ -4,7 +4,10 @@
 #include <cstdlib>
 #include <iostream>
 #include <new>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "assembler/assemble.h"
@@ -26,13 +29,12 @@
 
 namespace {
 
+void print_message(std::string_view message) { std::cerr << "tovik-run: " << message << std::endl; }
+
 // The loader passes over what it does not understand; a grader must hear of it.
 void check_image(const std::string& name, const load_t& load) {
-    if (!load.opened) {
-        std::exit(EXIT_USAGE);
-    }
     if (!load.ended && (load.words == 0 || !load.begun)) {
-        usage_error(name + " is not a memory image");
+        throw usage_error_t{name + " is not a memory image"};
     }
     if (load.skipped > 0) {
         std::cerr << "tovik-run: " << name << ":" << load.first_skipped << ": warning: skipped "
@@ -48,17 +50,49 @@ void check_image(const std::string& name, const load_t& load) {
 void check_source(const std::string& name) {
     const input_stream_t source(name);
     if (source.error() != 0) {
-        usage_error(cant_open_text(name, source.error()));
+        throw usage_error_t{cant_open_text(name, source.error())};
     }
 }
 
 [[noreturn]] void out_of_memory() {
-    if (run_has_begun()) {
-        // What would be written at the end needs memory too.
-        std::cerr << "tovik-run: out of memory" << std::endl;
-        std::exit(EXIT_NOT_WRITTEN);
+    print_message("out of memory");
+    // What would be written at the end needs memory too.
+    std::exit(run_has_begun() ? EXIT_NOT_WRITTEN : EXIT_USAGE);
+}
+
+// Returns the exit status.
+int assemble_and_run(const options_t& options) {
+    const bool is_source = options.program.ends_with(".k");
+    if (options.assemble_only && !is_source) {
+        throw usage_error_t{"--assemble: '" + options.program + "' does not end in .k"};
     }
-    usage_error("out of memory");
+    std::vector<event_t> events;
+    if (options.script_file) {
+        events = read_script(*options.script_file);
+    }
+    if (is_source) {
+        check_source(options.program);
+        if (!assemble(options.program)) {
+            return EXIT_USAGE;
+        }
+    }
+    if (options.assemble_only) {
+        return 0;
+    }
+
+    simulate_init();
+    noise_seed = options.seed;
+    clear_vga();
+    clear_sdram();
+    // An endless program must not fill a grader's memory with what it plays.
+    speaker_recording = options.speaker_file.has_value();
+    const std::string base = options.program.substr(0, options.program.rfind('.'));
+    const load_t load = simulate_load(base + ".k");
+    if (!load.opened) {
+        return EXIT_USAGE;
+    }
+    check_image(base + ".mif", load);
+    return run_batch(options, read_labels(base + ".labels"), std::move(events));
 }
 
 } // namespace
@@ -73,33 +107,11 @@ int main(int argc, char** argv) {
     sound_log = &std::cerr;
     // The dialogs are the messages of the report.
     graphical_display = true;
-
-    const options_t options = parse_options(argc, argv);
-    const bool is_source = options.program.ends_with(".k");
-    if (options.assemble_only && !is_source) {
-        usage_error("--assemble: '" + options.program + "' does not end in .k");
+    try {
+        const std::optional<options_t> options = parse_options(argc, argv);
+        return options ? assemble_and_run(*options) : 0;
+    } catch (const usage_error_t& error) {
+        print_message(error.message);
+        return EXIT_USAGE;
     }
-    std::vector<event_t> events;
-    if (options.script_file) {
-        events = read_script(*options.script_file);
-    }
-    if (is_source) {
-        check_source(options.program);
-        if (!assemble(options.program)) {
-            std::exit(EXIT_USAGE);
-        }
-    }
-    if (options.assemble_only) {
-        return 0;
-    }
-
-    simulate_init();
-    noise_seed = options.seed;
-    clear_vga();
-    clear_sdram();
-    // An endless program must not fill a grader's memory with what it plays.
-    speaker_recording = options.speaker_file.has_value();
-    const std::string base = options.program.substr(0, options.program.rfind('.'));
-    check_image(base + ".mif", simulate_load(base + ".k"));
-    return run_batch(options, read_labels(base + ".labels"), std::move(events));
 }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdlib>
 #include <limits>
 
 #include <CLI/CLI.hpp>
@@ -67,22 +66,22 @@ void check_arguments(const std::string& program, const std::vector<std::string>&
     const auto is_option = [](const std::string& argument) { return argument.starts_with('-'); };
     const auto option = std::ranges::find_if(unexpected, is_option);
     if (option != unexpected.end()) {
-        usage_error("unknown option " + *option + HINT);
+        throw usage_error_t{"unknown option " + *option + HINT};
     }
     if (program.empty()) {
-        usage_error(std::string("PROGRAM is missing") + HINT);
+        throw usage_error_t{std::string("PROGRAM is missing") + HINT};
     }
     if (!program.ends_with(".k") && !program.ends_with(".mif")) {
-        usage_error("'" + program + "' ends neither in .k nor in .mif");
+        throw usage_error_t{"'" + program + "' ends neither in .k nor in .mif"};
     }
     if (!unexpected.empty()) {
-        usage_error("unexpected argument '" + unexpected.front() + "'");
+        throw usage_error_t{"unexpected argument '" + unexpected.front() + "'"};
     }
 }
 
 } // namespace
 
-options_t parse_options(int argc, char** argv) {
+std::optional<options_t> parse_options(int argc, char** argv) {
     options_t options;
     std::string limit;
     std::string switches = "0";
@@ -134,9 +133,10 @@ options_t parse_options(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) {
-            std::exit(app.exit(error));
+            app.exit(error);
+            return std::nullopt;
         }
-        usage_error(error.what() + std::string(HINT));
+        throw usage_error_t{error.what() + std::string(HINT)};
     }
 
     // The library keeps the mark behind which nothing is an option.

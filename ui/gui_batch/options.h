@@ -34,6 +34,6 @@ struct options_t {
     std::optional<std::string> report_file; // standard output otherwise
 };
 
-// Reads the command line. Ends the process: with status 0 after --help and --version, with EXIT_USAGE and a
-// message on standard error for a wrong one.
-options_t parse_options(int argc, char** argv);
+// Reads the command line. Nothing after --help and --version, which it answers itself. Throws usage_error_t
+// for a wrong one.
+std::optional<options_t> parse_options(int argc, char** argv);

@@ -258,10 +258,10 @@ std::vector<event_t> read_script(const std::string& file_name) {
             }
         }
     } catch (const malformed_t& malformed) {
-        usage_error(file_name + ":" + std::to_string(line_number) + ": " + malformed.why);
+        throw usage_error_t{file_name + ":" + std::to_string(line_number) + ": " + malformed.why};
     }
     if (!file.eof()) {
-        usage_error("can't read script " + file_name + ": " + system_error_text(errno));
+        throw usage_error_t{"can't read script " + file_name + ": " + system_error_text(errno)};
     }
     return events;
 }

@@ -14,5 +14,5 @@ struct event_t {
     std::string text;
 };
 
-// Reads a script. A file that cannot be read, or a malformed line, is a usage error: ends the process.
+// Reads a script. Throws usage_error_t when it cannot be read or a line is malformed.
 std::vector<event_t> read_script(const std::string& file_name);

@@ -1,14 +1,7 @@
 #include "ui/gui_batch/usage.h"
 
 #include <charconv>
-#include <cstdlib>
-#include <iostream>
 #include <utility>
-
-void usage_error(const std::string& message) {
-    std::cerr << "tovik-run: " << message << std::endl;
-    std::exit(EXIT_USAGE);
-}
 
 std::optional<int64_t> parse_number(std::string_view text, int64_t lowest, int64_t highest) {
     const bool hexadecimal = text.starts_with("0x");

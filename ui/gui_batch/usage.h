@@ -15,8 +15,10 @@ constexpr int EXIT_LIMIT = 3;
 constexpr int EXIT_STOPPED = 4;
 constexpr int EXIT_NOT_WRITTEN = 5;
 
-// Prints "tovik-run: MESSAGE" to standard error and exits with EXIT_USAGE.
-[[noreturn]] void usage_error(const std::string& message);
+// Nothing can run, by the user's fault. `main` prints the message and ends the process with EXIT_USAGE.
+struct usage_error_t {
+    std::string message;
+};
 
 // A whole text as a number without a sign, decimal or hexadecimal ("0x1f"), if it is one from `lowest` to
 // `highest`. Neither bound may be negative.
