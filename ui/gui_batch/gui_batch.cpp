@@ -38,6 +38,7 @@ struct batch_t {
     bool output_failed = false;
     std::vector<std::string> files;                         // what the run reads and writes, but the report
     std::vector<int> outputs;                               // the descriptors of files to write
+    std::vector<std::filesystem::path> created;             // those that were not there before
     std::map<std::string, std::deque<std::string>> answers; // to file choosers, by their titles
     bool console_ended = false;
     serial_file_t serial_file;
@@ -214,12 +215,17 @@ void check_output(const std::string& option, const std::string& file) {
 // reader of a pipe must not see its end before.
 int open_output(const std::string& option, const std::string& file) {
     check_output(option, file);
+    std::error_code ignored;
+    const bool is_new = !std::filesystem::exists(file, ignored);
     const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, NEW_FILE_MODE);
     if (descriptor < 0) {
         throw usage_error_t{cant_open_text(file, errno)};
     }
+    if (is_new) {
+        batch.created.push_back(std::filesystem::canonical(file, ignored)); // a link may have led to it
+    }
     // A device can take what several write.
-    if (std::error_code ignored; std::filesystem::is_regular_file(file, ignored)) {
+    if (std::filesystem::is_regular_file(file, ignored)) {
         batch.files.push_back(file);
     }
     return descriptor;
@@ -282,6 +288,21 @@ void open_files() {
     }
 }
 
+// Opens all files of the run or none: where one is refused, those that were made for it go.
+void open_files_or_none() {
+    try {
+        open_files();
+    } catch (const usage_error_t&) {
+        std::ranges::for_each(batch.outputs, close);
+        close_file(batch.serial_file.descriptor);
+        std::error_code ignored;
+        for (const std::filesystem::path& file : batch.created) {
+            std::filesystem::remove(file, ignored);
+        }
+        throw;
+    }
+}
+
 // -1 for an option that was not given.
 int32_t address_of(const char* option, const std::optional<std::string>& text, const labels_t& labels) {
     if (!text) {
@@ -319,7 +340,7 @@ int run_batch(const options_t& options, const labels_t& labels, std::vector<even
     simulator.verbose = options.trace;
     simulator.breakpoint = address_of("--break", options.breakpoint, labels);
     simulator.watchpoint = address_of("--watch", options.watchpoint, labels);
-    open_files();
+    open_files_or_none();
 
     machine.sw = options.switches;
     simulator.step = options.limit ? 1 : -1;
