@@ -32,9 +32,10 @@ constexpr mode_t OWNER_ONLY = 0600; // until the new file has the mode of the ol
 
 constexpr std::array ENDING_SIGNALS = {SIGTERM, SIGINT, SIGHUP};
 
-// The names of the new files that are there: an image and its label list, at most. The handler of a signal
-// reads them.
+// The names of the new files that are there: an image and its label list, at most; and the process whose they
+// are, for a child that it starts has the list too. The handler of a signal reads both.
 std::array<std::atomic<const char*>, 2> new_files{};
+std::atomic<pid_t> owner{};
 
 void end_by_signal(int signal) {
     remove_new_files();
@@ -59,6 +60,9 @@ void remove_new_files_at_end() {
 }
 
 void add_to_list(const char* name) {
+    if (owner.exchange(getpid()) != getpid()) {
+        std::ranges::fill(new_files, nullptr);
+    }
     const auto is_free = [](const auto& entry) { return entry == nullptr; };
     const auto entry = std::ranges::find_if(new_files, is_free);
     assert(entry != new_files.end());
@@ -187,6 +191,9 @@ int copy(int source, int destination) {
 } // namespace
 
 void remove_new_files() {
+    if (owner != getpid()) {
+        return;
+    }
     for (const auto& name : new_files) {
         if (name != nullptr) {
             unlink(name);

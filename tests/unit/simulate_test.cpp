@@ -1,4 +1,4 @@
-// The run loop's bookkeeping over long runs, loading, Reset, and the limit of processor time.
+// The run loop's bookkeeping over long runs, loading, Reset, saving, and the limit of processor time.
 
 #include <gtest/gtest.h>
 
@@ -16,6 +16,7 @@
 
 #include "base/machine.h"
 #include "base/noise.h"
+#include "base/saved_file.h"
 #include "core/debug.h"
 #include "core/engine.h"
 #include "core/loader.h"
@@ -190,6 +191,14 @@ TEST(Reset, ClearsTheDevicesAndKeepsTheRest) {
     fill_record(0);
     forget_proofs();
     reset_machine();
+}
+
+using SavedFile = DeviceTest;
+
+TEST_F(SavedFile, OutlivesAChildOfTheProcess) {
+    saved_file_t file(folder / "x");
+    EXPECT_EXIT(std::exit(0), testing::ExitedWithCode(0), "");
+    EXPECT_NO_THROW(file.close());
 }
 
 // In a process of its own: a limit that was lowered does not rise again.
