@@ -50,7 +50,8 @@ class tovik_error {
     std::string message;
 };
 
-// The host has failed so that no run can go on; standard error says how. The process is to end with status 1.
+// The host or the front end has failed so that nothing can go on, and the user has been told how. The process
+// is to end with status 1.
 struct host_failure_t {};
 
 // Thrown by a device whose host has nothing for it yet: the instruction has done nothing, and is to be

@@ -66,7 +66,7 @@ void debug_assemble_choose() {
     }
     if (!name.ends_with(".k")) {
         gui_message("unexpected error: " + name + " doesn't end in .k", true);
-        std::exit(1);
+        throw host_failure_t{};
     }
     gui_assemble_file_set(name);
 }

@@ -2,12 +2,12 @@
 
 // The commands behind the control window's buttons.
 
-// Asks for the source and shows its name on the file button. A chosen name that does not end in ".k" ends the
-// process with status 1, after a dialog.
+// Asks for the source and shows its name on the file button. Throws host_failure_t, after a
+// dialog, when a chosen name does not end in ".k".
 void debug_assemble_choose();
 
 // Assembles, or loads the image of, the source named on the file button; asks for it first when there is
-// none.
+// none, and throws what that throws.
 void debug_assemble();
 void debug_load();
 

@@ -12,6 +12,6 @@ uint64_t time_ms();
 void wait_ms(int32_t ms);
 
 // Bounds the process's processor time to five hours (ten seconds more for the hard limit; a lower limit is
-// kept); when they are used up, the process says so on standard output and ends. Prints an error and exits
-// with status 1 when the limits cannot be read or set.
+// kept); when they are used up, the process says so on standard output and ends. Throws host_failure_t, with
+// the reason on both standard streams, when the limits cannot be read or set.
 void limit_processor_time();

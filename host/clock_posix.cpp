@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <iostream>
 #include <string_view>
 
@@ -47,7 +46,7 @@ void limit_processor_time() {
     if (getrlimit(RLIMIT_CPU, &limit) != 0) {
         std::cout << "error: getrlimit failed" << std::endl;
         std::perror("getrlimit");
-        std::exit(1);
+        throw host_failure_t{};
     }
     // RLIM_INFINITY is the greatest rlim_t, so the comparisons hold for it too.
     limit.rlim_cur = std::min(limit.rlim_cur, CPU_LIMIT_SECONDS);
@@ -55,7 +54,7 @@ void limit_processor_time() {
     if (setrlimit(RLIMIT_CPU, &limit) != 0) {
         std::cout << "error: setrlimit failed" << std::endl;
         std::perror("setrlimit");
-        std::exit(1);
+        throw host_failure_t{};
     }
     std::signal(SIGXCPU, end_at_processor_time_limit);
 }

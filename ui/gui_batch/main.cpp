@@ -113,5 +113,7 @@ int main(int argc, char** argv) {
     } catch (const usage_error_t& error) {
         print_message(error.message);
         return EXIT_USAGE;
+    } catch (const host_failure_t&) {
+        return EXIT_ERROR;
     }
 }

@@ -65,8 +65,8 @@ int main(int argc, char** argv, char** envp) {
     reset_sw();
     microphone_connect();
     camera_connect();
-    simulate_init();
     try {
+        simulate_init();
         simulate_run();
     } catch (const host_failure_t&) {
         std::exit(1);
