@@ -21,6 +21,11 @@ constexpr int32_t MEMORY_SIZE = 1 << ADDRESS_BITS;
 constexpr int32_t WORDS_PER_INSTRUCTION = 4;
 constexpr int32_t SAMPLES_PER_SECOND = 8000; // of speaker and microphone
 
+// The board's clock: every instruction takes the same time, and timer and sound go by whole numbers of them.
+constexpr int32_t NS_PER_INSTRUCTION = 150;
+constexpr int32_t INSTRUCTIONS_PER_TICK = 1'000'000'000 / SAMPLES_PER_SECOND / NS_PER_INSTRUCTION;
+static_assert(INSTRUCTIONS_PER_TICK == 833);
+
 enum opcode_e : int32_t {
     K24_HALT,
     K24_ADD,

@@ -5,9 +5,6 @@
 #include <cstdint>
 #include <string>
 
-// The simulated clock: every instruction takes the same time.
-constexpr int32_t NS_PER_INSTRUCTION = 150;
-
 // Limits the process's processor time, and clears the controls of the simulation: no trace, no breakpoint, no
 // watchpoint, no step.
 void simulate_init();

@@ -5,10 +5,10 @@
 #include <cstdint>
 #include <ostream>
 
+#include "base/machine.h"
 #include "base/saved_file.h"
 
-// Instructions between two audio ticks: 8000 ticks are a second of the board's time.
-constexpr int32_t INSTRUCTIONS_PER_AUDIO_TICK = 833;
+constexpr int32_t INSTRUCTIONS_PER_AUDIO_TICK = INSTRUCTIONS_PER_TICK; // the timer's: both are 1/8000 s
 
 // Where what the sound server says goes: standard output, unless a front end needs that for other things.
 extern std::ostream* sound_log;

@@ -27,9 +27,6 @@ constexpr int32_t RED_MASK = (1 << RED_LEDS) - 1;
 constexpr int32_t GREEN_MASK = (1 << GREEN_LEDS) - 1;
 constexpr int32_t HEX_MASK = 0xffff;
 
-// 1/8000 s of the simulated clock, which takes 150 ns an instruction.
-constexpr uint64_t INSTRUCTIONS_PER_TICK = 833;
-
 int32_t led_red_drawn = 0;
 int32_t led_green_drawn = 0;
 
