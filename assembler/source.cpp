@@ -4,8 +4,6 @@
 #include <cerrno>
 #include <utility>
 
-#include <unistd.h>
-
 #include "base/files.h"
 #include "base/machine.h"
 #include "base/text.h"
@@ -74,9 +72,8 @@ bool input_stream_t::read_line(std::string& line) {
 }
 
 void input_stream_t::suspend() {
-    const off_t unread = static_cast<off_t>(size_) - static_cast<off_t>(position_);
-    if (lseek(descriptor_, -unread, SEEK_CUR) < 0) {
-        error_ = errno;
+    if (const int error = go_back(descriptor_, size_ - position_); error != 0) {
+        error_ = error;
     }
     buffer_.reset();
     position_ = 0;
