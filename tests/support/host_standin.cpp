@@ -1,14 +1,11 @@
-// Functions of the host's doors and of the C library, which the linker finds here first.
+// What stands behind the host's doors in the unit tests, where the linker finds it first.
 
 #include "tests/support/host_standin.h"
 
-#include <ctime>
 #include <string>
 
-#include <sys/time.h>
-#include <unistd.h>
-
 #include "base/machine.h"
+#include "host/clock.h"
 #include "host/sound.h"
 #include "tests/support/gui_recording.h"
 
@@ -16,45 +13,27 @@ host_standin_t host_standin;
 
 namespace {
 
-constexpr uint64_t INSTRUCTIONS_PER_US = 50; // a fast host
-constexpr uint64_t START_US = 1700000000000000;
-
-timespec timespec_of(uint64_t us) {
-    return {.tv_sec = static_cast<time_t>(us / 1000000), .tv_nsec = static_cast<long>(us % 1000000) * 1000};
-}
+constexpr uint64_t INSTRUCTIONS_PER_MS = 50000; // a fast host
+constexpr uint64_t START_MS = 1700000000000;
 
 size_t room = 0; // for samples
 
 } // namespace
 
-extern "C" {
-
-int usleep(useconds_t us) {
-    if (host_standin.on) {
-        host_standin.slept_us += us;
-        record_call("sleep " + std::to_string(us));
-        return 0;
-    }
-    const timespec time = timespec_of(us);
-    return nanosleep(&time, nullptr);
+uint64_t time_ms() {
+    record_call("look at the clock");
+    return START_MS + machine.instr_count / INSTRUCTIONS_PER_MS + host_standin.slept_ms;
 }
 
-int gettimeofday(timeval* now, void* /*zone*/) noexcept {
-    timespec time{};
-    if (host_standin.on) {
-        record_call("look at the clock");
-        time = timespec_of(START_US + machine.instr_count / INSTRUCTIONS_PER_US + host_standin.slept_us);
-    } else if (clock_gettime(CLOCK_REALTIME, &time) != 0) {
-        return -1;
-    }
-    *now = {.tv_sec = time.tv_sec, .tv_usec = time.tv_nsec / 1000};
-    return 0;
+void wait_ms(int32_t ms) {
+    host_standin.slept_ms += static_cast<uint64_t>(ms);
+    record_call("sleep " + std::to_string(ms));
 }
 
-} // extern "C"
+void limit_processor_time() {}
 
 void playback_open() {
-    if (!host_standin.on) {
+    if (!host_standin.has_sound) {
         throw tovik_error("no sound");
     }
 }

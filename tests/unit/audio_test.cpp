@@ -197,7 +197,7 @@ TEST_F(Audio, ResetBehindTheDialogOfASpeakerThatDoesNotOpen) {
 }
 
 TEST_F(Audio, SpeakerPlaysWhenTheHostTakesIt) {
-    host_standin.on = true;
+    host_standin.has_sound = true;
     const auto play = [](int16_t first, int16_t last) {
         speaker_connect();
         for (int16_t sample = first; sample <= last; ++sample) {

@@ -235,7 +235,7 @@ template <typename at_stop_t> size_t play(const record_t& start, void (*run_loop
     recording.memory_window = false;
     print_machine();                       // also what the devices remember of the last drawing is as it was
     typed.serial_names = {"/nonexistent"}; // a dialog; after it the console
-    host_standin.slept_us = 0;
+    host_standin.slept_ms = 0;
     video_changed = false;
     forget_proofs();
 
@@ -310,7 +310,7 @@ class Lockstep : public DeviceTest, public testing::WithParamInterface<program_k
   protected:
     void SetUp() override {
         DeviceTest::SetUp();
-        host_standin.on = true;
+        host_standin.has_sound = true;
         video_changed = true;
         take_video();
         uint64_t place = 0;

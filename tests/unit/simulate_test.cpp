@@ -1,4 +1,4 @@
-// The run loop's bookkeeping over long runs, loading, Reset, saving, and the limit of processor time.
+// The run loop's bookkeeping over long runs, loading, Reset, and saving.
 
 #include <gtest/gtest.h>
 
@@ -12,8 +12,6 @@
 #include <utility>
 #include <vector>
 
-#include <sys/resource.h>
-
 #include "base/machine.h"
 #include "base/noise.h"
 #include "base/saved_file.h"
@@ -25,7 +23,6 @@
 #include "host/sound.h"
 #include "tests/support/bus.h"
 #include "tests/support/gui_recording.h"
-#include "tests/support/host_standin.h"
 #include "tests/support/record.h"
 
 namespace {
@@ -35,7 +32,6 @@ TEST(RunLoop, ShowsTheSimulatedSeconds) {
     reset_machine();
     simulate_init();
     std::ranges::copy(std::array{K24_BE, K24_HALT, K24_HALT, K24_HALT}, machine.memory); // to itself
-    host_standin.on = true; // the throttle would wait for a clock so far behind
     const auto times_from = [](uint64_t instr_count, int seconds) {
         machine.instr_count = instr_count;
         simulator.step = seconds * 6666666;
@@ -52,7 +48,6 @@ TEST(RunLoop, ShowsTheSimulatedSeconds) {
     // The 150 ms of each million are counted with 32 bits, for 49 days.
     EXPECT_EQ(times_from(28'633'108'500'000, 2), "4294967 sec,0 sec,");
     EXPECT_DEATH(times_from(std::numeric_limits<uint64_t>::max() - 5, 1), "machine.instr_count != 0");
-    host_standin = {};
 }
 
 TEST(RunLoop, ExecutesAnInstructionAnewWhenTheHostHasWhatItWaitsFor) {
@@ -199,21 +194,6 @@ TEST_F(SavedFile, OutlivesAChildOfTheProcess) {
     saved_file_t file(folder / "x");
     EXPECT_EXIT(std::exit(0), testing::ExitedWithCode(0), "");
     EXPECT_NO_THROW(file.close());
-}
-
-// In a process of its own: a limit that was lowered does not rise again.
-TEST(ProcessorTime, IsBounded) {
-    const auto limits_become = [](rlim_t soft, rlim_t expected_soft, rlim_t expected_hard) {
-        rlimit limit{};
-        getrlimit(RLIMIT_CPU, &limit);
-        limit.rlim_cur = std::min(soft, limit.rlim_max);
-        setrlimit(RLIMIT_CPU, &limit);
-        simulate_init();
-        getrlimit(RLIMIT_CPU, &limit);
-        std::exit(limit.rlim_cur == expected_soft && limit.rlim_max == expected_hard ? 0 : 1);
-    };
-    EXPECT_EXIT(limits_become(RLIM_INFINITY, 18000, 18010), testing::ExitedWithCode(0), "");
-    EXPECT_EXIT(limits_become(60, 60, 70), testing::ExitedWithCode(0), "");
 }
 
 } // namespace
