@@ -41,6 +41,25 @@ template <void (*act)(bool, int32_t, int32_t)> int32_t writing(bool write, int32
     return 0;
 }
 
+// Parameters and results are the same for all devices.
+int32_t io_parameter(bool write, int32_t address, int32_t data) {
+    if (!write) {
+        io_unsupported(address);
+    }
+    const auto& [field, command, mask] = io_port(address).parameter;
+    update_port(*field, data & mask, *command);
+    return 0;
+}
+
+int32_t io_result(bool write, int32_t address, int32_t /*data*/) {
+    if (write) {
+        io_unsupported(address);
+    }
+    const result_t& result = io_port(address).result;
+    check_response(*result.response);
+    return result.value();
+}
+
 // Steady as long as nothing happens.
 uint64_t until_event() { return UNTIL_EVENT; }
 
@@ -88,15 +107,16 @@ constexpr register_t polled(int32_t offset, int32_t (*read)(), uint64_t (*steady
 
 // A parameter of so many bits, and its command:
 constexpr register_t parameter(int32_t offset, int32_t& field, int bits, const int32_t& command) {
-    return {offset,
-            {.parameter = {&field, &command, static_cast<int32_t>(UINT32_MAX >> (DATA_BITS - bits))}}};
+    const auto mask = static_cast<int32_t>(UINT32_MAX >> (DATA_BITS - bits));
+    return {offset, {.handler = io_parameter, .parameter = {&field, &command, mask}}};
 }
 
 // A result, and the response after which it may be read:
 template <typename field_t>
 constexpr register_t result(int32_t offset, const field_t& field, const int32_t& response) {
     static_assert(sizeof(field_t) == sizeof(int32_t) || sizeof(field_t) == sizeof(uint8_t));
-    return {offset, {.result = {&field, &response, sizeof(field_t) == sizeof(uint8_t)}}};
+    const bool is_byte = sizeof(field_t) == sizeof(uint8_t);
+    return {offset, {.handler = io_result, .result = {&field, &response, is_byte}}};
 }
 
 // One whose reading may fail or ask the user something:
@@ -211,7 +231,8 @@ constexpr std::array<port_t, IO_SLOTS> io_ports = [] {
     }
     for (const auto& [first, last, handler] : ADDRESS_MAP) {
         for (int32_t offset = first; offset <= last; ++offset) {
-            ports[static_cast<size_t>(offset)].handler = handler;
+            io_handler_t& own = ports[static_cast<size_t>(offset)].handler;
+            own = own == nullptr ? handler : own;
         }
     }
     return ports;
@@ -226,14 +247,6 @@ int32_t io(bool write, int32_t address, int32_t data) {
     const port_t& port = io_port(address);
     if (port.handler == nullptr) {
         throw tovik_error("illegal address " + std::to_string(address) + "\n");
-    }
-    if (const auto& [field, command, mask] = port.parameter; write && field != nullptr) {
-        update_port(*field, data & mask, *command);
-        return 0;
-    }
-    if (!write && port.result.field != nullptr) {
-        check_response(*port.result.response);
-        return port.result.value();
     }
     return port.handler(write, address, data);
 }
