@@ -97,7 +97,7 @@ template <from_e from>
 }
 
 // Stores what an instruction at `at` has made of its operands, or writes it to a port.
-template <from_e from, handler_t then>
+template <opcode_e opcode, from_e from, handler_t then>
 [[gnu::always_inline]] inline proof_t* put(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores,
                                            int32_t result, int32_t address, int32_t value) {
     if constexpr (!is_to_port(from)) {
@@ -105,7 +105,8 @@ template <from_e from, handler_t then>
     } else if (write_port<from>(address, value, left)) [[likely]] {
         return next(at + 1, left, memory, stores, result);
     } else {
-        return plain(at, left, memory, stores, result);
+        constexpr handler_t refused = opcode == K24_CP ? copy_through_port<true> : plain;
+        return refused(at, left, memory, stores, result);
     }
 }
 
@@ -123,7 +124,8 @@ template <opcode_e opcode, from_e from, handler_t then = go_on>
     if (!has_result(opcode, second)) [[unlikely]] {
         return plain(at, left, memory, stores, result);
     }
-    return put<from, then>(at, left, memory, stores, result, operands.arg1, result_of(opcode, first, second));
+    return put<opcode, from, then>(at, left, memory, stores, result, operands.arg1,
+                                   result_of(opcode, first, second));
 }
 
 // A copy of a value that only the register's device can find.
@@ -149,7 +151,7 @@ template <opcode_e opcode, from_e from, handler_t then = go_on>
         return plain(at, left, memory, stores, result);
     }
     return opcode == K24_CPFA
-               ? put<from, then>(at, left, memory, stores, result, operands.arg1, memory[element])
+               ? put<opcode, from, then>(at, left, memory, stores, result, operands.arg1, memory[element])
                : store<then>(at + 1, left, memory, stores, element, memory[operands.arg1]);
 }
 
