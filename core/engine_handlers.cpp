@@ -13,13 +13,15 @@
 namespace engine {
 namespace {
 
-[[gnu::always_inline]] inline const port_t& port_at(int32_t offset) {
-    return io_ports[static_cast<size_t>(offset)];
+// The port of an operand, see proof_t.
+[[gnu::always_inline]] inline const port_t& port_at(int32_t bytes) {
+    const auto* const first = reinterpret_cast<const std::byte*>(io_ports.data());
+    return *reinterpret_cast<const port_t*>(first + bytes);
 }
 
-[[gnu::always_inline]] inline int32_t read_port(int32_t offset, int32_t left) {
+[[gnu::always_inline]] inline int32_t read_port(int32_t bytes, int32_t left) {
     machine.instr_count = count_at(left);
-    return port_at(offset).polled.read();
+    return port_at(bytes).polled.read();
 }
 
 // False when the program reads a result too early.
@@ -30,8 +32,8 @@ template <from_e from> [[gnu::always_inline]] inline bool has_answer(int32_t arg
 
 // False when the register has not been written and the plain way must see why.
 template <from_e to>
-[[gnu::always_inline]] inline bool write_port(int32_t offset, int32_t data, int32_t left) {
-    const port_t& port = port_at(offset);
+[[gnu::always_inline]] inline bool write_port(int32_t bytes, int32_t data, int32_t left) {
+    const port_t& port = port_at(bytes);
     if constexpr (to == TO_PARAMETER) {
         const auto& [field, command, mask] = port.parameter;
         if (!takes(*field, data & mask, *command)) [[unlikely]] {

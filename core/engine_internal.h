@@ -34,8 +34,9 @@ using handler_t = proof_t* (*)(proof_t* at, int32_t left, int32_t* memory, const
 
 struct proof_t {
     handler_t execute;
-    // The operands: addresses, or the offset of a port. arg1 of a branch or call is how many bytes farther
-    // the proof of its target is: everything after a branch waits for that sum.
+    // The operands: addresses, or of a port how many bytes behind the first in io_ports it is. arg1 of a
+    // branch or call is how many bytes farther the proof of its target is: everything after a branch waits
+    // for that sum.
     int32_t arg1;
     uint16_t arg2;
     uint16_t arg3;

@@ -58,12 +58,12 @@ proof_t* copy_through_port(proof_t* at, int32_t left, int32_t* memory, const uin
                            int32_t result) {
     const int32_t pc = pc_of(at);
     const int32_t after = pc + WORDS_PER_INSTRUCTION;
-    const int32_t port = writes ? at->arg1 : at->arg2;
+    const words_t words = words_at(pc);
     be_exact(pc, left);
     machine.pc = after;
-    const int32_t value = io(writes, IO_BASE + port, writes ? memory[at->arg2] : 0);
+    const int32_t value = io(writes, writes ? words.arg1 : words.arg2, writes ? memory[words.arg2] : 0);
     if constexpr (!writes) {
-        memwrite(at->arg1, value);
+        memwrite(words.arg1, value);
         note_plain_store();
     }
     take_stock(left);

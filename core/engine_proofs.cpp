@@ -88,6 +88,12 @@ handler_t choose_handler(int32_t pc, const proof_t& proof, const words_t& words)
     return is_branch(words.opcode) && arg1 && may_wait(pc, proof, words) ? branch_plainly : plain;
 }
 
+// As a proof has it, if it is in memory or a port. Of anything else the plain way sees to.
+uint16_t operand(int32_t address) {
+    static_assert(IO_SLOTS * sizeof(port_t) <= UINT16_MAX);
+    return static_cast<uint16_t>(address < 0 ? io_offset(address) * sizeof(port_t) : address);
+}
+
 // Finds out what there is to know of the instruction at pc, and returns how to execute it.
 handler_t examine(int32_t pc, proof_t& proof) {
     if (history_of(&proof).hits == MOST_HITS) {
@@ -102,9 +108,9 @@ handler_t examine(int32_t pc, proof_t& proof) {
     }
     const bool jumps = is_branch(words.opcode) || words.opcode == K24_CALL;
     const bool has_target = jumps && in_memory(words.arg1);
-    proof.arg1 = has_target ? bytes_between(&proof, proof_of(words.arg1)) : static_cast<uint16_t>(words.arg1);
-    proof.arg2 = static_cast<uint16_t>(words.arg2);
-    proof.arg3 = static_cast<uint16_t>(words.arg3);
+    proof.arg1 = has_target ? bytes_between(&proof, proof_of(words.arg1)) : operand(words.arg1);
+    proof.arg2 = operand(words.arg2);
+    proof.arg3 = operand(words.arg3);
     return choose_handler(pc, proof, words);
 }
 
