@@ -62,7 +62,8 @@ struct result_t {
 // register is not, or has not, is nullptr. None of the functions fails or asks the user something. Aligned so
 // that a shift finds one.
 struct alignas(128) port_t {
-    io_handler_t handler = nullptr; // nullptr: no device owns the address
+    // What `io` calls: the device's, save for parameters and results. nullptr: no device owns the address.
+    io_handler_t handler = nullptr;
     parameter_t parameter = {};
     result_t result = {};
     polled_t polled = {};
