@@ -110,7 +110,7 @@ void print_memory() {
 
 void gui_vga_cursor(bool active) { record_call(active ? "cursor on" : "cursor off"); }
 
-bool gui_mic_get() { return typed.microphone; }
+bool gui_mic_get() { return false; }
 
 void gui_mic_set(bool on) { record_call(on ? "mic on" : "mic off"); }
 
@@ -130,6 +130,6 @@ void gui_serial_append(char c) { record_call(std::string("serial ") + c); }
 
 void gui_serial_input() {}
 
-bool gui_camera_get() { return typed.camera; }
+bool gui_camera_get() { return false; }
 
 void gui_camera_set(bool on) { record_call(on ? "camera on" : "camera off"); }

@@ -27,8 +27,6 @@ struct typed_t {
     std::string watchpoint;
     std::string chosen_file;
     std::vector<std::string> serial_names; // answers to the serial port's questions
-    bool camera = false;
-    bool microphone = false;
 };
 
 extern typed_t typed;

@@ -62,19 +62,6 @@ class Files(WindowTest):
         self.assertEqual(f"error in {self.folder}/x\xe9.k at line number 1:  h\xe9 %s 1\nunknown opcode h\xe9",
                          self.answer())
 
-    def test_card(self):
-        (self.folder / "card").write_bytes(b"\x34\x12\0\0")
-        self.load("card.k")
-        self.choose("Choose SD card file")
-        self.assertEqual("error at PC 0\nuser cancelled SD card operation", self.answer())
-        self.wait_stopped(pc=0)
-        for _ in range(2):
-            self.click("Run ")
-            self.choose("Choose SD card file", self.folder / "card")
-            self.wait_stopped("Halted  ", 16)
-            self.wait_text("HEX3-HEX0 digits", "1234")
-            self.press("Reset", pc=0)
-
 
 if __name__ == "__main__":
     unittest.main()
