@@ -10,7 +10,7 @@
 
 // A file's text as far as it could be read, and the errno of the failure that ended it; 0 for none.
 struct file_text_t {
-    std::string text;
+    std::string text{};
     int error = 0;
     bool opened = true; // false when the failure was that of opening it
 };
@@ -23,8 +23,8 @@ using read_file_t = std::function<file_text_t(const std::string& name)>;
 file_text_t read_file(const std::string& name);
 
 struct analysis_t {
-    source_map_t map;
-    diagnostics_t diagnostics;
+    source_map_t map{};
+    diagnostics_t diagnostics{};
 };
 
 // Goes through the same two passes as `assemble` and goes on after faults; the first fault is the one that
@@ -33,5 +33,5 @@ struct analysis_t {
 // does not have: MOST_LINES of all files, counted as often as they are included, and MOST_INCLUSIONS.
 analysis_t analyse(const std::string& name, const read_file_t& read = read_file);
 
-constexpr int32_t MOST_LINES = 1 << 20;
+constexpr int32_t MOST_LINES = 1 << 18;
 constexpr uint32_t MOST_INCLUSIONS = 1 << 14;

@@ -2,14 +2,9 @@
 
 // Translates an assembly program into a memory image.
 
-#include <cstdint>
 #include <string>
-#include <string_view>
 
 // Assembles NAME.k and what it includes into NAME.mif and NAME.labels beside it. Reports the first fault,
 // with file and line, in a dialog (on standard output when there is no display); the two files then hold what
 // was written so far. Returns whether the program was assembled.
 bool assemble(const std::string& source_file_name);
-
-// The mnemonic of an opcode, empty for a number that is none.
-std::string_view mnemonic_of(int32_t opcode);

@@ -23,14 +23,14 @@ enum class severity_e : uint8_t { ERROR, WARNING, NOTE };
 
 // Another place that has to do with it: the first definition, a second use.
 struct related_t {
-    place_t place;
-    std::string message; // a clause without a full stop, such as "first defined here"
+    place_t place{};
+    std::string message{}; // a clause without a full stop, such as "first defined here"
 };
 
 // One replacement of what stands at a place.
 struct edit_t {
-    place_t place;
-    std::string text;
+    place_t place{};
+    std::string text{};
 };
 
 // The codes of the assembler's faults. Others who add to the list bring their own.
@@ -53,21 +53,21 @@ constexpr std::string_view MORE = "more"; // the last of a list that is full
 } // namespace code
 
 struct diagnostic_t {
-    place_t place;
+    place_t place{};
     severity_e severity = severity_e::ERROR;
-    std::string_view code; // short, of constant storage
-    std::string message;   // what is wrong: one line, without a full stop. Names of the source in backquotes
-    std::string help;      // what to do about it, the same; may be empty
-    std::vector<related_t> related;
-    std::vector<edit_t> fix; // edits that, made together, follow the help; often none
+    std::string_view code{}; // short, of constant storage
+    std::string message{}; // what is wrong: one line, without a full stop. Names of the source in backquotes
+    std::string help{};    // what to do about it, the same; may be empty
+    std::vector<related_t> related{};
+    std::vector<edit_t> fix{}; // edits that, made together, follow the help; often none
 };
 
 constexpr size_t MOST_DIAGNOSTICS = 1000;
 
 // In the order in which they were found: pass 1 before pass 2, the first is what `assemble` reports.
 struct diagnostics_t {
-    std::vector<diagnostic_t> list; // at most MOST_DIAGNOSTICS
-    size_t count = 0;               // with those that have no room in the list
+    std::vector<diagnostic_t> list{}; // at most MOST_DIAGNOSTICS
+    size_t count = 0;                 // with those that have no room in the list
 };
 
 // Adds one. When the list is full, its last entry gives way to one that says how many more there are. Returns

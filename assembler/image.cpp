@@ -1,6 +1,5 @@
 #include "assembler/image.h"
 
-#include <cassert>
 #include <charconv>
 #include <utility>
 
@@ -48,10 +47,6 @@ void print_header(output_file_t& image) {
 }
 
 void print_machine_line(output_file_t& image, int32_t address, int32_t data) {
-    assert(address >= 0);
-    if (address >= MEMORY_SIZE) {
-        throw tovik_error("address " + std::to_string(address) + " out of range");
-    }
     image.text += '\t';
     append_number(image.text, address);
     image.text += "\t:\t";

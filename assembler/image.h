@@ -23,8 +23,7 @@ void save_together(output_file_t& image, output_file_t* list);
 
 void print_header(output_file_t& image);
 
-// One word. Throws tovik_error "address N out of range" for addresses of 16384 and above; the address is
-// never negative.
+// One word of memory.
 void print_machine_line(output_file_t& image, int32_t address, int32_t data);
 
 void print_trailer(output_file_t& image);

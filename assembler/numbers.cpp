@@ -4,8 +4,6 @@
 #include <bit>
 #include <charconv>
 
-#include "base/machine.h"
-
 namespace {
 
 // Room for the longest of them, "-2147483648".
@@ -29,31 +27,12 @@ bool numeric(std::string_view text) {
     return !text.empty() && std::string_view("-+0123456789").find(text.front()) != std::string_view::npos;
 }
 
-int32_t string_to_number(std::string_view text) {
+std::optional<int32_t> read_number(std::string_view text) {
     if (text.starts_with("0x")) {
         uint32_t bits = 0;
-        if (reads_back(text.substr(2), 16, bits)) {
-            return std::bit_cast<int32_t>(bits);
-        }
-    } else {
-        int32_t value = 0;
-        if (reads_back(text, 10, value)) {
-            return value;
-        }
+        return reads_back(text.substr(2), 16, bits) ? std::optional(std::bit_cast<int32_t>(bits))
+                                                    : std::nullopt;
     }
-    throw tovik_error(std::string(text) + " is a malformed number");
-}
-
-int32_t label_to_number(std::string_view text, const label_table_t& labels) {
-    if (text.empty()) {
-        throw tovik_error("empty label");
-    }
-    if (numeric(text)) {
-        return string_to_number(text);
-    }
-    const auto label = labels.find(text);
-    if (label == labels.end()) {
-        throw tovik_error("undefined label " + std::string(text));
-    }
-    return label->second;
+    int32_t value = 0;
+    return reads_back(text, 10, value) ? std::optional(value) : std::nullopt;
 }

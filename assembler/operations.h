@@ -19,7 +19,7 @@ enum class role_e : uint8_t {
 };
 
 struct operand_info_t {
-    std::string_view name; // as the manual calls it
+    std::string_view name{}; // as the manual calls it
     role_e role = role_e::NONE;
 };
 
@@ -32,6 +32,9 @@ struct operation_t {
 };
 
 constexpr int32_t NO_OPCODE = -1;
+
+// The word of "cpdata" that holds its value, counted from the opcode.
+constexpr int32_t CPDATA_VALUE_OFFSET = 3;
 
 // All mnemonics in the order of their opcodes, then "cpdata", which has the opcode of "cp": it is a cp that
 // carries its value in its own last word. The last one is ".data".
@@ -49,3 +52,6 @@ int32_t size_in_words(const operation_t& operation);
 // The operand of the source whose value is in word 1, 2 or 3 of the instruction; none (-1) where the
 // assembler puts 0 or, in word 2 of "cpdata", the address of word 3.
 int operand_in_word(const operation_t& operation, int word);
+
+// The mnemonic of an opcode, empty for a number that is none.
+std::string_view mnemonic_of(int32_t opcode);

@@ -1,129 +1,203 @@
 #include "assembler/source.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <filesystem>
+#include <limits>
+#include <memory>
 #include <utility>
 
 #include "base/files.h"
-#include "base/machine.h"
 #include "base/text.h"
 
 namespace {
 
 constexpr size_t BUFFER_SIZE = 64 * 1024;
 
-std::string_view without_comment(std::string_view line) { return line.substr(0, line.find("//")); }
+// Offsets in a text are 32 bits wide.
+constexpr size_t MOST_BYTES = std::numeric_limits<uint32_t>::max() - BUFFER_SIZE;
 
-// Takes the next token from the front of the text; empty when there is none.
-std::string_view take_token(std::string_view& text) {
-    text.remove_prefix(std::min(text.find_first_not_of(WHITE_SPACE), text.size()));
-    const std::string_view token = text.substr(0, text.find_first_of(WHITE_SPACE));
-    text.remove_prefix(token.size());
-    return token;
+constexpr std::array<bool, 256> make_separators() {
+    std::array<bool, 256> separators{};
+    for (const char c : WHITE_SPACE) {
+        separators[static_cast<unsigned char>(c)] = true;
+    }
+    return separators;
 }
 
-std::string resolve_name(const file_stack_t& files, std::string_view name) {
-    if (pathname_is_absolute(name) || files.open.empty()) {
+constexpr std::array<bool, 256> SEPARATORS = make_separators();
+
+bool separates(char c) { return SEPARATORS[static_cast<unsigned char>(c)]; }
+
+// Reads until the file ends. Returns 0, or the errno of the failure; the text is what came before.
+int read_text(int descriptor, std::string& text) {
+    const auto buffer = std::make_unique_for_overwrite<char[]>(BUFFER_SIZE);
+    for (;;) {
+        const ssize_t count = read_some(descriptor, buffer.get(), BUFFER_SIZE);
+        if (count < 0) {
+            return errno;
+        }
+        if (count == 0) {
+            return 0;
+        }
+        if (text.size() > MOST_BYTES) {
+            return EFBIG;
+        }
+        text.append(buffer.get(), static_cast<size_t>(count));
+    }
+}
+
+// Two names of one file, such as a.k and lib/../a.k. Links are not followed: the files may be an editor's.
+std::string path_of(const std::string& name) {
+    return std::filesystem::path(name).lexically_normal().string();
+}
+
+// Index of the file of that name, which is new or has been met before.
+uint32_t file_of(reading_t& reading, source_map_t& map, const std::string& name) {
+    const auto file = static_cast<uint32_t>(map.files.size());
+    const auto [known, is_new] = reading.names.emplace(name, file);
+    if (is_new) {
+        map.files.push_back({.name = name, .text = {}});
+        const uint32_t identity = reading.paths.emplace(path_of(name), file).first->second;
+        reading.known.push_back({.identity = identity});
+    }
+    return known->second;
+}
+
+bool is_open(const reading_t& reading, const source_map_t& map, uint32_t file) {
+    return std::ranges::any_of(reading.open, [&](const level_t& level) {
+        return reading.known[map.inclusions[level.inclusion].file].identity == reading.known[file].identity;
+    });
+}
+
+// From the disk. The text is read once, but the file is opened each time.
+opening_t open_on_disk(reading_t& reading, source_map_t& map, uint32_t file, held_file_t& held) {
+    source_file_t& source = map.files[file];
+    const int descriptor = open_regular(source.name);
+    if (descriptor < 0) {
+        return {.result = opening_e::FAILED, .file = file, .error = errno};
+    }
+    held = held_file_t(descriptor);
+    if (!std::exchange(reading.known[file].opened, true)) {
+        source.error = read_text(descriptor, source.text);
+    }
+    return {.result = opening_e::OPENED, .file = file};
+}
+
+// Where texts are given. Each is asked for once.
+opening_t open_given(reading_t& reading, source_map_t& map, uint32_t file, bool is_new) {
+    if (is_open(reading, map, file)) {
+        return {.result = opening_e::CYCLE, .file = file};
+    }
+    source_file_t& source = map.files[file];
+    if (is_new) {
+        file_text_t given = (*reading.read)(source.name);
+        reading.known[file].opened = given.opened;
+        source.error = given.error;
+        source.text = std::move(given.text);
+    }
+    const opening_e result = reading.known[file].opened ? opening_e::OPENED : opening_e::FAILED;
+    return {.result = result, .file = file, .error = source.error};
+}
+
+} // namespace
+
+held_file_t::~held_file_t() { close_file(descriptor_); }
+
+held_file_t::held_file_t(held_file_t&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+
+held_file_t& held_file_t::operator=(held_file_t&& other) noexcept {
+    std::swap(descriptor_, other.descriptor_);
+    return *this;
+}
+
+file_text_t read_file(const std::string& name) {
+    int descriptor = open_regular(name);
+    if (descriptor < 0) {
+        return {.text = {}, .error = errno, .opened = false};
+    }
+    const held_file_t held(descriptor);
+    file_text_t file;
+    file.error = read_text(descriptor, file.text);
+    return file;
+}
+
+bool pathname_is_absolute(std::string_view name) { return name.starts_with('/'); }
+
+std::string resolve_name(const reading_t& reading, const source_map_t& map, std::string_view name) {
+    if (pathname_is_absolute(name) || reading.open.empty()) {
         return std::string(name);
     }
-    const std::string_view including = files.open.back()->name;
+    const std::string_view including = map.files[map.inclusions[reading.open.back().inclusion].file].name;
     const size_t slash = including.rfind('/');
     const size_t directory_length = slash == std::string_view::npos ? 0 : slash + 1;
     return std::string(including.substr(0, directory_length)).append(name);
 }
 
-} // namespace
-
-input_stream_t::input_stream_t(const std::string& name)
-    : descriptor_(open_regular(name)), error_(descriptor_ < 0 ? errno : 0) {}
-
-input_stream_t::~input_stream_t() { close_file(descriptor_); }
-
-bool input_stream_t::fill() {
-    if (buffer_ == nullptr) {
-        buffer_ = std::make_unique_for_overwrite<char[]>(BUFFER_SIZE);
+opening_t open_file(reading_t& reading, source_map_t& map, const std::string& name) {
+    const size_t met = map.files.size();
+    const uint32_t file = file_of(reading, map, name);
+    level_t level{.inclusion = static_cast<uint32_t>(map.inclusions.size() - 1)};
+    const opening_t opening = reading.read == nullptr ? open_on_disk(reading, map, file, level.held)
+                                                      : open_given(reading, map, file, file == met);
+    if (opening.result == opening_e::OPENED) {
+        known_file_t& known = reading.known[file];
+        known.inclusion = std::min(known.inclusion, level.inclusion);
+        map.inclusions.back().file = file;
+        reading.open.push_back(std::move(level));
     }
-    ssize_t count = read_some(descriptor_, buffer_.get(), BUFFER_SIZE);
-    if (count < 0) {
-        error_ = errno;
-        count = 0;
-    }
-    position_ = 0;
-    size_ = static_cast<uint32_t>(count);
-    return size_ > 0;
+    return opening;
 }
 
-bool input_stream_t::read_line(std::string& line) {
-    if (position_ == size_ && !fill()) {
+std::optional<line_t> read_line(level_t& level, const source_file_t& file) {
+    const std::string_view rest = std::string_view(file.text).substr(level.position);
+    const size_t size = std::min(rest.find('\n'), rest.size());
+    // Of a line that could not be read on nobody knows what it says.
+    if (rest.empty() || (size == rest.size() && file.error != 0)) {
+        return std::nullopt;
+    }
+    const line_t line{.begin = level.position, .text = rest.substr(0, size)};
+    level.position += static_cast<uint32_t>(std::min(size + 1, rest.size()));
+    ++level.line_number;
+    return line;
+}
+
+size_t stray_carriage_return(std::string_view line) {
+    const size_t carriage_return = line.find('\r');
+    return carriage_return + 1 == line.size() ? std::string_view::npos : carriage_return;
+}
+
+std::string_view without_comment(std::string_view line) { return line.substr(0, line.find("//")); }
+
+span_t take_token(std::string_view text, uint32_t& position) {
+    while (position < text.size() && separates(text[position])) {
+        ++position;
+    }
+    const uint32_t begin = position;
+    while (position < text.size() && !separates(text[position])) {
+        ++position;
+    }
+    return {.begin = begin, .size = position - begin};
+}
+
+bool split_line(const line_t& line, statement_t& statement) {
+    const std::string_view text = without_comment(line.text);
+    const size_t first = text.find_first_not_of(" \t\r");
+    if (first == std::string_view::npos) {
         return false;
     }
-    line.clear();
-    do {
-        const char* const start = buffer_.get() + position_;
-        const char* const end = buffer_.get() + size_;
-        const char* const line_feed = std::find(start, end, '\n');
-        line.append(start, line_feed);
-        if (line_feed != end) {
-            position_ = static_cast<uint32_t>(line_feed + 1 - buffer_.get());
-            return true;
-        }
-    } while (fill());
-    return error_ == 0;
-}
-
-void input_stream_t::suspend() {
-    if (const int error = go_back(descriptor_, size_ - position_); error != 0) {
-        error_ = error;
+    uint32_t position = 0;
+    const auto take = [&] {
+        span_t token = take_token(text, position);
+        token.begin += line.begin;
+        return token;
+    };
+    statement.label = first == 0 ? take() : span_t();
+    statement.opcode = take();
+    for (operand_t& operand : statement.operands) {
+        operand.token = take();
     }
-    buffer_.reset();
-    position_ = 0;
-    size_ = 0;
-}
-
-bool pathname_is_absolute(std::string_view name) { return name.starts_with('/'); }
-
-void open_file(file_stack_t& files, std::string_view name) {
-    const std::string& resolved = *files.names.insert(resolve_name(files, name)).first;
-    // Built in place: a stream does not move.
-    std::unique_ptr<input_file_t> file(new input_file_t{resolved, input_stream_t(resolved), 0});
-    if (file->handle.error() != 0) {
-        throw tovik_error(cant_open_text(resolved, file->handle.error()));
-    }
-    if (!files.open.empty()) {
-        files.open.back()->handle.suspend();
-    }
-    files.open.push_back(std::move(file));
-}
-
-bool get_parse_line(input_file_t& file, parsed_line_t& parsed) {
-    while (file.handle.read_line(parsed.line)) {
-        ++file.line_number;
-        const std::string_view line = parsed.line;
-        const size_t carriage_return = line.find('\r');
-        if (carriage_return != std::string_view::npos && carriage_return + 1 != line.size()) {
-            throw tovik_error("carriage return in the middle of a line");
-        }
-        std::string_view text = without_comment(line);
-        const size_t first = text.find_first_not_of(" \t\r");
-        if (first == std::string_view::npos) {
-            continue;
-        }
-        parsed.label = first == 0 ? take_token(text) : std::string_view();
-        parsed.opcode = take_token(text);
-        for (std::string_view& operand : parsed.operands) {
-            operand = take_token(text);
-        }
-        parsed.extra = take_token(text);
-        return true;
-    }
-    if (file.handle.error() != 0) {
-        throw tovik_error(cant_read_text(std::string(file.name), file.handle.error()));
-    }
-    return false;
-}
-
-void check_empty(std::string_view text) {
-    if (!text.empty()) {
-        throw tovik_error("extra characters at end of line");
-    }
+    statement.extra = take();
+    return true;
 }

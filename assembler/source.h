@@ -2,78 +2,89 @@
 
 // Source files: opening them and what they include, and splitting their lines.
 
-#include <array>
-#include <cstddef>
 #include <cstdint>
-#include <functional>
-#include <memory>
-#include <set>
+#include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-// An open file, read line by line. Only the file that is being read needs a buffer: a program that includes
-// itself then reaches the system's limit of open files, a million on some systems, in modest memory.
-class input_stream_t {
+#include "assembler/analyse.h"
+#include "assembler/source_map.h"
+
+// A file of the disk that stays open as long as it is read, so that a file that includes itself comes to the
+// system's limit of open files.
+class held_file_t {
   public:
-    // Opens a regular file for reading; error() tells whether that succeeded. Anything else is refused: a
-    // source is read twice.
-    explicit input_stream_t(const std::string& name);
-    ~input_stream_t();
-    input_stream_t(const input_stream_t&) = delete;
-    input_stream_t& operator=(const input_stream_t&) = delete;
-
-    // The errno of the first failure of opening or reading, 0 for none.
-    [[nodiscard]] int error() const { return error_; }
-
-    // Reads up to the next line feed, which is dropped. Returns false, and leaves `line` alone, when nothing
-    // is left or reading fails.
-    bool read_line(std::string& line);
-
-    // Frees the buffer; the next read_line goes on at the same place of the file.
-    void suspend();
+    held_file_t() = default;
+    explicit held_file_t(int descriptor) : descriptor_(descriptor) {}
+    ~held_file_t();
+    held_file_t(held_file_t&& other) noexcept;
+    held_file_t& operator=(held_file_t&& other) noexcept;
 
   private:
-    bool fill();
-
-    std::unique_ptr<char[]> buffer_;
-    uint32_t position_ = 0; // of the next character in the buffer
-    uint32_t size_ = 0;     // of what the buffer holds
-    int descriptor_;
-    int error_;
+    int descriptor_ = -1;
 };
 
-struct input_file_t {
-    std::string_view name; // the path by which it was opened, includes resolved
-    input_stream_t handle;
-    int32_t line_number; // physical lines read so far
+// An inclusion that is being read. Small: there can be as many as the system lets be open, a million on some.
+struct level_t {
+    uint32_t inclusion;
+    uint32_t position = 0;   // of the next line in the text
+    int32_t line_number = 0; // physical lines read so far
+    held_file_t held{};
 };
 
-// The files being read: the last one is read now, and included by the one before.
-struct file_stack_t {
-    std::vector<std::unique_ptr<input_file_t>> open;
-    std::set<std::string, std::less<>> names; // of all files ever opened
+// What is known of a file besides its text.
+struct known_file_t {
+    uint32_t identity; // the first file with the same path, such as that of lib/../a.k and a.k
+    bool opened = false;
+    uint32_t inclusion = NOTHING; // its first one
 };
 
-// A line split into its tokens, which are views into it and live until the next line is read.
-struct parsed_line_t {
-    std::string line; // as read, with comment and carriage return
-    std::string_view label;
-    std::string_view opcode;
-    std::array<std::string_view, 3> operands;
-    std::string_view extra; // the token after three operands
+// How the files of a program are read.
+struct reading_t {
+    const read_file_t* read = nullptr; // where the texts come from; null: from the disk, and held open
+    std::vector<level_t> open;         // the last one is read now, and included by the one before
+    std::vector<known_file_t> known;   // by the index of the file in the map
+    std::map<std::string, uint32_t, std::less<>> names; // index of a file by its name
+    std::map<std::string, uint32_t, std::less<>> paths; // identity by path
+};
+
+enum class opening_e { OPENED, FAILED, CYCLE };
+
+// FAILED and CYCLE leave all as it was, but for the file's record.
+struct opening_t {
+    opening_e result;
+    uint32_t file; // index into the map's files
+    int error = 0; // errno of the failure
 };
 
 bool pathname_is_absolute(std::string_view name);
 
-// Opens a file and pushes it. A relative name is relative to the directory of the file on top of the stack.
-// Throws tovik_error "can't open file NAME: REASON", with the stack as it was.
-void open_file(file_stack_t& files, std::string_view name);
+// A file's name behind #include in the file that is being read: relative to its folder.
+std::string resolve_name(const reading_t& reading, const source_map_t& map, std::string_view name);
 
-// Reads the next line that holds more than blanks and comments. A token in the first column is the label.
-// Returns false at the end of the file, with `parsed` as it was. Throws tovik_error for a carriage return in
-// the middle of a line, and for a file that cannot be read on.
-bool get_parse_line(input_file_t& file, parsed_line_t& parsed);
+// Opens a file and goes on with its first line; the map's last inclusion is that of the file. A cycle is only
+// refused where texts are given.
+opening_t open_file(reading_t& reading, source_map_t& map, const std::string& name);
 
-// Throws tovik_error "extra characters at end of line" unless the text is empty.
-void check_empty(std::string_view text);
+// A physical line: its offset in the text, and the line without its line feed.
+struct line_t {
+    uint32_t begin;
+    std::string_view text;
+};
+
+// The next line of the file that is being read; none at its end, or where reading it failed.
+std::optional<line_t> read_line(level_t& level, const source_file_t& file);
+
+// Offset of a carriage return that is not the last character of the line, or npos.
+size_t stray_carriage_return(std::string_view line);
+
+// Splits a line into its tokens; one in the first column is the label. Returns false when it holds only
+// blanks and a comment.
+bool split_line(const line_t& line, statement_t& statement);
+
+// Takes the next token from a text, beginning at `position`, which moves behind it. Its size is 0 at the end.
+span_t take_token(std::string_view text, uint32_t& position);
+
+std::string_view without_comment(std::string_view line);

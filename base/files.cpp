@@ -147,10 +147,6 @@ ssize_t read_full(int descriptor, std::span<char> buffer, int64_t offset) {
     return static_cast<ssize_t>(filled);
 }
 
-int go_back(int descriptor, uint32_t bytes) {
-    return lseek(descriptor, -static_cast<off_t>(bytes), SEEK_CUR) < 0 ? errno : 0;
-}
-
 int64_t seek_end(int descriptor) { return lseek(descriptor, 0, SEEK_END); }
 
 int read_at(int descriptor, std::span<char> bytes, int64_t offset) {

@@ -49,9 +49,6 @@ constexpr int NEW_FILE_MODE = 0666;
 // number of bytes, or -1 with errno set.
 [[nodiscard]] ssize_t read_full(int descriptor, std::span<char> buffer, int64_t offset);
 
-// Goes back by so many bytes from where the file stands. Returns 0, or the errno of the failure.
-[[nodiscard]] int go_back(int descriptor, uint32_t bytes);
-
 // Goes to the end of a file. Returns its size, or -1 with errno set.
 [[nodiscard]] int64_t seek_end(int descriptor);
 

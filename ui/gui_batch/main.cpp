@@ -1,5 +1,6 @@
 // The entry of tovik-run: assembles, loads and runs a program on the board without a window.
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
@@ -11,7 +12,6 @@
 #include <vector>
 
 #include "assembler/assemble.h"
-#include "assembler/source.h"
 #include "base/files.h"
 #include "base/machine.h"
 #include "base/messages.h"
@@ -48,10 +48,11 @@ void check_image(const std::string& name, const load_t& load) {
 
 // The assembler makes its two files before it reads the source; a name that is mistyped must leave none.
 void check_source(const std::string& name) {
-    const input_stream_t source(name);
-    if (source.error() != 0) {
-        throw usage_error_t{cant_open_text(name, source.error())};
+    int source = open_regular(name);
+    if (source < 0) {
+        throw usage_error_t{cant_open_text(name, errno)};
     }
+    close_file(source);
 }
 
 [[noreturn]] void out_of_memory() {

@@ -6,7 +6,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "assembler/assemble.h"
+#include "assembler/operations.h"
 #include "base/machine.h"
 #include "core/simulate.h"
 

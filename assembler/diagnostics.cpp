@@ -1,0 +1,22 @@
+#include "assembler/diagnostics.h"
+
+#include <utility>
+
+bool has_room(const diagnostics_t& diagnostics) { return diagnostics.count < MOST_DIAGNOSTICS; }
+
+bool add_diagnostic(diagnostics_t& diagnostics, diagnostic_t diagnostic) {
+    const bool room = has_room(diagnostics);
+    ++diagnostics.count;
+    if (room) {
+        diagnostics.list.push_back(std::move(diagnostic));
+        return true;
+    }
+    // The one that gives way counts too.
+    const size_t more = diagnostics.count - MOST_DIAGNOSTICS + 1;
+    diagnostic_t& last = diagnostics.list.back();
+    if (last.code != code::MORE) {
+        last = {.place = last.place, .severity = severity_e::NOTE, .code = code::MORE};
+    }
+    last.message = "and " + std::to_string(more) + " more";
+    return false;
+}

@@ -1,0 +1,423 @@
+#include "assembler/explain.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <charconv>
+#include <limits>
+#include <utility>
+
+#include "assembler/numbers.h"
+#include "assembler/operations.h"
+#include "assembler/source.h"
+#include "base/text.h"
+
+namespace {
+
+constexpr size_t npos = std::string_view::npos;
+
+// ASCII only: what other bytes mean is not known.
+char small(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+std::string small(std::string_view text) {
+    std::string result(text);
+    std::ranges::transform(result, result.begin(), [](char c) { return small(c); });
+    return result;
+}
+
+bool is_digit(char c) { return c >= '0' && c <= '9'; }
+
+std::string quoted(std::string_view text) {
+    constexpr size_t LONGEST = 60;
+    return "`" + std::string(text.substr(0, LONGEST)) + (text.size() > LONGEST ? "..." : "") + "`";
+}
+
+void suggest(diagnostic_t& diagnostic, std::string help, std::string text) {
+    diagnostic.help = std::move(help);
+    diagnostic.fix = {{diagnostic.place, std::move(text)}};
+}
+
+// Similar names.
+
+constexpr size_t LONGEST_NAME = 40;
+constexpr size_t MOST_EDITS = 3;
+constexpr int64_t COST_OF_LOOK = 1;
+
+// How many letters may be wrong. Of short names nearly all are alike.
+size_t edits_allowed(size_t size, size_t other) { return std::min(std::max(size, other) / 3, MOST_EDITS); }
+
+uint32_t letters_of(std::string_view text) {
+    uint32_t letters = 0;
+    for (const char c : text) {
+        letters |= 1U << (static_cast<unsigned>(small(c)) % 32);
+    }
+    return letters;
+}
+
+// The number of letters to change, insert, leave out or exchange with their neighbours, in whatever case they
+// are; above `most` any number that is.
+size_t distance(std::string_view a, std::string_view b, size_t most) {
+    using row_t = std::array<size_t, LONGEST_NAME + 1>;
+    std::array<row_t, 3> rows;
+    for (row_t& row : rows) {
+        row.fill(most + 1);
+    }
+    for (size_t j = 0; j <= std::min(b.size(), most); ++j) {
+        rows[0][j] = j;
+    }
+    for (size_t i = 1; i <= a.size(); ++i) {
+        row_t& row = rows[i % 3];
+        const row_t& above = rows[(i + 2) % 3];
+        const row_t& two_above = rows[(i + 1) % 3];
+        // Only near the diagonal; what is beside it was reached with more edits than are allowed.
+        const size_t begin = i > most ? i - most : 0;
+        const size_t end = std::min(b.size(), i + most);
+        row.fill(most + 1);
+        for (size_t j = begin; j <= end; ++j) {
+            if (j == 0) {
+                row[0] = i;
+                continue;
+            }
+            const bool same = small(a[i - 1]) == small(b[j - 1]);
+            row[j] = std::min({above[j - 1] + (same ? 0 : 1), above[j] + 1, row[j - 1] + 1});
+            if (i > 1 && j > 1 && small(a[i - 1]) == small(b[j - 2]) && small(a[i - 2]) == small(b[j - 1])) {
+                row[j] = std::min(row[j], two_above[j - 2] + 1);
+            }
+        }
+    }
+    return rows[a.size() % 3][b.size()];
+}
+
+// The first of the names that are nearest to this one, which is none of them; empty when none is near enough.
+std::string_view nearest(std::string_view name, const std::vector<names_t::name_t>& names, int64_t& budget) {
+    std::string_view best;
+    size_t fewest = MOST_EDITS + 1;
+    if (name.size() > LONGEST_NAME) {
+        return best;
+    }
+    const uint32_t letters = letters_of(name);
+    for (const auto& [other_letters, other] : names) {
+        budget -= COST_OF_LOOK;
+        if (budget < 0) {
+            return {};
+        }
+        const size_t most = std::min(edits_allowed(name.size(), other.size()), fewest - 1);
+        const auto differ = static_cast<size_t>(std::popcount(letters ^ other_letters));
+        if (other.size() > LONGEST_NAME || other.size() > name.size() + most ||
+            name.size() > other.size() + most || differ > 2 * most) {
+            continue;
+        }
+        budget -= static_cast<int64_t>(name.size() * (2 * most + 1));
+        const size_t edits = distance(name, other, most);
+        if (edits <= most) {
+            fewest = edits;
+            best = other;
+        }
+        if (fewest == 0) {
+            break;
+        }
+    }
+    return best;
+}
+
+void suggest_nearest(diagnostic_t& diagnostic, std::string_view best) {
+    if (!best.empty()) {
+        suggest(diagnostic, "did you mean " + quoted(best) + "?", std::string(best));
+    }
+}
+
+// Numbers.
+
+struct digits_t {
+    std::string_view digits;
+    int base;
+};
+
+// The digits of a number in small letters, and how other languages would read them.
+digits_t notation_of(std::string_view text) {
+    if (text.starts_with("0x")) {
+        return {text.substr(2), 16};
+    }
+    if (text.starts_with("0b") && !text.ends_with('h')) {
+        return {text.substr(2), 2};
+    }
+    if (text.starts_with("0o")) {
+        return {text.substr(2), 8};
+    }
+    if (text.ends_with('h')) {
+        return {text.substr(0, text.size() - 1), 16};
+    }
+    return {text, 10};
+}
+
+std::string in_hexadecimal(uint64_t value) {
+    std::array<char, 16> digits;
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value, 16).ptr;
+    return "0x" + std::string(digits.data(), end);
+}
+
+// The value of a character in quotes.
+std::optional<int> character(std::string_view text) {
+    if (text.size() < 3 || (text.front() != '\'' && text.front() != '"') || text.back() != text.front()) {
+        return std::nullopt;
+    }
+    const std::string_view inner = text.substr(1, text.size() - 2);
+    if (inner.size() == 1) {
+        return static_cast<unsigned char>(inner.front());
+    }
+    constexpr std::string_view LETTERS = "ntr0";
+    constexpr std::string_view CODES("\n\t\r\0", 4);
+    const size_t which = inner.size() == 2 && inner.front() == '\\' ? LETTERS.find(inner.back()) : npos;
+    return which == npos ? std::nullopt : std::optional<int>(CODES[which]);
+}
+
+// Comments.
+
+bool is_include(std::string_view text) { return small(text.substr(0, 4)) == "#inc"; }
+
+// Offset in a token of what begins a comment elsewhere, or npos.
+size_t comment_in(std::string_view token) {
+    if (character(token)) {
+        return npos;
+    }
+    const bool number_follows =
+        token.size() > 1 &&
+        is_digit(token.find_first_not_of("#-") == npos ? ' ' : token[token.find_first_not_of("#-")]);
+    const bool hash = token.starts_with('#') && !is_include(token);
+    if ((hash || token.starts_with("--")) && !number_follows) {
+        return 0;
+    }
+    return token.find(';');
+}
+
+std::string_view line_of(const source_map_t& map, const statement_t& statement) {
+    return without_comment(line_text(map, statement.file, statement.line_begin));
+}
+
+// Operands.
+
+std::string count_of_operands(size_t count) {
+    constexpr std::array<std::string_view, 7> WORDS = {"no", "one", "two", "three", "four", "five", "six"};
+    const std::string number = count < WORDS.size() ? std::string(WORDS[count]) : std::to_string(count);
+    return number + (count == 1 ? " operand" : " operands");
+}
+
+// `add a b c`
+std::string form_of(const operation_t& operation) {
+    std::string form(operation.name);
+    for (size_t i = 0; i < operation.count; ++i) {
+        form.append(" ").append(operation.operands[i].name);
+    }
+    return quoted(form);
+}
+
+// A label that was written with a colon at one place and without at the other.
+bool explain_colon(diagnostic_t& diagnostic, const source_map_t& map, std::string_view name) {
+    const std::string_view bare = name.substr(0, name.size() - 1);
+    if (name.ends_with(':') && find_label(map, bare) != NOTHING) {
+        suggest(diagnostic, "a label has no colon: write " + quoted(bare), std::string(bare));
+        return true;
+    }
+    const uint32_t with_colon = find_label(map, std::string(name) + ":");
+    if (with_colon == NOTHING) {
+        return false;
+    }
+    place_t colon = place_of(map, map.labels[with_colon]);
+    diagnostic.related = {{colon, "defined here with a colon"}};
+    colon.first = colon.last;
+    diagnostic.fix = {{colon, ""}};
+    diagnostic.help = "the colon became part of the label's name: define it without";
+    return true;
+}
+
+// Values that other languages write in an operand.
+bool explain_value(diagnostic_t& diagnostic, std::string_view name) {
+    std::string value;
+    if (const std::optional<int> code = character(name)) {
+        value = std::to_string(*code);
+    } else if (name.starts_with('$')) {
+        value = right_form("0x" + std::string(name.substr(1)));
+    } else if (name.starts_with('#') && numeric(name.substr(1))) {
+        value = right_form(name.substr(1));
+    }
+    if (value.empty()) {
+        return false;
+    }
+    const std::string help = "write " + quoted(value);
+    suggest(diagnostic, help, std::move(value));
+    return true;
+}
+
+// Operands with commas between them.
+bool explain_commas(diagnostic_t& diagnostic, std::string_view name) {
+    if (name.find(',') == npos) {
+        return false;
+    }
+    std::string bare(name);
+    std::ranges::replace(bare, ',', ' ');
+    bare.erase(bare.find_last_not_of(' ') + 1);
+    suggest(diagnostic, "blanks separate operands, not commas", std::move(bare));
+    return true;
+}
+
+} // namespace
+
+std::string right_form(std::string_view number) {
+    std::string text = small(number);
+    std::erase(text, '_');
+    const bool negative = text.starts_with('-');
+    if (negative || text.starts_with('+')) {
+        text.erase(0, 1);
+    }
+    const auto [digits, base] = notation_of(text);
+    uint64_t value = 0;
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value, base);
+    if (digits.empty() || error != std::errc{} || end != digits.data() + digits.size()) {
+        return {};
+    }
+    constexpr uint64_t MOST_POSITIVE = std::numeric_limits<int32_t>::max();
+    if (negative) {
+        return value > MOST_POSITIVE + 1 ? "" : (value == 0 ? "" : "-") + std::to_string(value);
+    }
+    if (value > std::numeric_limits<uint32_t>::max()) {
+        return {};
+    }
+    return base == 16 || value > MOST_POSITIVE ? in_hexadecimal(value) : std::to_string(value);
+}
+
+std::optional<span_t> foreign_comment(const source_map_t& map, const statement_t& statement) {
+    const auto& operands = statement.operands;
+    for (const span_t token : {statement.label, statement.opcode, operands[0].token, operands[1].token,
+                               operands[2].token, statement.extra}) {
+        const size_t offset = comment_in(text_of(map, statement.file, token));
+        if (offset != npos) {
+            const auto begin = token.begin + static_cast<uint32_t>(offset);
+            const auto end = static_cast<uint32_t>(line_of(map, statement).find_last_not_of(WHITE_SPACE) + 1);
+            return span_t{.begin = begin, .size = statement.line_begin + end - begin};
+        }
+    }
+    return std::nullopt;
+}
+
+void explain_comment(diagnostic_t& diagnostic, std::string_view comment) {
+    const size_t size = std::min(comment.find_first_not_of(comment.front()), comment.size());
+    diagnostic.message = quoted(comment.substr(0, size)) + " does not begin a comment";
+    diagnostic.help = "write `//`";
+    place_t marker = diagnostic.place;
+    marker.last = marker.first + static_cast<uint32_t>(size) - 1;
+    diagnostic.fix = {{marker, "//"}};
+}
+
+void explain_number(diagnostic_t& diagnostic, std::string_view number, bool is_label) {
+    std::string form = right_form(number);
+    if (!form.empty()) {
+        const std::string help = "write " + quoted(form);
+        suggest(diagnostic, help, std::move(form));
+    } else if (number.find_first_not_of("0123456789", number.find_first_of("0123456789")) == npos) {
+        diagnostic.help = "numbers go from -2147483648 to 2147483647, hexadecimal ones to 0xffffffff";
+    } else if (!explain_commas(diagnostic, number)) {
+        diagnostic.help = is_label ? "a label does not begin with a digit or a sign"
+                                   : "what begins with a digit or a sign must be a number";
+    }
+}
+
+void explain_label(diagnostic_t& diagnostic, const source_map_t& map, std::string_view name, names_t& names) {
+    if (explain_colon(diagnostic, map, name) || explain_value(diagnostic, name) ||
+        explain_commas(diagnostic, name)) {
+        return;
+    }
+    if (names.labels.empty()) {
+        for (const label_t& label : map.labels) {
+            names.labels.push_back({letters_of(name_of(map, label)), name_of(map, label)});
+        }
+    }
+    suggest_nearest(diagnostic, nearest(name, names.labels, names.budget));
+}
+
+void explain_first_column(diagnostic_t& diagnostic, std::string_view operation) {
+    diagnostic.help = quoted(operation) + " stands in the first column, where labels are: indent it";
+    diagnostic.fix = {{{.file = diagnostic.place.file, .line = diagnostic.place.line}, "    "}};
+}
+
+void explain_count(diagnostic_t& diagnostic, const source_map_t& map, const statement_t& statement) {
+    const operation_t& operation = *statement.operation;
+    const std::string_view line = line_of(map, statement);
+    uint32_t position = statement.opcode.begin + statement.opcode.size - statement.line_begin;
+    size_t count = 0;
+    while (take_token(line, position).size != 0) {
+        ++count;
+    }
+    constexpr size_t UNIT = std::string_view(" operands").size();
+    std::string has = count_of_operands(count);
+    has.erase(has.rfind(' '), UNIT);
+    diagnostic.message = quoted(operation.name) + " takes " + count_of_operands(operation.count) +
+                         ", this line has " + (count == 0 ? "none" : has);
+    if (count > operation.count) {
+        const place_t& extra = diagnostic.place;
+        diagnostic.help = quoted(line.substr(extra.first - 1, extra.last - extra.first + 1)) + " is too much";
+    } else {
+        diagnostic.help = form_of(operation) + " " + std::string(operation.effect);
+    }
+}
+
+void explain_include(diagnostic_t& diagnostic, std::string_view name) {
+    if (name.size() > 2 && std::string_view("\"<'").find(name.front()) != npos) {
+        const std::string_view bare = name.substr(1, name.size() - 2);
+        suggest(diagnostic, "the name stands without quotes: " + quoted(bare), std::string(bare));
+    } else if (!name.empty() && !pathname_is_absolute(name)) {
+        diagnostic.help = "the name is relative to the folder of the file that includes it";
+    }
+}
+
+meant_e meant_by(const source_map_t& map, const statement_t& statement) {
+    const std::string_view label = text_of(map, statement.file, statement.label);
+    const std::string_view opcode = text_of(map, statement.file, statement.opcode);
+    if (is_include(label) || is_include(opcode) || (opcode.ends_with(".k") && !label.empty())) {
+        return meant_e::INCLUDE;
+    }
+    if (find_operation(label) != nullptr) {
+        return meant_e::OPERATION;
+    }
+    const std::string_view next = text_of(map, statement.file, statement.operands[0].token);
+    const bool may_be_label = label.empty() && !numeric(opcode);
+    return may_be_label && (opcode.ends_with(':') || find_operation(next) != nullptr) ? meant_e::LABEL
+                                                                                      : meant_e::UNKNOWN;
+}
+
+void explain_opcode(diagnostic_t& diagnostic, const source_map_t& map, const statement_t& statement,
+                    names_t& names) {
+    const std::string_view opcode = text_of(map, statement.file, statement.opcode);
+    place_t indentation = diagnostic.place;
+    indentation.last = std::exchange(indentation.first, 1) - 1;
+    switch (meant_by(map, statement)) {
+    case meant_e::INCLUDE:
+        diagnostic.help =
+            "an include is written " + quoted("#include NAME.k") + " and begins in the first column";
+        if (opcode == "#include" && statement.label.size == 0) {
+            diagnostic.fix = {{indentation, ""}};
+        }
+        return;
+    case meant_e::OPERATION:
+        explain_first_column(diagnostic, text_of(map, statement.file, statement.label));
+        return;
+    case meant_e::LABEL: {
+        const bool has_colon = opcode.ends_with(':');
+        diagnostic.help = has_colon ? "a label begins in the first column and has no colon"
+                                    : "a label begins in the first column";
+        diagnostic.fix = {{indentation, ""}};
+        if (has_colon) {
+            place_t colon = diagnostic.place;
+            colon.first = colon.last;
+            diagnostic.fix.push_back({colon, ""});
+        }
+        return;
+    }
+    case meant_e::UNKNOWN: {
+        std::vector<names_t::name_t> mnemonics;
+        for (const operation_t& operation : operations()) {
+            mnemonics.push_back({letters_of(operation.name), operation.name});
+        }
+        suggest_nearest(diagnostic, nearest(opcode, mnemonics, names.budget));
+    }
+    }
+}

@@ -1,0 +1,48 @@
+#pragma once
+
+// Words for a fault: what the writer may have meant, and the edit that makes it so.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "assembler/diagnostics.h"
+#include "assembler/source_map.h"
+
+// What looking for similar names may cost in one program, and what has been prepared for it.
+struct names_t {
+    int64_t budget = 4'000'000; // steps of a few nanoseconds; when it is used up no name is like another
+    struct name_t {
+        uint32_t letters; // one bit each, for a first look
+        std::string_view text;
+    };
+    std::vector<name_t> labels; // all of them, once they are needed
+};
+
+// A number in the form that the assembler takes, for one in a form of other languages: 0x1a for 1Ah; empty
+// when it has none.
+std::string right_form(std::string_view number);
+
+// The place from which on a line is a comment in the manner of another language; none when there is none.
+std::optional<span_t> foreign_comment(const source_map_t& map, const statement_t& statement);
+
+// Each completes what has code, place and message already.
+void explain_comment(diagnostic_t& diagnostic, std::string_view comment);
+void explain_number(diagnostic_t& diagnostic, std::string_view number, bool is_label);
+void explain_label(diagnostic_t& diagnostic, const source_map_t& map, std::string_view name, names_t& names);
+void explain_first_column(diagnostic_t& diagnostic, std::string_view operation); // that is taken for a label
+void explain_count(diagnostic_t& diagnostic, const source_map_t& map, const statement_t& statement);
+void explain_include(diagnostic_t& diagnostic, std::string_view name); // that cannot be opened
+
+// How a line with an unknown operation was meant, as far as its other tokens tell.
+enum class meant_e {
+    UNKNOWN,
+    LABEL,     // the operation is a label that is not in the first column, or has a colon
+    OPERATION, // the label is an operation in the first column
+    INCLUDE,   // an #include that is not in the first column, or not written so
+};
+meant_e meant_by(const source_map_t& map, const statement_t& statement);
+void explain_opcode(diagnostic_t& diagnostic, const source_map_t& map, const statement_t& statement,
+                    names_t& names);
