@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <charconv>
 #include <limits>
 #include <utility>
@@ -54,16 +53,25 @@ uint32_t letters_of(std::string_view text) {
     return letters;
 }
 
+// A first look: an edit changes at most two of the letters that a name has.
+bool differ_in_more(uint32_t letters, uint32_t other, size_t most) {
+    uint32_t different = letters ^ other;
+    for (size_t i = 0; i < most; ++i) {
+        different &= different - 1;
+    }
+    return different != 0;
+}
+
 // The number of letters to change, insert, leave out or exchange with their neighbours, in whatever case they
 // are; above `most` any number that is.
 size_t distance(std::string_view a, std::string_view b, size_t most) {
-    using row_t = std::array<size_t, LONGEST_NAME + 1>;
+    using row_t = std::array<uint8_t, LONGEST_NAME + 1>; // small, because it is filled again and again
     std::array<row_t, 3> rows;
     for (row_t& row : rows) {
-        row.fill(most + 1);
+        row.fill(static_cast<uint8_t>(most + 1));
     }
     for (size_t j = 0; j <= std::min(b.size(), most); ++j) {
-        rows[0][j] = j;
+        rows[0][j] = static_cast<uint8_t>(j);
     }
     for (size_t i = 1; i <= a.size(); ++i) {
         row_t& row = rows[i % 3];
@@ -72,17 +80,18 @@ size_t distance(std::string_view a, std::string_view b, size_t most) {
         // Only near the diagonal; what is beside it was reached with more edits than are allowed.
         const size_t begin = i > most ? i - most : 0;
         const size_t end = std::min(b.size(), i + most);
-        row.fill(most + 1);
+        row.fill(static_cast<uint8_t>(most + 1));
         for (size_t j = begin; j <= end; ++j) {
             if (j == 0) {
-                row[0] = i;
+                row[0] = static_cast<uint8_t>(i);
                 continue;
             }
             const bool same = small(a[i - 1]) == small(b[j - 1]);
-            row[j] = std::min({above[j - 1] + (same ? 0 : 1), above[j] + 1, row[j - 1] + 1});
+            int edits = std::min({above[j - 1] + (same ? 0 : 1), above[j] + 1, row[j - 1] + 1});
             if (i > 1 && j > 1 && small(a[i - 1]) == small(b[j - 2]) && small(a[i - 2]) == small(b[j - 1])) {
-                row[j] = std::min(row[j], two_above[j - 2] + 1);
+                edits = std::min(edits, two_above[j - 2] + 1);
             }
+            row[j] = static_cast<uint8_t>(edits);
         }
     }
     return rows[a.size() % 3][b.size()];
@@ -102,9 +111,8 @@ std::string_view nearest(std::string_view name, const std::vector<names_t::name_
             return {};
         }
         const size_t most = std::min(edits_allowed(name.size(), other.size()), fewest - 1);
-        const auto differ = static_cast<size_t>(std::popcount(letters ^ other_letters));
         if (other.size() > LONGEST_NAME || other.size() > name.size() + most ||
-            name.size() > other.size() + most || differ > 2 * most) {
+            name.size() > other.size() + most || differ_in_more(letters, other_letters, 2 * most)) {
             continue;
         }
         budget -= static_cast<int64_t>(name.size() * (2 * most + 1));

@@ -13,7 +13,7 @@
 
 // What looking for similar names may cost in one program, and what has been prepared for it.
 struct names_t {
-    int64_t budget = 4'000'000; // steps of a few nanoseconds; when it is used up no name is like another
+    int64_t budget = 1'000'000; // steps of a few nanoseconds; when it is used up no name is like another
     struct name_t {
         uint32_t letters; // one bit each, for a first look
         std::string_view text;

@@ -2,26 +2,38 @@
 
 #include <algorithm>
 #include <functional>
+#include <utility>
 
 namespace {
 
 constexpr size_t SMALLEST_INDEX = 64;
 
-// The place in the index where the name stands, or the free one where it belongs.
-size_t slot_of(const source_map_t& map, std::string_view name) {
+uint32_t hash_of(std::string_view name) { return static_cast<uint32_t>(std::hash<std::string_view>()(name)); }
+
+// The slot of the name, or the free one where it belongs.
+size_t slot_of(const source_map_t& map, std::string_view name, uint32_t hash) {
     const size_t mask = map.label_index.size() - 1;
-    size_t slot = std::hash<std::string_view>()(name) & mask;
-    while (map.label_index[slot] != NOTHING && name_of(map, map.labels[map.label_index[slot]]) != name) {
-        slot = (slot + 1) & mask;
+    for (size_t slot = hash & mask;; slot = (slot + 1) & mask) {
+        const label_slot_t& found = map.label_index[slot];
+        if (found.label == NOTHING || (found.hash == hash && name_of(map, map.labels[found.label]) == name)) {
+            return slot;
+        }
     }
-    return slot;
 }
 
 // At most half of the index is in use, so that every search ends soon.
 void grow_index(source_map_t& map) {
-    map.label_index.assign(std::max(2 * map.label_index.size(), SMALLEST_INDEX), NOTHING);
-    for (uint32_t i = 0; i < map.labels.size(); ++i) {
-        map.label_index[slot_of(map, name_of(map, map.labels[i]))] = i;
+    const std::vector<label_slot_t> old = std::exchange(map.label_index, {});
+    map.label_index.resize(std::max(2 * old.size(), SMALLEST_INDEX));
+    const size_t mask = map.label_index.size() - 1;
+    for (const label_slot_t& entry : old) {
+        if (entry.label != NOTHING) {
+            size_t slot = entry.hash & mask;
+            while (map.label_index[slot].label != NOTHING) {
+                slot = (slot + 1) & mask;
+            }
+            map.label_index[slot] = entry;
+        }
     }
 }
 
@@ -42,11 +54,14 @@ std::string_view line_text(const source_map_t& map, uint32_t file, uint32_t line
 }
 
 std::string_view name_of(const source_map_t& map, const label_t& label) {
-    return text_of(map, map.statements[label.statement].file, label.name);
+    return text_of(map, label.file, label.name);
 }
 
 uint32_t find_label(const source_map_t& map, std::string_view name) {
-    return map.label_index.empty() ? NOTHING : map.label_index[slot_of(map, name)];
+    if (map.label_index.empty()) {
+        return NOTHING;
+    }
+    return map.label_index[slot_of(map, name, hash_of(name))].label;
 }
 
 uint32_t add_label(source_map_t& map, const label_t& label) {
@@ -55,7 +70,9 @@ uint32_t add_label(source_map_t& map, const label_t& label) {
     }
     const auto added = static_cast<uint32_t>(map.labels.size());
     map.labels.push_back(label);
-    map.label_index[slot_of(map, name_of(map, label))] = added;
+    const std::string_view name = name_of(map, label);
+    const uint32_t hash = hash_of(name);
+    map.label_index[slot_of(map, name, hash)] = {.label = added, .hash = hash};
     return added;
 }
 

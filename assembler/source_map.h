@@ -88,21 +88,27 @@ struct use_t {
 
 struct label_t {
     uint32_t statement = 0; // whose line defines it
+    uint32_t file = 0;      // that of the statement
     int32_t address = 0;
-    span_t name{}; // in the file of the statement
+    span_t name{};
     // Its uses are uses[first_use] and the use_count - 1 behind it, in the order of the lines.
     uint32_t first_use = 0;
     uint32_t use_count = 0;
 };
 
+struct label_slot_t {
+    uint32_t label = NOTHING;
+    uint32_t hash = 0;
+};
+
 struct source_map_t {
     std::deque<source_file_t> files{}; // the main file first
     std::vector<inclusion_t> inclusions{};
-    std::vector<statement_t> statements{}; // in the order in which they are read, includes in their places
-    std::vector<word_t> words{};           // MEMORY_SIZE of them, by address
-    std::vector<label_t> labels{};         // in the order of their definitions
-    std::vector<use_t> uses{};             // grouped by label
-    std::vector<uint32_t> label_index{};   // find_label's own
+    std::vector<statement_t> statements{};   // in the order in which they are read, includes in their places
+    std::vector<word_t> words{};             // MEMORY_SIZE of them, by address
+    std::vector<label_t> labels{};           // in the order of their definitions
+    std::vector<use_t> uses{};               // grouped by label
+    std::vector<label_slot_t> label_index{}; // find_label's own: a table by hash
 };
 
 // What a span holds.

@@ -19,6 +19,10 @@ namespace {
 // A message in a list is read on one line; a token can be as long as a file.
 constexpr size_t LONGEST_MESSAGE = 200;
 
+// Room for the lines of most programs from the start.
+constexpr size_t BYTES_PER_LINE = 16;
+constexpr size_t MOST_RESERVED = MEMORY_SIZE;
+
 // The physical line that was read last, and where: the files that begin and end have lines 0.
 struct reading_place_t {
     uint32_t inclusion = NOTHING; // none before the main file is open
@@ -122,16 +126,19 @@ diagnostic_t* fault(passes_t& passes, std::string_view code, const place_t& plac
     if (passes.statement != NOTHING) {
         map_of(passes).statements[passes.statement].faulty = true;
     }
+    diagnostics_t& diagnostics = passes.result.analysis.diagnostics;
+    if (!has_room(diagnostics)) {
+        add_diagnostic(diagnostics, {.place = place});
+        return nullptr;
+    }
     if (has_been_said(passes, code, place) || in_foreign_comment(passes, code, place)) {
         return nullptr;
     }
     if (text.size() > LONGEST_MESSAGE) {
         text.replace(LONGEST_MESSAGE, std::string::npos, "...");
     }
-    diagnostics_t& diagnostics = passes.result.analysis.diagnostics;
-    return add_diagnostic(diagnostics, {.place = place, .code = code, .message = std::move(text)})
-               ? &diagnostics.list.back()
-               : nullptr;
+    add_diagnostic(diagnostics, {.place = place, .code = code, .message = std::move(text)});
+    return &diagnostics.list.back();
 }
 
 // All that lies behind the end of the memory is one fault.
@@ -316,8 +323,10 @@ void define_label(passes_t& passes, statement_t& statement, span_t token) {
     if (first != NOTHING) {
         fault_duplicate(passes, statement, token, map.labels[first]);
     } else if (!passes.over) {
-        statement.defines =
-            add_label(map, {.statement = passes.statement, .address = passes.counter, .name = token});
+        statement.defines = add_label(map, {.statement = passes.statement,
+                                            .file = statement.file,
+                                            .address = passes.counter,
+                                            .name = token});
     }
 }
 
@@ -379,6 +388,7 @@ void find_addresses(passes_t& passes, const std::string& name) {
     if (opening.result != opening_e::OPENED) {
         fault_opening(passes, {.file = opening.file}, opening, {});
     }
+    map.statements.reserve(std::min(map.files[opening.file].text.size() / BYTES_PER_LINE, MOST_RESERVED));
     while (next_statement(passes)) {
         place_statement(passes, map.statements.back());
     }
@@ -406,6 +416,8 @@ int32_t fault_undefined(passes_t& passes, statement_t& statement, const operand_
         explain_label(*diagnostic, map, name, passes.names);
     }
     if (!passes.muted) {
+        // Operands that are written as one are also too few.
+        passes.muted = name.find_first_of(',') < name.size() - 1;
         passes.undefined.emplace(name, diagnostic == nullptr ? NOTHING : list.size() - 1);
     }
     return 0;
