@@ -321,7 +321,7 @@ void explain_number(diagnostic_t& diagnostic, std::string_view number, bool is_l
     if (!form.empty()) {
         const std::string help = "write " + quoted(form);
         suggest(diagnostic, help, std::move(form));
-    } else if (number.find_first_not_of("0123456789", number.find_first_of("0123456789")) == npos) {
+    } else if (number.size() > 1 && number.find_first_not_of("0123456789", 1) == npos) {
         diagnostic.help = "numbers go from -2147483648 to 2147483647, hexadecimal ones to 0xffffffff";
     } else if (!explain_commas(diagnostic, number)) {
         diagnostic.help = is_label ? "a label does not begin with a digit or a sign"

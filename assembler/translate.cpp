@@ -406,7 +406,11 @@ int32_t fault_undefined(passes_t& passes, statement_t& statement, const operand_
     std::vector<diagnostic_t>& list = passes.result.analysis.diagnostics.list;
     if (const auto known = passes.undefined.find(name); known != passes.undefined.end()) {
         if (known->second < list.size() && list[known->second].code == code::UNDEFINED_LABEL) {
-            list[known->second].related.push_back({place, "also used here"});
+            diagnostic_t& said = list[known->second];
+            said.related.push_back({place, "also used here"});
+            if (!said.fix.empty() && said.fix.front().place == said.place) {
+                said.fix.push_back({place, said.fix.front().text});
+            }
         }
         return 0;
     }
