@@ -52,6 +52,8 @@ constexpr std::string_view FOREIGN_COMMENT = "foreign-comment";
 constexpr std::string_view MORE = "more"; // the last of a list that is full
 } // namespace code
 
+// The texts are the system's own in ASCII, but for what they repeat of the source: its bytes, in whatever
+// encoding, long tokens cut short.
 struct diagnostic_t {
     place_t place{};
     severity_e severity = severity_e::ERROR;

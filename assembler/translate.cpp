@@ -331,10 +331,15 @@ void define_label(passes_t& passes, statement_t& statement, span_t token) {
 }
 
 // What is known of a line whose operation is not known: it takes four words, and it may define a label.
-void recover(passes_t& passes, statement_t& statement) {
+// Returns its size in words.
+int32_t recover(passes_t& passes, statement_t& statement) {
     const source_map_t& map = map_of(passes);
     statement.broken = true;
     passes.muted = true;
+    const std::optional<span_t> comment = foreign_comment(map, statement);
+    if (comment && comment->begin <= statement.opcode.begin) {
+        return 0;
+    }
     const meant_e meant = meant_by(map, statement);
     if (meant == meant_e::INCLUDE) {
         passes.incomplete = true;
@@ -343,6 +348,7 @@ void recover(passes_t& passes, statement_t& statement) {
         label.size -= text_of(map, statement.file, label).ends_with(':') ? 1 : 0;
         define_label(passes, statement, label);
     }
+    return WORDS_PER_INSTRUCTION;
 }
 
 int32_t place_operation(passes_t& passes, statement_t& statement) {
@@ -357,8 +363,7 @@ int32_t place_operation(passes_t& passes, statement_t& statement) {
                   "unknown opcode " + std::string(name))) {
         explain_opcode(*diagnostic, map, statement, passes.names);
     }
-    recover(passes, statement);
-    return WORDS_PER_INSTRUCTION;
+    return recover(passes, statement);
 }
 
 void place_statement(passes_t& passes, statement_t& statement) {
@@ -510,7 +515,7 @@ void encode_statement(passes_t& passes, statement_t& statement) {
             put_operand(passes, statement, word, word_e::OPERAND, static_cast<uint8_t>(operand));
         } else {
             const bool value_address = is_cpdata(operation);
-            const int32_t value = value_address ? statement.address + CPDATA_VALUE_OFFSET : 0;
+            const int32_t value = value_address ? wrap_add(statement.address, CPDATA_VALUE_OFFSET) : 0;
             put_word(passes, statement, word, {.value = value, .kind = word_e::IMPLIED});
         }
     }
@@ -518,9 +523,9 @@ void encode_statement(passes_t& passes, statement_t& statement) {
 
 // Of a line that could not be understood it is still known which labels it uses.
 void look_at_operands(passes_t& passes, statement_t& statement) {
-    for (uint8_t i = 0; i < statement.operands.size(); ++i) {
+    for (size_t i = 0; i < statement.operands.size(); ++i) {
         if (statement.operands[i].token.size != 0) {
-            statement.operands[i].value = find_value(passes, statement, i);
+            statement.operands[i].value = find_value(passes, statement, static_cast<uint8_t>(i));
         }
     }
 }
