@@ -3,6 +3,7 @@
 // Source files: opening them and what they include, and splitting their lines.
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>

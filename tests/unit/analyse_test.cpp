@@ -118,7 +118,8 @@ TEST(Analyse, SourceMap) {
                                              "x\tret\tx\n"
                                              "\n"
                                              "y\n"
-                                             "\t.data\tx");
+                                             "\t.data\tx\n"
+                                             "\tnonsense y");
     const source_map_t& map = analysis.map;
     std::string text;
     for (size_t address = 0; address < map.words.size(); ++address) {
@@ -159,7 +160,7 @@ TEST(Analyse, SourceMap) {
 here sub/part.k:1:1-4
 there sub/deeper/part.k:1:1-5
 x 3:1-1 1:11-11 3:7-7 6:8-8
-y 5:1-1 1:13-13
+y 5:1-1 1:13-13 7:11-11
 main.k 0:1-0
 sub/part.k 2:10-19
 sub/deeper/part.k sub/part.k:2:10-22
