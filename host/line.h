@@ -17,7 +17,8 @@ void line_open_cable(const std::string& name);
 
 // Goes on with that by one step, if line_ready. Returns, when the line is open, the name of the computer at
 // its other end, which is empty when nobody is there yet. Throws tovik_error when the relay refuses, or has
-// kept it waiting for 30 s.
+// kept it waiting for 30 s. A program that has not asked for some seconds, because the user stopped it,
+// begins to connect anew unless the relay knows its name.
 [[nodiscard]] std::optional<std::string> line_connect();
 
 // Whether there is something to read, for which it waits so many milliseconds at most; a host that cannot

@@ -39,6 +39,9 @@ using std::chrono::steady_clock;
 constexpr const char* RELAY_PORT = "10000";
 constexpr std::chrono::milliseconds PATIENCE(30000);
 
+// The relay waits some seconds for the name, and who writes it after that ends the process.
+constexpr std::chrono::milliseconds LONGEST_BREAK(5000);
+
 static_assert(std::endian::native == std::endian::little); // numbers are sent as they stand
 
 int serial_fd = -1;   // a device
@@ -50,7 +53,8 @@ enum class awaited_e { NOTHING, CONNECTION, CHALLENGE, STATUS };
 struct handshake_t {
     std::string name;
     awaited_e awaited = awaited_e::NOTHING;
-    steady_clock::time_point end; // of the patience with this step
+    steady_clock::time_point end;   // of the patience with this step
+    steady_clock::time_point asked; // when the program last went on with it
     std::array<char, sizeof(int32_t)> number{};
     size_t count = 0; // of the number's bytes that are there
 };
@@ -118,7 +122,8 @@ std::string relay_host() {
 
 void await(awaited_e awaited) {
     handshake.awaited = awaited;
-    handshake.end = steady_clock::now() + PATIENCE;
+    handshake.asked = steady_clock::now();
+    handshake.end = handshake.asked + PATIENCE;
     handshake.count = 0;
 }
 
@@ -219,6 +224,13 @@ void line_open_cable(const std::string& name) {
 }
 
 std::optional<std::string> line_connect() {
+    const auto now = steady_clock::now();
+    const bool had_break = now - std::exchange(handshake.asked, now) > LONGEST_BREAK;
+    // With its name a connection may have a partner already.
+    if (had_break && handshake.awaited != awaited_e::STATUS) {
+        line_close();
+        line_open_cable(handshake.name);
+    }
     const int result = wait_for_line(awaited_event(), 0);
     if (result > 0) {
         return go_on();
