@@ -90,7 +90,11 @@ slice_t run_slice(int32_t count) {
         slice.fault = error.message;
     } catch (const host_wait_t& wait) {
         take_stock(run.left);
-        machine.pc = run.start;
+        // A Reset in a dialog of the instruction holds: the program is to begin anew.
+        const int64_t fetched = int64_t{machine.pc} - run.start;
+        if (fetched > 0 && fetched <= WORDS_PER_INSTRUCTION) {
+            machine.pc = run.start;
+        }
         slice.wait = wait.ready;
     }
     machine.instr_count = count_at(run.left) - (slice.faulted ? 1 : 0);

@@ -11,6 +11,7 @@ struct slice_t {
     std::string fault; // the message of the fault
 
     // The instruction at machine.pc, which is not among the executed ones, waits for the host; else nullptr.
+    // After a Reset in a dialog of the instruction, machine.pc and machine.instr_count are 0.
     bool (*wait)(int most_ms);
 };
 

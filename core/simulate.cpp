@@ -132,7 +132,8 @@ int32_t advance_time(const slice_t& slice, bool speaker_was_on) {
     if (slice.faulted) {
         ++machine.instr_count;
     }
-    assert(machine.instr_count != 0);
+    // Reset may have been pressed in a dialog of the instruction that waits.
+    assert(machine.instr_count != 0 || slice.wait != nullptr);
 
     for (const periodic_t& periodic : PERIODICS) {
         int32_t& elapsed = machine.*periodic.elapsed;

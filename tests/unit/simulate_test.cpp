@@ -71,6 +71,22 @@ TEST(RunLoop, ExecutesAnInstructionAnewWhenTheHostHasWhatItWaitsFor) {
     simulator.step = 0;
     EXPECT_EQ(simulate_pass(10).wait, record_ready);
     EXPECT_EQ(std::pair(simulator.running, last_stop().reason), std::pair(false, stop_reason_e::STOPPED));
+    // The user presses Reset, and then "Mic", in a dialog of the instruction.
+    machine.pc = 0;
+    simulator.microphone_on = false;
+    typed.chosen_file = "/nowhere";
+    recording.at_message = [] {
+        reset_machine();
+        simulator.microphone_on = true;
+    };
+    simulator.running = true;
+    simulator.step = -1;
+    EXPECT_EQ(simulate_pass(10).wait, record_ready);
+    EXPECT_EQ(std::pair(machine.pc, machine.instr_count), std::pair(0, uint64_t{0}));
+    EXPECT_FALSE(simulator.running);
+    recording = {};
+    typed = {};
+    machine.microphone_response = 1;
     simulator.running = true;
     simulator.step = -1;
     EXPECT_TRUE(record_ready(1));
