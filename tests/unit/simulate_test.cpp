@@ -57,6 +57,7 @@ TEST(RunLoop, ExecutesAnInstructionAnewWhenTheHostHasWhatItWaitsFor) {
     constexpr int32_t SAMPLE = INT32_MIN + 0x52;
     std::ranges::copy(std::array<int32_t, 12>{K24_CP, 100, 0, 0, K24_CP, 101, SAMPLE, 0, K24_HALT},
                       machine.memory);
+    forget_proofs();
     machine.microphone_response = 1;
     simulator.microphone_on = true;
     simulator.running = true;
