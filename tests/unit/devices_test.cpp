@@ -12,7 +12,9 @@
 
 #include "base/machine.h"
 #include "base/noise.h"
+#include "devices/io.h"
 #include "devices/ledswitchtimer.h"
+#include "devices/registers.h"
 #include "devices/sdram.h"
 #include "tests/support/bus.h"
 #include "tests/support/gui_recording.h"
@@ -101,6 +103,44 @@ TEST_F(Devices, AnswerAndShow) {
     reset_sw();
     EXPECT_EQ(perform("00?0"), "");
     EXPECT_EQ(recording.calls.back(), "sw 17");
+}
+
+std::string refusal(bool write, int32_t offset) {
+    try {
+        io(write, IO_BASE + offset, 0);
+    } catch (const tovik_error& error) {
+        return error.message;
+    }
+    return "";
+}
+
+TEST_F(Devices, TableOfRegistersIsThatOfTheBus) {
+    for (int32_t offset = 0; offset <= IO_SLOTS; ++offset) {
+        SCOPED_TRACE(offset);
+        const device_t* const device = find_device(offset);
+        const board_register_t* const found = find_register(offset);
+        const bool silent = device != nullptr && device->registers.empty();
+        for (const bool write : {false, true}) {
+            const access_e access = write ? access_e::WRITE : access_e::READ;
+            const std::string answer = refusal(write, offset);
+            EXPECT_EQ(!answer.starts_with("illegal address"), device != nullptr);
+            EXPECT_EQ(device != nullptr && !answer.starts_with("unsupported"),
+                      silent || (found != nullptr && found->access == access));
+            EXPECT_EQ(answer == TOO_EARLY, !write && found != nullptr && found->kind == register_e::RESULT);
+        }
+        if (found == nullptr) {
+            continue;
+        }
+        const port_t& port = io_port(IO_BASE + offset);
+        const bool reads = found->access == access_e::READ;
+        EXPECT_EQ(port.polled.steady_until != nullptr, reads && found->kind != register_e::RESULT);
+        const int32_t place = offset - device->first;
+        EXPECT_EQ(found->kind, device->registers[1].kind != register_e::RESPONSE ? register_e::PLAIN
+                               : place == 0                                      ? register_e::COMMAND
+                               : place == 1                                      ? register_e::RESPONSE
+                               : reads                                           ? register_e::RESULT
+                                                                                 : register_e::PARAMETER);
+    }
 }
 
 TEST_F(Devices, VgaFillsItsMemoryAndTheScreen) {
