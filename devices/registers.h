@@ -32,6 +32,7 @@ struct device_t {
     int32_t last;
     std::string_view handshake; // one sentence without a full stop
     std::span<const board_register_t> registers;
+    bool keeps_results = false; // when the command goes back to 0, until the response is next read
 };
 
 // In the order of their offsets. Two devices without registers come last: they own their addresses, give 0

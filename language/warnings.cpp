@@ -1,0 +1,138 @@
+#include "language/warnings.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "base/machine.h"
+#include "language/warnings_internal.h"
+
+namespace {
+
+constexpr std::string_view ALLOW = "tovik: allow ";
+
+// Whether a comment at the end of the line allows it.
+bool is_allowed(const source_map_t& map, const found_t& found) {
+    const statement_t& statement = map.statements[found.statement];
+    const std::string_view line = line_text(map, statement.file, statement.line_begin);
+    const size_t comment = line.find("//");
+    const size_t allow = comment == std::string_view::npos ? comment : line.find(ALLOW, comment);
+    if (allow == std::string_view::npos) {
+        return false;
+    }
+    std::string_view codes = line.substr(allow + ALLOW.size());
+    while (!codes.empty()) {
+        const size_t begin = std::min(codes.find_first_not_of(", \t\r"), codes.size());
+        const size_t end = std::min(codes.find_first_of(", \t\r", begin), codes.size());
+        if (codes.substr(begin, end - begin) == found.diagnostic.code) {
+            return true;
+        }
+        codes.remove_prefix(end);
+    }
+    return false;
+}
+
+bool comes_before(const found_t& left, const found_t& right) {
+    return std::pair(left.statement, left.diagnostic.place.first) <
+           std::pair(right.statement, right.diagnostic.place.first);
+}
+
+std::string_view base_name(std::string_view path) { return path.substr(path.rfind('/') + 1); }
+
+std::string_view ordinal(uint8_t operand) {
+    constexpr std::string_view ORDINALS[] = {"first", "second", "third"};
+    return ORDINALS[operand];
+}
+
+} // namespace
+
+operand_place_t place_of_operand(const program_t& program, const instruction_t& instruction, size_t operand) {
+    const int32_t address = instruction.address + 1 + static_cast<int32_t>(operand);
+    const word_t& word = program.map->words[static_cast<size_t>(address)];
+    if (word.statement == NOTHING || word.operand == NO_OPERAND) {
+        return {.statement = instruction.statement};
+    }
+    const operand_t& written = program.map->statements[word.statement].operands[word.operand];
+    return {.statement = word.statement, .token = written.token, .label = written.label};
+}
+
+diagnostic_t& warn(warnings_t& warnings, std::string_view code, uint32_t statement, span_t token,
+                   std::string message, std::string help) {
+    warnings.found.push_back({statement,
+                              {.place = place_of(warnings.map->statements[statement], token),
+                               .severity = severity_e::WARNING,
+                               .code = code,
+                               .message = std::move(message),
+                               .help = std::move(help)}});
+    return warnings.found.back().diagnostic;
+}
+
+diagnostic_t& warn(warnings_t& warnings, std::string_view code, const instruction_t& instruction,
+                   std::string message, std::string help) {
+    const span_t token = warnings.map->statements[instruction.statement].opcode;
+    return warn(warnings, code, instruction.statement, token, std::move(message), std::move(help));
+}
+
+std::string quoted(std::string_view text) {
+    constexpr size_t LONGEST = 60;
+    return "`" + std::string(text.substr(0, LONGEST)) + (text.size() > LONGEST ? "..." : "") + "`";
+}
+
+std::string quoted_operand(const warnings_t& warnings, const operand_place_t& place) {
+    return quoted(text_of(*warnings.map, warnings.map->statements[place.statement].file, place.token));
+}
+
+std::string line_name(const source_map_t& map, uint32_t statement, uint32_t from) {
+    const statement_t& line = map.statements[statement];
+    std::string name = "line " + std::to_string(line.line);
+    if (line.file != map.statements[from].file) {
+        name.append(" of ").append(base_name(map.files[line.file].name));
+    }
+    return name;
+}
+
+std::string word_name(const source_map_t& map, int32_t address, uint32_t from) {
+    const word_t& word = map.words[static_cast<size_t>(address)];
+    if (word.kind == word_e::NONE) {
+        return "a word that no line sets";
+    }
+    const statement_t& statement = map.statements[word.statement];
+    const std::string where = line_name(map, word.statement, from);
+    if (word.kind == word_e::DATA) {
+        return statement.defines == NOTHING
+                   ? "the word in " + where
+                   : quoted(name_of(map, map.labels[statement.defines])) + " in " + where;
+    }
+    const std::string owner = " of the " + quoted(statement.operation->name) + " in " + where;
+    return word.kind == word_e::OPCODE    ? "the operation" + owner
+           : word.kind == word_e::OPERAND ? "the " + std::string(ordinal(word.operand)) + " operand" + owner
+                                          : "a part" + owner;
+}
+
+bool is_reached(const warnings_t& warnings, uint32_t instruction) {
+    return instruction < warnings.flow->reached.size() && warnings.flow->reached[instruction];
+}
+
+void add_warnings(analysis_t& analysis) {
+    const bool faultless = analysis.diagnostics.count == 0;
+    if (analysis.map.words.size() != MEMORY_SIZE) {
+        return;
+    }
+    program_t program = read_program(analysis.map);
+    flow_t flow;
+    warnings_t warnings{.map = &analysis.map, .program = &program, .flow = nullptr, .found = {}};
+    if (faultless) {
+        flow = find_ways(program);
+        warnings.flow = &flow;
+        warn_of_ways(warnings);
+        warn_of_subroutines(warnings);
+        warn_of_ports(warnings);
+    }
+    warn_of_labels(warnings);
+    warn_of_operands(warnings);
+    std::ranges::stable_sort(warnings.found, comes_before);
+    for (found_t& found : warnings.found) {
+        if (!is_allowed(analysis.map, found)) {
+            add_diagnostic(analysis.diagnostics, std::move(found.diagnostic));
+        }
+    }
+}

@@ -1,0 +1,62 @@
+#pragma once
+
+// What the chapters of warnings share. Nobody else includes it.
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "assembler/analyse.h"
+#include "language/codes.h"
+#include "language/flow.h"
+#include "language/program.h"
+
+struct found_t {
+    uint32_t statement = 0; // index, for the order
+    diagnostic_t diagnostic;
+};
+
+struct warnings_t {
+    const source_map_t* map = nullptr;
+    program_t* program = nullptr;
+    const flow_t* flow = nullptr; // null when the program has faults: then it is not known
+    std::vector<found_t> found;
+};
+
+// Where an operand stands in the source.
+struct operand_place_t {
+    uint32_t statement = 0;
+    span_t token{}; // empty for one that the source does not name
+    uint32_t label = NOTHING;
+};
+operand_place_t place_of_operand(const program_t& program, const instruction_t& instruction, size_t operand);
+
+// Adds a warning at a token of a line. The reference is good until the next one.
+diagnostic_t& warn(warnings_t& warnings, std::string_view code, uint32_t statement, span_t token,
+                   std::string message, std::string help);
+
+// At the operation of an instruction.
+diagnostic_t& warn(warnings_t& warnings, std::string_view code, const instruction_t& instruction,
+                   std::string message, std::string help);
+
+// `text`
+std::string quoted(std::string_view text);
+
+// The text of an operand in backquotes.
+std::string quoted_operand(const warnings_t& warnings, const operand_place_t& place);
+
+// "line 7", or "line 7 of lcd.k" when that is another file than that of the line `from`.
+std::string line_name(const source_map_t& map, uint32_t statement, uint32_t from);
+
+// What a word of memory is: "the first operand of the `add` in line 3".
+std::string word_name(const source_map_t& map, int32_t address, uint32_t from);
+
+bool is_reached(const warnings_t& warnings, uint32_t instruction);
+
+// The chapters.
+void warn_of_labels(warnings_t& warnings);   // also without a flow
+void warn_of_operands(warnings_t& warnings); // also without a flow
+void warn_of_ways(warnings_t& warnings);
+void warn_of_subroutines(warnings_t& warnings);
+void warn_of_ports(warnings_t& warnings);
