@@ -152,28 +152,28 @@ constexpr code_info_t CODES[] = {
      "                halt\n"
      "i               .data   7\n"},
     {code::NO_HALT, WARNING, "a program without `halt`",
-     "A program ends with the operation `halt` only. Without it, it runs on into its data, or for ever.",
-     "Write an indented `halt` where the program ends. If it is to run for ever, write `// tovik: allow "
-     "no-halt` at the "
-     "end of the line.",
-     "                cp      0x80000001 0x80000000\n",
-     "                cp      0x80000001 0x80000000\n"
-     "                halt\n"},
+     "A program ends with the operation `halt` only. Without it, it runs on into what stands behind its last "
+     "instruction, "
+     "mostly its data.",
+     "Write an indented `halt` where the program ends. A program that is to run for ever jumps back there.",
+     "                cp      0x80000001 switches\n"
+     "switches        .data   5\n",
+     "                cp      0x80000001 switches\n"
+     "                halt\n"
+     "switches        .data   5\n"},
     {code::RUNS_INTO_DATA, WARNING, "a way on which the program runs into its data",
      "After an instruction comes the one behind it, also when that is a `.data` line: its number is then "
      "taken for an "
      "operation.",
      "End this way with `halt`, with `ret`, or with a jump such as `be again 0 0`.",
-     "                blt     small i ten\n"
+     "                blt     small 0x80000000 ten\n"
      "                halt\n"
      "small           cpdata  0x80000002 1\n"
-     "i               .data   7\n"
      "ten             .data   10\n",
-     "                blt     small i ten\n"
+     "                blt     small 0x80000000 ten\n"
      "                halt\n"
      "small           cpdata  0x80000002 1\n"
      "                halt\n"
-     "i               .data   7\n"
      "ten             .data   10\n"},
     {code::BAD_TARGET, WARNING, "a jump to what is no instruction",
      "A branch or call goes on at the address of its first operand. There has to be the first word of an "
@@ -320,8 +320,9 @@ constexpr code_info_t CODES[] = {
      "Look at the order of the operands: the first one is where the result goes. What was written to a "
      "register cannot be "
      "read back; keep it in a word.",
-     "                cp      0x80000000 0x80000001\n"
-     "                halt\n",
+     "                cp      shown 0x80000001\n"
+     "                halt\n"
+     "shown           .data   0\n",
      "                cp      0x80000001 0x80000000\n"
      "                halt\n"},
     {code::COMMAND_NOT_CLEARED, WARNING, "a command that never goes back to 0",

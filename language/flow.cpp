@@ -40,13 +40,8 @@ void go_on(search_t& search, uint32_t from) {
     const uint32_t next = next_of(program, program.code[from]);
     if (next != NOTHING) {
         reach(search, next);
-        return;
-    }
-    const int32_t into = program.code[from].address + WORDS_PER_INSTRUCTION;
-    if (may_be_made(program, into)) {
-        search.flow.unknown_jumps = true;
     } else {
-        search.flow.run_offs.push_back({from, into});
+        search.flow.run_offs.push_back({from, program.code[from].address + WORDS_PER_INSTRUCTION});
     }
 }
 
@@ -186,7 +181,7 @@ ret_e ret_of(const program_t& program, const instruction_t& ret) {
         return ret_e::UNKNOWN;
     }
     const uint8_t bits = program.words[static_cast<size_t>(word)];
-    if ((bits & (STORED | ADDRESS_TAKEN | BASE)) != 0) {
+    if ((bits & (CHANGES | ADDRESS_TAKEN | BASE)) != 0) {
         return ret_e::UNKNOWN;
     }
     if ((bits & CALLED) != 0) {

@@ -73,6 +73,9 @@ void warn_of_case(warnings_t& warnings) {
     const source_map_t& map = *warnings.map;
     std::unordered_map<std::string, uint32_t> first_of;
     for (uint32_t i = 0; i < map.labels.size(); ++i) {
+        if (is_operation(name_of(map, map.labels[i]))) {
+            continue;
+        }
         const auto [found, is_new] = first_of.emplace(small(name_of(map, map.labels[i])), i);
         const label_t& first = map.labels[found->second];
         const label_t& label = map.labels[i];
@@ -109,7 +112,7 @@ void warn_of_labels(warnings_t& warnings) {
             warn_of_operation(warnings, i, name);
         } else if (warnings.flow != nullptr && unused && statement.address != 0 && !inside &&
                    !warnings.flow->library && !is_included(*warnings.program, i) &&
-                   !is_unreached(warnings, statement)) {
+                   !is_unreached(warnings, statement) && !is_full(warnings)) {
             warn_of_unused(warnings, i, name);
         }
     }

@@ -54,6 +54,13 @@ bool is_jump_idiom(const instruction_t& instruction) {
            instruction.operands[1] >= 0;
 }
 
+// Whether the program changes an operand in a way that is known: by the label of its word, or as an array.
+// Numbers that happen to hit an instruction are what is warned of.
+bool is_changed_by_name(const program_t& program, const instruction_t& instruction, size_t operand) {
+    const size_t address = static_cast<size_t>(instruction.address) + 1 + operand;
+    return (program.words[address] & STORED) != 0;
+}
+
 // Whether a word has its address by a number in the first column.
 bool is_placed(const source_map_t& map, const context_t& context, int32_t address) {
     const word_e kind = map.words[static_cast<size_t>(address)].kind;
@@ -139,8 +146,9 @@ bool is_number(const operand_place_t& place) { return place.token.size != 0 && p
 
 void look_at(warnings_t& warnings, const instruction_t& instruction, size_t operand,
              const context_t& context) {
-    const role_e role = role_of(instruction, operand);
-    if ((role != role_e::READ && role != role_e::WRITTEN) || !instruction.known[operand]) {
+    const role_e role = role_as_written(instruction, operand);
+    if ((role != role_e::READ && role != role_e::WRITTEN) ||
+        is_changed_by_name(*warnings.program, instruction, operand)) {
         return;
     }
     const int32_t value = instruction.operands[operand];
@@ -149,7 +157,7 @@ void look_at(warnings_t& warnings, const instruction_t& instruction, size_t oper
         return;
     }
     if (value >= 0 && value < MEMORY_SIZE) {
-        if (!is_placed(*warnings.map, context, value) && !is_jump_idiom(instruction)) {
+        if (!is_placed(*warnings.map, context, value) && !is_jump_idiom(instruction) && !is_full(warnings)) {
             warn_of_number(warnings, context, instruction, role, value, place);
         }
         return;
@@ -169,7 +177,7 @@ void look_at(warnings_t& warnings, const instruction_t& instruction, size_t oper
 void warn_of_overwriting(warnings_t& warnings, const instruction_t& instruction, size_t operand) {
     program_t& program = *warnings.program;
     const operand_place_t place = place_of_operand(program, instruction, operand);
-    if (role_of(instruction, operand) != role_e::WRITTEN || !instruction.known[operand] ||
+    if (role_as_written(instruction, operand) != role_e::WRITTEN || !instruction.known[operand] ||
         place.label == NOTHING) {
         return;
     }

@@ -29,13 +29,15 @@ const word_t& word_at(const program_t& program, int32_t address) {
 }
 
 instruction_t decode(const program_t& program, int32_t address, const operation_t* operation) {
-    instruction_t instruction{
-        .address = address, .statement = word_at(program, address).statement, .operation = operation};
+    instruction_t instruction{.address = address,
+                              .statement = word_at(program, address).statement,
+                              .written = operation,
+                              .operation = operation};
     for (int32_t i = 0; i < 3; ++i) {
         const bool inside = in_memory(address + 1 + i);
         instruction.operands[static_cast<size_t>(i)] = inside ? word_at(program, address + 1 + i).value : 0;
         instruction.known[static_cast<size_t>(i)] =
-            inside && (bits_at(program, address + 1 + i) & STORED) == 0;
+            inside && (bits_at(program, address + 1 + i) & CHANGES) == 0;
     }
     return instruction;
 }
@@ -73,11 +75,20 @@ void mark_labels(program_t& program) {
     }
 }
 
-void mark_named_stores(program_t& program) {
+void mark_named_words(program_t& program) {
     for (const instruction_t& instruction : program.code) {
-        for (size_t i = 0; i < 3; ++i) {
-            if (role_of(instruction, i) == role_e::WRITTEN) {
-                mark(program, instruction.operands[i], has_opcode(instruction, K24_CALL) ? CALLED : STORED);
+        for (int32_t i = 0; i < 3; ++i) {
+            const auto operand = static_cast<size_t>(i);
+            if (role_of(instruction, operand) == role_e::READ) {
+                mark(program, instruction.operands[operand], IS_READ);
+            } else if (role_of(instruction, operand) == role_e::WRITTEN) {
+                const word_t& word = word_at(program, instruction.address + 1 + i);
+                const statement_t& line = program.map->statements[instruction.statement];
+                const bool named = word.operand != NO_OPERAND && line.operands[word.operand].label != NOTHING;
+                mark(program, instruction.operands[operand],
+                     has_opcode(instruction, K24_CALL) ? CALLED
+                     : named                           ? STORED
+                                                       : BY_NUMBER);
             }
         }
     }
@@ -137,12 +148,12 @@ void mark_array_stores(program_t& program) {
 
 void forget_what_changes(program_t& program) {
     for (instruction_t& instruction : program.code) {
-        if ((bits_at(program, instruction.address) & STORED) != 0) {
+        if ((bits_at(program, instruction.address) & CHANGES) != 0) {
             instruction.operation = nullptr;
         }
         for (int32_t i = 0; i < 3; ++i) {
             instruction.known[static_cast<size_t>(i)] =
-                (bits_at(program, instruction.address + 1 + i) & STORED) == 0;
+                (bits_at(program, instruction.address + 1 + i) & CHANGES) == 0;
         }
     }
 }
@@ -224,7 +235,7 @@ program_t read_program(const source_map_t& map) {
     program.no_code.assign(MEMORY_SIZE, false);
     find_instructions(program);
     mark_labels(program);
-    mark_named_stores(program);
+    mark_named_words(program);
     mark_array_stores(program);
     forget_what_changes(program);
     return program;
@@ -264,23 +275,25 @@ uint32_t instruction_at(program_t& program, int32_t address) {
 }
 
 bool may_be_made(const program_t& program, int32_t address) {
-    return (bits_at(program, address) & (STORED | ADDRESS_TAKEN | BASE)) != 0;
+    const uint8_t bits = bits_at(program, address);
+    return (bits & (CHANGES | ADDRESS_TAKEN | BASE)) != 0 && (bits & IS_READ) == 0;
 }
 
-role_e role_of(const instruction_t& instruction, size_t operand) {
-    if (instruction.operation == nullptr) {
-        return role_e::NONE;
-    }
-    if (is_cpdata(*instruction.operation)) {
+role_e role_as_written(const instruction_t& instruction, size_t operand) {
+    if (is_cpdata(*instruction.written)) {
         constexpr role_e ROLES[] = {role_e::WRITTEN, role_e::NONE, role_e::VALUE};
         return ROLES[operand];
     }
-    return instruction.operation->operands[operand].role;
+    return instruction.written->operands[operand].role;
+}
+
+role_e role_of(const instruction_t& instruction, size_t operand) {
+    return instruction.operation == nullptr ? role_e::NONE : role_as_written(instruction, operand);
 }
 
 std::optional<int32_t> constant_at(const program_t& program, int32_t address) {
     if (!in_memory(address) || word_at(program, address).kind != word_e::DATA ||
-        (bits_at(program, address) & (STORED | CALLED)) != 0) {
+        (bits_at(program, address) & (CHANGES | CALLED)) != 0) {
         return std::nullopt;
     }
     return word_at(program, address).value;

@@ -11,17 +11,20 @@
 #include "assembler/source_map.h"
 
 // What happens to a word of memory while the program runs, as far as the source shows it. Bits.
-constexpr uint8_t STORED = 1; // an instruction other than call may store there
-constexpr uint8_t CALLED = 2; // a call stores its return address there
-constexpr uint8_t ADDRESS_TAKEN =
-    4;                           // its address is a value somewhere: of a pointer, an array, a table of jumps
-constexpr uint8_t BASE = 8;      // an array begins there
-constexpr uint8_t LABELLED = 16; // a label stands there
-constexpr uint8_t IN_ARRAY = 32; // it may belong to an array into which the program stores
+constexpr uint8_t STORED = 1;        // an instruction other than call may store there
+constexpr uint8_t CALLED = 2;        // a call stores its return address there
+constexpr uint8_t ADDRESS_TAKEN = 4; // its address is a value somewhere: a pointer, a table of jumps
+constexpr uint8_t BASE = 8;          // an array begins there
+constexpr uint8_t LABELLED = 16;     // a label stands there
+constexpr uint8_t IN_ARRAY = 32;     // it may belong to an array into which the program stores
+constexpr uint8_t BY_NUMBER = 64;    // an operand that is a number names it, and stores there
+constexpr uint8_t IS_READ = 128;     // an operand names it, and reads it
+constexpr uint8_t CHANGES = STORED | BY_NUMBER;
 
 struct instruction_t {
     int32_t address = 0;
     uint32_t statement = 0;                 // index of the line of its first word
+    const operation_t* written = nullptr;   // as the source has it
     const operation_t* operation = nullptr; // null when the program changes it
     std::array<int32_t, 3> operands{};      // the words behind the operation
     std::array<bool, 3> known{};            // false where the program may change that word
@@ -45,11 +48,13 @@ program_t read_program(const source_map_t& map);
 // that are an instruction written word by word, the first time.
 uint32_t instruction_at(program_t& program, int32_t address);
 
-// Whether the program may put instructions of its own there.
+// Whether the program may put instructions of its own there: into words that change and are never read.
 bool may_be_made(const program_t& program, int32_t address);
 
-// What operand 0, 1 or 2 of the machine's instruction stands for.
+// What operand 0, 1 or 2 of the machine's instruction stands for. NONE where the program changes the
+// operation; the second function tells what the source has there.
 role_e role_of(const instruction_t& instruction, size_t operand);
+role_e role_as_written(const instruction_t& instruction, size_t operand);
 
 // The value of a word of memory that no instruction changes.
 std::optional<int32_t> constant_at(const program_t& program, int32_t address);

@@ -59,7 +59,8 @@ void pass(search_t& search, body_t& body, uint32_t index) {
         body.known = false;
     } else if (has_opcode(instruction, K24_RET)) {
         body.rets.push_back(index);
-        body.known = body.known && ret_of(program, instruction) == ret_e::OF_CALLS;
+        const ret_e kind = ret_of(program, instruction);
+        body.known = body.known && (kind == ret_e::OF_CALLS || kind == ret_e::NOWHERE);
     } else if (has_opcode(instruction, K24_CALL)) {
         body.calls.push_back(index);
         body.known = body.known && instruction.known[0] && instruction.known[1];
@@ -140,11 +141,13 @@ void warn_of_recursion(warnings_t& warnings, const body_t& body, uint32_t target
     }
 }
 
-void warn_of_calls(warnings_t& warnings) {
+// Returns the rets of which it has been said that the calls do not fit.
+std::unordered_set<uint32_t> warn_of_calls(warnings_t& warnings) {
     program_t& program = *warnings.program;
     search_t search{.program = &program};
     std::unordered_map<uint32_t, body_t> bodies; // by target
     std::unordered_set<uint32_t> said;
+    std::unordered_set<uint32_t> explained;
     const size_t size = program.code.size();
     for (uint32_t i = 0; i < size; ++i) {
         const instruction_t call = program.code[i];
@@ -165,18 +168,21 @@ void warn_of_calls(warnings_t& warnings) {
         }
         if (!returns_through(warnings, body, call.operands[1]) && !body.used.contains(call.operands[1])) {
             warn_of_mismatch(warnings, call, body);
+            explained.insert(body.rets.begin(), body.rets.end());
         }
         if (is_new) {
             warn_of_recursion(warnings, body, target, said);
         }
     }
+    return explained;
 }
 
-void warn_of_returns(warnings_t& warnings) {
+void warn_of_returns(warnings_t& warnings, const std::unordered_set<uint32_t>& explained) {
     const program_t& program = *warnings.program;
     for (uint32_t i = 0; i < program.code.size(); ++i) {
         const instruction_t& ret = program.code[i];
-        if (!has_opcode(ret, K24_RET) || !is_reached(warnings, i) || ret_of(program, ret) != ret_e::NOWHERE) {
+        if (!has_opcode(ret, K24_RET) || !is_reached(warnings, i) || ret_of(program, ret) != ret_e::NOWHERE ||
+            explained.contains(i)) {
             continue;
         }
         const operand_place_t word = place_of_operand(program, ret, 0);
@@ -192,8 +198,8 @@ void warn_of_returns(warnings_t& warnings) {
 } // namespace
 
 void warn_of_subroutines(warnings_t& warnings) {
-    warn_of_calls(warnings);
+    const std::unordered_set<uint32_t> explained = warn_of_calls(warnings);
     if (!warnings.flow->library) {
-        warn_of_returns(warnings);
+        warn_of_returns(warnings, explained);
     }
 }

@@ -108,6 +108,12 @@ std::string word_name(const source_map_t& map, int32_t address, uint32_t from) {
                                           : "a part" + owner;
 }
 
+bool is_full(warnings_t& warnings) {
+    const bool full = warnings.found.size() - warnings.chapter >= MOST_DIAGNOSTICS;
+    warnings.more += full ? 1 : 0;
+    return full;
+}
+
 bool is_reached(const warnings_t& warnings, uint32_t instruction) {
     return instruction < warnings.flow->reached.size() && warnings.flow->reached[instruction];
 }
@@ -127,12 +133,17 @@ void add_warnings(analysis_t& analysis) {
         warn_of_subroutines(warnings);
         warn_of_ports(warnings);
     }
+    warnings.chapter = warnings.found.size();
     warn_of_labels(warnings);
+    warnings.chapter = warnings.found.size();
     warn_of_operands(warnings);
     std::ranges::stable_sort(warnings.found, comes_before);
     for (found_t& found : warnings.found) {
         if (!is_allowed(analysis.map, found)) {
             add_diagnostic(analysis.diagnostics, std::move(found.diagnostic));
         }
+    }
+    for (; warnings.more > 0; --warnings.more) {
+        add_diagnostic(analysis.diagnostics, {});
     }
 }

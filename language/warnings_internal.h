@@ -22,7 +22,13 @@ struct warnings_t {
     program_t* program = nullptr;
     const flow_t* flow = nullptr; // null when the program has faults: then it is not known
     std::vector<found_t> found;
+    size_t chapter = 0; // where those of the chapter at work begin
+    size_t more = 0;    // beyond those that can be shown
 };
+
+// Whether the chapter has found more than can be shown, when it goes by the order of the lines. Then it
+// counts one more.
+bool is_full(warnings_t& warnings);
 
 // Where an operand stands in the source.
 struct operand_place_t {

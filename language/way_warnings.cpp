@@ -54,6 +54,8 @@ std::string behind(const warnings_t& warnings, const run_off_t& run_off) {
                                      : "there is data: " + word_name(*warnings.map, run_off.into, from);
 }
 
+// Without a halt, the first of these ways is that of the program to its end. A program that goes round for
+// ever needs none.
 void warn_of_ends(warnings_t& warnings) {
     program_t& program = *warnings.program;
     const std::vector<int32_t> not_halts = halts_as_labels(*warnings.map);
@@ -76,10 +78,6 @@ void warn_of_ends(warnings_t& warnings) {
         warn(warnings, code::RUNS_INTO_DATA, last,
              "the program goes on behind this instruction, where " + behind(warnings, run_off),
              "end this way with `halt`, `ret` or a jump such as `be again 0 0`");
-    }
-    if (!said) {
-        warn(warnings, code::NO_HALT, program.code[0], "the program has no `halt`: it never ends",
-             "write a line with `halt`, indented, where the program ends");
     }
 }
 
@@ -119,6 +117,15 @@ void warn_of_targets(warnings_t& warnings) {
     }
 }
 
+// What stands behind a call that never comes back is not said to be wrong: the subroutine may be meant to end
+// the program, and if it is not, that is said.
+bool is_behind_call(const warnings_t& warnings, const instruction_t& instruction) {
+    const int32_t before = instruction.address - WORDS_PER_INSTRUCTION;
+    const uint32_t index = before < 0 ? NOTHING : warnings.program->at[static_cast<size_t>(before)];
+    return index != NOTHING && is_reached(warnings, index) &&
+           has_opcode(warnings.program->code[index], K24_CALL);
+}
+
 // The first instruction of each stretch that is not reached. A subroutine of an included file may stay
 // unused.
 void warn_of_unreached(warnings_t& warnings) {
@@ -130,7 +137,7 @@ void warn_of_unreached(warnings_t& warnings) {
             break;
         }
         const bool unreached = !is_reached(warnings, i) && !is_included(program, instruction.statement);
-        if (unreached && !said) {
+        if (unreached && !said && !is_behind_call(warnings, instruction)) {
             warn(warnings, code::UNREACHED, instruction,
                  "nothing leads to this instruction: it is never executed",
                  "look at the `halt` or jump above it, or use its label as the target of a branch or call");
