@@ -107,8 +107,10 @@ void follow(search_t& search) {
             if (is_branch(instruction)) {
                 jump(search, from);
             }
-            if (falls_through(*search.program, instruction)) {
+            if (falls_through(*search.program, instruction, constants_e::COUNT)) {
                 go_on(search, from);
+            } else if (falls_through(*search.program, instruction, constants_e::MAY_CHANGE)) {
+                reach(search, next_of(*search.program, instruction));
             }
         }
     }
@@ -128,7 +130,7 @@ void follow_unknown(search_t& search) {
 flow_t find_ways_of(program_t& program, bool library) {
     search_t search{.program = &program, .flow = {}, .open = {}};
     search.flow.reached.resize(program.code.size());
-    search.flow.library = library;
+    search.flow.library = library || program.code.empty();
     if (!program.code.empty()) {
         // When the program begins with data by mistake, it is looked at as if it began behind them.
         const uint32_t first = instruction_at(program, 0);
@@ -167,10 +169,14 @@ bool returns_to_others(const program_t& program, const flow_t& flow) {
 
 // A file of subroutines on its own begins with one: its first label is no place in a loop.
 bool begins_like_library(const program_t& program) {
-    const bool branches = std::ranges::any_of(program.code, [](const instruction_t& instruction) {
-        return is_branch(instruction) && instruction.known[0] && instruction.operands[0] == 0;
+    if (program.code.empty()) {
+        return false;
+    }
+    const int32_t first = program.code[0].address;
+    const bool branches = std::ranges::any_of(program.code, [&](const instruction_t& instruction) {
+        return is_branch(instruction) && instruction.known[0] && instruction.operands[0] == first;
     });
-    return !program.has_halt && program.at[0] != NOTHING && (program.words[0] & LABELLED) != 0 && !branches;
+    return !program.has_halt && (program.words[static_cast<size_t>(first)] & LABELLED) != 0 && !branches;
 }
 
 } // namespace

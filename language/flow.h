@@ -28,7 +28,8 @@ struct flow_t {
     // The program jumps to what it computes, or makes instructions: nothing is certain of what is not
     // reached.
     bool unknown_jumps = false;
-    bool library = false; // its code is meant to be called by others: all its labels are entries
+    // It is meant to be included by others: all labels of its code are entries. So are tables without code.
+    bool library = false;
 };
 
 // How a ret of a word finds its way.

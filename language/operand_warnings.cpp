@@ -144,8 +144,8 @@ void warn_of_direction(warnings_t& warnings, role_e role, const board_register_t
 // Whether the address of a word is a number of the source.
 bool is_number(const operand_place_t& place) { return place.token.size != 0 && place.label == NOTHING; }
 
-void look_at(warnings_t& warnings, const instruction_t& instruction, size_t operand,
-             const context_t& context) {
+void look_at(warnings_t& warnings, const instruction_t& instruction, size_t operand, const context_t& context,
+             bool in_template) {
     const role_e role = role_as_written(instruction, operand);
     if ((role != role_e::READ && role != role_e::WRITTEN) ||
         is_changed_by_name(*warnings.program, instruction, operand)) {
@@ -157,7 +157,8 @@ void look_at(warnings_t& warnings, const instruction_t& instruction, size_t oper
         return;
     }
     if (value >= 0 && value < MEMORY_SIZE) {
-        if (!is_placed(*warnings.map, context, value) && !is_jump_idiom(instruction) && !is_full(warnings)) {
+        if (!is_placed(*warnings.map, context, value) && !is_jump_idiom(instruction) && !in_template &&
+            !is_full(warnings)) {
             warn_of_number(warnings, context, instruction, role, value, place);
         }
         return;
@@ -202,7 +203,7 @@ void warn_of_operands(warnings_t& warnings) {
     for (size_t i = 0; i < warnings.program->code.size(); ++i) {
         for (size_t operand = 0; operand < 3; ++operand) {
             const instruction_t& instruction = warnings.program->code[i];
-            look_at(warnings, instruction, operand, context);
+            look_at(warnings, instruction, operand, context, is_template(warnings, static_cast<uint32_t>(i)));
             if (warnings.flow != nullptr) {
                 warn_of_overwriting(warnings, instruction, operand);
             }

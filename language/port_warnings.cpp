@@ -120,14 +120,7 @@ void warn_at(warnings_t& warnings, std::string_view code, const access_t& access
     if (place.token.size == 0) {
         return;
     }
-    // Counting and following may find the same.
-    const bool said = std::ranges::any_of(warnings.found, [&](const found_t& found) {
-        return found.diagnostic.code == code &&
-               found.diagnostic.place == place_of(warnings.map->statements[place.statement], place.token);
-    });
-    if (!said) {
-        warn(warnings, code, place.statement, place.token, std::move(message), std::move(help));
-    }
+    warn(warnings, code, place.statement, place.token, std::move(message), std::move(help));
 }
 
 // "0x80000010" of the register of a device that has a kind.
@@ -295,7 +288,7 @@ void step(walk_t& walk, uint32_t index) {
         if (found != walk.node_of_word.end() && instruction.known[0]) {
             join(walk, found->second, state);
         }
-    } else if (instruction.operation == nullptr || falls_through(program, instruction)) {
+    } else if (instruction.operation == nullptr || falls_through(program, instruction, constants_e::COUNT)) {
         join(walk, next_of(program, instruction), instruction.operation == nullptr ? ANYTHING : state);
     }
 }

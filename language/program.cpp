@@ -43,18 +43,16 @@ instruction_t decode(const program_t& program, int32_t address, const operation_
 }
 
 void find_instructions(program_t& program) {
-    const auto& statements = program.map->statements;
-    for (uint32_t i = 0; i < statements.size(); ++i) {
-        const statement_t& statement = statements[i];
-        if (statement.operation == nullptr || is_data(*statement.operation) ||
-            !in_memory(statement.address)) {
+    for (const statement_t& statement : program.map->statements) {
+        const operation_t* const operation = statement.operation;
+        if (operation == nullptr || is_data(*operation) || statement.broken || statement.address < 0 ||
+            statement.address > MEMORY_SIZE - WORDS_PER_INSTRUCTION) {
             continue;
         }
         program.at[static_cast<size_t>(statement.address)] = static_cast<uint32_t>(program.code.size());
-        program.code.push_back(decode(program, statement.address, statement.operation));
-        program.has_halt |= statement.operation->opcode == K24_HALT;
-        program.has_arrays |=
-            statement.operation->opcode == K24_CPFA || statement.operation->opcode == K24_CPTA;
+        program.code.push_back(decode(program, statement.address, operation));
+        program.has_halt |= operation->opcode == K24_HALT;
+        program.has_arrays |= operation->opcode == K24_CPFA || operation->opcode == K24_CPTA;
     }
 }
 
@@ -213,13 +211,13 @@ bool compares_memory(const instruction_t& instruction) {
 }
 
 // What a comparison may give when its two words can be anything, are one, or do not change.
-uint8_t possible_results(const program_t& program, const instruction_t& branch) {
+uint8_t possible_results(const program_t& program, const instruction_t& branch, constants_e constants) {
     if (branch.operands[1] == branch.operands[2]) {
         return EQUAL;
     }
     const std::optional<int32_t> left = constant_at(program, branch.operands[1]);
     const std::optional<int32_t> right = constant_at(program, branch.operands[2]);
-    if (left && right) {
+    if (constants == constants_e::COUNT && left && right) {
         return *left < *right ? LESS : *left == *right ? EQUAL : GREATER;
     }
     return LESS | EQUAL | GREATER;
@@ -257,7 +255,8 @@ uint32_t instruction_at(program_t& program, int32_t address) {
     while (goes_on && is_written_by_words(program, next) && !program.no_code[static_cast<size_t>(next)]) {
         found.push_back(decode(program, next, operation_of(word_at(program, next).value)));
         found.back().made_of_data = true;
-        goes_on = falls_through(program, found.back()) || has_opcode(found.back(), K24_CALL);
+        goes_on =
+            falls_through(program, found.back(), constants_e::COUNT) || has_opcode(found.back(), K24_CALL);
         next += WORDS_PER_INSTRUCTION;
     }
     if (goes_on && (!in_memory(next) || program.at[static_cast<size_t>(next)] == NOTHING)) {
@@ -316,7 +315,7 @@ bool is_branch(const instruction_t& instruction) {
            has_opcode(instruction, K24_BLT);
 }
 
-bool falls_through(const program_t& program, const instruction_t& instruction) {
+bool falls_through(const program_t& program, const instruction_t& instruction, constants_e constants) {
     if (has_opcode(instruction, K24_HALT) || has_opcode(instruction, K24_CALL) ||
         has_opcode(instruction, K24_RET)) {
         return false;
@@ -324,7 +323,8 @@ bool falls_through(const program_t& program, const instruction_t& instruction) {
     if (!compares_memory(instruction)) {
         return true;
     }
-    uint8_t left = possible_results(program, instruction) & static_cast<uint8_t>(~taken_when(instruction));
+    uint8_t left =
+        possible_results(program, instruction, constants) & static_cast<uint8_t>(~taken_when(instruction));
     // A chain of branches on the same two words leaves less and less.
     const instruction_t* last = &instruction;
     for (int steps = 0; steps < 2 && left != 0; ++steps) {

@@ -66,5 +66,8 @@ bool has_opcode(const instruction_t& instruction, int32_t opcode);
 
 bool is_branch(const instruction_t& instruction);
 
-// Whether the instruction behind this one may come next, other than by a return.
-bool falls_through(const program_t& program, const instruction_t& instruction);
+// Whether the instruction behind this one may come next, other than by a return. A branch on words that never
+// change can be a jump, or a switch that the writer sets: for the one constants count, for the other they do
+// not.
+enum class constants_e { COUNT, MAY_CHANGE };
+bool falls_through(const program_t& program, const instruction_t& instruction, constants_e constants);

@@ -70,7 +70,7 @@ void pass(search_t& search, body_t& body, uint32_t index) {
         if (is_branch(instruction)) {
             see(search, target_of(program, instruction));
         }
-        if (falls_through(program, instruction)) {
+        if (falls_through(program, instruction, constants_e::COUNT)) {
             see(search, next_of(program, instruction));
         }
     }

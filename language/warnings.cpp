@@ -36,6 +36,17 @@ bool comes_before(const found_t& left, const found_t& right) {
            std::pair(right.statement, right.diagnostic.place.first);
 }
 
+// Two ways to look at ports may find the same.
+bool is_said(const warnings_t& warnings, size_t index) {
+    const diagnostic_t& diagnostic = warnings.found[index].diagnostic;
+    for (size_t i = index; i-- > 0 && warnings.found[i].diagnostic.place == diagnostic.place;) {
+        if (warnings.found[i].diagnostic.code == diagnostic.code) {
+            return true;
+        }
+    }
+    return false;
+}
+
 std::string_view base_name(std::string_view path) { return path.substr(path.rfind('/') + 1); }
 
 std::string_view ordinal(uint8_t operand) {
@@ -118,6 +129,12 @@ bool is_reached(const warnings_t& warnings, uint32_t instruction) {
     return instruction < warnings.flow->reached.size() && warnings.flow->reached[instruction];
 }
 
+bool is_template(const warnings_t& warnings, uint32_t instruction) {
+    const program_t& program = *warnings.program;
+    const uint8_t bits = program.words[static_cast<size_t>(program.code[instruction].address)];
+    return (bits & (IS_READ | BASE)) != 0 && warnings.flow != nullptr && !is_reached(warnings, instruction);
+}
+
 void add_warnings(analysis_t& analysis) {
     const bool faultless = analysis.diagnostics.count == 0;
     if (analysis.map.words.size() != MEMORY_SIZE) {
@@ -138,9 +155,9 @@ void add_warnings(analysis_t& analysis) {
     warnings.chapter = warnings.found.size();
     warn_of_operands(warnings);
     std::ranges::stable_sort(warnings.found, comes_before);
-    for (found_t& found : warnings.found) {
-        if (!is_allowed(analysis.map, found)) {
-            add_diagnostic(analysis.diagnostics, std::move(found.diagnostic));
+    for (size_t i = 0; i < warnings.found.size(); ++i) {
+        if (!is_said(warnings, i) && !is_allowed(analysis.map, warnings.found[i])) {
+            add_diagnostic(analysis.diagnostics, warnings.found[i].diagnostic);
         }
     }
     for (; warnings.more > 0; --warnings.more) {

@@ -60,6 +60,9 @@ std::string word_name(const source_map_t& map, int32_t address, uint32_t from);
 
 bool is_reached(const warnings_t& warnings, uint32_t instruction);
 
+// Whether an instruction is never executed but read: a program copies it to another place.
+bool is_template(const warnings_t& warnings, uint32_t instruction);
+
 // The chapters.
 void warn_of_labels(warnings_t& warnings);   // also without a flow
 void warn_of_operands(warnings_t& warnings); // also without a flow

@@ -25,7 +25,7 @@ bool is_at(const std::vector<int32_t>& addresses, int32_t address) {
 
 void warn_of_beginning(warnings_t& warnings) {
     program_t& program = *warnings.program;
-    if (program.code.empty() || program.at[0] != NOTHING) {
+    if (warnings.flow->library || program.at[0] != NOTHING) {
         return;
     }
     const word_t& first = warnings.map->words[0];
@@ -59,7 +59,7 @@ std::string behind(const warnings_t& warnings, const run_off_t& run_off) {
 void warn_of_ends(warnings_t& warnings) {
     program_t& program = *warnings.program;
     const std::vector<int32_t> not_halts = halts_as_labels(*warnings.map);
-    bool said = program.has_halt || program.code.empty() || warnings.flow->library || !not_halts.empty();
+    bool said = program.has_halt || warnings.flow->library || !not_halts.empty();
     std::vector<run_off_t> run_offs = warnings.flow->run_offs;
     std::ranges::sort(run_offs, {}, &run_off_t::into);
     for (const run_off_t& run_off : run_offs) {
@@ -137,6 +137,7 @@ void warn_of_unreached(warnings_t& warnings) {
             break;
         }
         const bool unreached = !is_reached(warnings, i) && !is_included(program, instruction.statement);
+        said = said || is_template(warnings, i);
         if (unreached && !said && !is_behind_call(warnings, instruction)) {
             warn(warnings, code::UNREACHED, instruction,
                  "nothing leads to this instruction: it is never executed",
