@@ -389,3 +389,20 @@ const code_info_t* find_code(std::string_view code) {
     const auto* const found = std::ranges::find(CODES, code, &code_info_t::code);
     return found == std::end(CODES) ? nullptr : found;
 }
+
+std::string explanation(const code_info_t& info) {
+    std::string text = "## " + std::string(info.code) + "\n\n";
+    const auto paragraph = [&](std::string_view words) { text.append(words) += "\n\n"; };
+    const auto example = [&](const char* title, std::string_view program) {
+        if (!program.empty()) {
+            text.append(title).append(":\n\n```k24\n").append(program) += "```\n\n";
+        }
+    };
+    paragraph((info.severity == severity_e::ERROR ? "A fault: " : "A warning: ") + std::string(info.title) +
+              ".");
+    paragraph(info.why);
+    paragraph(info.remedy);
+    example("Wrong", info.wrong);
+    example("Right", info.right);
+    return text;
+}

@@ -5,6 +5,7 @@
 // documents.
 
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "assembler/diagnostics.h"
@@ -55,3 +56,6 @@ std::span<const code_info_t> all_codes();
 
 // The row of a code; nullptr when there is none.
 const code_info_t* find_code(std::string_view code);
+
+// A section of the manual, in Markdown: what the code means, with its examples.
+std::string explanation(const code_info_t& info);

@@ -1,0 +1,16 @@
+#pragma once
+
+// Sources are bytes. Where they are shown, or counted in characters, they are UTF-8, and a byte that is no
+// part of that is a character of Latin-1.
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+// Bytes of the character in front of a text that is not empty.
+size_t character_size(std::string_view text);
+
+size_t count_characters(std::string_view text);
+
+// For a screen: in UTF-8, with "?" for each control character, which could do things to a terminal.
+std::string readable(std::string_view text);
