@@ -31,8 +31,7 @@ constexpr code_info_t CODES[] = {
      "Include each file once.", "", ""},
     {code::CARRIAGE_RETURN, ERROR, "a carriage return inside of a line",
      "The assembler takes lines that end with a line feed, or with a carriage return and a line feed.",
-     "Save the file with the line ends of Linux or of Windows.", "                halt // a return\rhere\n",
-     "                halt // no return here\n"},
+     "Save the file with the line ends of Linux or of Windows.", "", ""},
     {code::TOO_LARGE, ERROR, "a word behind the end of the memory",
      "The memory has the addresses 0 to 16383.",
      "Make the program shorter, or the number in the first column above the line lower.",
@@ -391,11 +390,11 @@ const code_info_t* find_code(std::string_view code) {
 }
 
 std::string explanation(const code_info_t& info) {
-    std::string text = "## " + std::string(info.code) + "\n\n";
-    const auto paragraph = [&](std::string_view words) { text.append(words) += "\n\n"; };
+    std::string text = "## " + std::string(info.code) + "\n";
+    const auto paragraph = [&](std::string_view words) { text.append("\n").append(words) += "\n"; };
     const auto example = [&](const char* title, std::string_view program) {
         if (!program.empty()) {
-            text.append(title).append(":\n\n```k24\n").append(program) += "```\n\n";
+            text.append("\n").append(title).append(":\n\n```k24\n").append(program) += "```\n";
         }
     };
     paragraph((info.severity == severity_e::ERROR ? "A fault: " : "A warning: ") + std::string(info.title) +

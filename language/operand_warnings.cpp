@@ -101,7 +101,9 @@ advice_t advise(const warnings_t& warnings, const context_t& context, const inst
 
 void warn_of_number(warnings_t& warnings, const context_t& context, const instruction_t& instruction,
                     role_e role, int32_t value, const operand_place_t& place) {
-    std::string message = quoted_operand(warnings, place) + " is the address of a word";
+    const std::string number = std::to_string(value);
+    std::string message = quoted_operand(warnings, place) + " is not the number " + number +
+                          " but the word at address " + number;
     // After a fault lines may have words that are not there yet.
     if (warnings.flow != nullptr) {
         message += ", here " + word_name(*warnings.map, value, place.statement);

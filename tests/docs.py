@@ -69,10 +69,9 @@ def broken_links(page):
 
 
 def differs_from_sources(page):
-    assembler = (SOURCES / "assembler/assemble.cpp").read_text()
+    assembler = (SOURCES / "assembler/operations.cpp").read_text()
     devices = "".join(source.read_text() for source in (SOURCES / "devices").glob("*.cpp"))
-    has = {(name or "cpdata", operands)
-           for name, operands in re.findall(r'\{(?:"(\w+)"|CPDATA), K24_\w+, (\d)\}', assembler)}
+    has = set(re.findall(r'\{"(\w+)",\s+K24_\w+,\s+(\d)', assembler))
     has |= {(offset, access, bits.replace("..", "-"))
             for offset, access, bits in re.findall(r"^// +0x(\w+) +\S.*? +(r|w)\w+ +([\d.]+)\b", devices, re.M)}
     text = page.read_text()

@@ -120,7 +120,8 @@ bool is_unreadable(const analysis_t& program) {
 void explain(const std::string& code) {
     for (const code_info_t& info : all_codes()) {
         if (code == "all" || code == info.code) {
-            std::cout << explanation(info);
+            std::cout << (info.code == all_codes().front().code || code != "all" ? "" : "\n")
+                      << explanation(info);
         }
     }
 }

@@ -130,6 +130,7 @@ TEST(Warnings, SayOfTheManualWhatItShows) {
     const std::map<std::string, std::string> mistakes = {
         {"wrong.k", "command-not-cleared parameter-too-late result-too-early"},
         {"plus.k", "bare-number"},
+        {"ten.k", "undefined-label bare-number"},
         {"colon.k", "undefined-label label-colon"},
         {"begin.k", "begins-with-data"}};
     const std::regex block("```k24 (\\S+)\n([^`]*)```");
