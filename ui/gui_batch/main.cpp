@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "assembler/analyse.h"
 #include "assembler/assemble.h"
 #include "base/files.h"
 #include "base/machine.h"
@@ -74,6 +75,9 @@ int assemble_and_run(const options_t& options) {
     if (is_source) {
         check_source(options.program);
         if (!assemble(options.program)) {
+            if (analyse(options.program).diagnostics.count > 1) {
+                std::cerr << "tovik-check says more\n";
+            }
             return EXIT_USAGE;
         }
     }
