@@ -1,0 +1,204 @@
+// What can be done about a fault by one choice.
+
+#include "language/features.h"
+
+#include <algorithm>
+#include <array>
+#include <map>
+#include <optional>
+#include <utility>
+
+#include "assembler/numbers.h"
+#include "assembler/operations.h"
+#include "language/protocol.h"
+
+namespace {
+
+std::string in_quotes(std::string_view text) { return "'" + std::string(text) + "'"; }
+
+std::string title_of(const program_t& program, const diagnostic_t& diagnostic) {
+    if (diagnostic.fix.size() != 1) {
+        std::string help = diagnostic.help;
+        help.front() = help.front() >= 'a' && help.front() <= 'z'
+                           ? static_cast<char>(help.front() - 'a' + 'A')
+                           : help.front();
+        std::erase(help, '`');
+        return help;
+    }
+    const edit_t& edit = diagnostic.fix.front();
+    const text_t& text = program.texts[edit.place.file];
+    const auto [begin, end] = bytes_of(text, edit.place);
+    const std::string_view old = std::string_view(text.bytes).substr(begin, end - begin);
+    if (edit.text.empty()) {
+        return "Remove " + in_quotes(old);
+    }
+    return "Write " + in_quotes(edit.text) + (old.empty() ? "" : " instead of " + in_quotes(old));
+}
+
+json changes_of(const server_t& server, const program_t& program, const std::vector<edit_t>& edits) {
+    std::map<std::string, json> changes;
+    for (const edit_t& edit : edits) {
+        const text_t& text = program.texts[edit.place.file];
+        json& list =
+            changes.try_emplace(uri_of(server, program.paths[edit.place.file]), json::array()).first->second;
+        list.push_back(edit_of(server, text, bytes_of(text, edit.place), edit.text));
+    }
+    return {{"changes", changes}};
+}
+
+// The value that a name such as "ten", "minus_one" or "c100" promises.
+int32_t value_in(std::string_view name) {
+    constexpr std::array<std::string_view, 21> NUMBERS = {
+        "zero",     "one",     "two",     "three",     "four",     "five",     "six",
+        "seven",    "eight",   "nine",    "ten",       "eleven",   "twelve",   "thirteen",
+        "fourteen", "fifteen", "sixteen", "seventeen", "eighteen", "nineteen", "twenty"};
+    constexpr std::string_view MINUS = "minus_";
+    if (name.starts_with(MINUS)) {
+        return -value_in(name.substr(MINUS.size()));
+    }
+    const auto* const word = std::ranges::find(NUMBERS, name);
+    if (word != NUMBERS.end()) {
+        return static_cast<int32_t>(word - NUMBERS.begin());
+    }
+    const size_t digits = name.find_last_not_of("0123456789") + 1;
+    return read_number(name.substr(digits)).value_or(0);
+}
+
+// Behind the last word of data of a file; behind its last line before includes when it has none. A line feed
+// before what is inserted is needed where the last line has none.
+struct insertion_t {
+    size_t offset = 0;
+    std::string before{};
+    std::string after{};
+};
+
+insertion_t insertion_for_data(std::string_view text) {
+    const std::string ending = text.find("\r\n") == std::string_view::npos ? "\n" : "\r\n";
+    std::optional<size_t> behind_code;
+    std::optional<size_t> behind_data;
+    for_each_line(text, [&](const source_line_t& line) {
+        const std::string_view operation = text_in(text, line.statement.opcode);
+        const size_t next = line.begin + line.text.size() + 1;
+        if (operation == ".data") {
+            behind_data = next;
+        } else if (!line.blank && !line.include) {
+            behind_code = next;
+        }
+    });
+    insertion_t insertion{.offset = behind_data.value_or(behind_code.value_or(0)), .after = ending};
+    if (insertion.offset > text.size()) {
+        insertion = {.offset = text.size(), .before = ending};
+    }
+    return insertion;
+}
+
+// A word of data that would mend a fault.
+struct constant_t {
+    std::string name;
+    std::string value;
+    bool named = false; // the operand has the name already
+};
+
+// Whether the operand at a place is where the program goes on: there data is of no use.
+bool is_target(std::string_view text, size_t offset) {
+    const source_line_t line = line_at(text, offset);
+    const operation_t* const operation = find_operation(text_in(text, line.statement.opcode));
+    const int operand = token_at(text, line, offset).operand;
+    return operation != nullptr && operand >= 0 && operand < operation->count &&
+           operation->operands[static_cast<size_t>(operand)].role == role_e::TARGET;
+}
+
+// The line that a warning proposes, in words such as "write `one .data 1` behind the program and use `one`".
+std::optional<constant_t> constant_in(std::string_view help) {
+    constexpr std::string_view DATA = " .data ";
+    const size_t end = help.find("` behind the program and use `");
+    const size_t begin = end == std::string_view::npos ? end : help.rfind('`', end - 1);
+    if (begin == std::string_view::npos) {
+        return std::nullopt;
+    }
+    const std::string_view line = help.substr(begin + 1, end - begin - 1);
+    const size_t data = line.find(DATA);
+    return data == std::string_view::npos
+               ? std::nullopt
+               : std::optional(constant_t{std::string(line.substr(0, data)),
+                                          std::string(line.substr(data + DATA.size()))});
+}
+
+std::optional<constant_t> missing_constant(const program_t& program, const diagnostic_t& diagnostic) {
+    const text_t& text = program.texts[diagnostic.place.file];
+    const auto [begin, end] = bytes_of(text, diagnostic.place);
+    if (diagnostic.code == code::UNDEFINED_LABEL) {
+        const std::string name = text.bytes.substr(begin, end - begin);
+        return is_target(text.bytes, begin)
+                   ? std::nullopt
+                   : std::optional(constant_t{name, std::to_string(value_in(name)), true});
+    }
+    const std::optional<constant_t> constant = constant_in(diagnostic.help);
+    return constant && find_label(program.analysis.map, constant->name) == NOTHING ? constant : std::nullopt;
+}
+
+// In the columns of the examples.
+std::string line_of(const constant_t& constant) {
+    constexpr size_t OPERATION_COLUMN = 16;
+    constexpr size_t OPERAND_COLUMN = 24;
+    std::string line = constant.name;
+    line.resize(std::max(OPERATION_COLUMN, line.size() + 1), ' ');
+    line += ".data";
+    line.resize(std::max(OPERAND_COLUMN, line.size() + 1), ' ');
+    return line + constant.value;
+}
+
+json add_constant(const server_t& server, const program_t& program, const diagnostic_t& diagnostic,
+                  const constant_t& constant) {
+    const text_t& text = program.texts[diagnostic.place.file];
+    const insertion_t at = insertion_for_data(text.bytes);
+    json edits = json::array(
+        {edit_of(server, text, {at.offset, at.offset}, at.before + line_of(constant) + at.after)});
+    if (!constant.named) {
+        edits.push_back(edit_of(server, text, bytes_of(text, diagnostic.place), constant.name));
+    }
+    json changes = json::object();
+    changes[uri_of(server, program.paths[diagnostic.place.file])] = std::move(edits);
+    return {{"changes", std::move(changes)}};
+}
+
+bool is_wanted(const json& params) {
+    const json only = params.at("context").value("only", json());
+    return only.is_null() ||
+           std::ranges::any_of(only, [](const json& kind) { return kind == "quickfix" || kind == ""; });
+}
+
+} // namespace
+
+json code_actions(server_t& server, const json& params) {
+    const view_t view = view_of(server, path_in(params));
+    json actions = json::array();
+    const json& range = params.at("range");
+    const size_t begin = offset_at(view.text, position_in(range.at("start")), server.client.encoding);
+    const size_t end = offset_at(view.text, position_in(range.at("end")), server.client.encoding);
+    if (!is_wanted(params)) {
+        return actions;
+    }
+    const program_t& program = program_of(server, view.path);
+    const auto add = [&](const diagnostic_t& diagnostic, std::string title, json edit, bool preferred) {
+        actions.push_back({{"title", std::move(title)},
+                           {"kind", "quickfix"},
+                           {"isPreferred", preferred},
+                           {"diagnostics", json::array({diagnostic_json(server, program, diagnostic)})},
+                           {"edit", std::move(edit)}});
+    };
+    for (const diagnostic_t& diagnostic : program.analysis.diagnostics.list) {
+        const bytes_t bytes = bytes_of(view.text, diagnostic.place);
+        if (program.paths[diagnostic.place.file] != view.path || bytes.end < begin || bytes.begin > end) {
+            continue;
+        }
+        if (!diagnostic.fix.empty()) {
+            add(diagnostic, title_of(program, diagnostic), changes_of(server, program, diagnostic.fix), true);
+        }
+        if (const std::optional<constant_t> constant = missing_constant(program, diagnostic)) {
+            add(diagnostic, "Add " + in_quotes(constant->name + " .data " + constant->value),
+                add_constant(server, program, diagnostic, *constant), false);
+        }
+    }
+    return actions;
+}

@@ -1,0 +1,157 @@
+// Diagnostics, sent for all files of a program at each change.
+
+#include "language/features.h"
+
+#include <algorithm>
+#include <map>
+#include <set>
+#include <utility>
+
+#include "language/codes.h"
+#include "language/protocol.h"
+
+namespace {
+
+// The protocol's numbers.
+constexpr int SEVERITY_ERROR = 1;
+constexpr int SEVERITY_WARNING = 2;
+constexpr int SEVERITY_INFORMATION = 3;
+constexpr int SEVERITY_HINT = 4;
+
+constexpr int TAG_UNNECESSARY = 1;
+
+int severity_of(const program_t& program, const diagnostic_t& diagnostic) {
+    // The program that includes the file may well define it.
+    if (program.part && diagnostic.code == code::UNDEFINED_LABEL) {
+        return SEVERITY_HINT;
+    }
+    switch (diagnostic.severity) {
+    case severity_e::ERROR:
+        return SEVERITY_ERROR;
+    case severity_e::WARNING:
+        return SEVERITY_WARNING;
+    case severity_e::NOTE:
+        return SEVERITY_INFORMATION;
+    }
+    return SEVERITY_ERROR;
+}
+
+std::string sentence_of(const diagnostic_t& diagnostic) {
+    return diagnostic.help.empty() ? diagnostic.message : diagnostic.message + "; " + diagnostic.help;
+}
+
+json related_json(const server_t& server, const program_t& program, const diagnostic_t& diagnostic) {
+    json list = json::array();
+    // Of a label that is used everywhere some places are enough.
+    constexpr size_t MOST_RELATED = 20;
+    for (size_t i = 0; i < std::min(diagnostic.related.size(), MOST_RELATED); ++i) {
+        const auto& [place, message] = diagnostic.related[i];
+        const text_t& text = program.texts[place.file];
+        list.push_back(
+            {{"location", location_of(server, program.paths[place.file], text, bytes_of(text, place))},
+             {"message", message}});
+    }
+    return list;
+}
+
+// The programs whose diagnostics count first are those of the documents that were opened last.
+std::vector<std::string> by_opening(const server_t& server) {
+    std::map<std::string, uint64_t> opened;
+    for (const auto& [path, document] : server.documents) {
+        uint64_t& last = opened[document.main];
+        last = std::max(last, document.opened);
+    }
+    std::vector<std::string> mains;
+    for (const auto& [main, program] : server.programs) {
+        mains.push_back(main);
+    }
+    std::ranges::sort(mains, std::greater<>(), [&](const std::string& main) { return opened[main]; });
+    return mains;
+}
+
+// The program that says what is wrong with each file.
+std::map<std::string, std::string> owners_of(const server_t& server) {
+    std::map<std::string, std::string> owners;
+    for (const auto& [path, document] : server.documents) {
+        owners.emplace(path, document.main);
+    }
+    for (const std::string& main : by_opening(server)) {
+        for (const std::string& path : server.programs.at(main).paths) {
+            owners.emplace(path, main);
+        }
+    }
+    return owners;
+}
+
+// By path, those files without any as well.
+std::map<std::string, json> diagnostics_of(const server_t& server, const program_t& program) {
+    std::map<std::string, json> lists;
+    for (const std::string& path : program.paths) {
+        lists.emplace(path, json::array());
+    }
+    for (const diagnostic_t& diagnostic : program.analysis.diagnostics.list) {
+        const uint32_t file = diagnostic.place.file;
+        lists[program.paths[file]].push_back(diagnostic_json(server, program, diagnostic));
+    }
+    return lists;
+}
+
+json notification(const server_t& server, const std::string& path, const json& list) {
+    json params = {{"uri", uri_of(server, path)}, {"diagnostics", list}};
+    const auto document = server.documents.find(path);
+    if (document != server.documents.end()) {
+        params["version"] = document->second.version;
+    }
+    return {{"jsonrpc", "2.0"}, {"method", "textDocument/publishDiagnostics"}, {"params", params}};
+}
+
+} // namespace
+
+json diagnostic_json(const server_t& server, const program_t& program, const diagnostic_t& diagnostic) {
+    const text_t& text = program.texts[diagnostic.place.file];
+    json result = {{"range", range_of(server, text, bytes_of(text, diagnostic.place))},
+                   {"severity", severity_of(program, diagnostic)},
+                   {"code", diagnostic.code},
+                   {"source", "tovik"},
+                   {"message", sentence_of(diagnostic)}};
+    if (!diagnostic.related.empty()) {
+        result["relatedInformation"] = related_json(server, program, diagnostic);
+    }
+    if (diagnostic.code == code::UNUSED_LABEL || diagnostic.code == code::UNREACHED) {
+        result["tags"] = json::array({TAG_UNNECESSARY});
+    }
+    return result;
+}
+
+std::vector<json> publish_changed(server_t& server) {
+    const std::vector<std::string> translated = translate_changed(server);
+    const std::map<std::string, std::string> owners = owners_of(server);
+    std::vector<json> messages;
+    std::map<std::string, json> now;
+    for (const std::string& main : translated) {
+        for (auto& [path, list] : diagnostics_of(server, server.programs.at(main))) {
+            const auto owner = owners.find(path);
+            if (owner != owners.end() && owner->second == main) {
+                now.emplace(path, std::move(list));
+            }
+        }
+    }
+    for (const auto& [path, list] : server.published) {
+        if (!owners.contains(path)) {
+            now.emplace(path, json::array());
+        }
+    }
+    for (auto& [path, list] : now) {
+        const auto before = server.published.find(path);
+        const bool same = before == server.published.end() ? list.empty() : before->second == list;
+        if (!same || server.documents.contains(path)) {
+            messages.push_back(notification(server, path, list));
+        }
+        if (list.empty()) {
+            server.published.erase(path);
+        } else {
+            server.published[path] = std::move(list);
+        }
+    }
+    return messages;
+}

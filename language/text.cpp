@@ -1,0 +1,150 @@
+#include "language/text.h"
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+#include <utility>
+
+namespace {
+
+constexpr std::string_view FILE_SCHEME = "file://";
+
+bool continues(std::string_view text, size_t index, unsigned char lowest = 0x80,
+               unsigned char highest = 0xbf) {
+    const auto byte = static_cast<unsigned char>(index < text.size() ? text[index] : '\0');
+    return byte >= lowest && byte <= highest;
+}
+
+// Bytes of the character in front, which is not the end; 1 for a byte that begins none.
+size_t character_size(std::string_view text) {
+    const auto lead = static_cast<unsigned char>(text.front());
+    if (lead >= 0xc2 && lead <= 0xdf && continues(text, 1)) {
+        return 2;
+    }
+    // No longer form than needed, no surrogate, nothing above the last code point.
+    if ((lead & 0xf0) == 0xe0 && continues(text, 1, lead == 0xe0 ? 0xa0 : 0x80, lead == 0xed ? 0x9f : 0xbf) &&
+        continues(text, 2)) {
+        return 3;
+    }
+    if (lead >= 0xf0 && lead <= 0xf4 &&
+        continues(text, 1, lead == 0xf0 ? 0x90 : 0x80, lead == 0xf4 ? 0x8f : 0xbf) && continues(text, 2) &&
+        continues(text, 3)) {
+        return 4;
+    }
+    return 1;
+}
+
+uint32_t units_of(size_t character_bytes, encoding_e encoding) {
+    return encoding == encoding_e::UTF8 ? static_cast<uint32_t>(character_bytes)
+                                        : (character_bytes == 4 ? 2U : 1U);
+}
+
+// A line without what ends it.
+std::string_view line_of(const text_t& text, size_t line) {
+    const size_t end = line + 1 < text.begins.size() ? text.begins[line + 1] : text.bytes.size();
+    std::string_view bytes = std::string_view(text.bytes).substr(text.begins[line], end - text.begins[line]);
+    for (const char ending : {'\n', '\r'}) {
+        if (line + 1 < text.begins.size() && bytes.ends_with(ending)) {
+            bytes.remove_suffix(1);
+        }
+    }
+    return bytes;
+}
+
+int hexadecimal_digit(char c) {
+    const size_t digit = std::string_view("0123456789abcdef0123456789ABCDEF").find(c);
+    return digit == std::string_view::npos ? -1 : static_cast<int>(digit % 16);
+}
+
+} // namespace
+
+text_t make_text(std::string bytes) {
+    text_t text{.bytes = std::move(bytes)};
+    const std::string& all = text.bytes;
+    for (size_t i = 0; i < all.size(); ++i) {
+        const bool lone = all[i] == '\r' && !(i + 1 < all.size() && all[i + 1] == '\n');
+        if (lone || all[i] == '\n') {
+            text.begins.push_back(static_cast<uint32_t>(i + 1));
+        }
+        text.lone_returns |= lone;
+    }
+    return text;
+}
+
+size_t offset_at(const text_t& text, position_t position, encoding_e encoding) {
+    if (position.line >= text.begins.size()) {
+        return text.bytes.size();
+    }
+    const std::string_view line = line_of(text, position.line);
+    size_t offset = 0;
+    uint32_t units = 0;
+    while (offset < line.size()) {
+        const size_t size = character_size(line.substr(offset));
+        units += units_of(size, encoding);
+        if (units > position.character) {
+            break;
+        }
+        offset += size;
+    }
+    return text.begins[position.line] + offset;
+}
+
+position_t position_at(const text_t& text, size_t offset, encoding_e encoding) {
+    const auto next = std::upper_bound(text.begins.begin(), text.begins.end(), offset);
+    const auto index = static_cast<size_t>(next - text.begins.begin()) - 1;
+    const std::string_view line = line_of(text, index);
+    const size_t end = std::min(offset - text.begins[index], line.size());
+    position_t position{.line = static_cast<uint32_t>(index)};
+    for (size_t i = 0; i < end;) {
+        const size_t size = character_size(line.substr(i));
+        if (i + size > end) {
+            break;
+        }
+        position.character += units_of(size, encoding);
+        i += size;
+    }
+    return position;
+}
+
+std::string name_of_uri(std::string_view uri) {
+    if (!uri.starts_with(FILE_SCHEME)) {
+        return std::string(uri);
+    }
+    std::string_view rest = uri.substr(FILE_SCHEME.size());
+    rest.remove_prefix(std::min(rest.find('/'), rest.size())); // the host, which is this one
+    rest = rest.substr(0, rest.find_first_of("?#"));
+    std::string name;
+    for (size_t i = 0; i < rest.size(); ++i) {
+        const bool escaped = rest[i] == '%' && i + 2 < rest.size() && hexadecimal_digit(rest[i + 1]) >= 0 &&
+                             hexadecimal_digit(rest[i + 2]) >= 0;
+        name += escaped
+                    ? static_cast<char>(16 * hexadecimal_digit(rest[i + 1]) + hexadecimal_digit(rest[i + 2]))
+                    : rest[i];
+        i += escaped ? 2 : 0;
+    }
+    return path_of_name(name);
+}
+
+std::string uri_of_name(std::string_view name) {
+    if (!name.starts_with('/')) {
+        return std::string(name);
+    }
+    constexpr std::string_view DIGITS = "0123456789ABCDEF";
+    std::string uri(FILE_SCHEME);
+    for (const char c : name) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x80 &&
+            (std::isalnum(byte) != 0 || std::string_view("/-._~").find(c) != std::string_view::npos)) {
+            uri += c;
+        } else {
+            uri.append({'%', DIGITS[byte / 16], DIGITS[byte % 16]});
+        }
+    }
+    return uri;
+}
+
+std::string path_of_name(const std::string& name) {
+    return name.starts_with('/') ? std::filesystem::path(name).lexically_normal().string() : name;
+}
+
+std::string_view base_name(std::string_view name) { return name.substr(name.rfind('/') + 1); }

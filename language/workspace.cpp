@@ -1,0 +1,273 @@
+#include "language/workspace.h"
+
+#include <algorithm>
+#include <array>
+#include <map>
+#include <set>
+#include <utility>
+
+#include "assembler/source.h"
+#include "base/machine.h"
+#include "language/codes.h"
+#include "language/lines.h"
+#include "language/protocol.h"
+#include "language/warnings.h"
+
+namespace {
+
+constexpr std::string_view INCLUDE = "#include";
+
+file_text_t read_now(const server_t& server, const std::string& name) {
+    const auto document = server.documents.find(path_of_name(name));
+    return document == server.documents.end() ? server.read(name)
+                                              : file_text_t{.text = document->second.text.bytes};
+}
+
+// The paths of the files that a text includes.
+std::vector<std::string> includes_in(const std::string& path, const std::string& text) {
+    const std::string folder = path.substr(0, path.rfind('/') + 1);
+    std::vector<std::string> paths;
+    for (size_t at = text.find(INCLUDE); at != std::string::npos; at = text.find(INCLUDE, at + 1)) {
+        if (at != 0 && text[at - 1] != '\n') {
+            continue;
+        }
+        const source_line_t line = line_at(text, at);
+        const std::string name(text_in(text, line.statement.opcode));
+        if (line.include && !name.empty()) {
+            paths.push_back(path_of_name(pathname_is_absolute(name) ? name : folder + name));
+        }
+    }
+    return paths;
+}
+
+// Those that include each file.
+std::multimap<std::string_view, std::string_view> includers_of(const server_t& server) {
+    std::multimap<std::string_view, std::string_view> includers;
+    for (const auto& [path, included] : server.includes) {
+        for (const std::string& other : included) {
+            includers.emplace(other, path);
+        }
+    }
+    return includers;
+}
+
+std::vector<std::string> mains_above(const std::multimap<std::string_view, std::string_view>& includers,
+                                     const std::string& path) {
+    std::set<std::string_view> met{path};
+    std::vector<std::string_view> to_visit{path};
+    std::vector<std::string> mains;
+    while (!to_visit.empty()) {
+        const std::string_view at = to_visit.back();
+        to_visit.pop_back();
+        const auto [begin, end] = includers.equal_range(at);
+        if (begin == end) {
+            mains.emplace_back(at);
+        }
+        for (auto includer = begin; includer != end; ++includer) {
+            if (met.insert(includer->second).second) {
+                to_visit.push_back(includer->second);
+            }
+        }
+    }
+    std::ranges::sort(mains);
+    return mains;
+}
+
+uint64_t opened(const server_t& server, const std::string& path) {
+    const auto document = server.documents.find(path);
+    return document == server.documents.end() ? 0 : document->second.opened;
+}
+
+// Where files include each other in a circle, none of them is the main one.
+std::string choose_main(const server_t& server, const std::vector<std::string>& mains,
+                        const std::string& path) {
+    const auto last =
+        std::ranges::max_element(mains, {}, [&](const std::string& main) { return opened(server, main); });
+    return last == mains.end() ? path : *last;
+}
+
+void assign_mains(server_t& server) {
+    const auto includers = includers_of(server);
+    for (auto& [path, document] : server.documents) {
+        document.main = choose_main(server, mains_above(includers, path), path);
+    }
+}
+
+bool has_file(const program_t& program, const std::string& path) {
+    return std::ranges::find(program.paths, path) != program.paths.end();
+}
+
+// Takes note of what a file includes. Returns whether that is news.
+bool note_includes(server_t& server, const std::string& path, std::vector<std::string> included) {
+    const auto known = server.includes.find(path);
+    if (known != server.includes.end() ? known->second == included : included.empty()) {
+        return false;
+    }
+    server.includes[path] = std::move(included);
+    return true;
+}
+
+// Files that a program includes but no folder has.
+bool note_program(server_t& server, const program_t& program) {
+    bool news = false;
+    for (size_t i = 0; i < program.paths.size(); ++i) {
+        if (!server.includes.contains(program.paths[i])) {
+            news |= note_includes(server, program.paths[i],
+                                  includes_in(program.paths[i], program.analysis.map.files[i].text));
+        }
+    }
+    return news;
+}
+
+// Subroutines and data that are made to be included: code that begins with a label and returns, and that does
+// not end the program.
+bool looks_like_part(const source_map_t& map) {
+    bool instructions = false;
+    bool returns = false;
+    bool label_before = false;
+    for (const statement_t& statement : map.statements) {
+        label_before |= statement.label.size != 0;
+        if (statement.operation == nullptr || is_data(*statement.operation)) {
+            continue;
+        }
+        if (statement.operation->opcode == K24_HALT || (!instructions && !label_before)) {
+            return false;
+        }
+        instructions = true;
+        returns |= statement.operation->opcode == K24_RET;
+    }
+    return returns || !instructions;
+}
+
+// Without the rest of the program only these can be told.
+void keep_local_warnings(diagnostics_t& diagnostics) {
+    constexpr std::array LOCAL = {code::BARE_NUMBER,        code::ILLEGAL_ADDRESS, code::LABEL_CASE,
+                                  code::OPERATION_AS_LABEL, code::LABEL_COLON,     code::PORT_DIRECTION};
+    std::erase_if(diagnostics.list, [&](const diagnostic_t& diagnostic) {
+        return diagnostic.severity != severity_e::ERROR &&
+               std::ranges::find(LOCAL, diagnostic.code) == LOCAL.end();
+    });
+}
+
+} // namespace
+
+void open_document(server_t& server, const std::string& path, document_t document) {
+    document.opened = ++server.opened;
+    server.documents.insert_or_assign(path, std::move(document));
+    if (!server.client.watches) {
+        scan_folders(server);
+    }
+    text_changed(server, path);
+    assign_mains(server);
+}
+
+void close_document(server_t& server, const std::string& path) {
+    server.documents.erase(path);
+    text_changed(server, path);
+    assign_mains(server);
+}
+
+void text_changed(server_t& server, const std::string& path) {
+    std::erase_if(server.programs, [&](const auto& item) { return has_file(item.second, path); });
+    server.visitors.clear();
+    const file_text_t file = read_now(server, path);
+    if (note_includes(server, path,
+                      file.opened ? includes_in(path, file.text) : std::vector<std::string>())) {
+        assign_mains(server);
+    }
+}
+
+void scan_folders(server_t& server) {
+    for (const std::string& folder : server.folders) {
+        for (const std::string& name : server.list(folder)) {
+            const std::string path = path_of_name(name);
+            note_includes(server, path, includes_in(path, read_now(server, name).text));
+        }
+    }
+    assign_mains(server);
+}
+
+std::vector<std::string> translate_changed(server_t& server) {
+    std::vector<std::string> translated;
+    bool news = true;
+    while (news) {
+        news = false;
+        std::set<std::string> mains;
+        for (const auto& [path, document] : server.documents) {
+            mains.insert(document.main);
+        }
+        std::erase_if(server.programs, [&](const auto& item) { return !mains.contains(item.first); });
+        for (const std::string& main : mains) {
+            if (!server.programs.contains(main)) {
+                program_t program = translate_program(server, main);
+                news |= note_program(server, program);
+                server.programs.emplace(main, std::move(program));
+                translated.push_back(main);
+            }
+        }
+        if (news) {
+            assign_mains(server);
+        }
+    }
+    return translated;
+}
+
+std::string main_of(const server_t& server, const std::string& path) {
+    const auto document = server.documents.find(path);
+    return document != server.documents.end() ? document->second.main
+                                              : choose_main(server, mains_of(server, path), path);
+}
+
+std::vector<std::string> mains_of(const server_t& server, const std::string& path) {
+    return mains_above(includers_of(server), path);
+}
+
+const program_t& program_of(server_t& server, const std::string& path) {
+    const std::string main = main_of(server, path);
+    const auto known = server.programs.find(main);
+    if (known != server.programs.end()) {
+        return known->second;
+    }
+    server.visitors.clear();
+    return server.visitors.emplace(main, translate_program(server, main)).first->second;
+}
+
+program_t translate_program(const server_t& server, const std::string& main) {
+    program_t program;
+    program.analysis = analyse(main, [&](const std::string& name) { return read_now(server, name); });
+    for (const source_file_t& file : program.analysis.map.files) {
+        program.paths.push_back(path_of_name(file.name));
+        const auto document = server.documents.find(program.paths.back());
+        program.texts.push_back(document == server.documents.end() ? make_text(file.text)
+                                                                   : document->second.text);
+    }
+    program.part = program.paths.size() == 1 && looks_like_part(program.analysis.map);
+    add_warnings(program.analysis);
+    if (program.part) {
+        keep_local_warnings(program.analysis.diagnostics);
+    }
+    return program;
+}
+
+view_t view_of(const server_t& server, const std::string& path) {
+    const auto document = server.documents.find(path);
+    if (document != server.documents.end()) {
+        return {.path = path, .text = document->second.text};
+    }
+    file_text_t file = server.read(path);
+    if (!file.opened) {
+        throw request_error_t{error_code::INVALID_PARAMS, "there is no file " + path};
+    }
+    return {.path = path, .text = make_text(std::move(file.text))};
+}
+
+std::vector<file_view_t> views_of(const program_t& program) {
+    std::vector<file_view_t> views;
+    std::set<std::string_view> met;
+    for (size_t i = 0; i < program.paths.size(); ++i) {
+        if (met.insert(program.paths[i]).second) {
+            views.push_back({program.paths[i], program.texts[i]});
+        }
+    }
+    return views;
+}
