@@ -38,6 +38,7 @@ source for it and runs it on the simulated board: with input at given
 times, limits, breakpoints, and reports for automatic grading.
 .
 tovik-relay, the server that connects the serial ports of two simulators,
-the manual, the examples and the library of subroutines are here too.")
+tovik-lsp, the language server for editors, the manual, the examples and
+the library of subroutines are here too.")
 
 include(CPack)
