@@ -1,38 +1,15 @@
 #include "language/text.h"
 
 #include <algorithm>
-#include <cctype>
 #include <filesystem>
 #include <utility>
+
+#include "language/characters.h"
+#include "language/uri.h"
 
 namespace {
 
 constexpr std::string_view FILE_SCHEME = "file://";
-
-bool continues(std::string_view text, size_t index, unsigned char lowest = 0x80,
-               unsigned char highest = 0xbf) {
-    const auto byte = static_cast<unsigned char>(index < text.size() ? text[index] : '\0');
-    return byte >= lowest && byte <= highest;
-}
-
-// Bytes of the character in front, which is not the end; 1 for a byte that begins none.
-size_t character_size(std::string_view text) {
-    const auto lead = static_cast<unsigned char>(text.front());
-    if (lead >= 0xc2 && lead <= 0xdf && continues(text, 1)) {
-        return 2;
-    }
-    // No longer form than needed, no surrogate, nothing above the last code point.
-    if ((lead & 0xf0) == 0xe0 && continues(text, 1, lead == 0xe0 ? 0xa0 : 0x80, lead == 0xed ? 0x9f : 0xbf) &&
-        continues(text, 2)) {
-        return 3;
-    }
-    if (lead >= 0xf0 && lead <= 0xf4 &&
-        continues(text, 1, lead == 0xf0 ? 0x90 : 0x80, lead == 0xf4 ? 0x8f : 0xbf) && continues(text, 2) &&
-        continues(text, 3)) {
-        return 4;
-    }
-    return 1;
-}
 
 uint32_t units_of(size_t character_bytes, encoding_e encoding) {
     return encoding == encoding_e::UTF8 ? static_cast<uint32_t>(character_bytes)
@@ -126,21 +103,7 @@ std::string name_of_uri(std::string_view uri) {
 }
 
 std::string uri_of_name(std::string_view name) {
-    if (!name.starts_with('/')) {
-        return std::string(name);
-    }
-    constexpr std::string_view DIGITS = "0123456789ABCDEF";
-    std::string uri(FILE_SCHEME);
-    for (const char c : name) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte < 0x80 &&
-            (std::isalnum(byte) != 0 || std::string_view("/-._~").find(c) != std::string_view::npos)) {
-            uri += c;
-        } else {
-            uri.append({'%', DIGITS[byte / 16], DIGITS[byte % 16]});
-        }
-    }
-    return uri;
+    return name.starts_with('/') ? uri_reference(name) : std::string(name);
 }
 
 std::string path_of_name(const std::string& name) {
