@@ -75,6 +75,7 @@ TEST_F(Camera, ShowsWhatADeviceGivesUntilItFails) {
     EXPECT_EQ(perform("b0=0 +222222 b0=1"), "user cancelled camera file read");
     recording.calls.pop_back(); // the question for a movie
     EXPECT_EQ(recording.calls, (calls_t{"error error dequeueing buffer", "camera off"}));
+    EXPECT_TRUE(live_frame.empty()) << "the device is closed";
 }
 
 TEST_F(Camera, ConvertsColorsAsTheFormulaDoes) {
