@@ -7,6 +7,7 @@ bool has_room(const diagnostics_t& diagnostics) { return diagnostics.count < MOS
 bool add_diagnostic(diagnostics_t& diagnostics, diagnostic_t diagnostic) {
     const bool room = has_room(diagnostics);
     ++diagnostics.count;
+    diagnostics.faults += diagnostic.severity == severity_e::ERROR ? 1 : 0;
     if (room) {
         diagnostics.list.push_back(std::move(diagnostic));
         return true;

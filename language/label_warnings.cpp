@@ -112,7 +112,7 @@ void warn_of_labels(warnings_t& warnings) {
             warn_of_operation(warnings, i, name);
         } else if (warnings.flow != nullptr && unused && statement.address != 0 && !inside &&
                    !warnings.flow->library && !is_included(*warnings.program, i) &&
-                   !is_unreached(warnings, statement) && !is_full(warnings)) {
+                   !is_unreached(warnings, statement) && !is_full(warnings, code::UNUSED_LABEL)) {
             warn_of_unused(warnings, i, name);
         }
     }

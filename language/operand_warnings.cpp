@@ -160,7 +160,7 @@ void look_at(warnings_t& warnings, const instruction_t& instruction, size_t oper
     }
     if (value >= 0 && value < MEMORY_SIZE) {
         if (!is_placed(*warnings.map, context, value) && !is_jump_idiom(instruction) && !in_template &&
-            !is_full(warnings)) {
+            !is_full(warnings, code::BARE_NUMBER)) {
             warn_of_number(warnings, context, instruction, role, value, place);
         }
         return;

@@ -190,12 +190,7 @@ json diagnostic_to_json(const source_map_t& map, const diagnostic_t& diagnostic)
 } // namespace
 
 counts_t count_diagnostics(const diagnostics_t& diagnostics) {
-    counts_t counts{};
-    for (const diagnostic_t& diagnostic : diagnostics.list) {
-        ++(diagnostic.severity == severity_e::ERROR ? counts.faults : counts.warnings);
-    }
-    counts.faults += diagnostics.count - std::min(diagnostics.count, diagnostics.list.size());
-    return counts;
+    return {.faults = diagnostics.faults, .warnings = diagnostics.count - diagnostics.faults};
 }
 
 std::string to_text(const analysis_t& program, bool color) {

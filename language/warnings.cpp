@@ -119,9 +119,13 @@ std::string word_name(const source_map_t& map, int32_t address, uint32_t from) {
                                           : "a part" + owner;
 }
 
-bool is_full(warnings_t& warnings) {
+bool is_wanted(const warnings_t& warnings, std::string_view code) {
+    return !warnings.wanted || warnings.wanted(code);
+}
+
+bool is_full(warnings_t& warnings, std::string_view code) {
     const bool full = warnings.found.size() - warnings.chapter >= MOST_DIAGNOSTICS;
-    warnings.more += full ? 1 : 0;
+    warnings.more += full && is_wanted(warnings, code) ? 1 : 0;
     return full;
 }
 
@@ -135,14 +139,14 @@ bool is_template(const warnings_t& warnings, uint32_t instruction) {
     return (bits & (IS_READ | BASE)) != 0 && warnings.flow != nullptr && !is_reached(warnings, instruction);
 }
 
-void add_warnings(analysis_t& analysis) {
+void add_warnings(analysis_t& analysis, const wanted_t& wanted) {
     const bool faultless = analysis.diagnostics.count == 0;
     if (analysis.map.words.size() != MEMORY_SIZE) {
         return;
     }
     program_t program = read_program(analysis.map);
     flow_t flow;
-    warnings_t warnings{.map = &analysis.map, .program = &program, .flow = nullptr, .found = {}};
+    warnings_t warnings{.map = &analysis.map, .program = &program, .flow = nullptr, .found = {}, .wanted = wanted};
     if (faultless) {
         flow = find_ways(program);
         warnings.flow = &flow;
@@ -156,11 +160,12 @@ void add_warnings(analysis_t& analysis) {
     warn_of_operands(warnings);
     std::ranges::stable_sort(warnings.found, comes_before);
     for (size_t i = 0; i < warnings.found.size(); ++i) {
-        if (!is_said(warnings, i) && !is_allowed(analysis.map, warnings.found[i])) {
+        if (is_wanted(warnings, warnings.found[i].diagnostic.code) && !is_said(warnings, i) &&
+            !is_allowed(analysis.map, warnings.found[i])) {
             add_diagnostic(analysis.diagnostics, warnings.found[i].diagnostic);
         }
     }
     for (; warnings.more > 0; --warnings.more) {
-        add_diagnostic(analysis.diagnostics, {});
+        add_diagnostic(analysis.diagnostics, {.severity = severity_e::WARNING});
     }
 }

@@ -11,6 +11,7 @@
 #include "language/codes.h"
 #include "language/flow.h"
 #include "language/program.h"
+#include "language/warnings.h"
 
 struct found_t {
     uint32_t statement = 0; // index, for the order
@@ -24,11 +25,14 @@ struct warnings_t {
     std::vector<found_t> found;
     size_t chapter = 0; // where those of the chapter at work begin
     size_t more = 0;    // beyond those that can be shown
+    wanted_t wanted{};
 };
 
+bool is_wanted(const warnings_t& warnings, std::string_view code);
+
 // Whether the chapter has found more than can be shown, when it goes by the order of the lines. Then it
-// counts one more.
-bool is_full(warnings_t& warnings);
+// counts one more of the code, if that is wanted.
+bool is_full(warnings_t& warnings, std::string_view code);
 
 // Where an operand stands in the source.
 struct operand_place_t {

@@ -91,20 +91,12 @@ bool terminal_has_colors() {
            std::string_view(terminal) != "dumb";
 }
 
-bool is_wanted(const options_t& options, const diagnostic_t& diagnostic) {
-    if (diagnostic.severity == severity_e::ERROR || options.warnings == "all") {
-        return true;
-    }
-    const std::vector<std::string> codes = CLI::detail::split(options.warnings, ',');
-    return std::ranges::find(codes, diagnostic.code) != codes.end();
-}
-
 analysis_t look_at(const options_t& options, const std::string& name) {
     analysis_t analysis = analyse(name);
-    add_warnings(analysis);
-    diagnostics_t& diagnostics = analysis.diagnostics;
-    diagnostics.count -= std::erase_if(
-        diagnostics.list, [&](const diagnostic_t& diagnostic) { return !is_wanted(options, diagnostic); });
+    const std::vector<std::string> codes = CLI::detail::split(options.warnings, ',');
+    add_warnings(analysis, [&](std::string_view code) {
+        return options.warnings == "all" || std::ranges::find(codes, code) != codes.end();
+    });
     return analysis;
 }
 

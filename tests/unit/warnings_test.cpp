@@ -155,5 +155,10 @@ TEST(Warnings, EndAfterAThousand) {
     }
     const analysis_t analysis = check(text);
     EXPECT_EQ(analysis.diagnostics.count, 9001U);
+    EXPECT_EQ(analysis.diagnostics.faults, 0U);
     EXPECT_EQ(analysis.diagnostics.list.back().message, "and 8002 more");
+
+    analysis_t silent = analyse("program.k", [&](const std::string&) { return file_text_t{.text = text}; });
+    add_warnings(silent, [](std::string_view code) { return code == code::UNUSED_LABEL; });
+    EXPECT_EQ(silent.diagnostics.count, 0U);
 }
