@@ -337,9 +337,10 @@ constexpr code_info_t CODES[] = {
      "                cpdata  0x80000010 0\n"
      "                halt\n"
      "one             .data   1\n"},
-    {code::COMMAND_NOT_SET, WARNING, "a wait for a device that has no command",
-     "The response stays 0 while the command is 0, and the program waits for ever.",
-     "Write 1 to the command before the response is read.",
+    {code::COMMAND_NOT_SET, WARNING, "a device that has no command",
+     "A device does nothing while its command is 0, whatever its parameters are. Its response stays 0, and a "
+     "program that waits for it waits for ever.",
+     "Write the parameters, then 1 to the command, and read the response after that.",
      "wait            bne     wait 0x80000011 one\n"
      "                halt\n"
      "one             .data   1\n",

@@ -177,24 +177,49 @@ void look_at(warnings_t& warnings, const instruction_t& instruction, size_t oper
     }
 }
 
+// The address into which an instruction stores by way of an operand, when that is certain.
+std::optional<int32_t> stored_into(const program_t& program, const instruction_t& instruction,
+                                   size_t operand) {
+    const role_e role = role_as_written(instruction, operand);
+    const int32_t named = instruction.operands[operand];
+    if (!instruction.known[operand] || named < 0 || named >= MEMORY_SIZE) {
+        return std::nullopt;
+    }
+    if (role == role_e::WRITTEN) {
+        return named;
+    }
+    const std::optional<int32_t> index = role == role_e::BASE && instruction.written->opcode == K24_CPTA
+                                             ? value_read(program, instruction, 2)
+                                             : std::nullopt;
+    return index && *index >= -named && *index < MEMORY_SIZE - named ? std::optional(named + *index)
+                                                                     : std::nullopt;
+}
+
 void warn_of_overwriting(warnings_t& warnings, const instruction_t& instruction, size_t operand) {
     program_t& program = *warnings.program;
     const operand_place_t place = place_of_operand(program, instruction, operand);
-    if (role_as_written(instruction, operand) != role_e::WRITTEN || !instruction.known[operand] ||
-        place.label == NOTHING) {
+    const std::optional<int32_t> address = stored_into(program, instruction, operand);
+    if (!address || place.label == NOTHING) {
         return;
     }
-    const uint32_t target = program.at[static_cast<size_t>(instruction.operands[operand])];
+    const uint32_t target = program.at[static_cast<size_t>(*address)];
     if (target == NOTHING || program.code[target].made_of_data) {
         return;
     }
+    const int32_t named = instruction.operands[operand];
+    const bool computed = *address != named;
+    const bool begins_in_data = program.at[static_cast<size_t>(named)] == NOTHING;
     diagnostic_t& diagnostic =
         warn(warnings, code::CODE_OVERWRITTEN, place.statement, place.token,
-             quoted_operand(warnings, place) + " is an instruction, and what is stored here takes its place",
-             "store into a word of data; `cpta` with the instruction as its array and an index from 1 to 3 "
-             "changes an "
-             "operand");
-    diagnostic.related = {{place_of(*warnings.map, warnings.map->labels[place.label]), "the instruction"}};
+             (computed ? quoted_operand(warnings, place) + " with this index is an instruction"
+                       : quoted_operand(warnings, place) + " is an instruction") +
+                 ", and what is stored here takes its place",
+             begins_in_data ? "the array ends before this index"
+                            : "store into a word of data; `cpta` with the instruction as its array and an "
+                              "index from 1 to 3 changes an operand");
+    const statement_t& line = warnings.map->statements[program.code[target].statement];
+    diagnostic.related = {
+        {place_of(line, line.label.size != 0 ? line.label : line.opcode), "the instruction"}};
 }
 
 } // namespace

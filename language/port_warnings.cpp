@@ -140,6 +140,13 @@ void warn_of_command_not_set(warnings_t& warnings, const access_t& response) {
             "write 1 to " + address_of(device, register_e::COMMAND) + " before");
 }
 
+void warn_of_nothing_done(warnings_t& warnings, const access_t& parameter) {
+    const device_t& device = board_devices()[parameter.device];
+    warn_at(warnings, code::COMMAND_NOT_SET, parameter,
+            name_of(warnings, parameter) + " has no effect: nothing sets the command to 1",
+            "write 1 to " + address_of(device, register_e::COMMAND) + " when all parameters are written");
+}
+
 void warn_of_early_result(warnings_t& warnings, const access_t& result) {
     const device_t& device = board_devices()[result.device];
     warn_at(warnings, code::RESULT_TOO_EARLY, result,
@@ -154,6 +161,7 @@ struct count_t {
     std::optional<access_t> set; // the first command 1 that is reached
     std::optional<access_t> response;
     std::optional<access_t> result;
+    std::optional<access_t> parameter;
     bool ever_set = false;
     bool ever_cleared = false;
     bool ever_answered = false; // the response is read
@@ -184,6 +192,9 @@ void count(const warnings_t& warnings, count_t& counted, const access_t& access)
     case register_e::RESULT:
         note(counted.result);
         break;
+    case register_e::PARAMETER:
+        note(counted.parameter);
+        break;
     default:
         break;
     }
@@ -205,6 +216,8 @@ void warn_by_counting(warnings_t& warnings) {
         }
         if (counted.response && !counted.ever_set) {
             warn_of_command_not_set(warnings, *counted.response);
+        } else if (counted.parameter && !counted.ever_set) {
+            warn_of_nothing_done(warnings, *counted.parameter);
         }
         if (counted.result && !counted.ever_answered) {
             warn_of_early_result(warnings, *counted.result);
@@ -390,7 +403,9 @@ void warn_by_following(warnings_t& warnings) {
 
 void warn_of_ports(warnings_t& warnings) {
     if (!has_pointers_to_ports(*warnings.program)) {
-        warn_by_counting(warnings);
+        if (!warnings.flow->library) { // its users may do the rest
+            warn_by_counting(warnings);
+        }
         warn_by_following(warnings);
     }
 }
