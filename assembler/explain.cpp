@@ -134,6 +134,31 @@ void suggest_nearest(diagnostic_t& diagnostic, std::string_view best) {
     }
 }
 
+// What other machines call an operation, or have that the K24 does otherwise.
+std::string_view help_for_others(std::string_view opcode) {
+    struct other_t {
+        std::string_view names; // each with a blank before and behind it
+        std::string_view help;
+    };
+    constexpr other_t OTHERS[] = {
+        {" mov move ld lda lw load st sta sw store ", "`cp a b` copies b to a"},
+        {" li ldi movi let ", "`cpdata a N` puts the number N into a"},
+        {" jmp jump goto j b br bra ", "`be a 0 0` goes on at a, always"},
+        {" bgt ", "`blt a c b` goes on at a if b is greater than c"},
+        {" inc ", "write `add`, with a word that holds 1"},
+        {" dec ", "write `sub`, with a word that holds 1"},
+        {" stop end exit quit ", "a program ends with `halt`"},
+        {" jsr gosub ", "write `call`"},
+    };
+    const std::string name = " " + small(opcode) + " ";
+    for (const auto& [names, help] : OTHERS) {
+        if (names.find(name) != npos) {
+            return help;
+        }
+    }
+    return {};
+}
+
 // Numbers.
 
 struct digits_t {
@@ -362,7 +387,11 @@ void explain_count(diagnostic_t& diagnostic, const source_map_t& map, const stat
                          ", this line has " + (count == 0 ? "none" : has);
     if (count > operation.count) {
         const place_t& extra = diagnostic.place;
-        diagnostic.help = quoted(line.substr(extra.first - 1, extra.last - extra.first + 1)) + " is too much";
+        const std::string_view text = line.substr(extra.first - 1, extra.last - extra.first + 1);
+        diagnostic.help = quoted(text) + " is too much";
+        if (text.find_first_of(WHITE_SPACE) != npos || text.starts_with("/*")) {
+            diagnostic.help += "; a comment begins with `//`";
+        }
     } else {
         diagnostic.help = form_of(operation) + " " + std::string(operation.effect);
     }
@@ -421,6 +450,10 @@ void explain_opcode(diagnostic_t& diagnostic, const source_map_t& map, const sta
         return;
     }
     case meant_e::UNKNOWN: {
+        diagnostic.help = help_for_others(opcode);
+        if (!diagnostic.help.empty()) {
+            return;
+        }
         std::vector<names_t::name_t> mnemonics;
         for (const operation_t& operation : operations()) {
             mnemonics.push_back({letters_of(operation.name), operation.name});
