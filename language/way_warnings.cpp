@@ -1,6 +1,7 @@
 // The way through the program: where it begins and ends, where it jumps, what it never reaches.
 
 #include <algorithm>
+#include <unordered_map>
 
 #include "base/machine.h"
 #include "language/warnings_internal.h"
@@ -54,6 +55,55 @@ std::string behind(const warnings_t& warnings, const run_off_t& run_off) {
                                      : "there is data: " + word_name(*warnings.map, run_off.into, from);
 }
 
+// The subroutines that return, by their first instruction: a call of each.
+std::unordered_map<uint32_t, uint32_t> subroutines(const warnings_t& warnings) {
+    std::unordered_map<uint32_t, uint32_t> calls;
+    for (const auto& [word, way_back] : warnings.flow->returns) {
+        for (size_t i = 0; way_back.used && i < way_back.calls.size(); ++i) {
+            calls.emplace(target_of(*warnings.program, warnings.program->code[way_back.calls[i]]),
+                          way_back.calls[i]);
+        }
+    }
+    calls.erase(NOTHING);
+    return calls;
+}
+
+// A program without a halt may run on into its subroutines, which then send it back behind their last call.
+// The program itself is followed, not what it calls.
+void warn_of_running_into_subroutine(warnings_t& warnings) {
+    program_t& program = *warnings.program;
+    const std::unordered_map<uint32_t, uint32_t> calls = subroutines(warnings);
+    std::vector<uint32_t> open = {warnings.flow->entries.front()};
+    std::vector<bool> seen(program.code.size());
+    while (!open.empty()) {
+        const uint32_t index = open.back();
+        open.pop_back();
+        if (index == NOTHING || index >= seen.size() || seen[index] || !is_reached(warnings, index)) {
+            continue;
+        }
+        seen[index] = true;
+        const instruction_t instruction = program.code[index];
+        if (is_branch(instruction)) {
+            open.push_back(target_of(program, instruction));
+        }
+        const uint32_t next = next_of(program, instruction);
+        const bool falls =
+            instruction.operation == nullptr || falls_through(program, instruction, constants_e::COUNT);
+        const auto found = falls ? calls.find(next) : calls.end();
+        if (found != calls.end()) {
+            const operand_place_t name = place_of_operand(program, program.code[found->second], 0);
+            if (name.token.size != 0 && !is_included(program, instruction.statement)) {
+                warn(warnings, code::NO_HALT, instruction,
+                     "the program does not end here: it has no `halt`, and runs on into the subroutine " +
+                         quoted_operand(warnings, name),
+                     "write a line with `halt`, indented, where the program ends");
+            }
+        } else if (falls || has_opcode(instruction, K24_CALL)) {
+            open.push_back(next);
+        }
+    }
+}
+
 // Without a halt, the first of these ways is that of the program to its end. A program that goes round for
 // ever needs none.
 void warn_of_ends(warnings_t& warnings) {
@@ -78,6 +128,9 @@ void warn_of_ends(warnings_t& warnings) {
         warn(warnings, code::RUNS_INTO_DATA, last,
              "the program goes on behind this instruction, where " + behind(warnings, run_off),
              "end this way with `halt`, `ret` or a jump such as `be again 0 0`");
+    }
+    if (!said && !warnings.flow->unknown_jumps) {
+        warn_of_running_into_subroutine(warnings);
     }
 }
 
