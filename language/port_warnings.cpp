@@ -147,11 +147,12 @@ void warn_of_nothing_done(warnings_t& warnings, const access_t& parameter) {
             "write 1 to " + address_of(device, register_e::COMMAND) + " when all parameters are written");
 }
 
-void warn_of_early_result(warnings_t& warnings, const access_t& result) {
+void warn_of_early_result(warnings_t& warnings, const access_t& result, bool cleared) {
     const device_t& device = board_devices()[result.device];
     warn_at(warnings, code::RESULT_TOO_EARLY, result,
             name_of(warnings, result) +
-                " is read, but the response has not been read since the command began",
+                (cleared ? " is read while the command is 0"
+                         : " is read, but the response has not been read since the command began"),
             "read " + address_of(device, register_e::RESPONSE) +
                 " until it is 1, then the result, and write 0 to the command after that");
 }
@@ -220,7 +221,7 @@ void warn_by_counting(warnings_t& warnings) {
             warn_of_nothing_done(warnings, *counted.parameter);
         }
         if (counted.result && !counted.ever_answered) {
-            warn_of_early_result(warnings, *counted.result);
+            warn_of_early_result(warnings, *counted.result, false);
         }
     }
 }
@@ -379,7 +380,7 @@ void check(warnings_t& warnings, const access_t& access, state_t state) {
                 "write it before the command becomes 1, or after 0 has been written to " +
                     address_of(board_devices()[device], register_e::COMMAND));
     } else if (kind == register_e::RESULT && is_certain(state, device, EITHER_RESPONSE, UNREAD)) {
-        warn_of_early_result(warnings, access);
+        warn_of_early_result(warnings, access, is_certain(state, device, EITHER_COMMAND, COMMAND_0));
     } else if (kind == register_e::RESPONSE && is_certain(state, device, EITHER_COMMAND, COMMAND_0) &&
                waits_for_1(*warnings.program, access)) {
         warn_of_command_not_set(warnings, access);
