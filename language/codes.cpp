@@ -398,8 +398,10 @@ std::string explanation(const code_info_t& info) {
             text.append("\n").append(title).append(":\n\n```k24\n").append(program) += "```\n";
         }
     };
-    paragraph((info.severity == severity_e::ERROR ? "A fault: " : "A warning: ") + std::string(info.title) +
-              ".");
+    const char* const kind = info.severity == severity_e::ERROR  ? "A fault: "
+                             : info.severity == severity_e::NOTE ? "A note: "
+                                                                 : "A warning: ";
+    paragraph(kind + std::string(info.title) + ".");
     paragraph(info.why);
     paragraph(info.remedy);
     example("Wrong", info.wrong);
