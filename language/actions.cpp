@@ -164,8 +164,10 @@ json add_constant(const server_t& server, const program_t& program, const diagno
 
 bool is_wanted(const json& params) {
     const json only = params.at("context").value("only", json());
-    return only.is_null() ||
-           std::ranges::any_of(only, [](const json& kind) { return kind == "quickfix" || kind == ""; });
+    return only.is_null() || std::ranges::any_of(only, [](const json& kind) {
+               const auto name = kind.get<std::string>();
+               return name.empty() || name == "quickfix";
+           });
 }
 
 } // namespace
