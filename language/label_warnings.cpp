@@ -1,7 +1,11 @@
 // Labels that do not do what they look like.
 
 #include <algorithm>
+#include <set>
+#include <string>
+#include <string_view>
 #include <unordered_map>
+#include <utility>
 
 #include "language/warnings_internal.h"
 
@@ -37,6 +41,19 @@ void warn_of_operation(warnings_t& warnings, uint32_t index, std::string_view na
     if (alone) {
         diagnostic.fix = {{{.file = statement.file, .line = statement.line}, "                "}};
     }
+}
+
+using line_t = std::pair<uint32_t, int32_t>; // file and number
+
+// The lines that faults name besides their own.
+std::set<line_t> named_lines(const diagnostics_t& faults) {
+    std::set<line_t> lines;
+    for (const diagnostic_t& fault : faults.list) {
+        for (const related_t& related : fault.related) {
+            lines.emplace(related.place.file, related.place.line);
+        }
+    }
+    return lines;
 }
 
 void warn_of_colon(warnings_t& warnings, uint32_t index, std::string_view name) {
@@ -95,6 +112,7 @@ void warn_of_case(warnings_t& warnings) {
 
 void warn_of_labels(warnings_t& warnings) {
     const source_map_t& map = *warnings.map;
+    const std::set<line_t> named = named_lines(*warnings.faults);
     bool in_array = false;
     for (uint32_t i = 0; i < map.statements.size(); ++i) {
         const statement_t& statement = map.statements[i];
@@ -107,7 +125,9 @@ void warn_of_labels(warnings_t& warnings) {
         const std::string_view name = name_of(map, label);
         const bool unused = label.use_count == 0;
         if (name.size() > 1 && name.ends_with(':')) {
-            warn_of_colon(warnings, i, name);
+            if (!named.contains({statement.file, statement.line})) {
+                warn_of_colon(warnings, i, name);
+            }
         } else if (unused && is_operation(name)) {
             warn_of_operation(warnings, i, name);
         } else if (warnings.flow != nullptr && unused && statement.address != 0 && !inside &&

@@ -63,8 +63,7 @@ bool is_changed_by_name(const program_t& program, const instruction_t& instructi
 
 // Whether a word has its address by a number in the first column.
 bool is_placed(const source_map_t& map, const context_t& context, int32_t address) {
-    const word_e kind = map.words[static_cast<size_t>(address)].kind;
-    return address >= context.first_origin && (kind == word_e::DATA || kind == word_e::NONE);
+    return address >= context.first_origin && map.words[static_cast<size_t>(address)].kind == word_e::DATA;
 }
 
 struct advice_t {

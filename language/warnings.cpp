@@ -146,8 +146,12 @@ void add_warnings(analysis_t& analysis, const wanted_t& wanted) {
     }
     program_t program = read_program(analysis.map);
     flow_t flow;
-    warnings_t warnings{
-        .map = &analysis.map, .program = &program, .flow = nullptr, .found = {}, .wanted = wanted};
+    warnings_t warnings{.map = &analysis.map,
+                        .program = &program,
+                        .faults = &analysis.diagnostics,
+                        .flow = nullptr,
+                        .found = {},
+                        .wanted = wanted};
     if (faultless) {
         flow = find_ways(program);
         warnings.flow = &flow;

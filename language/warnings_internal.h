@@ -21,6 +21,7 @@ struct found_t {
 struct warnings_t {
     const source_map_t* map = nullptr;
     program_t* program = nullptr;
+    const diagnostics_t* faults = nullptr;
     const flow_t* flow = nullptr; // null when the program has faults: then it is not known
     std::vector<found_t> found;
     size_t chapter = 0; // where those of the chapter at work begin

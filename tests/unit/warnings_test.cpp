@@ -131,7 +131,7 @@ TEST(Warnings, SayOfTheManualWhatItShows) {
         {"wrong.k", "command-not-cleared parameter-too-late result-too-early"},
         {"plus.k", "bare-number"},
         {"ten.k", "undefined-label bare-number"},
-        {"colon.k", "undefined-label label-colon"},
+        {"colon.k", "undefined-label"},
         {"begin.k", "begins-with-data"}};
     const std::regex block("```k24 (\\S+)\n([^`]*)```");
     size_t count = 0;
