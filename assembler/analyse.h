@@ -30,8 +30,10 @@ struct analysis_t {
 // Goes through the same two passes as `assemble` and goes on after faults; the first fault is the one that
 // `assemble` reports, save for those of the output files, which need not exist here. The name need not end in
 // ".k". An include that closes a cycle is a fault and is not opened, and there are limits that `assemble`
-// does not have: MOST_LINES of all files, counted as often as they are included, and MOST_INCLUSIONS.
+// does not have: MOST_LINES of all files and MOST_BYTES in them, counted as often as they are included, and
+// MOST_INCLUSIONS.
 analysis_t analyse(const std::string& name, const read_file_t& read = read_file);
 
 constexpr int32_t MOST_LINES = 1 << 18;
+constexpr uint32_t MOST_BYTES = 1 << 25;
 constexpr uint32_t MOST_INCLUSIONS = 1 << 14;

@@ -70,7 +70,7 @@ constexpr size_t MOST_DIAGNOSTICS = 1000;
 struct diagnostics_t {
     std::vector<diagnostic_t> list{}; // at most MOST_DIAGNOSTICS
     size_t count = 0;                 // with those that have no room in the list
-    size_t faults = 0;                // of these; the others are warnings
+    size_t faults = 0;                // those of `count` that are errors
 };
 
 // Adds one. When the list is full, its last entry gives way to one that says how many more there are. Returns

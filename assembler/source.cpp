@@ -16,7 +16,7 @@ namespace {
 constexpr size_t BUFFER_SIZE = 64 * 1024;
 
 // Offsets in a text are 32 bits wide.
-constexpr size_t MOST_BYTES = std::numeric_limits<uint32_t>::max() - BUFFER_SIZE;
+constexpr size_t LARGEST_FILE = std::numeric_limits<uint32_t>::max() - BUFFER_SIZE;
 
 constexpr std::array<bool, 256> make_separators() {
     std::array<bool, 256> separators{};
@@ -41,7 +41,7 @@ int read_text(int descriptor, std::string& text) {
         if (count == 0) {
             return 0;
         }
-        if (text.size() > MOST_BYTES) {
+        if (text.size() > LARGEST_FILE) {
             return EFBIG;
         }
         text.append(buffer.get(), static_cast<size_t>(count));

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <set>
 #include <string_view>
+#include <tuple>
 #include <unordered_map>
 #include <utility>
 
@@ -38,6 +39,7 @@ struct passes_t {
     uint32_t statement = NOTHING;  // the one at work; none between lines
     int32_t counter = 0;           // the address of the next word
     int32_t lines = 0;             // physical ones, of all files
+    uint64_t bytes = 0;            // of these lines
     bool first_only = false;       // the first fault ends it
     bool over = false;             // it has ended: nothing more enters the map
     bool encoding = false;         // this is pass 2
@@ -46,8 +48,9 @@ struct passes_t {
     bool incomplete = false;       // a part of the source is missing, and with it perhaps labels
     uint32_t doubled = NOTHING;    // the inclusion of which it was said that it is the second of its file
     std::set<uint32_t> unreadable; // files of which it has been said
-    std::unordered_map<std::string_view, size_t> undefined; // index of the diagnostic
-    std::vector<std::pair<uint32_t, use_t>> uses;           // with their labels, in the order of the lines
+    std::set<std::tuple<std::string_view, uint32_t, int32_t, uint32_t>> said; // codes and places of the list
+    std::unordered_map<std::string_view, size_t> undefined;                   // index of the diagnostic
+    std::vector<std::pair<uint32_t, use_t>> uses; // with their labels, in the order of the lines
     names_t names;
 };
 
@@ -85,10 +88,8 @@ bool repeats(passes_t& passes, uint32_t inclusion) {
 
 // What is wrong with a line of a file that is included twice is said once.
 bool has_been_said(passes_t& passes, std::string_view code, const place_t& place) {
-    return repeats(passes, inclusion_at_work(passes)) &&
-           std::ranges::any_of(passes.result.analysis.diagnostics.list, [&](const diagnostic_t& said) {
-               return said.code == code && said.place == place;
-           });
+    const bool is_new = passes.said.emplace(code, place.file, place.line, place.first).second;
+    return !is_new && repeats(passes, inclusion_at_work(passes));
 }
 
 // Whether the fault lies in what was meant as a comment. Then it is said so, and nothing else about the line.
@@ -105,6 +106,9 @@ bool in_foreign_comment(passes_t& passes, std::string_view code, const place_t& 
     passes.muted = true;
     statement.broken = true;
     diagnostic_t diagnostic{.place = place_of(statement, *comment), .code = code::FOREIGN_COMMENT};
+    if (has_been_said(passes, diagnostic.code, diagnostic.place)) {
+        return true;
+    }
     explain_comment(diagnostic, text_of(map, statement.file, *comment));
     add_diagnostic(passes.result.analysis.diagnostics, std::move(diagnostic));
     return true;
@@ -131,7 +135,7 @@ diagnostic_t* fault(passes_t& passes, std::string_view code, const place_t& plac
         add_diagnostic(diagnostics, {.place = place});
         return nullptr;
     }
-    if (has_been_said(passes, code, place) || in_foreign_comment(passes, code, place)) {
+    if (in_foreign_comment(passes, code, place) || has_been_said(passes, code, place)) {
         return nullptr;
     }
     if (text.size() > LONGEST_MESSAGE) {
@@ -241,6 +245,12 @@ bool next_statement(passes_t& passes) {
         }
         if (!passes.first_only && ++passes.lines > MOST_LINES) {
             stop_reading(passes, "the program has more than " + std::to_string(MOST_LINES) + " lines");
+            return false;
+        }
+        passes.bytes += line->text.size();
+        if (!passes.first_only && passes.bytes > MOST_BYTES) {
+            stop_reading(passes,
+                         "the lines of the program have more than " + std::to_string(MOST_BYTES) + " bytes");
             return false;
         }
         statement_t statement{

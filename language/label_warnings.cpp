@@ -33,13 +33,20 @@ bool is_instruction(const statement_t& statement) {
 
 void warn_of_operation(warnings_t& warnings, uint32_t index, std::string_view name) {
     const statement_t& statement = warnings.map->statements[index];
+    const operation_t& operation = *find_operation(small(name));
     const bool alone = statement.opcode.size == 0;
+    const bool exact = name == operation.name;
+    const std::string help =
+        exact ? "write blanks before it" : "write " + quoted(operation.name) + ", indented";
     diagnostic_t& diagnostic =
         warn(warnings, code::OPERATION_AS_LABEL, index, statement.label,
              quoted(name) + " stands in the first column: it is a label here, not an operation",
-             alone ? "write blanks before it" : "write blanks before it, or give the label another name");
-    if (alone) {
-        diagnostic.fix = {{{.file = statement.file, .line = statement.line}, "                "}};
+             alone ? help : help + ", or give the label another name");
+    // Others would then lack operands.
+    if (alone && operation.count == 0) {
+        place_t place = diagnostic.place;
+        place.last = exact ? 0 : place.last;
+        diagnostic.fix = {{place, "                " + std::string(exact ? "" : operation.name)}};
     }
 }
 
@@ -132,7 +139,8 @@ void warn_of_labels(warnings_t& warnings) {
             warn_of_operation(warnings, i, name);
         } else if (warnings.flow != nullptr && unused && statement.address != 0 && !inside &&
                    !warnings.flow->library && !is_included(*warnings.program, i) &&
-                   !is_unreached(warnings, statement) && !is_full(warnings, code::UNUSED_LABEL)) {
+                   !is_unreached(warnings, statement) &&
+                   !is_left_out(warnings, code::UNUSED_LABEL, i, statement.label)) {
             warn_of_unused(warnings, i, name);
         }
     }

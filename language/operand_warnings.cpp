@@ -159,7 +159,7 @@ void look_at(warnings_t& warnings, const instruction_t& instruction, size_t oper
     }
     if (value >= 0 && value < MEMORY_SIZE) {
         if (!is_placed(*warnings.map, context, value) && !is_jump_idiom(instruction) && !in_template &&
-            !is_full(warnings, code::BARE_NUMBER)) {
+            !is_left_out(warnings, code::BARE_NUMBER, place.statement, place.token)) {
             warn_of_number(warnings, context, instruction, role, value, place);
         }
         return;

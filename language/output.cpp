@@ -190,7 +190,7 @@ json diagnostic_to_json(const source_map_t& map, const diagnostic_t& diagnostic)
 } // namespace
 
 counts_t count_diagnostics(const diagnostics_t& diagnostics) {
-    return {.faults = diagnostics.faults, .warnings = diagnostics.count - diagnostics.faults};
+    return {diagnostics.faults, diagnostics.count - diagnostics.faults};
 }
 
 std::string to_text(const analysis_t& program, bool color) {

@@ -8,7 +8,8 @@
 
 #include "assembler/analyse.h"
 
-struct counts_t { // with those that have no room in the list
+// With those that have no room in the list.
+struct counts_t {
     size_t faults = 0;
     size_t warnings = 0;
 };

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 
+#include "base/arithmetic.h"
 #include "base/machine.h"
 
 namespace {
@@ -113,7 +114,7 @@ void mark_array_stores(program_t& program) {
         const int32_t base = instruction.operands[1];
         if (const std::optional<int32_t> index = constant_at(program, instruction.operands[2])) {
             if (*index >= 0 && *index < MEMORY_SIZE) {
-                words.push_back(base + *index);
+                words.push_back(wrap_add(base, *index));
             }
         } else {
             by_pointers = true;
@@ -252,7 +253,8 @@ uint32_t instruction_at(program_t& program, int32_t address) {
     std::vector<instruction_t> found;
     int32_t next = address;
     bool goes_on = true;
-    while (goes_on && is_written_by_words(program, next) && !program.no_code[static_cast<size_t>(next)]) {
+    while (goes_on && is_written_by_words(program, next) &&
+           program.at[static_cast<size_t>(next)] == NOTHING && !program.no_code[static_cast<size_t>(next)]) {
         found.push_back(decode(program, next, operation_of(word_at(program, next).value)));
         found.back().made_of_data = true;
         goes_on =

@@ -11,8 +11,8 @@ namespace {
 constexpr std::string_view ALLOW = "tovik: allow ";
 
 // Whether a comment at the end of the line allows it.
-bool is_allowed(const source_map_t& map, const found_t& found) {
-    const statement_t& statement = map.statements[found.statement];
+bool is_allowed(const source_map_t& map, std::string_view code, uint32_t index) {
+    const statement_t& statement = map.statements[index];
     const std::string_view line = line_text(map, statement.file, statement.line_begin);
     const size_t comment = line.find("//");
     const size_t allow = comment == std::string_view::npos ? comment : line.find(ALLOW, comment);
@@ -23,7 +23,7 @@ bool is_allowed(const source_map_t& map, const found_t& found) {
     while (!codes.empty()) {
         const size_t begin = std::min(codes.find_first_not_of(", \t\r"), codes.size());
         const size_t end = std::min(codes.find_first_of(", \t\r", begin), codes.size());
-        if (codes.substr(begin, end - begin) == found.diagnostic.code) {
+        if (codes.substr(begin, end - begin) == code) {
             return true;
         }
         codes.remove_prefix(end);
@@ -36,15 +36,13 @@ bool comes_before(const found_t& left, const found_t& right) {
            std::pair(right.statement, right.diagnostic.place.first);
 }
 
-// Two ways to look at ports may find the same.
-bool is_said(const warnings_t& warnings, size_t index) {
-    const diagnostic_t& diagnostic = warnings.found[index].diagnostic;
-    for (size_t i = index; i-- > 0 && warnings.found[i].diagnostic.place == diagnostic.place;) {
-        if (warnings.found[i].diagnostic.code == diagnostic.code) {
-            return true;
-        }
-    }
-    return false;
+// Whether it is new. Two ways to look at ports may find the same, and so does a file that is included twice.
+bool take_note(said_t& said, std::string_view code, const place_t& place) {
+    return said.emplace(code, place.file, place.line, place.first).second;
+}
+
+bool is_to_be_said(const warnings_t& warnings, std::string_view code, uint32_t statement) {
+    return (!warnings.is_wanted || warnings.is_wanted(code)) && !is_allowed(*warnings.map, code, statement);
 }
 
 std::string_view base_name(std::string_view path) { return path.substr(path.rfind('/') + 1); }
@@ -119,14 +117,15 @@ std::string word_name(const source_map_t& map, int32_t address, uint32_t from) {
                                           : "a part" + owner;
 }
 
-bool is_wanted(const warnings_t& warnings, std::string_view code) {
-    return !warnings.wanted || warnings.wanted(code);
-}
-
-bool is_full(warnings_t& warnings, std::string_view code) {
-    const bool full = warnings.found.size() - warnings.chapter >= MOST_DIAGNOSTICS;
-    warnings.more += full && is_wanted(warnings, code) ? 1 : 0;
-    return full;
+bool is_left_out(warnings_t& warnings, std::string_view code, uint32_t statement, span_t token) {
+    if (!is_to_be_said(warnings, code, statement)) {
+        return true;
+    }
+    if (warnings.in_order.size() >= MOST_DIAGNOSTICS) {
+        ++warnings.more;
+        return true;
+    }
+    return !take_note(warnings.in_order, code, place_of(warnings.map->statements[statement], token));
 }
 
 bool is_reached(const warnings_t& warnings, uint32_t instruction) {
@@ -139,7 +138,7 @@ bool is_template(const warnings_t& warnings, uint32_t instruction) {
     return (bits & (IS_READ | BASE)) != 0 && warnings.flow != nullptr && !is_reached(warnings, instruction);
 }
 
-void add_warnings(analysis_t& analysis, const wanted_t& wanted) {
+void add_warnings(analysis_t& analysis, const is_wanted_t& is_wanted) {
     const bool faultless = analysis.diagnostics.count == 0;
     if (analysis.map.words.size() != MEMORY_SIZE) {
         return;
@@ -151,7 +150,7 @@ void add_warnings(analysis_t& analysis, const wanted_t& wanted) {
                         .faults = &analysis.diagnostics,
                         .flow = nullptr,
                         .found = {},
-                        .wanted = wanted};
+                        .is_wanted = is_wanted};
     if (faultless) {
         flow = find_ways(program);
         warnings.flow = &flow;
@@ -159,17 +158,18 @@ void add_warnings(analysis_t& analysis, const wanted_t& wanted) {
         warn_of_subroutines(warnings);
         warn_of_ports(warnings);
     }
-    warnings.chapter = warnings.found.size();
     warn_of_labels(warnings);
-    warnings.chapter = warnings.found.size();
+    warnings.in_order.clear();
     warn_of_operands(warnings);
     std::ranges::stable_sort(warnings.found, comes_before);
-    for (size_t i = 0; i < warnings.found.size(); ++i) {
-        if (is_wanted(warnings, warnings.found[i].diagnostic.code) && !is_said(warnings, i) &&
-            !is_allowed(analysis.map, warnings.found[i])) {
-            add_diagnostic(analysis.diagnostics, warnings.found[i].diagnostic);
+    said_t said;
+    for (found_t& found : warnings.found) {
+        const std::string_view code = found.diagnostic.code;
+        if (is_to_be_said(warnings, code, found.statement) && take_note(said, code, found.diagnostic.place)) {
+            add_diagnostic(analysis.diagnostics, std::move(found.diagnostic));
         }
     }
+    // The list is full then: those that were let through are in it.
     for (; warnings.more > 0; --warnings.more) {
         add_diagnostic(analysis.diagnostics, {.severity = severity_e::WARNING});
     }

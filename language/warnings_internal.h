@@ -3,8 +3,10 @@
 // What the chapters of warnings share. Nobody else includes it.
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "assembler/analyse.h"
@@ -18,22 +20,24 @@ struct found_t {
     diagnostic_t diagnostic;
 };
 
+// Codes and places of which something has been said: file, line, column.
+using said_t = std::set<std::tuple<std::string_view, uint32_t, int32_t, uint32_t>>;
+
 struct warnings_t {
     const source_map_t* map = nullptr;
     program_t* program = nullptr;
     const diagnostics_t* faults = nullptr;
     const flow_t* flow = nullptr; // null when the program has faults: then it is not known
     std::vector<found_t> found;
-    size_t chapter = 0; // where those of the chapter at work begin
-    size_t more = 0;    // beyond those that can be shown
-    wanted_t wanted{};
+    is_wanted_t is_wanted{};
+    said_t in_order{}; // those of the chapter at work that `is_left_out` let through
+    size_t more = 0;   // beyond those that can be shown
 };
 
-bool is_wanted(const warnings_t& warnings, std::string_view code);
-
-// Whether the chapter has found more than can be shown, when it goes by the order of the lines. Then it
-// counts one more of the code, if that is wanted.
-bool is_full(warnings_t& warnings, std::string_view code);
+// For those that a chapter finds in the order of the lines, and of which there can be as many as lines:
+// whether one need not be made, because it is not to be said, or because the list can show no more, which
+// counts it.
+bool is_left_out(warnings_t& warnings, std::string_view code, uint32_t statement, span_t token);
 
 // Where an operand stands in the source.
 struct operand_place_t {

@@ -184,6 +184,17 @@ TEST(Analyse, HasLimits) {
     ASSERT_EQ(deep.diagnostics.list.size(), 1);
     EXPECT_EQ(deep.diagnostics.list.front().message, "the program has more than 16384 includes");
 
+    const analysis_t wide = analyse("1", [](const std::string& name) {
+        std::string text = " halt" + std::string(1 << 20, ' ') + "; nonsense\n";
+        for (int i = 0; name == "1" && i < 40; ++i) {
+            text += "#include 2\n";
+        }
+        return file_text_t{.text = text};
+    });
+    ASSERT_EQ(wide.diagnostics.list.size(), 3);
+    EXPECT_EQ(wide.diagnostics.list.front().message,
+              "the lines of the program have more than 33554432 bytes");
+
     const analysis_t longer = analyse_text(std::string(MOST_LINES, '\n') + "\tbe missing 0 0\n\tnonsense");
     ASSERT_EQ(longer.diagnostics.list.size(), 1);
     EXPECT_EQ(longer.diagnostics.list.front().message, "the program has more than 262144 lines");
