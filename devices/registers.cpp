@@ -6,7 +6,7 @@
 
 namespace {
 
-using enum access_e;
+using enum direction_e;
 using enum register_e;
 
 constexpr board_register_t LAMPS[] = {

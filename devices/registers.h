@@ -7,7 +7,7 @@
 #include <span>
 #include <string_view>
 
-enum class access_e : uint8_t { READ, WRITE }; // no register has both
+enum class direction_e : uint8_t { READ, WRITE }; // no register has both
 
 enum class register_e : uint8_t {
     PLAIN,     // stands for itself, without a handshake
@@ -20,7 +20,7 @@ enum class register_e : uint8_t {
 struct board_register_t {
     int32_t offset; // the address without its highest bit
     std::string_view name;
-    access_e access;
+    direction_e access;
     register_e kind;
     std::string_view bits; // those that count, "9-0"; "31-0" for all
     std::string_view meaning;

@@ -135,7 +135,7 @@ void add_ports(list_t& list) {
                 std::string("0x800000") + DIGITS[offset / 16 % 16] + DIGITS[offset % 16];
             const std::string name = std::string(device.name) + ": " + std::string(port.name);
             json& item = add_item(list, name, KIND_CONSTANT, address);
-            item["detail"] = address + (port.access == access_e::READ ? ", read" : ", written");
+            item["detail"] = address + (port.access == direction_e::READ ? ", read" : ", written");
             item["documentation"] = std::string(port.meaning) + ".";
             item["sortText"] = "2" + address;
             // Who types a number finds it as well.

@@ -106,7 +106,7 @@ paragraphs_t about_port(int32_t address) {
         return {"**" + name + "**: no register."};
     }
     paragraphs_t paragraphs{"**" + name + "**, " + std::string(port->name) + ", " +
-                            (port->access == access_e::READ ? "read" : "written") + ": " +
+                            (port->access == direction_e::READ ? "read" : "written") + ": " +
                             std::string(port->meaning) + ". Bits " + std::string(port->bits) + "."};
     if (!device->handshake.empty() && port->kind != register_e::PLAIN) {
         paragraphs.push_back(sentence(device->handshake));

@@ -170,7 +170,7 @@ void look_at(warnings_t& warnings, const instruction_t& instruction, size_t oper
         return;
     }
     const board_register_t* const found = find_register(offset);
-    const access_e access = role == role_e::WRITTEN ? access_e::WRITE : access_e::READ;
+    const direction_e access = role == role_e::WRITTEN ? direction_e::WRITE : direction_e::READ;
     if (found != nullptr && found->access != access) {
         warn_of_direction(warnings, role, *found, place);
     }

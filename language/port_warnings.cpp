@@ -57,7 +57,7 @@ std::optional<access_t> access_of(const program_t& program, uint32_t index, size
         return std::nullopt;
     }
     const bool write = role == role_e::WRITTEN;
-    if (write != (port->access == access_e::WRITE)) {
+    if (write != (port->access == direction_e::WRITE)) {
         return std::nullopt;
     }
     return access_t{index, static_cast<uint8_t>(operand), port, index_of(find_device(offset)), write};

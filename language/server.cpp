@@ -328,6 +328,7 @@ std::vector<std::string> answer_text(server_t& server, std::string_view message)
         parsed.is_discarded() ? messages_t{error_response(nullptr, error_code::PARSE, "this is not JSON")}
                               : answer(server, parsed);
     std::vector<std::string> texts;
+    texts.reserve(answers.size());
     for (const json& message_out : answers) {
         // Sources need not be UTF-8.
         texts.push_back(message_out.dump(-1, ' ', false, json::error_handler_t::replace));

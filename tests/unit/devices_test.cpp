@@ -121,7 +121,7 @@ TEST_F(Devices, TableOfRegistersIsThatOfTheBus) {
         const board_register_t* const found = find_register(offset);
         const bool silent = device != nullptr && device->registers.empty();
         for (const bool write : {false, true}) {
-            const access_e access = write ? access_e::WRITE : access_e::READ;
+            const direction_e access = write ? direction_e::WRITE : direction_e::READ;
             const std::string answer = refusal(write, offset);
             EXPECT_EQ(!answer.starts_with("illegal address"), device != nullptr);
             EXPECT_EQ(device != nullptr && !answer.starts_with("unsupported"),
@@ -132,7 +132,7 @@ TEST_F(Devices, TableOfRegistersIsThatOfTheBus) {
             continue;
         }
         const port_t& port = io_port(IO_BASE + offset);
-        const bool reads = found->access == access_e::READ;
+        const bool reads = found->access == direction_e::READ;
         EXPECT_EQ(port.polled.steady_until != nullptr, reads && found->kind != register_e::RESULT);
         EXPECT_EQ(port.write != nullptr || port.take != nullptr || port.parameter.field != nullptr, !reads);
         if (port.parameter.field != nullptr) {
