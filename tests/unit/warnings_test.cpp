@@ -2,7 +2,6 @@
 
 #include <filesystem>
 #include <map>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -134,14 +133,17 @@ TEST(Warnings, SayOfTheManualWhatItShows) {
         {"ten.k", "undefined-label bare-number"},
         {"colon.k", "undefined-label"},
         {"begin.k", "begins-with-data"}};
-    const std::regex block("```k24 (\\S+)\n([^`]*)```");
+    const std::string begin = "\n```k24 ";
     size_t count = 0;
     for (const auto& page : fs::directory_iterator(SOURCES / "docs")) {
         const std::string text = page.path().extension() == ".md" ? read_file(page.path()).text : "";
-        for (std::sregex_iterator i(text.begin(), text.end(), block); i != std::sregex_iterator(); ++i) {
-            const std::string name = (*i)[1];
+        for (size_t at = text.find(begin); at != std::string::npos; at = text.find(begin, at)) {
+            at += begin.size();
+            const size_t line = text.find('\n', at) + 1;
+            const std::string name = text.substr(at, line - 1 - at);
+            const std::string program = text.substr(line, text.find("```", line) - line);
             const auto found = mistakes.find(name);
-            EXPECT_EQ(codes_of(check((*i)[2])), found == mistakes.end() ? "" : found->second) << name;
+            EXPECT_EQ(codes_of(check(program)), found == mistakes.end() ? "" : found->second) << name;
             ++count;
         }
     }
