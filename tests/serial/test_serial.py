@@ -4,14 +4,12 @@ import itertools
 import json
 import os
 import pathlib
-import signal
 import socket
 import struct
 import subprocess
 import tempfile
 import termios
 import threading
-import time
 import unittest
 
 BIN = pathlib.Path(os.environ["TOVIK_BIN"])
@@ -91,9 +89,9 @@ class Serial(unittest.TestCase):
     # The relay does what no real one can be made to do: a stand-in for it.
 
     def relayed(self, *steps, source=NEXT_LETTER, options=()):
-        """Sends the bytes of a step, receives that many, calls it, or, for None, goes and is connected to again; how the
-        program ends, and what was received."""
-        self.host, self.process = next(ADDRESSES), None
+        """Sends the bytes of a step, receives that many, or, for None, goes and is connected to again; how the program
+        ends, and what was received."""
+        self.host = next(ADDRESSES)
         received = []
 
         def serve(listener):
@@ -104,16 +102,13 @@ class Serial(unittest.TestCase):
                         following, _ = listener.accept()
                         received.append(connection.recv(1))
                         connection = following
-                    elif callable(step):
-                        step()
                     elif isinstance(step, int):
                         received.append(connection.recv(step, socket.MSG_WAITALL))
                     else:
                         connection.sendall(step)
         relay = threading.Thread(target=serve, args=(socket.create_server((self.host, 10000)),))
         relay.start()
-        self.process = self.start(source, "--serial", "abc", *options)
-        ended = self.end(self.process)
+        ended = self.end(self.start(source, "--serial", "abc", *options))
         relay.join()
         return *ended, received
 
@@ -132,15 +127,6 @@ class Serial(unittest.TestCase):
         self.assertIn(
             self.relayed(CHALLENGE, 12, bytes(4), 1, source=FLOOD, options=("--limit", "2000000000"))[:3],
             [(1, "error", FIRST + f"write: {why}\n") for why in ("Broken pipe", "Connection reset by peer")])
-
-    def test_relay_that_has_given_it_up(self):
-        def stop_for_a_while():
-            time.sleep(0.5)  # until it waits for the challenge
-            self.process.send_signal(signal.SIGSTOP)
-            time.sleep(5.2)
-            self.process.send_signal(signal.SIGCONT)
-        self.assertEqual((0, "halt", FIRST, [b"", struct.pack("<ii", -2136764821, 4) + b"abc\0", b"B"]), self.relayed(
-            stop_for_a_while, None, CHALLENGE, 12, bytes(4), b"A.", 1))
 
     def test_relay_that_refuses(self):
         def refused(reason):
