@@ -383,6 +383,17 @@ constexpr code_info_t CODES[] = {
 
 } // namespace
 
+const char* name_of(severity_e severity) {
+    switch (severity) {
+    case ERROR:
+        return "error";
+    case WARNING:
+        return "warning";
+    default:
+        return "note";
+    }
+}
+
 std::span<const code_info_t> all_codes() { return CODES; }
 
 const code_info_t* find_code(std::string_view code) {

@@ -54,6 +54,9 @@ struct code_info_t {
 // The faults of the assembler, then the warnings.
 std::span<const code_info_t> all_codes();
 
+// "error", "warning" or "note".
+const char* name_of(severity_e severity);
+
 // The row of a code; nullptr when there is none.
 const code_info_t* find_code(std::string_view code);
 

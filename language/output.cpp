@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "language/characters.h"
+#include "language/codes.h"
 #include "language/line_index.h"
 
 namespace {
@@ -19,19 +20,15 @@ constexpr size_t BEFORE_TOKEN = 40;  // of one that is not
 constexpr size_t MOST_RELATED = 4;
 constexpr size_t NUMBER_WIDTH = 5;
 
-struct severity_style_t {
-    const char* name;
-    const char* color; // as a terminal is told
-};
-
-severity_style_t style_of(severity_e severity) {
+// As a terminal is told.
+const char* color_of(severity_e severity) {
     switch (severity) {
     case severity_e::ERROR:
-        return {"error", "\033[1;31m"};
+        return "\033[1;31m";
     case severity_e::WARNING:
-        return {"warning", "\033[1;35m"};
+        return "\033[1;35m";
     default:
-        return {"note", "\033[1;36m"};
+        return "\033[1;36m";
     }
 }
 
@@ -119,11 +116,11 @@ void write_line(text_writer_t& writer, const place_t& place, const char* color) 
 }
 
 void write_diagnostic(text_writer_t& writer, const diagnostic_t& diagnostic) {
-    const severity_style_t style = style_of(diagnostic.severity);
+    const char* const color = color_of(diagnostic.severity);
     write_place(writer, diagnostic.place);
-    paint(writer, style.color, std::string(style.name) + ":");
+    paint(writer, color, std::string(name_of(diagnostic.severity)) + ":");
     writer.text += " " + readable(diagnostic.message) + " [" + std::string(diagnostic.code) + "]\n";
-    write_line(writer, diagnostic.place, style.color);
+    write_line(writer, diagnostic.place, color);
     if (!diagnostic.help.empty()) {
         writer.text.append(NUMBER_WIDTH, ' ').append(" = help: ").append(readable(diagnostic.help)) += '\n';
     }
@@ -135,9 +132,9 @@ void write_diagnostic(text_writer_t& writer, const diagnostic_t& diagnostic) {
         }
         const related_t& related = diagnostic.related[i];
         write_place(writer, related.place);
-        paint(writer, style_of(severity_e::NOTE).color, "note:");
+        paint(writer, color_of(severity_e::NOTE), "note:");
         writer.text += " " + readable(related.message) + "\n";
-        write_line(writer, related.place, style_of(severity_e::NOTE).color);
+        write_line(writer, related.place, color_of(severity_e::NOTE));
     }
 }
 
@@ -168,7 +165,7 @@ json place_to_json(const source_map_t& map, const place_t& place) {
 
 json diagnostic_to_json(const source_map_t& map, const diagnostic_t& diagnostic) {
     json result = place_to_json(map, diagnostic.place);
-    result.update({{"severity", style_of(diagnostic.severity).name},
+    result.update({{"severity", name_of(diagnostic.severity)},
                    {"code", diagnostic.code},
                    {"message", readable(diagnostic.message)},
                    {"help", readable(diagnostic.help)}});

@@ -15,17 +15,6 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
-const char* level_of(severity_e severity) {
-    switch (severity) {
-    case severity_e::ERROR:
-        return "error";
-    case severity_e::WARNING:
-        return "warning";
-    default:
-        return "note";
-    }
-}
-
 json text(std::string_view text) { return {{"text", readable(text)}}; }
 
 json rules() {
@@ -35,7 +24,7 @@ json rules() {
                          {"shortDescription", text(info.title)},
                          {"fullDescription", text(info.why)},
                          {"help", text(info.remedy)},
-                         {"defaultConfiguration", {{"level", level_of(info.severity)}}}});
+                         {"defaultConfiguration", {{"level", name_of(info.severity)}}}});
     }
     return rules;
 }
@@ -73,7 +62,7 @@ json fix(const source_map_t& map, line_index_t& lines, const diagnostic_t& diagn
 json result(const source_map_t& map, line_index_t& lines, const diagnostic_t& diagnostic) {
     const std::string help = diagnostic.help.empty() ? "" : ": " + diagnostic.help;
     json result{{"ruleId", diagnostic.code},
-                {"level", level_of(diagnostic.severity)},
+                {"level", name_of(diagnostic.severity)},
                 {"message", text(diagnostic.message + help)},
                 {"locations", {location(map, lines, diagnostic.place)}}};
     if (const code_info_t* const info = find_code(diagnostic.code)) {

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "base/machine.h"
+#include "language/text.h"
 #include "language/warnings_internal.h"
 
 namespace {
@@ -44,8 +45,6 @@ bool take_note(said_t& said, std::string_view code, const place_t& place) {
 bool is_to_be_said(const warnings_t& warnings, std::string_view code, uint32_t statement) {
     return (!warnings.is_wanted || warnings.is_wanted(code)) && !is_allowed(*warnings.map, code, statement);
 }
-
-std::string_view base_name(std::string_view path) { return path.substr(path.rfind('/') + 1); }
 
 std::string_view ordinal(uint8_t operand) {
     constexpr std::string_view ORDINALS[] = {"first", "second", "third"};

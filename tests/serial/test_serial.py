@@ -4,12 +4,14 @@ import itertools
 import json
 import os
 import pathlib
+import signal
 import socket
 import struct
 import subprocess
 import tempfile
 import termios
 import threading
+import time
 import unittest
 
 BIN = pathlib.Path(os.environ["TOVIK_BIN"])
@@ -89,9 +91,9 @@ class Serial(unittest.TestCase):
     # The relay does what no real one can be made to do: a stand-in for it.
 
     def relayed(self, *steps, source=NEXT_LETTER, options=()):
-        """Sends the bytes of a step, receives that many, or, for None, goes and is connected to again; how the program
-        ends, and what was received."""
-        self.host = next(ADDRESSES)
+        """Sends the bytes of a step, receives that many, calls it, or, for None, goes and is connected to again; how the
+        program ends, and what was received."""
+        self.host, self.process = next(ADDRESSES), None
         received = []
 
         def serve(listener):
@@ -102,13 +104,16 @@ class Serial(unittest.TestCase):
                         following, _ = listener.accept()
                         received.append(connection.recv(1))
                         connection = following
+                    elif callable(step):
+                        step()
                     elif isinstance(step, int):
                         received.append(connection.recv(step, socket.MSG_WAITALL))
                     else:
                         connection.sendall(step)
         relay = threading.Thread(target=serve, args=(socket.create_server((self.host, 10000)),))
         relay.start()
-        ended = self.end(self.start(source, "--serial", "abc", *options))
+        self.process = self.start(source, "--serial", "abc", *options)
+        ended = self.end(self.process)
         relay.join()
         return *ended, received
 
@@ -127,6 +132,17 @@ class Serial(unittest.TestCase):
         self.assertIn(
             self.relayed(CHALLENGE, 12, bytes(4), 1, source=FLOOD, options=("--limit", "2000000000"))[:3],
             [(1, "error", FIRST + f"write: {why}\n") for why in ("Broken pipe", "Connection reset by peer")])
+
+    def test_relay_that_has_given_it_up(self):
+        def stop_for_a_while():
+            time.sleep(0.5)  # until it waits for the challenge
+            self.process.send_signal(signal.SIGSTOP)
+            time.sleep(5.2)
+            self.process.send_signal(signal.SIGCONT)
+        # The last step waits for the program's end: what a relay that goes has sent may be lost.
+        answer = struct.pack("<ii", -2136764821, 4) + b"abc\0"
+        self.assertEqual((0, "halt", FIRST, [b"", answer, b"B", b""]), self.relayed(
+            stop_for_a_while, None, CHALLENGE, 12, bytes(4), b"A.", 1, 1))
 
     def test_relay_that_refuses(self):
         def refused(reason):
