@@ -1,5 +1,6 @@
 // Formatting in the columns of the examples: operations in column 17, operands in column 25. The tokens stay
-// what they are, and so does what stands between comment marks and the end of the line.
+// what they are, and so does what stands between comment marks and the end of the line. Lines that are not
+// understood stay whole: what they are meant to be is not known.
 
 #include "language/features.h"
 
@@ -7,7 +8,9 @@
 #include <limits>
 #include <utility>
 
+#include "assembler/operations.h"
 #include "base/text.h"
+#include "language/characters.h"
 #include "language/protocol.h"
 
 namespace {
@@ -21,7 +24,9 @@ constexpr size_t COMMENT_GAP = 2; // at least, before a comment that is moved
 constexpr size_t TAB_WIDTH = 8;
 
 void pad_to(std::string& line, size_t column) {
-    line.resize(std::max(column, line.size() + (line.empty() ? 0 : 1)), ' ');
+    const size_t width = count_characters(line);
+    const size_t least = line.empty() ? 0 : 1;
+    line.append(column > width + least ? column - width : least, ' ');
 }
 
 // A line's tokens in their columns.
@@ -47,11 +52,12 @@ std::string code_of(std::string_view text, const source_line_t& line) {
     return code;
 }
 
-// Where a byte of a line shows.
-size_t column_of(std::string_view line, size_t bytes) {
+// The width of a text that begins a line.
+size_t width_of(std::string_view text) {
     size_t column = 0;
-    for (const char c : line.substr(0, bytes)) {
-        column = c == '\t' ? (column / TAB_WIDTH + 1) * TAB_WIDTH : column + 1;
+    while (!text.empty()) {
+        column = text.front() == '\t' ? (column / TAB_WIDTH + 1) * TAB_WIDTH : column + 1;
+        text.remove_prefix(character_size(text));
     }
     return column;
 }
@@ -65,8 +71,25 @@ struct row_t {
     bool kept = false; // stays as it is
 };
 
-// White space that is none for the first column, and carriage returns: who wrote them will know why.
-bool is_odd(std::string_view line) { return line.find_first_of("\v\f\r") != std::string_view::npos; }
+// White space that is none for the first column, and carriage returns: who wrote them will know why. Bytes
+// that are not UTF-8 cannot be sent.
+bool is_odd(std::string_view line) {
+    for (; !line.empty(); line.remove_prefix(character_size(line))) {
+        const bool stray = static_cast<unsigned char>(line.front()) >= 0x80 && character_size(line) == 1;
+        if (stray || std::string_view("\v\f\r").find(line.front()) != std::string_view::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Not a line whose operation is unknown, or that has more than an instruction: a note without comment marks.
+bool is_understood(std::string_view text, const source_line_t& line) {
+    const statement_t& statement = line.statement;
+    return line.include ||
+           (statement.extra.size == 0 &&
+            (statement.opcode.size == 0 || find_operation(text_in(text, statement.opcode)) != nullptr));
+}
 
 row_t row_of(std::string_view text, const source_line_t& line) {
     std::string_view shown = line.text;
@@ -75,7 +98,7 @@ row_t row_of(std::string_view text, const source_line_t& line) {
     }
     row_t row{.bytes = {line.begin, line.begin + shown.size()}};
     const bool comment_only = line.blank && line.comment.begin < line.comment.end;
-    row.kept = is_odd(shown) || comment_only;
+    row.kept = is_odd(shown) || comment_only || !is_understood(text, line);
     if (row.kept) {
         return row;
     }
@@ -94,7 +117,7 @@ row_t row_of(std::string_view text, const source_line_t& line) {
     if (line.comment.begin < line.comment.end) {
         row.comment = text.substr(line.comment.begin, line.comment.end - line.comment.begin);
         row.comment.erase(row.comment.find_last_not_of(" \t") + 1);
-        row.column = column_of(shown, line.comment.begin - line.begin);
+        row.column = width_of(shown.substr(0, line.comment.begin - line.begin));
     }
     return row;
 }
@@ -104,7 +127,7 @@ size_t comment_column(const std::vector<row_t>& rows, size_t begin, size_t end) 
     size_t widest = 0;
     bool share = true;
     for (size_t i = begin; i < end; ++i) {
-        widest = std::max(widest, rows[i].code.size());
+        widest = std::max(widest, count_characters(rows[i].code));
         share = share && rows[i].column == rows[begin].column;
     }
     if (share && rows[begin].column > widest) {
@@ -122,7 +145,7 @@ void place_comments(std::vector<row_t>& rows) {
         if (begin < end) {
             const size_t column = comment_column(rows, begin, end);
             for (size_t i = begin; i < end; ++i) {
-                rows[i].code.resize(column, ' ');
+                rows[i].code.append(column - count_characters(rows[i].code), ' ');
                 rows[i].code += rows[i].comment;
             }
         }
@@ -138,7 +161,10 @@ json edits_between(server_t& server, const view_t& view, bytes_t lines) {
     json edits = json::array();
     for (const row_t& row : rows) {
         const bool same = text.substr(row.bytes.begin, row.bytes.end - row.bytes.begin) == row.code;
-        if (!row.kept && !same && row.bytes.begin <= lines.end && row.bytes.end >= lines.begin) {
+        // Whole lines are selected up to the beginning of the next one.
+        const bool selected =
+            row.bytes.end >= lines.begin && (row.bytes.begin < lines.end || row.bytes.begin <= lines.begin);
+        if (!row.kept && !same && selected) {
             edits.push_back(edit_of(server, view.text, row.bytes, row.code));
         }
     }

@@ -172,6 +172,9 @@ class Formatting(unittest.TestCase):
                 ("a cp x y//1\nb\tcp x yyyy     //2\n",
                  "a               cp      x y     //1\nb               cp      x yyyy  //2\n"),
                 ("#include   x.k   more  of it //c", "#include x.k   more  of it   //c"),
+                ("; what is  not understood stays, to the last word\n", "; what is  not understood stays, to the last word\n"),
+                ("  add  a b c ; so many", "  add  a b c ; so many"),
+                ("\u00e9\u00e9 halt //\nee\thalt //", "\u00e9\u00e9              halt    //\nee              halt    //"),
                 ("a\vb\n\n   \n", "a\vb\n\n\n")]:
             self.assertEqual(formatted(before), after)
 
