@@ -222,12 +222,10 @@ definition_t definition_of(const program_t& program, std::string_view name) {
         return {};
     }
     definition_t found{.label = &map.labels[index], .line = &map.statements[map.labels[index].statement]};
-    for (size_t i = found.label->statement; i < map.statements.size(); ++i) {
-        if (map.statements[i].opcode.size != 0) {
-            // What a number in the first column moves away from the label is not its content.
-            found.content = map.statements[i].address == found.label->address ? &map.statements[i] : nullptr;
-            break;
-        }
+    const uint32_t content = program.contents[found.label->statement];
+    // What a number in the first column moves away from the label is not its content.
+    if (content != NOTHING && map.statements[content].address == found.label->address) {
+        found.content = &map.statements[content];
     }
     return found;
 }

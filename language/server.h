@@ -33,6 +33,8 @@ struct program_t {
     analysis_t analysis;
     std::vector<std::string> paths; // by the index of the file in the source map, like the texts
     std::vector<text_t> texts;
+    std::vector<uint32_t>
+        contents;      // by statement: the first one from there on that has an operation, or NOTHING
     bool part = false; // a piece of a program that the workspace does not have
 };
 

@@ -149,6 +149,16 @@ void keep_local_warnings(diagnostics_t& diagnostics) {
     });
 }
 
+std::vector<uint32_t> contents_of(const source_map_t& map) {
+    std::vector<uint32_t> contents(map.statements.size());
+    uint32_t content = NOTHING;
+    for (size_t i = contents.size(); i-- > 0;) {
+        content = map.statements[i].opcode.size != 0 ? static_cast<uint32_t>(i) : content;
+        contents[i] = content;
+    }
+    return contents;
+}
+
 } // namespace
 
 void open_document(server_t& server, const std::string& path, document_t document) {
@@ -241,6 +251,7 @@ program_t translate_program(const server_t& server, const std::string& main) {
         program.texts.push_back(document == server.documents.end() ? make_text(file.text)
                                                                    : document->second.text);
     }
+    program.contents = contents_of(program.analysis.map);
     program.part = program.paths.size() == 1 && looks_like_part(program.analysis.map);
     add_warnings(program.analysis);
     if (program.part) {
