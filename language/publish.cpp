@@ -125,10 +125,18 @@ json diagnostic_json(const server_t& server, const program_t& program, const dia
 
 std::vector<json> publish_changed(server_t& server) {
     const std::vector<std::string> translated = translate_changed(server);
-    const std::map<std::string, std::string> owners = owners_of(server);
+    std::map<std::string, std::string> owners = owners_of(server);
+    std::set<std::string> news(translated.begin(), translated.end());
+    // A program that has not changed speaks for a file anew when the one that did has been closed.
+    for (const auto& [path, owner] : owners) {
+        if (const auto before = server.owners.find(path);
+            before != server.owners.end() && before->second != owner) {
+            news.insert(owner);
+        }
+    }
     std::vector<json> messages;
     std::map<std::string, json> now;
-    for (const std::string& main : translated) {
+    for (const std::string& main : news) {
         for (auto& [path, list] : diagnostics_of(server, server.programs.at(main))) {
             const auto owner = owners.find(path);
             if (owner != owners.end() && owner->second == main) {
@@ -153,5 +161,6 @@ std::vector<json> publish_changed(server_t& server) {
             server.published[path] = std::move(list);
         }
     }
+    server.owners = std::move(owners);
     return messages;
 }

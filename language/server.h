@@ -63,6 +63,7 @@ struct server_t {
     std::map<std::string, program_t> programs{}; // those of the open documents, by their main files' paths
     std::map<std::string, program_t> visitors{}; // at most one, of a file that is not open
     std::map<std::string, json> published{};     // diagnostics that the client has and that are not none
+    std::map<std::string, std::string> owners{}; // by path: the main file of the program that they came from
     uint64_t opened = 0;
 };
 
