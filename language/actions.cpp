@@ -6,18 +6,35 @@
 #include <array>
 #include <map>
 #include <optional>
+#include <span>
 #include <utility>
 
 #include "assembler/numbers.h"
 #include "assembler/operations.h"
+#include "base/text.h"
 #include "language/protocol.h"
 
 namespace {
 
 std::string in_quotes(std::string_view text) { return "'" + std::string(text) + "'"; }
 
+// What an edit replaces.
+std::string_view old_text(const program_t& program, const edit_t& edit) {
+    const text_t& text = program.texts[edit.place.file];
+    const auto [begin, end] = bytes_of(text, edit.place);
+    return std::string_view(text.bytes).substr(begin, end - begin);
+}
+
+bool is_shown(std::string_view text) { return text.find_first_not_of(WHITE_SPACE) != std::string_view::npos; }
+
+// The help where the edits have no words in common, or where blanks are all that they are about.
 std::string title_of(const program_t& program, const diagnostic_t& diagnostic) {
-    if (diagnostic.fix.size() != 1) {
+    const edit_t& edit = diagnostic.fix.front();
+    const std::string_view old = old_text(program, edit);
+    const bool same = std::ranges::all_of(diagnostic.fix, [&](const edit_t& other) {
+        return other.text == edit.text && old_text(program, other) == old;
+    });
+    if (!same || (!is_shown(edit.text) && !is_shown(old))) {
         std::string help = diagnostic.help;
         help.front() = help.front() >= 'a' && help.front() <= 'z'
                            ? static_cast<char>(help.front() - 'a' + 'A')
@@ -25,14 +42,12 @@ std::string title_of(const program_t& program, const diagnostic_t& diagnostic) {
         std::erase(help, '`');
         return help;
     }
-    const edit_t& edit = diagnostic.fix.front();
-    const text_t& text = program.texts[edit.place.file];
-    const auto [begin, end] = bytes_of(text, edit.place);
-    const std::string_view old = std::string_view(text.bytes).substr(begin, end - begin);
+    const size_t places = diagnostic.fix.size();
+    const std::string times = places == 1 ? "" : ", in " + std::to_string(places) + " places";
     if (edit.text.empty()) {
-        return "Remove " + in_quotes(old);
+        return "Remove " + in_quotes(old) + times;
     }
-    return "Write " + in_quotes(edit.text) + (old.empty() ? "" : " instead of " + in_quotes(old));
+    return "Write " + in_quotes(edit.text) + (old.empty() ? "" : " instead of " + in_quotes(old)) + times;
 }
 
 json changes_of(const server_t& server, const program_t& program, const std::vector<edit_t>& edits) {
@@ -46,7 +61,7 @@ json changes_of(const server_t& server, const program_t& program, const std::vec
     return {{"changes", changes}};
 }
 
-// The value that a name such as "ten", "minus_one" or "c100" promises.
+// The value that a name such as "ten", "minus_one" or "c100" promises; "x2" promises none.
 int32_t value_in(std::string_view name) {
     constexpr std::array<std::string_view, 21> NUMBERS = {
         "zero",     "one",     "two",     "three",     "four",     "five",     "six",
@@ -60,31 +75,73 @@ int32_t value_in(std::string_view name) {
     if (word != NUMBERS.end()) {
         return static_cast<int32_t>(word - NUMBERS.begin());
     }
+    constexpr std::array<std::string_view, 6> PREFIXES = {"", "c", "n", "const", "num", "number"};
     const size_t digits = name.find_last_not_of("0123456789") + 1;
-    return read_number(name.substr(digits)).value_or(0);
+    std::string_view prefix = name.substr(0, digits);
+    prefix.remove_suffix(prefix.ends_with('_') ? 1 : 0);
+    return std::ranges::find(PREFIXES, prefix) == PREFIXES.end()
+               ? 0
+               : read_number(name.substr(digits)).value_or(0);
 }
 
-// Behind the last word of data of a file; behind its last line before includes when it has none. A line feed
-// before what is inserted is needed where the last line has none.
+// Whether the word of a label, and those behind it, are reached by an index or a pointer.
+bool is_array(const program_t& program, std::string_view name) {
+    const source_map_t& map = program.analysis.map;
+    const uint32_t index = find_label(map, name);
+    if (index == NOTHING) {
+        return false;
+    }
+    const auto uses = std::span(map.uses).subspan(map.labels[index].first_use, map.labels[index].use_count);
+    return std::ranges::any_of(uses, [&](const use_t& use) {
+        const operation_t* const operation = map.statements[use.statement].operation;
+        const role_e role = operation == nullptr || use.operand >= operation->count
+                                ? role_e::NONE
+                                : operation->operands[use.operand].role;
+        return role == role_e::BASE || role == role_e::VALUE;
+    });
+}
+
+// Where a word of data can be put into a file: behind its last one, but in front of an array there, which may
+// go on beyond the program; behind its last line before includes when it has none. A line feed before what is
+// inserted is needed where the last line has none.
 struct insertion_t {
     size_t offset = 0;
     std::string before{};
     std::string after{};
 };
 
-insertion_t insertion_for_data(std::string_view text) {
+insertion_t insertion_for_data(const program_t& program, std::string_view text) {
     const std::string ending = text.find("\r\n") == std::string_view::npos ? "\n" : "\r\n";
     std::optional<size_t> behind_code;
     std::optional<size_t> behind_data;
+    std::optional<size_t> comments; // those just above the line
+    std::string_view label;         // the last one, and where its line or the comments above begin
+    size_t label_begin = 0;
+    std::string_view data_label;
+    size_t data_begin = 0;
     for_each_line(text, [&](const source_line_t& line) {
-        const std::string_view operation = text_in(text, line.statement.opcode);
         const size_t next = line.begin + line.text.size() + 1;
-        if (operation == ".data") {
+        if (line.blank) {
+            const bool comment = line.comment.begin < line.comment.end;
+            comments = comment ? std::optional(comments.value_or(line.begin)) : std::nullopt;
+            return;
+        }
+        if (line.statement.label.size != 0) {
+            label = text_in(text, line.statement.label);
+            label_begin = comments.value_or(line.begin);
+        }
+        comments.reset();
+        if (text_in(text, line.statement.opcode) == ".data") {
             behind_data = next;
-        } else if (!line.blank && !line.include) {
+            data_label = label;
+            data_begin = label_begin;
+        } else if (!line.include) {
             behind_code = next;
         }
     });
+    if (behind_data && is_array(program, data_label)) {
+        return {.offset = data_begin, .after = ending};
+    }
     insertion_t insertion{.offset = behind_data.value_or(behind_code.value_or(0)), .after = ending};
     if (insertion.offset > text.size()) {
         insertion = {.offset = text.size(), .before = ending};
@@ -129,7 +186,8 @@ std::optional<constant_t> missing_constant(const program_t& program, const diagn
     const auto [begin, end] = bytes_of(text, diagnostic.place);
     if (diagnostic.code == code::UNDEFINED_LABEL) {
         const std::string name = text.bytes.substr(begin, end - begin);
-        return is_target(text.bytes, begin)
+        const bool character = name.starts_with('\'') || name.starts_with('"');
+        return character || is_target(text.bytes, begin)
                    ? std::nullopt
                    : std::optional(constant_t{name, std::to_string(value_in(name)), true});
     }
@@ -151,7 +209,7 @@ std::string line_of(const constant_t& constant) {
 json add_constant(const server_t& server, const program_t& program, const diagnostic_t& diagnostic,
                   const constant_t& constant) {
     const text_t& text = program.texts[diagnostic.place.file];
-    const insertion_t at = insertion_for_data(text.bytes);
+    const insertion_t at = insertion_for_data(program, text.bytes);
     json edits = json::array(
         {edit_of(server, text, {at.offset, at.offset}, at.before + line_of(constant) + at.after)});
     if (!constant.named) {
@@ -168,6 +226,16 @@ bool is_wanted(const json& params) {
                const auto name = kind.get<std::string>();
                return name.empty() || name == "quickfix";
            });
+}
+
+// Where a diagnostic can be mended: at its place, and wherever else an unknown name stands.
+bool concerns(const program_t& program, const diagnostic_t& diagnostic, const view_t& view, bytes_t range) {
+    const auto within = [&](const place_t& place) {
+        const bytes_t bytes = bytes_of(view.text, place);
+        return program.paths[place.file] == view.path && bytes.end >= range.begin && bytes.begin <= range.end;
+    };
+    return within(diagnostic.place) || (diagnostic.code == code::UNDEFINED_LABEL &&
+                                        std::ranges::any_of(diagnostic.related, within, &related_t::place));
 }
 
 } // namespace
@@ -190,8 +258,7 @@ json code_actions(server_t& server, const json& params) {
                            {"edit", std::move(edit)}});
     };
     for (const diagnostic_t& diagnostic : program.analysis.diagnostics.list) {
-        const bytes_t bytes = bytes_of(view.text, diagnostic.place);
-        if (program.paths[diagnostic.place.file] != view.path || bytes.end < begin || bytes.begin > end) {
+        if (!concerns(program, diagnostic, view, {begin, end})) {
             continue;
         }
         if (!diagnostic.fix.empty()) {
