@@ -20,9 +20,13 @@ constexpr int SEVERITY_HINT = 4;
 
 constexpr int TAG_UNNECESSARY = 1;
 
+// The program that includes the file may well define it.
+bool may_be_defined(const program_t& program, const diagnostic_t& diagnostic) {
+    return program.part && diagnostic.code == code::UNDEFINED_LABEL;
+}
+
 int severity_of(const program_t& program, const diagnostic_t& diagnostic) {
-    // The program that includes the file may well define it.
-    if (program.part && diagnostic.code == code::UNDEFINED_LABEL) {
+    if (may_be_defined(program, diagnostic)) {
         return SEVERITY_HINT;
     }
     switch (diagnostic.severity) {
@@ -36,8 +40,12 @@ int severity_of(const program_t& program, const diagnostic_t& diagnostic) {
     return SEVERITY_ERROR;
 }
 
-std::string sentence_of(const diagnostic_t& diagnostic) {
-    return diagnostic.help.empty() ? diagnostic.message : diagnostic.message + "; " + diagnostic.help;
+std::string sentence_of(const program_t& program, const diagnostic_t& diagnostic) {
+    std::string sentence = diagnostic.message;
+    if (may_be_defined(program, diagnostic)) {
+        sentence += ", unless a program that includes this file defines it";
+    }
+    return diagnostic.help.empty() ? sentence : sentence + "; " + diagnostic.help;
 }
 
 json related_json(const server_t& server, const program_t& program, const diagnostic_t& diagnostic) {
@@ -113,7 +121,7 @@ json diagnostic_json(const server_t& server, const program_t& program, const dia
                    {"severity", severity_of(program, diagnostic)},
                    {"code", diagnostic.code},
                    {"source", "tovik"},
-                   {"message", sentence_of(diagnostic)}};
+                   {"message", sentence_of(program, diagnostic)}};
     if (!diagnostic.related.empty()) {
         result["relatedInformation"] = related_json(server, program, diagnostic);
     }

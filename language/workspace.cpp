@@ -119,24 +119,68 @@ bool note_program(server_t& server, const program_t& program) {
     return news;
 }
 
+// Whether the way from a line comes to a ret that is its own, not one of what it calls.
+bool comes_back(const program_t& program, uint32_t first) {
+    const source_map_t& map = program.analysis.map;
+    std::vector<bool> met(map.statements.size());
+    std::vector<uint32_t> to_visit{first};
+    const auto go_to = [&](size_t index) {
+        if (index < met.size()) {
+            to_visit.push_back(program.contents[index]);
+        }
+    };
+    while (!to_visit.empty()) {
+        const uint32_t at = to_visit.back();
+        to_visit.pop_back();
+        if (at == NOTHING || met[at]) {
+            continue;
+        }
+        met[at] = true;
+        const operation_t* const operation = map.statements[at].operation;
+        if (operation == nullptr) {
+            go_to(at + 1); // it is being typed
+            continue;
+        }
+        if (is_data(*operation) || operation->opcode == K24_HALT) {
+            continue;
+        }
+        if (operation->opcode == K24_RET) {
+            return true;
+        }
+        const statement_t& statement = map.statements[at];
+        const auto token = [&](size_t i) {
+            return text_of(map, statement.file, statement.operands[i].token);
+        };
+        const bool jump = operation->opcode == K24_BE && token(1) == token(2);
+        if (!jump) {
+            go_to(at + 1);
+        }
+        const bool target = operation->operands[0].role == role_e::TARGET && operation->opcode != K24_CALL;
+        if (const uint32_t label = statement.operands[0].label; target && label != NOTHING) {
+            go_to(map.labels[label].statement);
+        }
+    }
+    return false;
+}
+
 // Subroutines and data that are made to be included: code that begins with a label and returns, and that does
 // not end the program.
-bool looks_like_part(const source_map_t& map) {
-    bool instructions = false;
-    bool returns = false;
+bool looks_like_part(const program_t& program) {
+    const source_map_t& map = program.analysis.map;
     bool label_before = false;
-    for (const statement_t& statement : map.statements) {
+    uint32_t first = NOTHING;
+    for (uint32_t i = 0; i < map.statements.size(); ++i) {
+        const statement_t& statement = map.statements[i];
         label_before |= statement.label.size != 0;
         if (statement.operation == nullptr || is_data(*statement.operation)) {
             continue;
         }
-        if (statement.operation->opcode == K24_HALT || (!instructions && !label_before)) {
+        if (statement.operation->opcode == K24_HALT || !label_before) {
             return false;
         }
-        instructions = true;
-        returns |= statement.operation->opcode == K24_RET;
+        first = std::min(first, i);
     }
-    return returns || !instructions;
+    return first == NOTHING || comes_back(program, first);
 }
 
 // Without the rest of the program only these can be told.
@@ -252,7 +296,7 @@ program_t translate_program(const server_t& server, const std::string& main) {
                                                                    : document->second.text);
     }
     program.contents = contents_of(program.analysis.map);
-    program.part = program.paths.size() == 1 && looks_like_part(program.analysis.map);
+    program.part = looks_like_part(program);
     add_warnings(program.analysis);
     if (program.part) {
         keep_local_warnings(program.analysis.diagnostics);
