@@ -3,6 +3,7 @@
 #include "language/features.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <set>
 #include <utility>
 
@@ -51,7 +52,7 @@ typing_t typing_at(const spot_t& spot) {
         if (begin > spot.offset) {
             break;
         }
-        typing.file |= token.kind == token_e::INCLUDE;
+        typing.file = token.kind == token_e::INCLUDE;
         typing.operand = token.kind == token_e::OPERATION ? 0 : token.operand + 1;
         if (token.kind == token_e::OPERATION) {
             typing.operation = text_in(text, token.span);
@@ -125,38 +126,49 @@ void add_labels(list_t& list, const program_t& program, role_e role) {
     }
 }
 
-// In hexadecimal, found by their names.
-void add_ports(list_t& list) {
+// In hexadecimal, found by their names. Those that the operand can read or write come first.
+void add_ports(list_t& list, role_e role) {
+    if (role == role_e::TARGET) {
+        return;
+    }
     for (const device_t& device : board_devices()) {
         for (const board_register_t& port : device.registers) {
             constexpr std::string_view DIGITS = "0123456789abcdef";
             const auto offset = static_cast<size_t>(port.offset);
             const std::string address =
                 std::string("0x800000") + DIGITS[offset / 16 % 16] + DIGITS[offset % 16];
-            const std::string name = std::string(device.name) + ": " + std::string(port.name);
+            const bool plain = port.kind == register_e::PLAIN; // a device of its own
+            const std::string name = (plain ? "" : std::string(device.name) + ": ") + std::string(port.name);
+            const bool fits = role == (port.access == direction_e::READ ? role_e::READ : role_e::WRITTEN) ||
+                              role == role_e::VALUE || role == role_e::BASE;
             json& item = add_item(list, name, KIND_CONSTANT, address);
             item["detail"] = address + (port.access == direction_e::READ ? ", read" : ", written");
             item["documentation"] = std::string(port.meaning) + ".";
-            item["sortText"] = "2" + address;
+            item["sortText"] = (fits ? "2" : "3") + address;
             // Who types a number finds it as well.
             item["filterText"] = list.typing.typed.starts_with("0x") ? address : name;
         }
     }
 }
 
+// The sources of the folder that the file is in and of the workspace, as the file would name them.
 void add_files(list_t& list) {
     const std::string& path = list.spot.view.path;
     const std::string folder = path.substr(0, path.rfind('/') + 1);
+    std::vector<std::string> folders = list.server.folders;
+    folders.push_back(folder);
     std::set<std::string> names;
-    for (const std::string& name : list.server.list(folder)) {
-        names.insert(path_of_name(name));
+    for (const std::string& one : folders) {
+        for (const std::string& name : list.server.list(one)) {
+            names.insert(path_of_name(name));
+        }
     }
-    for (const auto& [name, includes] : list.server.includes) {
+    for (const auto& [name, document] : list.server.documents) {
         names.insert(name);
     }
     for (const std::string& name : names) {
-        if (name != path && name.starts_with(folder) && list.items.size() < MOST_ITEMS) {
-            const std::string_view relative = std::string_view(name).substr(folder.size());
+        if (name != path && name.starts_with('/') && list.items.size() < MOST_ITEMS) {
+            const std::string relative = std::filesystem::path(name).lexically_relative(folder).string();
             add_item(list, relative, KIND_FILE, relative);
         }
     }
@@ -197,11 +209,11 @@ json completion(server_t& server, const json& params) {
         add_files(list);
     } else if (typing.label) {
         add_new_labels(list, program);
-    } else if (typing.operation.empty()) {
+    } else if (typing.operation.empty() && !spot.line.include) {
         add_operations(list);
     } else if (const role_e role = role_of(typing); role != role_e::NONE) {
         add_labels(list, program, role);
-        add_ports(list);
+        add_ports(list, role);
     }
     return {{"isIncomplete", !list.complete}, {"items", std::move(list.items)}};
 }
@@ -211,8 +223,8 @@ json signature_help(server_t& server, const json& params) {
     find_spot(server, params, spot);
     const typing_t typing = typing_at(spot);
     const operation_t* const operation = find_operation(typing.operation);
-    if (in_comment(spot) || operation == nullptr) {
-        return nullptr;
+    if (in_comment(spot) || operation == nullptr || typing.operand > std::max(operation->count - 1, 0)) {
+        return nullptr; // behind the last operand no operand is next
     }
     json operands = json::array();
     for (size_t i = 0; i < operation->count; ++i) {

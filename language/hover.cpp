@@ -101,14 +101,17 @@ paragraphs_t about_port(int32_t address) {
         return {"No device has this address."};
     }
     const board_register_t* const port = port_at(address);
-    const std::string name(device->name);
     if (port == nullptr) {
-        return {"**" + name + "**: no register."};
+        return {"No device has this address: a read gives 0, a write does nothing."};
     }
-    paragraphs_t paragraphs{"**" + name + "**, " + std::string(port->name) + ", " +
-                            (port->access == direction_e::READ ? "read" : "written") + ": " +
-                            std::string(port->meaning) + ". Bits " + std::string(port->bits) + "."};
-    if (!device->handshake.empty() && port->kind != register_e::PLAIN) {
+    const bool plain = port->kind == register_e::PLAIN; // a device of its own
+    const std::string name = plain ? "**" + std::string(port->name) + "**"
+                                   : "**" + std::string(device->name) + "**, " + std::string(port->name);
+    const bool one_bit = port->bits.find('-') == std::string_view::npos;
+    paragraphs_t paragraphs{name + ", " + (port->access == direction_e::READ ? "read" : "written") + ": " +
+                            std::string(port->meaning) + (one_bit ? ". Bit " : ". Bits ") +
+                            std::string(port->bits) + "."};
+    if (!plain) {
         paragraphs.push_back(sentence(device->handshake));
     }
     return paragraphs;
@@ -122,7 +125,7 @@ std::string place_text(const program_t& program, const statement_t& statement) {
 paragraphs_t about_label(const program_t& program, std::string_view name) {
     const definition_t found = definition_of(program, name);
     if (found.label == nullptr) {
-        return {};
+        return {"`" + std::string(name) + "`: no line begins with this label."};
     }
     const int32_t address = found.label->address;
     paragraphs_t paragraphs{"`" + std::string(name) + "`: address `" + std::to_string(address) + "` = `" +
@@ -132,14 +135,16 @@ paragraphs_t about_label(const program_t& program, std::string_view name) {
         const auto word = static_cast<size_t>(address);
         const bool data = is_data(*found.content->operation);
         if (data && address >= 0 && word < map.words.size() && map.words[word].kind == word_e::DATA) {
-            paragraphs.push_back("Begins as " + in_all_forms(map.words[word].value));
+            paragraphs.push_back("Holds " + in_all_forms(map.words[word].value) + " when the program starts");
         } else if (!data) {
             paragraphs.push_back("An instruction, `" + std::string(found.content->operation->name) + "`");
         }
     }
     const uint32_t uses = found.label->use_count;
-    paragraphs.push_back("Defined in " + place_text(program, *found.line) + ", used " +
-                         (uses == 1 ? "once" : std::to_string(uses) + " times"));
+    const std::string used = uses == 0   ? "not used"
+                             : uses == 1 ? "used once"
+                                         : "used " + std::to_string(uses) + " times";
+    paragraphs.push_back("Defined in " + place_text(program, *found.line) + ", " + used);
     return paragraphs;
 }
 
@@ -150,6 +155,9 @@ paragraphs_t about_number(const program_t& program, const spot_t& spot, std::str
         return {};
     }
     paragraphs_t paragraphs{in_all_forms(*value)};
+    if (spot.token.kind == token_e::ORIGIN) {
+        paragraphs.push_back("In the first column: the address of the next word.");
+    }
     const operation_t* const operation =
         find_operation(text_in(spot.view.text.bytes, spot.line.statement.opcode));
     const auto index = static_cast<size_t>(spot.token.operand);

@@ -25,7 +25,18 @@ ten     .data   10
 #include lib/my%20vga.k
 `,
     'other.k': '        cp      fill_ret fill_ret\n        halt\n#include lib/../lib/my%20vga.k\n',
-    'lib/my%20vga.k': 'fill    cp      0x80000067 vga_color // tovik: allow command-not-set\n        ret     fill_ret\nfill_ret .data  0\nvga_color .data 0\n',
+    'lib/my%20vga.k': 'fill    cp      0x80000067 vga_color // tovik: allow command-not-set\n        cp      vga_z zero\n        ret     fill_ret\nfill_ret .data  0\nvga_color .data 0\nvga_z .data 0\n',
+    // Its own subroutine makes no part of a program of it. The table may go on beyond its end.
+    'deep/forever.k': `start   call    sub back
+        be      start typo typo
+sub     cpta    back table three
+        ret     back
+back    .data   0
+// from here on
+table   .data   0
+#include ../three.k
+`,
+    'three.k': 'three   .data   3\n',
     'alone.k': 'share   cp      shared one\n        ret     sub_ret\nsub_ret .data   0\n',
 };
 const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'lsp '));
@@ -80,8 +91,9 @@ const settle = () => connection.sendRequest('textDocument/foldingRange', here('m
 
 const hovers = [
     [['main.k', 'add'], /`add a b c`\n\nPuts b \+ c into a\.\n\n- `a`: .*written\n- `b`: .*read/],
-    [['main.k', 'one', 2], /`one`: address `\d+` = `0x.*\n\nBegins as `1` = `0x1`\n\nDefined in line 11 of main\.k, used 2 times/],
+    [['main.k', 'one', 2], /`one`: address `\d+` = `0x.*\n\nHolds `1` = `0x1` when .*\n\nDefined in line 11 of main\.k, used 2 times/],
     [['lib/my%20vga.k', '0x80000067', 1, 10], /screen.*color to write, written: red.*\. Bits 14-0\.\n\nWrite the parameters.*\./],
+    [['main.k', '0x80000001'], /\n\n\*\*red LEDs\*\*, written: .*\. Bits 17-0\.$/],
     [['main.k', '65'], /`65` = `0x41` = `'A'`/],
     [['main.k', 'fill'], /Defined in line 1 of my%20vga\.k/],
     [['main.k', 'lib/'], /lib\/my%20vga\.k/],
@@ -92,6 +104,7 @@ const completions = [
     [['main.k', 'sum', 2, 2], 'vga_color', { textEdit: { newText: 'vga_color' } }],
     [['main.k', 'one', 2], 'LCD: character', { textEdit: { newText: '0x80000014' } }],
     [['main.k', 'lib/', 1, 3], 'lib/my%20vga.k', { kind: 17 }],
+    [['deep/forever.k', '../', 1, 2], '../three.k', { kind: 17 }],
 ];
 
 async function walk() {
@@ -111,11 +124,13 @@ async function walk() {
     // A file's program is the one that includes it; without one, what it does not define is a hint.
     await open('lib/my%20vga.k');
     await open('alone.k');
+    await open('deep/forever.k');
     await open('main.k');
     await settle();
     assert.equal(registered[0].method, 'workspace/didChangeWatchedFiles');
     assert.equal(codes('main.k') + codes('lib/my%20vga.k'), '');
     assert.match(codes('alone.k'), /^undefined-label 4,undefined-label 4$/);
+    assert.equal(codes('deep/forever.k'), 'undefined-label 1');
 
     for (const [place, expected] of hovers) {
         const { contents } = await connection.sendRequest(rpc.HoverRequest.type, here(...place));
@@ -131,6 +146,7 @@ async function walk() {
     }
     const signature = await connection.sendRequest(rpc.SignatureHelpRequest.type, here('main.k', 'zero', 1));
     assert.deepEqual([signature.signatures[0].label, signature.activeParameter], ['be a b c', 1]);
+    assert.equal(await connection.sendRequest(rpc.SignatureHelpRequest.type, here('main.k', '// \u{1f600} behind')), null);
 
     // Of two programs that have a file the one that was opened last counts.
     const uses = async () => (await connection.sendRequest(rpc.HoverRequest.type, here('lib/my%20vga.k', 'fill_ret')))
@@ -138,11 +154,14 @@ async function walk() {
     assert.equal(await uses(), '2 times');
     await open('other.k');
     assert.equal(await uses(), '3 times');
+    assert.equal(codes('lib/my%20vga.k'), 'undefined-label 1');
     await connection.sendNotification(rpc.DidCloseTextDocumentNotification.type, { textDocument: { uri: uriOf('other.k') } });
+    await settle();
+    assert.equal(codes('lib/my%20vga.k'), '');
 
     // Behind what takes two units of UTF-16, and over the include.
     const definition = await connection.sendRequest(rpc.DefinitionRequest.type, here('main.k', 'vga_color'));
-    assert.deepEqual([nameOf(definition.uri), definition.range.start.line], ['lib/my%20vga.k', 3]);
+    assert.deepEqual([nameOf(definition.uri), definition.range.start.line], ['lib/my%20vga.k', 4]);
     const references = await connection.sendRequest(rpc.ReferencesRequest.type,
         { ...here('main.k', 'vga_color'), context: { includeDeclaration: true } });
     assert.deepEqual(references.map(({ uri }) => nameOf(uri)), ['main.k', 'lib/my%20vga.k', 'lib/my%20vga.k']);
@@ -183,6 +202,13 @@ async function walk() {
         [13, '', 'eleven          .data   11\n'], [13, '', 'seven           .data   7\n'], [2, '7', 'seven']]) {
         assert(made.some((one) => JSON.stringify(one) === JSON.stringify(expected)), JSON.stringify(made));
     }
+
+    // Also where the name stands again, and never behind an array that may go on.
+    const second = at('deep/forever.k', 'typo', 2, 1);
+    const [add] = await connection.sendRequest(rpc.CodeActionRequest.type, {
+        ...here('deep/forever.k', 'start'), context: { diagnostics: [] }, range: { start: second, end: second },
+    });
+    assert.deepEqual(words(add.edit.changes[uriOf('deep/forever.k')], 'deep/forever.k'), [[5, '', 'typo            .data   0\n']]);
 
     // A library's change, and its return to what the disk has, show in the programs above it.
     await change('lib/my%20vga.k', 'vga_color', 'colour');
