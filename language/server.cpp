@@ -177,6 +177,7 @@ messages_t did_close(server_t& server, const json& params) {
 // Other files of the programs may have been written with it, and not every client tells.
 messages_t did_save(server_t& server, const json& /*params*/) {
     server.programs.clear();
+    server.visitors.clear();
     return publish_changed(server);
 }
 

@@ -45,7 +45,9 @@ std::multimap<std::string_view, std::string_view> includers_of(const server_t& s
     std::multimap<std::string_view, std::string_view> includers;
     for (const auto& [path, included] : server.includes) {
         for (const std::string& other : included) {
-            includers.emplace(other, path);
+            if (other != path) {
+                includers.emplace(other, path);
+            }
         }
     }
     return includers;
@@ -107,11 +109,13 @@ bool note_includes(server_t& server, const std::string& path, std::vector<std::s
     return true;
 }
 
-// Files that a program includes but no folder has.
+// Files that no folder has, and those that have changed or gone without a word.
 bool note_program(server_t& server, const program_t& program) {
     bool news = false;
+    std::set<std::string_view> met;
     for (size_t i = 0; i < program.paths.size(); ++i) {
-        if (!server.includes.contains(program.paths[i])) {
+        // An include of a file within itself has another name and no text.
+        if (met.insert(program.paths[i]).second) {
             news |= note_includes(server, program.paths[i],
                                   includes_in(program.paths[i], program.analysis.map.files[i].text));
         }
@@ -263,6 +267,8 @@ std::vector<std::string> translate_changed(server_t& server) {
             assign_mains(server);
         }
     }
+    // A main file that was gone is none.
+    std::erase_if(translated, [&](const std::string& main) { return !server.programs.contains(main); });
     return translated;
 }
 

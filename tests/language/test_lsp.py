@@ -102,6 +102,27 @@ class Stream(unittest.TestCase):
         answers, status = talk(HOVER + opened("x") + message("exit"))
         self.assertEqual((said(answers), len(answers), status), ([(1, EARLY)], 1, 1))
 
+    def test_a_program_that_is_gone_lets_its_files_go(self):
+        with tempfile.TemporaryDirectory() as folder:
+            main, part = (pathlib.Path(folder, name) for name in ["main.k", "part.k"])
+            main.write_text("  halt\nx .data 42\n#include part.k\n")
+            self.assertEqual(self.hover_in(part, main), "x: address 4 = 0x4\n\nHolds 42 = 0x2a = '*' when the program starts"
+                             "\n\nDefined in line 2 of main.k, used once")
+            self.assertEqual(self.hover_in(part, main, delete=True), "x: no line begins with this label.")
+
+    def hover_in(self, part, main, delete=False):
+        """What is said of x in a part of a program, whose main file may go when it has been found."""
+        place = {"textDocument": {"uri": part.as_uri(), "version": 1, "text": "y .data x\n#include ./part.k\n"}, "position": {"line": 0, "character": 8}}
+        with subprocess.Popen([BIN / "tovik-lsp"], stdin=subprocess.PIPE, stdout=subprocess.PIPE) as server:
+            server.stdin.write(message("initialize", {"capabilities": {}, "rootUri": part.parent.as_uri()}, 0))
+            server.stdin.flush()
+            server.stdout.read1()
+            if delete:
+                main.unlink()
+            output, _ = server.communicate(message("textDocument/didOpen", place) +
+                                           message("textDocument/hover", place, 1) + END, timeout=100)
+        return json.loads(re.search(rb'\{"id":1.*?(?=Content-Length)', output, re.S)[0])["result"]["contents"]["value"]
+
     def test_noise(self):
         noise = random.Random(SEED)
         print(f"TOVIK_SEED={SEED}")
