@@ -26,8 +26,10 @@ std::string in_all_forms(int32_t value) {
         int32_t code;
         std::string_view name;
     };
+    // Those that cannot be shown in backquotes.
     constexpr control_t CONTROLS[] = {{8, "backspace"},        {9, "tab"},     {10, "line feed"},
-                                      {13, "carriage return"}, {27, "escape"}, {32, "space"}};
+                                      {13, "carriage return"}, {27, "escape"}, {32, "space"},
+                                      {96, "backquote"}};
     std::string text = "`" + std::to_string(value) + "` = `" + hexadecimal(value) + "`";
     for (const control_t& control : CONTROLS) {
         if (control.code == value) {
@@ -204,7 +206,9 @@ json contents_of(const server_t& server, const paragraphs_t& paragraphs) {
     }
     if (!server.client.markdown) {
         std::erase(text, '`');
-        std::erase(text, '*');
+        for (size_t bold = text.find("**"); bold != std::string::npos; bold = text.find("**", bold)) {
+            text.erase(bold, 2);
+        }
     }
     return {{"kind", server.client.markdown ? "markdown" : "plaintext"}, {"value", text}};
 }
