@@ -17,11 +17,12 @@ json error_response(const json& id, int code, std::string_view text) {
 }
 
 // A member of nested objects, or null.
-json look_up(const json& object, std::initializer_list<const char*> names) {
+const json& look_up(const json& object, std::initializer_list<const char*> names) {
+    static const json nothing;
     const json* at = &object;
     for (const char* const name : names) {
         if (!at->is_object() || !at->contains(name)) {
-            return nullptr;
+            return nothing;
         }
         at = &at->at(name);
     }
@@ -47,7 +48,7 @@ encoding_e choose_encoding(const json& capabilities) {
 }
 
 client_t client_of(const json& capabilities) {
-    const json formats = look_up(capabilities, {"textDocument", "hover", "contentFormat"});
+    const json& formats = look_up(capabilities, {"textDocument", "hover", "contentFormat"});
     return {.encoding = choose_encoding(capabilities),
             .snippets =
                 says_yes(capabilities, {"textDocument", "completion", "completionItem", "snippetSupport"}),
@@ -86,11 +87,11 @@ void add_folder(server_t& server, const json& uri) {
 
 json initialize(server_t& server, const json& params) {
     server.client = client_of(look_up(params, {"capabilities"}));
-    const json folders = look_up(params, {"workspaceFolders"});
+    const json& folders = look_up(params, {"workspaceFolders"});
     for (const json& folder : folders) {
         add_folder(server, look_up(folder, {"uri"}));
     }
-    const json root = look_up(params, {"rootUri"});
+    const json& root = look_up(params, {"rootUri"});
     if (folders.empty()) {
         add_folder(server, root);
     }
@@ -124,10 +125,10 @@ messages_t initialized(server_t& server, const json& /*params*/) {
              {"params", {{"registrations", json::array({registration})}}}}};
 }
 
-// Some clients count nothing.
+// Some clients count nothing. The protocol's integers have 32 bits.
 int64_t version_in(const json& document, int64_t otherwise) {
-    const json version = look_up(document, {"version"});
-    return version.is_number_integer() ? version.get<int64_t>() : otherwise;
+    const json& version = look_up(document, {"version"});
+    return version.is_number_integer() ? static_cast<int32_t>(version.get<int64_t>()) : otherwise;
 }
 
 messages_t did_open(server_t& server, const json& params) {
@@ -302,8 +303,8 @@ messages_t take_notification(server_t& server, const std::string& method, const 
 } // namespace
 
 std::vector<json> answer(server_t& server, const json& message) {
-    const json method = look_up(message, {"method"});
-    const json id = look_up(message, {"id"});
+    const json& method = look_up(message, {"method"});
+    const json& id = look_up(message, {"id"});
     if (!method.is_string()) {
         // What answers one of the server's own requests.
         const bool response =
@@ -312,7 +313,7 @@ std::vector<json> answer(server_t& server, const json& message) {
                         : messages_t{error_response(id.is_number() || id.is_string() ? id : json(),
                                                     error_code::INVALID_REQUEST, "no method")};
     }
-    const json params = look_up(message, {"params"});
+    const json& params = look_up(message, {"params"});
     if (!message.contains("id")) {
         return take_notification(server, method, params);
     }
@@ -324,10 +325,18 @@ std::vector<json> answer(server_t& server, const json& message) {
 
 std::vector<std::string> answer_text(server_t& server, std::string_view message) {
     constexpr bool NO_EXCEPTIONS = false;
-    const json parsed = json::parse(message, nullptr, NO_EXCEPTIONS);
+    constexpr int DEEPEST = 100; // what copies a value does it by recursion
+    bool too_deep = false;
+    const auto keep = [&](int depth, json::parse_event_t /*event*/, json& /*value*/) {
+        too_deep |= depth > DEEPEST;
+        return !too_deep;
+    };
+    const json parsed = json::parse(message, keep, NO_EXCEPTIONS);
     const std::vector<json> answers =
-        parsed.is_discarded() ? messages_t{error_response(nullptr, error_code::PARSE, "this is not JSON")}
-                              : answer(server, parsed);
+        parsed.is_discarded() || too_deep
+            ? messages_t{error_response(nullptr, error_code::PARSE,
+                                        too_deep ? "this JSON is too deep" : "this is not JSON")}
+            : answer(server, parsed);
     std::vector<std::string> texts;
     texts.reserve(answers.size());
     for (const json& message_out : answers) {
