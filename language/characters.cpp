@@ -1,6 +1,8 @@
 #include "language/characters.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <cstring>
 
 namespace {
 
@@ -37,10 +39,27 @@ size_t character_size(std::string_view text) {
     return 1;
 }
 
+size_t ascii_size(std::string_view text) {
+    constexpr uint64_t HIGHEST_BITS = 0x8080808080808080;
+    size_t size = 0;
+    for (uint64_t eight = 0; text.size() - size >= sizeof eight; size += sizeof eight) {
+        std::memcpy(&eight, text.data() + size, sizeof eight);
+        if ((eight & HIGHEST_BITS) != 0) {
+            break;
+        }
+    }
+    while (size < text.size() && static_cast<uint8_t>(text[size]) < 0x80) {
+        ++size;
+    }
+    return size;
+}
+
 size_t count_characters(std::string_view text) {
     size_t count = 0;
-    for (; !text.empty(); ++count) {
-        text.remove_prefix(character_size(text));
+    while (!text.empty()) {
+        const size_t ascii = ascii_size(text);
+        count += std::max<size_t>(ascii, 1);
+        text.remove_prefix(ascii > 0 ? ascii : character_size(text));
     }
     return count;
 }

@@ -10,6 +10,9 @@
 // Bytes of the character in front of a text that is not empty.
 size_t character_size(std::string_view text);
 
+// Bytes in front of a text that are a character each, with none above 0x7f among them.
+size_t ascii_size(std::string_view text);
+
 size_t count_characters(std::string_view text);
 
 // For a screen: in UTF-8, with "?" for each control character, which could do things to a terminal.

@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "language/characters.h"
+
 std::string_view text_of_line(line_index_t& lines, uint32_t file, int32_t number) {
     const std::string& text = lines.map->files[file].text;
     std::vector<uint32_t>& begins = lines.begins[file];
@@ -20,4 +22,12 @@ std::string_view text_of_line(line_index_t& lines, uint32_t file, int32_t number
         line.remove_suffix(1);
     }
     return line;
+}
+
+size_t column_behind(line_index_t& lines, uint32_t file, int32_t number, uint32_t bytes) {
+    const auto [known, is_new] = lines.columns.try_emplace({file, number, bytes});
+    if (is_new) {
+        known->second = count_characters(text_of_line(lines, file, number).substr(0, bytes)) + 1;
+    }
+    return known->second;
 }

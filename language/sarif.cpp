@@ -34,10 +34,9 @@ json artifact(const source_map_t& map, const place_t& place) {
 }
 
 json region(line_index_t& lines, const place_t& place) {
-    const std::string_view line = text_of_line(lines, place.file, place.line);
     return {{"startLine", place.line},
-            {"startColumn", count_characters(line.substr(0, place.first - 1)) + 1},
-            {"endColumn", count_characters(line.substr(0, place.last)) + 1}};
+            {"startColumn", column_behind(lines, place.file, place.line, place.first - 1)},
+            {"endColumn", column_behind(lines, place.file, place.line, place.last)}};
 }
 
 json location(const source_map_t& map, line_index_t& lines, const place_t& place) {
