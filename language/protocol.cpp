@@ -15,16 +15,9 @@ uint32_t unsigned_number(const json& number) {
 
 // Offset of a line of the assembler's, from 1, which only a line feed ends.
 size_t line_begin(const text_t& text, int32_t line) {
-    if (!text.lone_returns) {
-        return static_cast<size_t>(line) <= text.begins.size() ? text.begins[static_cast<size_t>(line) - 1]
-                                                               : text.bytes.size();
-    }
-    size_t begin = 0;
-    for (; line > 1 && begin != std::string::npos; --line) {
-        begin = text.bytes.find('\n', begin);
-        begin += begin == std::string::npos ? 0 : 1;
-    }
-    return std::min(begin, text.bytes.size());
+    const std::vector<uint32_t>& begins = text.begins_by_feed.empty() ? text.begins : text.begins_by_feed;
+    return static_cast<size_t>(line) <= begins.size() ? begins[static_cast<size_t>(line) - 1]
+                                                      : text.bytes.size();
 }
 
 } // namespace
@@ -40,15 +33,27 @@ position_t position_in(const json& position) {
             .character = unsigned_number(position.at("character"))};
 }
 
-json to_json(position_t position) { return {{"line", position.line}, {"character", position.character}}; }
+// Thousands of places go into a message. Filled in like this they take half the time that lists of names and
+// values do.
+json to_json(position_t position) {
+    json result;
+    result["line"] = position.line;
+    result["character"] = position.character;
+    return result;
+}
 
 json range_of(const server_t& server, const text_t& text, bytes_t bytes) {
-    return {{"start", to_json(position_at(text, bytes.begin, server.client.encoding))},
-            {"end", to_json(position_at(text, bytes.end, server.client.encoding))}};
+    json range;
+    range["start"] = to_json(position_at(text, bytes.begin, server.client.encoding));
+    range["end"] = to_json(position_at(text, bytes.end, server.client.encoding));
+    return range;
 }
 
 json location_of(const server_t& server, const std::string& path, const text_t& text, bytes_t bytes) {
-    return {{"uri", uri_of(server, path)}, {"range", range_of(server, text, bytes)}};
+    json location;
+    location["uri"] = uri_of(server, path);
+    location["range"] = range_of(server, text, bytes);
+    return location;
 }
 
 std::string uri_of(const server_t& server, const std::string& path) {

@@ -50,10 +50,7 @@ std::string sentence_of(const program_t& program, const diagnostic_t& diagnostic
 
 json related_json(const server_t& server, const program_t& program, const diagnostic_t& diagnostic) {
     json list = json::array();
-    // Of a label that is used everywhere some places are enough.
-    constexpr size_t MOST_RELATED = 20;
-    for (size_t i = 0; i < std::min(diagnostic.related.size(), MOST_RELATED); ++i) {
-        const auto& [place, message] = diagnostic.related[i];
+    for (const auto& [place, message] : diagnostic.related) {
         const text_t& text = program.texts[place.file];
         list.push_back(
             {{"location", location_of(server, program.paths[place.file], text, bytes_of(text, place))},
@@ -104,24 +101,28 @@ std::map<std::string, json> diagnostics_of(const server_t& server, const program
     return lists;
 }
 
-json notification(const server_t& server, const std::string& path, const json& list) {
-    json params = {{"uri", uri_of(server, path)}, {"diagnostics", list}};
+json notification(const server_t& server, const std::string& path, json list) {
+    json message = {{"jsonrpc", "2.0"}, {"method", "textDocument/publishDiagnostics"}};
+    json& params = message["params"];
+    params["uri"] = uri_of(server, path);
+    params["diagnostics"] = std::move(list);
     const auto document = server.documents.find(path);
     if (document != server.documents.end()) {
         params["version"] = document->second.version;
     }
-    return {{"jsonrpc", "2.0"}, {"method", "textDocument/publishDiagnostics"}, {"params", params}};
+    return message;
 }
 
 } // namespace
 
 json diagnostic_json(const server_t& server, const program_t& program, const diagnostic_t& diagnostic) {
     const text_t& text = program.texts[diagnostic.place.file];
-    json result = {{"range", range_of(server, text, bytes_of(text, diagnostic.place))},
-                   {"severity", severity_of(program, diagnostic)},
-                   {"code", diagnostic.code},
-                   {"source", "tovik"},
-                   {"message", sentence_of(program, diagnostic)}};
+    json result;
+    result["range"] = range_of(server, text, bytes_of(text, diagnostic.place));
+    result["severity"] = severity_of(program, diagnostic);
+    result["code"] = diagnostic.code;
+    result["source"] = "tovik";
+    result["message"] = sentence_of(program, diagnostic);
     if (!diagnostic.related.empty()) {
         result["relatedInformation"] = related_json(server, program, diagnostic);
     }
@@ -158,15 +159,16 @@ std::vector<json> publish_changed(server_t& server) {
         }
     }
     for (auto& [path, list] : now) {
+        const bool open = server.documents.contains(path);
         const auto before = server.published.find(path);
         const bool same = before == server.published.end() ? list.empty() : before->second == list;
-        if (!same || server.documents.contains(path)) {
-            messages.push_back(notification(server, path, list));
-        }
         if (list.empty()) {
             server.published.erase(path);
         } else {
-            server.published[path] = std::move(list);
+            server.published[path] = open ? json() : list;
+        }
+        if (open || !same) {
+            messages.push_back(notification(server, path, std::move(list)));
         }
     }
     server.owners = std::move(owners);

@@ -140,17 +140,15 @@ messages_t did_open(server_t& server, const json& params) {
 }
 
 void apply_change(const server_t& server, text_t& text, const json& change) {
-    std::string new_text = change.at("text");
+    const auto& new_text = change.at("text").get_ref<const std::string&>();
     if (!change.contains("range")) {
-        text = make_text(std::move(new_text));
+        text = make_text(new_text);
         return;
     }
     const json& range = change["range"];
     const size_t begin = offset_at(text, position_in(range.at("start")), server.client.encoding);
     const size_t end = offset_at(text, position_in(range.at("end")), server.client.encoding);
-    std::string bytes = std::move(text.bytes);
-    bytes.replace(begin, std::max(begin, end) - begin, new_text);
-    text = make_text(std::move(bytes));
+    replace(text, begin, std::max(begin, end), new_text);
 }
 
 messages_t did_change(server_t& server, const json& params) {
@@ -270,7 +268,9 @@ json answer_request(server_t& server, const std::string& method, const json& par
         if (request == std::end(REQUESTS)) {
             throw request_error_t{error_code::METHOD_NOT_FOUND, "there is no method " + method};
         }
-        return {{"jsonrpc", "2.0"}, {"id", id}, {"result", request->handle(server, params)}};
+        json response = {{"jsonrpc", "2.0"}, {"id", id}};
+        response["result"] = request->handle(server, params);
+        return response;
     } catch (const request_error_t& error) {
         return error_response(id, error.code, error.message);
     } catch (const json::exception& error) {
@@ -320,7 +320,9 @@ std::vector<json> answer(server_t& server, const json& message) {
     if (!id.is_number() && !id.is_string()) {
         return {error_response(nullptr, error_code::INVALID_REQUEST, "an id is a number or a text")};
     }
-    return {answer_request(server, method, params, id)};
+    messages_t messages;
+    messages.push_back(answer_request(server, method, params, id));
+    return messages;
 }
 
 std::vector<std::string> answer_text(server_t& server, std::string_view message) {

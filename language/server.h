@@ -33,9 +33,8 @@ struct program_t {
     analysis_t analysis;
     std::vector<std::string> paths; // by the index of the file in the source map, like the texts
     std::vector<text_t> texts;
-    std::vector<uint32_t>
-        contents;      // by statement: the first one from there on that has an operation, or NOTHING
-    bool part = false; // a piece of a program that the workspace does not have
+    std::vector<uint32_t> contents; // of each statement the first from there on that makes words, or NOTHING
+    bool part = false;              // a piece of a program that the workspace does not have
 };
 
 enum class stage_e : uint8_t { STARTED, RUNNING, SHUT_DOWN };
@@ -62,7 +61,9 @@ struct server_t {
     std::map<std::string, std::vector<std::string>> includes{};
     std::map<std::string, program_t> programs{}; // those of the open documents, by their main files' paths
     std::map<std::string, program_t> visitors{}; // at most one, of a file that is not open
-    std::map<std::string, json> published{};     // diagnostics that the client has and that are not none
+    // Diagnostics that the client has and that are not none; null for those of open files, which it gets
+    // again at each change.
+    std::map<std::string, json> published{};
     std::map<std::string, std::string> owners{}; // by path: the main file of the program that they came from
     uint64_t opened = 0;
 };

@@ -28,6 +28,19 @@ std::string_view line_of(const text_t& text, size_t line) {
     return bytes;
 }
 
+// Where lines begin whose ends lie in a stretch of a text. Returns whether a lone carriage return is there.
+bool append_begins(std::string_view text, size_t from, size_t to, std::vector<uint32_t>& begins) {
+    bool lone_returns = false;
+    for (size_t i = from; i < to; ++i) {
+        const bool lone = text[i] == '\r' && !(i + 1 < text.size() && text[i + 1] == '\n');
+        if (lone || text[i] == '\n') {
+            begins.push_back(static_cast<uint32_t>(i + 1));
+        }
+        lone_returns |= lone;
+    }
+    return lone_returns;
+}
+
 int hexadecimal_digit(char c) {
     const size_t digit = std::string_view("0123456789abcdef0123456789ABCDEF").find(c);
     return digit == std::string_view::npos ? -1 : static_cast<int>(digit % 16);
@@ -37,15 +50,34 @@ int hexadecimal_digit(char c) {
 
 text_t make_text(std::string bytes) {
     text_t text{.bytes = std::move(bytes)};
-    const std::string& all = text.bytes;
-    for (size_t i = 0; i < all.size(); ++i) {
-        const bool lone = all[i] == '\r' && !(i + 1 < all.size() && all[i + 1] == '\n');
-        if (lone || all[i] == '\n') {
-            text.begins.push_back(static_cast<uint32_t>(i + 1));
+    if (append_begins(text.bytes, 0, text.bytes.size(), text.begins)) {
+        text.begins_by_feed.push_back(0);
+        for (const uint32_t begin : text.begins) {
+            if (begin != 0 && text.bytes[begin - 1] == '\n') {
+                text.begins_by_feed.push_back(begin);
+            }
         }
-        text.lone_returns |= lone;
     }
     return text;
+}
+
+// Of a long text it would take long to find all lines again for each of many changes. What can change are the
+// lines from the one before, whose carriage return may come to stand before a line feed, up to the end of the
+// new bytes.
+void replace(text_t& text, size_t begin, size_t end, std::string_view bytes) {
+    text.bytes.replace(begin, end - begin, bytes);
+    auto first = std::upper_bound(text.begins.begin(), text.begins.end(), begin) - 1;
+    first -= first == text.begins.begin() ? 0 : 1;
+    const auto behind = std::upper_bound(first, text.begins.end(), end);
+    std::vector<uint32_t> begins;
+    const bool lone_returns = append_begins(text.bytes, *first, begin + bytes.size(), begins);
+    if (lone_returns || !text.begins_by_feed.empty()) {
+        text = make_text(std::move(text.bytes));
+        return;
+    }
+    const auto shift = static_cast<uint32_t>(bytes.size()) - static_cast<uint32_t>(end - begin);
+    std::for_each(behind, text.begins.end(), [&](uint32_t& offset) { offset += shift; });
+    text.begins.insert(text.begins.erase(first + 1, behind), begins.begin(), begins.end());
 }
 
 size_t offset_at(const text_t& text, position_t position, encoding_e encoding) {
@@ -53,8 +85,8 @@ size_t offset_at(const text_t& text, position_t position, encoding_e encoding) {
         return text.bytes.size();
     }
     const std::string_view line = line_of(text, position.line);
-    size_t offset = 0;
-    uint32_t units = 0;
+    size_t offset = ascii_size(line.substr(0, position.character));
+    auto units = static_cast<uint32_t>(offset);
     while (offset < line.size()) {
         const size_t size = character_size(line.substr(offset));
         units += units_of(size, encoding);
@@ -72,7 +104,10 @@ position_t position_at(const text_t& text, size_t offset, encoding_e encoding) {
     const std::string_view line = line_of(text, index);
     const size_t end = std::min(offset - text.begins[index], line.size());
     position_t position{.line = static_cast<uint32_t>(index)};
-    for (size_t i = 0; i < end;) {
+    // Most lines have nothing else, and one may be long.
+    size_t i = ascii_size(line.substr(0, end));
+    position.character = static_cast<uint32_t>(i);
+    while (i < end) {
         const size_t size = character_size(line.substr(i));
         if (i + size > end) {
             break;

@@ -23,10 +23,14 @@ struct position_t {
 struct text_t {
     std::string bytes{};
     std::vector<uint32_t> begins{0};
-    bool lone_returns = false; // the assembler, to which they end no line, counts lines differently
+    // The same for the assembler, to which lone carriage returns end no line; empty when there are none.
+    std::vector<uint32_t> begins_by_feed{};
 };
 
 text_t make_text(std::string bytes);
+
+// Puts other bytes in the place of those from `begin` to `end`.
+void replace(text_t& text, size_t begin, size_t end, std::string_view bytes);
 
 // A byte that is no part of valid UTF-8 counts as one unit, as one character of Latin-1 does. Positions
 // outside stand for the nearest one inside, those within a character for its beginning.
