@@ -207,9 +207,8 @@ std::string line_of(const constant_t& constant) {
 }
 
 json add_constant(const server_t& server, const program_t& program, const diagnostic_t& diagnostic,
-                  const constant_t& constant) {
+                  const constant_t& constant, const insertion_t& at) {
     const text_t& text = program.texts[diagnostic.place.file];
-    const insertion_t at = insertion_for_data(program, text.bytes);
     json edits = json::array(
         {edit_of(server, text, {at.offset, at.offset}, at.before + line_of(constant) + at.after)});
     if (!constant.named) {
@@ -250,6 +249,7 @@ json code_actions(server_t& server, const json& params) {
         return actions;
     }
     const program_t& program = program_of(server, view.path);
+    std::optional<insertion_t> insertion; // of all that is in the file
     const auto add = [&](const diagnostic_t& diagnostic, std::string title, json edit, bool preferred) {
         actions.push_back({{"title", std::move(title)},
                            {"kind", "quickfix"},
@@ -265,8 +265,10 @@ json code_actions(server_t& server, const json& params) {
             add(diagnostic, title_of(program, diagnostic), changes_of(server, program, diagnostic.fix), true);
         }
         if (const std::optional<constant_t> constant = missing_constant(program, diagnostic)) {
+            insertion =
+                insertion ? insertion : insertion_for_data(program, program.texts[diagnostic.place.file].bytes);
             add(diagnostic, "Add " + in_quotes(constant->name + " .data " + constant->value),
-                add_constant(server, program, diagnostic, *constant), false);
+                add_constant(server, program, diagnostic, *constant, *insertion), false);
         }
     }
     return actions;

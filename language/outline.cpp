@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <optional>
+#include <unordered_map>
 #include <utility>
 
 #include "assembler/numbers.h"
@@ -52,12 +53,18 @@ struct symbol_t {
 
 std::vector<symbol_t> symbols_of(const program_t& program, std::string_view text) {
     std::vector<symbol_t> symbols;
+    std::unordered_map<std::string_view, int> kinds; // a name may be defined again and again
     for_each_line(text, [&](const source_line_t& line) {
         const size_t end = line.begin + line.text.size() - (line.text.ends_with('\r') ? 1 : 0);
         for (const token_t& token : tokens_of(text, line)) {
             const std::string_view name = text_in(text, token.span);
             if (token.kind == token_e::LABEL || token.kind == token_e::FILE_NAME) {
-                const int kind = token.kind == token_e::FILE_NAME ? SYMBOL_FILE : symbol_kind(program, name);
+                int kind = SYMBOL_FILE;
+                if (token.kind == token_e::LABEL) {
+                    const auto [known, is_new] = kinds.try_emplace(name);
+                    known->second = is_new ? symbol_kind(program, name) : known->second;
+                    kind = known->second;
+                }
                 symbols.push_back({name, kind, bytes_of(token.span), {line.begin, end}});
             }
         }
