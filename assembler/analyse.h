@@ -19,7 +19,7 @@ struct file_text_t {
 // each name.
 using read_file_t = std::function<file_text_t(const std::string& name)>;
 
-// From the disk. Only regular files can be opened.
+// From the disk. Only regular files can be opened. Of one that is too long for `analyse` only a part is read.
 file_text_t read_file(const std::string& name);
 
 struct analysis_t {

@@ -30,8 +30,9 @@ constexpr std::array<bool, 256> SEPARATORS = make_separators();
 
 bool separates(char c) { return SEPARATORS[static_cast<unsigned char>(c)]; }
 
-// Reads until the file ends. Returns 0, or the errno of the failure; the text is what came before.
-int read_text(int descriptor, std::string& text) {
+// Reads until the file ends, or has come to its largest size. Returns 0, or the errno of the failure; the
+// text is what came before.
+int read_text(int descriptor, std::string& text, size_t largest) {
     const auto buffer = std::make_unique_for_overwrite<char[]>(BUFFER_SIZE);
     for (;;) {
         const ssize_t count = read_some(descriptor, buffer.get(), BUFFER_SIZE);
@@ -41,7 +42,7 @@ int read_text(int descriptor, std::string& text) {
         if (count == 0) {
             return 0;
         }
-        if (text.size() > LARGEST_FILE) {
+        if (text.size() > largest) {
             return EFBIG;
         }
         text.append(buffer.get(), static_cast<size_t>(count));
@@ -80,7 +81,7 @@ opening_t open_on_disk(reading_t& reading, source_map_t& map, uint32_t file, hel
     }
     held = held_file_t(descriptor);
     if (!std::exchange(reading.known[file].opened, true)) {
-        source.error = read_text(descriptor, source.text);
+        source.error = read_text(descriptor, source.text, LARGEST_FILE);
     }
     return {.result = opening_e::OPENED, .file = file};
 }
@@ -119,7 +120,9 @@ file_text_t read_file(const std::string& name) {
     }
     const held_file_t held(descriptor);
     file_text_t file;
-    file.error = read_text(descriptor, file.text);
+    // At a line that lies behind this `analyse` has stopped. A file can have any size and be empty space.
+    const int error = read_text(descriptor, file.text, size_t{MOST_BYTES} + MOST_LINES);
+    file.error = error == EFBIG ? 0 : error;
     return file;
 }
 
