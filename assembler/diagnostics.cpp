@@ -4,7 +4,20 @@
 
 bool has_room(const diagnostics_t& diagnostics) { return diagnostics.count < MOST_DIAGNOSTICS; }
 
+void add_related(diagnostic_t& diagnostic, related_t related) {
+    if (diagnostic.related.size() < MOST_RELATED) {
+        diagnostic.related.push_back(std::move(related));
+        return;
+    }
+    const size_t more = ++diagnostic.more_related;
+    diagnostic.related.back().message =
+        related.message + ", and at " + std::to_string(more) + (more == 1 ? " more place" : " more places");
+}
+
 bool add_diagnostic(diagnostics_t& diagnostics, diagnostic_t diagnostic) {
+    if (diagnostic.fix.size() > MOST_EDITS) {
+        diagnostic.fix.clear();
+    }
     const bool room = has_room(diagnostics);
     ++diagnostics.count;
     diagnostics.faults += diagnostic.severity == severity_e::ERROR ? 1 : 0;

@@ -60,11 +60,17 @@ struct diagnostic_t {
     std::string_view code{}; // short, of constant storage
     std::string message{}; // what is wrong: one line, without a full stop. Names of the source in backquotes
     std::string help{};    // what to do about it, the same; may be empty
-    std::vector<related_t> related{};
-    std::vector<edit_t> fix{}; // edits that, made together, follow the help; often none
+    std::vector<related_t> related{}; // at most MOST_RELATED
+    size_t more_related = 0;          // places that have no room there
+    std::vector<edit_t> fix{}; // edits that, made together, follow the help; often none, at most MOST_EDITS
 };
 
 constexpr size_t MOST_DIAGNOSTICS = 1000;
+constexpr size_t MOST_RELATED = 20;
+constexpr size_t MOST_EDITS = 100;
+
+// Adds a related place. When there is no room, the words of the last one say how many more there are.
+void add_related(diagnostic_t& diagnostic, related_t related);
 
 // In the order in which they were found: pass 1 before pass 2, the first is what `assemble` reports.
 struct diagnostics_t {
@@ -73,8 +79,8 @@ struct diagnostics_t {
     size_t faults = 0;                // those of `count` that are errors
 };
 
-// Adds one. When the list is full, its last entry gives way to one that says how many more there are. Returns
-// whether the new one is in the list.
+// Adds one. When the list is full, its last entry gives way to one that says how many more there are. A fix
+// of too many edits is left out: a part of it would be none. Returns whether the new one is in the list.
 bool add_diagnostic(diagnostics_t& diagnostics, diagnostic_t diagnostic);
 
 // Whether one more would be in the list: what makes it need not be worked out otherwise.

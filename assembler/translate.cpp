@@ -295,8 +295,13 @@ void move_origin(passes_t& passes, statement_t& statement) {
 
 // The outermost inclusion that repeats a file, for one that does.
 uint32_t repetition(passes_t& passes, uint32_t inclusion) {
-    const uint32_t parent = map_of(passes).inclusions[inclusion].parent;
-    return repeats(passes, parent) ? repetition(passes, parent) : inclusion;
+    for (;;) {
+        const uint32_t parent = map_of(passes).inclusions[inclusion].parent;
+        if (!repeats(passes, parent)) {
+            return inclusion;
+        }
+        inclusion = parent;
+    }
 }
 
 // A file that is included twice defines all of its labels twice, which is one fault.
@@ -422,8 +427,10 @@ int32_t fault_undefined(passes_t& passes, statement_t& statement, const operand_
     if (const auto known = passes.undefined.find(name); known != passes.undefined.end()) {
         if (known->second < list.size() && list[known->second].code == code::UNDEFINED_LABEL) {
             diagnostic_t& said = list[known->second];
-            said.related.push_back({place, "also used here"});
-            if (!said.fix.empty() && said.fix.front().place == said.place) {
+            add_related(said, {place, "also used here"});
+            if (said.fix.size() == MOST_EDITS) {
+                said.fix.clear();
+            } else if (!said.fix.empty() && said.fix.front().place == said.place) {
                 said.fix.push_back({place, said.fix.front().text});
             }
         }

@@ -17,7 +17,7 @@ using json = nlohmann::ordered_json;
 constexpr size_t TAB = 8;
 constexpr size_t LONGEST_LINE = 160; // that is shown whole, in columns
 constexpr size_t BEFORE_TOKEN = 40;  // of one that is not
-constexpr size_t MOST_RELATED = 4;
+constexpr size_t SHOWN_RELATED = 4;
 constexpr size_t NUMBER_WIDTH = 5;
 
 // As a terminal is told.
@@ -82,9 +82,8 @@ shown_t show(std::string_view line, const place_t& place) {
 void write_place(text_writer_t& writer, const place_t& place) {
     std::string text = readable(writer.map.files[place.file].name) + ":";
     if (place.line > 0) {
-        const std::string_view line = text_of_line(writer.lines, place.file, place.line);
-        text += std::to_string(place.line) + ":" +
-                std::to_string(count_characters(line.substr(0, place.first - 1)) + 1) + ":";
+        const size_t column = column_behind(writer.lines, place.file, place.line, place.first - 1);
+        text += std::to_string(place.line) + ":" + std::to_string(column) + ":";
     }
     paint(writer, "\033[1m", text);
     writer.text += ' ';
@@ -125,9 +124,9 @@ void write_diagnostic(text_writer_t& writer, const diagnostic_t& diagnostic) {
         writer.text.append(NUMBER_WIDTH, ' ').append(" = help: ").append(readable(diagnostic.help)) += '\n';
     }
     for (size_t i = 0; i < diagnostic.related.size(); ++i) {
-        if (i == MOST_RELATED) {
-            writer.text.append(NUMBER_WIDTH, ' ') +=
-                " = and " + std::to_string(diagnostic.related.size() - i) + " more places\n";
+        if (i == SHOWN_RELATED) {
+            const size_t more = diagnostic.related.size() - i + diagnostic.more_related;
+            writer.text.append(NUMBER_WIDTH, ' ') += " = and " + std::to_string(more) + " more places\n";
             break;
         }
         const related_t& related = diagnostic.related[i];

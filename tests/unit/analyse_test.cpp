@@ -177,6 +177,15 @@ TEST(Analyse, HasLimits) {
     EXPECT_EQ(full.diagnostics.list.size(), MOST_DIAGNOSTICS);
     EXPECT_EQ(full.diagnostics.list.back().message, "and 2 more");
 
+    std::string uses = "again\thalt\n";
+    for (size_t i = 0; i < MOST_EDITS + 1; ++i) {
+        uses += "\tbe agian 0 0\n";
+    }
+    const diagnostic_t many = analyse_text(uses).diagnostics.list.front();
+    EXPECT_EQ(many.related.size(), MOST_RELATED);
+    EXPECT_EQ(many.related.back().message, "also used here, and at 80 more places");
+    EXPECT_EQ(many.fix.size(), 0);
+
     const analysis_t deep = analyse("1", [](const std::string& name) {
         const std::string include = "#include " + std::to_string(std::stoi(name) + 1) + "\n";
         return file_text_t{.text = name == "40" ? "" : include + include};
