@@ -84,6 +84,9 @@ HOSTILE = {
     "positions that are none": (opened("") + b"".join(message("textDocument/hover", at(*place), i)
                                                       for i, place in enumerate([(-1, 0), (0, 1.5), (0, "a")])),
                                 [(0, PARAMS), (1, PARAMS), (2, PARAMS)]),
+    "a version of 64 bits": (message("textDocument/didOpen", {"textDocument": {
+        "uri": URI, "version": 2**63 - 1, "text": ""}}) + message("textDocument/didChange", {
+            "textDocument": {"uri": URI}, "contentChanges": []}) + HOVER, [(1, OK)]),
     "10 MB in one line": (opened(BIG) + HOVER, [(1, OK)]),
     "10 MB of lines": (opened("  x\n" * 2_500_000) + HOVER, [(1, OK)]),
     "a file that includes itself": (opened("#include a.k\n") + HOVER, [(1, OK)]),
