@@ -146,6 +146,9 @@ int check(const options_t& options) {
         if (faults > 0 || (options.as_errors && warnings > 0)) {
             status = std::max(status, EXIT_FAULTS);
         }
+        // What is said of it needs its texts alone; there may be thousands of programs.
+        program.map.words = {};
+        program.map.statements = {};
         programs.push_back(std::move(program));
     }
     print(options, programs);
