@@ -9,15 +9,12 @@
 #include <vector>
 
 #include "assembler/diagnostics.h"
+#include "assembler/similar.h"
 #include "assembler/source_map.h"
 
 // What looking for similar names may cost in one program, and what has been prepared for it.
 struct names_t {
-    int64_t budget = 1'000'000; // steps of a few nanoseconds; when it is used up no name is like another
-    struct name_t {
-        uint32_t letters; // one bit each, for a first look
-        std::string_view text;
-    };
+    int64_t budget = 1'000'000;
     std::vector<name_t> labels; // all of them, once they are needed
 };
 

@@ -7,17 +7,10 @@
 #include <unordered_map>
 #include <utility>
 
+#include "assembler/similar.h"
 #include "language/warnings_internal.h"
 
 namespace {
-
-char small(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
-std::string small(std::string_view text) {
-    std::string result(text);
-    std::ranges::transform(result, result.begin(), [](char c) { return small(c); });
-    return result;
-}
 
 bool is_operation(std::string_view name) { return find_operation(small(name)) != nullptr; }
 
