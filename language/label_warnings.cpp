@@ -96,8 +96,9 @@ void warn_of_case(warnings_t& warnings) {
         const auto [found, is_new] = first_of.emplace(small(name_of(map, map.labels[i])), i);
         const label_t& first = map.labels[found->second];
         const label_t& label = map.labels[i];
-        if (is_new || (is_included(*warnings.program, first.statement) &&
-                       is_included(*warnings.program, label.statement))) {
+        if (is_new || map.statements[label.statement].faulty ||
+            (is_included(*warnings.program, first.statement) &&
+             is_included(*warnings.program, label.statement))) {
             continue;
         }
         diagnostic_t& diagnostic = warn(warnings, code::LABEL_CASE, label.statement, label.name,
@@ -129,7 +130,9 @@ void warn_of_labels(warnings_t& warnings) {
                 warn_of_colon(warnings, i, name);
             }
         } else if (unused && is_operation(name)) {
-            warn_of_operation(warnings, i, name);
+            if (!statement.faulty) {
+                warn_of_operation(warnings, i, name);
+            }
         } else if (warnings.flow != nullptr && unused && statement.address != 0 && !inside &&
                    !warnings.flow->library && !is_included(*warnings.program, i) &&
                    !is_unreached(warnings, statement) &&

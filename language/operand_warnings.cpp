@@ -71,13 +71,24 @@ struct advice_t {
     std::vector<edit_t> fix;
 };
 
-advice_t advise(const warnings_t& warnings, const context_t& context, const instruction_t& instruction,
-                role_e role, int32_t value, const operand_place_t& place) {
+// For a number where something is stored.
+advice_t advise_label(const warnings_t& warnings, const instruction_t& instruction) {
+    std::string name = "result";
+    if (has_opcode(instruction, K24_CALL)) {
+        const operand_place_t target = place_of_operand(*warnings.program, instruction, 0);
+        name = target.label == NOTHING
+                   ? "back"
+                   : std::string(name_of(*warnings.map, warnings.map->labels[target.label])) + "_ret";
+    }
+    return {"give the word a label, with a line such as " + quoted(name + " .data 0") + " behind the program",
+            {}};
+}
+
+// For one that is read.
+advice_t advise_constant(const warnings_t& warnings, const context_t& context,
+                         const instruction_t& instruction, int32_t value, const operand_place_t& place) {
     const source_map_t& map = *warnings.map;
     const statement_t& line = map.statements[place.statement];
-    if (role == role_e::WRITTEN) {
-        return {"give the word a label, with a line such as `result .data 0` behind the program", {}};
-    }
     if (has_opcode(instruction, K24_CP) && !instruction.made_of_data) {
         const std::string_view to = text_of(map, line.file, line.operands[0].token);
         return {"write " + quoted("cpdata " + std::string(to) + " " + std::to_string(value)) +
@@ -98,34 +109,46 @@ advice_t advise(const warnings_t& warnings, const context_t& context, const inst
             {}};
 }
 
+// Whether the program stores into a word that no line sets: it is used as a variable.
+bool is_variable(const program_t& program, int32_t address) {
+    const auto index = static_cast<size_t>(address);
+    return program.map->words[index].kind == word_e::NONE && (program.words[index] & (CHANGES | CALLED)) != 0;
+}
+
 void warn_of_number(warnings_t& warnings, const context_t& context, const instruction_t& instruction,
                     role_e role, int32_t value, const operand_place_t& place) {
     const std::string number = std::to_string(value);
-    std::string message = quoted_operand(warnings, place) + " is not the number " + number +
-                          " but the word at address " + number;
+    std::string message = role == role_e::WRITTEN ? "this line stores into the word at address " + number
+                                                  : quoted_operand(warnings, place) + " is not the number " +
+                                                        number + " but the word at address " + number;
     // After a fault lines may have words that are not there yet.
     if (warnings.flow != nullptr) {
         message += ", here " + word_name(*warnings.map, value, place.statement);
     }
-    auto [help, fix] = advise(warnings, context, instruction, role, value, place);
+    const bool stored = role == role_e::WRITTEN ||
+                        (is_variable(*warnings.program, value) && !has_opcode(instruction, K24_RET));
+    auto [help, fix] = stored ? advise_label(warnings, instruction)
+                              : advise_constant(warnings, context, instruction, value, place);
     const span_t token = place.token;
     warn(warnings, code::BARE_NUMBER, place.statement, token, std::move(message), std::move(help)).fix =
         std::move(fix);
 }
 
-void warn_of_address(warnings_t& warnings, int32_t value, const operand_place_t& place) {
-    const bool behind = value >= 0;
+void warn_of_address(warnings_t& warnings, const context_t& context, const instruction_t& instruction,
+                     role_e role, int32_t value, const operand_place_t& place) {
     const bool decimal = quoted_operand(warnings, place).find('x') == std::string::npos;
-    const std::string name = constant_name(value);
-    std::string help = decimal && value != INT32_MIN ? "if the number itself is meant, write " +
-                                                           quoted(name + " .data " + std::to_string(value)) +
-                                                           " behind the program and use " + quoted(name)
-                                                     : "the devices' registers are listed in docs/devices.md";
-    warn(warnings, code::ILLEGAL_ADDRESS, place.statement, place.token,
+    advice_t advice{"the devices' registers are listed in docs/devices.md", {}};
+    if (decimal && value != INT32_MIN) {
+        advice = role == role_e::WRITTEN ? advise_label(warnings, instruction)
+                                         : advise_constant(warnings, context, instruction, value, place);
+    }
+    const span_t token = place.token;
+    warn(warnings, code::ILLEGAL_ADDRESS, place.statement, token,
          quoted_operand(warnings, place) +
-             (behind ? " is an address behind the end of the memory, which is 16383"
-                     : " is an address at which there is no device"),
-         std::move(help));
+             (value >= 0 ? " is an address behind the end of the memory, which is 16383"
+                         : " is an address at which there is no device"),
+         std::move(advice.help))
+        .fix = std::move(advice.fix);
 }
 
 void warn_of_direction(warnings_t& warnings, role_e role, const board_register_t& found,
@@ -166,7 +189,7 @@ void look_at(warnings_t& warnings, const instruction_t& instruction, size_t oper
     }
     const int32_t offset = io_offset(value);
     if (value >= 0 || find_device(offset) == nullptr) {
-        warn_of_address(warnings, value, place);
+        warn_of_address(warnings, context, instruction, role, value, place);
         return;
     }
     const board_register_t* const found = find_register(offset);
