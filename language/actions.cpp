@@ -19,7 +19,7 @@ namespace {
 std::string in_quotes(std::string_view text) { return "'" + std::string(text) + "'"; }
 
 // What an edit replaces.
-std::string_view old_text(const program_t& program, const edit_t& edit) {
+std::string_view old_text(const project_t& program, const edit_t& edit) {
     const text_t& text = program.texts[edit.place.file];
     const auto [begin, end] = bytes_of(text, edit.place);
     return std::string_view(text.bytes).substr(begin, end - begin);
@@ -28,7 +28,7 @@ std::string_view old_text(const program_t& program, const edit_t& edit) {
 bool is_shown(std::string_view text) { return text.find_first_not_of(WHITE_SPACE) != std::string_view::npos; }
 
 // The help where the edits have no words in common, or where blanks are all that they are about.
-std::string title_of(const program_t& program, const diagnostic_t& diagnostic) {
+std::string title_of(const project_t& program, const diagnostic_t& diagnostic) {
     const edit_t& edit = diagnostic.fix.front();
     const std::string_view old = old_text(program, edit);
     const bool same = std::ranges::all_of(diagnostic.fix, [&](const edit_t& other) {
@@ -50,7 +50,7 @@ std::string title_of(const program_t& program, const diagnostic_t& diagnostic) {
     return "Write " + in_quotes(edit.text) + (old.empty() ? "" : " instead of " + in_quotes(old)) + times;
 }
 
-json changes_of(const server_t& server, const program_t& program, const std::vector<edit_t>& edits) {
+json changes_of(const server_t& server, const project_t& program, const std::vector<edit_t>& edits) {
     std::map<std::string, json> changes;
     for (const edit_t& edit : edits) {
         const text_t& text = program.texts[edit.place.file];
@@ -85,7 +85,7 @@ int32_t value_in(std::string_view name) {
 }
 
 // Whether the word of a label, and those behind it, are reached by an index or a pointer.
-bool is_array(const program_t& program, std::string_view name) {
+bool is_array(const project_t& program, std::string_view name) {
     const source_map_t& map = program.analysis.map;
     const uint32_t index = find_label(map, name);
     if (index == NOTHING) {
@@ -110,7 +110,7 @@ struct insertion_t {
     std::string after{};
 };
 
-insertion_t insertion_for_data(const program_t& program, std::string_view text) {
+insertion_t insertion_for_data(const project_t& program, std::string_view text) {
     const std::string ending = text.find("\r\n") == std::string_view::npos ? "\n" : "\r\n";
     std::optional<size_t> behind_code;
     std::optional<size_t> behind_data;
@@ -181,7 +181,7 @@ std::optional<constant_t> constant_in(std::string_view help) {
                                           std::string(line.substr(data + DATA.size()))});
 }
 
-std::optional<constant_t> missing_constant(const program_t& program, const diagnostic_t& diagnostic) {
+std::optional<constant_t> missing_constant(const project_t& program, const diagnostic_t& diagnostic) {
     const text_t& text = program.texts[diagnostic.place.file];
     const auto [begin, end] = bytes_of(text, diagnostic.place);
     if (diagnostic.code == code::UNDEFINED_LABEL) {
@@ -206,7 +206,7 @@ std::string line_of(const constant_t& constant) {
     return line + constant.value;
 }
 
-json add_constant(const server_t& server, const program_t& program, const diagnostic_t& diagnostic,
+json add_constant(const server_t& server, const project_t& program, const diagnostic_t& diagnostic,
                   const constant_t& constant, const insertion_t& at) {
     const text_t& text = program.texts[diagnostic.place.file];
     json edits = json::array(
@@ -228,7 +228,7 @@ bool is_wanted(const json& params) {
 }
 
 // Where a diagnostic can be mended: at its place, and wherever else an unknown name stands.
-bool concerns(const program_t& program, const diagnostic_t& diagnostic, const view_t& view, bytes_t range) {
+bool concerns(const project_t& program, const diagnostic_t& diagnostic, const view_t& view, bytes_t range) {
     const auto within = [&](const place_t& place) {
         const bytes_t bytes = bytes_of(view.text, place);
         return program.paths[place.file] == view.path && bytes.end >= range.begin && bytes.begin <= range.end;
@@ -248,7 +248,7 @@ json code_actions(server_t& server, const json& params) {
     if (!is_wanted(params)) {
         return actions;
     }
-    const program_t& program = program_of(server, view.path);
+    const project_t& program = program_of(server, view.path);
     std::optional<insertion_t> insertion; // of all that is in the file
     const auto add = [&](const diagnostic_t& diagnostic, std::string title, json edit, bool preferred) {
         actions.push_back({{"title", std::move(title)},

@@ -104,7 +104,7 @@ void add_operations(list_t& list) {
 }
 
 // Those that fit the operand come first.
-void add_labels(list_t& list, const program_t& program, role_e role) {
+void add_labels(list_t& list, const project_t& program, role_e role) {
     const source_map_t& map = program.analysis.map;
     for (const label_t& label : map.labels) {
         const std::string_view name = name_of(map, label);
@@ -175,7 +175,7 @@ void add_files(list_t& list) {
 }
 
 // Names that are used and not defined yet.
-void add_new_labels(list_t& list, const program_t& program) {
+void add_new_labels(list_t& list, const project_t& program) {
     add_item(list, "#include", KIND_KEYWORD, "#include ");
     for (const diagnostic_t& diagnostic : program.analysis.diagnostics.list) {
         if (diagnostic.code == code::UNDEFINED_LABEL) {
@@ -201,7 +201,7 @@ json completion(server_t& server, const json& params) {
     find_spot(server, params, spot);
     const typing_t typing = typing_at(spot);
     list_t list{.server = server, .spot = spot, .typing = typing};
-    const program_t& program = program_of(server, spot.view.path);
+    const project_t& program = program_of(server, spot.view.path);
     if (in_comment(spot)) {
         return nullptr;
     }

@@ -27,7 +27,7 @@ void find_spot(const server_t& server, const json& params, spot_t& spot);
 std::vector<json> publish_changed(server_t& server);
 
 // A diagnostic of a program in the protocol's form.
-json diagnostic_json(const server_t& server, const program_t& program, const diagnostic_t& diagnostic);
+json diagnostic_json(const server_t& server, const project_t& program, const diagnostic_t& diagnostic);
 
 json hover(server_t& server, const json& params);
 json completion(server_t& server, const json& params);
@@ -56,4 +56,4 @@ struct definition_t {
     const statement_t* line = nullptr;    // of the label
     const statement_t* content = nullptr; // the first line from there on that makes words there
 };
-definition_t definition_of(const program_t& program, std::string_view name);
+definition_t definition_of(const project_t& program, std::string_view name);

@@ -119,12 +119,12 @@ paragraphs_t about_port(int32_t address) {
     return paragraphs;
 }
 
-std::string place_text(const program_t& program, const statement_t& statement) {
+std::string place_text(const project_t& program, const statement_t& statement) {
     return "line " + std::to_string(statement.line) + " of " +
            std::string(base_name(program.paths[statement.file]));
 }
 
-paragraphs_t about_label(const program_t& program, std::string_view name) {
+paragraphs_t about_label(const project_t& program, std::string_view name) {
     const definition_t found = definition_of(program, name);
     if (found.label == nullptr) {
         return {"`" + std::string(name) + "`: no line begins with this label."};
@@ -151,7 +151,7 @@ paragraphs_t about_label(const program_t& program, std::string_view name) {
 }
 
 // What a number is depends on the operand that it is: a value, an address, or a port.
-paragraphs_t about_number(const program_t& program, const spot_t& spot, std::string_view text) {
+paragraphs_t about_number(const project_t& program, const spot_t& spot, std::string_view text) {
     const std::optional<int32_t> value = read_number(text);
     if (!value) {
         return {};
@@ -187,7 +187,7 @@ paragraphs_t about_number(const program_t& program, const spot_t& spot, std::str
     return paragraphs;
 }
 
-paragraphs_t about_file(const program_t& program, const spot_t& spot, std::string_view name) {
+paragraphs_t about_file(const project_t& program, const spot_t& spot, std::string_view name) {
     for (const inclusion_t& inclusion : program.analysis.map.inclusions) {
         const uint32_t parent =
             inclusion.parent == NOTHING ? NOTHING : program.analysis.map.inclusions[inclusion.parent].file;
@@ -227,7 +227,7 @@ const board_register_t* port_at(int32_t address) {
     return address >= 0 ? nullptr : find_register(offset_of(address));
 }
 
-definition_t definition_of(const program_t& program, std::string_view name) {
+definition_t definition_of(const project_t& program, std::string_view name) {
     const source_map_t& map = program.analysis.map;
     const uint32_t index = find_label(map, name);
     if (index == NOTHING) {
@@ -246,7 +246,7 @@ json hover(server_t& server, const json& params) {
     spot_t spot;
     find_spot(server, params, spot);
     const std::string_view text = text_in(spot.view.text.bytes, spot.token.span);
-    const program_t& program = program_of(server, spot.view.path);
+    const project_t& program = program_of(server, spot.view.path);
     paragraphs_t paragraphs;
     switch (spot.token.kind) {
     case token_e::OPERATION:

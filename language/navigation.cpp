@@ -39,7 +39,7 @@ std::vector<occurrence_t> occurrences_of(std::string_view text, std::string_view
 std::string_view word_of(const spot_t& spot) { return text_in(spot.view.text.bytes, spot.token.span); }
 
 // The file that the include at the spot opens; empty when it opens none.
-std::string included_at(const program_t& program, const spot_t& spot) {
+std::string included_at(const project_t& program, const spot_t& spot) {
     const source_map_t& map = program.analysis.map;
     for (const inclusion_t& inclusion : map.inclusions) {
         if (inclusion.file != NOTHING && inclusion.parent != NOTHING &&
@@ -73,9 +73,9 @@ void check_new_name(std::string_view name) {
 }
 
 // The programs in which the name means the same label: those that share a file in which it stands.
-std::map<std::string, program_t> programs_with(server_t& server, const std::string& path,
+std::map<std::string, project_t> programs_with(server_t& server, const std::string& path,
                                                std::string_view name) {
-    std::map<std::string, program_t> programs;
+    std::map<std::string, project_t> programs;
     std::set<std::string> met{path};
     std::vector<std::string> to_visit{path};
     while (!to_visit.empty()) {
@@ -86,7 +86,7 @@ std::map<std::string, program_t> programs_with(server_t& server, const std::stri
             if (programs.contains(main)) {
                 continue;
             }
-            const program_t& program = programs.emplace(main, translate_program(server, main)).first->second;
+            const project_t& program = programs.emplace(main, translate_program(server, main)).first->second;
             for (const file_view_t& view : views_of(program)) {
                 if (!occurrences_of(view.text.bytes, name).empty() && met.insert(view.path).second) {
                     to_visit.push_back(view.path);
@@ -110,7 +110,7 @@ void find_spot(const server_t& server, const json& params, spot_t& spot) {
 json definition(server_t& server, const json& params) {
     spot_t spot;
     find_spot(server, params, spot);
-    const program_t& program = program_of(server, spot.view.path);
+    const project_t& program = program_of(server, spot.view.path);
     if (spot.token.kind == token_e::FILE_NAME) {
         const std::string path = included_at(program, spot);
         return path.empty() ? json() : location_of(server, path, text_t(), {});

@@ -21,7 +21,7 @@ constexpr int SYMBOL_VARIABLE = 13;
 constexpr int SYMBOL_CONSTANT = 14;
 constexpr int SYMBOL_KEY = 20;
 
-int symbol_kind(const program_t& program, std::string_view name) {
+int symbol_kind(const project_t& program, std::string_view name) {
     const definition_t found = definition_of(program, name);
     if (found.label == nullptr || found.content == nullptr || found.content->operation == nullptr) {
         return SYMBOL_VARIABLE;
@@ -51,7 +51,7 @@ struct symbol_t {
     bytes_t range; // up to the next one, without the blank lines and comments before it
 };
 
-std::vector<symbol_t> symbols_of(const program_t& program, std::string_view text) {
+std::vector<symbol_t> symbols_of(const project_t& program, std::string_view text) {
     std::vector<symbol_t> symbols;
     std::unordered_map<std::string_view, int> kinds; // a name may be defined again and again
     for_each_line(text, [&](const source_line_t& line) {
@@ -126,7 +126,7 @@ bool is_port(std::string_view number) {
     return value && port_at(*value) != nullptr;
 }
 
-std::optional<colour_t> colour_of(const program_t& program, const token_t& token, std::string_view word) {
+std::optional<colour_t> colour_of(const project_t& program, const token_t& token, std::string_view word) {
     switch (token.kind) {
     case token_e::OPERATION:
         return find_operation(word) == nullptr ? std::nullopt : std::optional(colour_t{KEYWORD});
@@ -222,7 +222,7 @@ json folding_ranges(server_t& server, const json& params) {
 
 json semantic_tokens(server_t& server, const json& params) {
     const view_t view = view_of(server, path_in(params));
-    const program_t& program = program_of(server, view.path);
+    const project_t& program = program_of(server, view.path);
     colours_t colours{.server = server, .text = view.text};
     const std::string_view text = view.text.bytes;
     for_each_line(text, [&](const source_line_t& line) {

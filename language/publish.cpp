@@ -21,11 +21,11 @@ constexpr int SEVERITY_HINT = 4;
 constexpr int TAG_UNNECESSARY = 1;
 
 // The program that includes the file may well define it.
-bool may_be_defined(const program_t& program, const diagnostic_t& diagnostic) {
+bool may_be_defined(const project_t& program, const diagnostic_t& diagnostic) {
     return program.part && diagnostic.code == code::UNDEFINED_LABEL;
 }
 
-int severity_of(const program_t& program, const diagnostic_t& diagnostic) {
+int severity_of(const project_t& program, const diagnostic_t& diagnostic) {
     if (may_be_defined(program, diagnostic)) {
         return SEVERITY_HINT;
     }
@@ -40,7 +40,7 @@ int severity_of(const program_t& program, const diagnostic_t& diagnostic) {
     return SEVERITY_ERROR;
 }
 
-std::string sentence_of(const program_t& program, const diagnostic_t& diagnostic) {
+std::string sentence_of(const project_t& program, const diagnostic_t& diagnostic) {
     std::string sentence = diagnostic.message;
     if (may_be_defined(program, diagnostic)) {
         sentence += ", unless a program that includes this file defines it";
@@ -48,7 +48,7 @@ std::string sentence_of(const program_t& program, const diagnostic_t& diagnostic
     return diagnostic.help.empty() ? sentence : sentence + "; " + diagnostic.help;
 }
 
-json related_json(const server_t& server, const program_t& program, const diagnostic_t& diagnostic) {
+json related_json(const server_t& server, const project_t& program, const diagnostic_t& diagnostic) {
     json list = json::array();
     for (const auto& [place, message] : diagnostic.related) {
         const text_t& text = program.texts[place.file];
@@ -89,7 +89,7 @@ std::map<std::string, std::string> owners_of(const server_t& server) {
 }
 
 // By path, those files without any as well.
-std::map<std::string, json> diagnostics_of(const server_t& server, const program_t& program) {
+std::map<std::string, json> diagnostics_of(const server_t& server, const project_t& program) {
     std::map<std::string, json> lists;
     for (const std::string& path : program.paths) {
         lists.emplace(path, json::array());
@@ -115,7 +115,7 @@ json notification(const server_t& server, const std::string& path, json list) {
 
 } // namespace
 
-json diagnostic_json(const server_t& server, const program_t& program, const diagnostic_t& diagnostic) {
+json diagnostic_json(const server_t& server, const project_t& program, const diagnostic_t& diagnostic) {
     const text_t& text = program.texts[diagnostic.place.file];
     json result;
     result["range"] = range_of(server, text, bytes_of(text, diagnostic.place));

@@ -29,7 +29,7 @@ struct document_t {
     std::string main{};  // the path of its program's main file
 };
 
-struct program_t {
+struct project_t {
     analysis_t analysis;
     std::vector<std::string> paths; // by the index of the file in the source map, like the texts
     std::vector<text_t> texts;
@@ -59,8 +59,8 @@ struct server_t {
     std::map<std::string, document_t> documents{}; // open ones by path
     // What each file that has been looked at includes, by paths.
     std::map<std::string, std::vector<std::string>> includes{};
-    std::map<std::string, program_t> programs{}; // those of the open documents, by their main files' paths
-    std::map<std::string, program_t> visitors{}; // at most one, of a file that is not open
+    std::map<std::string, project_t> programs{}; // those of the open documents, by their main files' paths
+    std::map<std::string, project_t> visitors{}; // at most one, of a file that is not open
     // Diagnostics that the client has and that are not none; null for those of open files, which it gets
     // again at each change.
     std::map<std::string, json> published{};

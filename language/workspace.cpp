@@ -95,7 +95,7 @@ void assign_mains(server_t& server) {
     }
 }
 
-bool has_file(const program_t& program, const std::string& path) {
+bool has_file(const project_t& program, const std::string& path) {
     return std::ranges::find(program.paths, path) != program.paths.end();
 }
 
@@ -110,7 +110,7 @@ bool note_includes(server_t& server, const std::string& path, std::vector<std::s
 }
 
 // Files that no folder has, and those that have changed or gone without a word.
-bool note_program(server_t& server, const program_t& program) {
+bool note_program(server_t& server, const project_t& program) {
     bool news = false;
     std::set<std::string_view> met;
     for (size_t i = 0; i < program.paths.size(); ++i) {
@@ -124,7 +124,7 @@ bool note_program(server_t& server, const program_t& program) {
 }
 
 // Whether the way from a line comes to a ret that is its own, not one of what it calls.
-bool comes_back(const program_t& program, uint32_t first) {
+bool comes_back(const project_t& program, uint32_t first) {
     const source_map_t& map = program.analysis.map;
     std::vector<bool> met(map.statements.size());
     std::vector<uint32_t> to_visit{first};
@@ -169,7 +169,7 @@ bool comes_back(const program_t& program, uint32_t first) {
 
 // Subroutines and data that are made to be included: code that begins with a label and returns, and that does
 // not end the program.
-bool looks_like_part(const program_t& program) {
+bool looks_like_part(const project_t& program) {
     const source_map_t& map = program.analysis.map;
     bool label_before = false;
     uint32_t first = NOTHING;
@@ -257,7 +257,7 @@ std::vector<std::string> translate_changed(server_t& server) {
         std::erase_if(server.programs, [&](const auto& item) { return !mains.contains(item.first); });
         for (const std::string& main : mains) {
             if (!server.programs.contains(main)) {
-                program_t program = translate_program(server, main);
+                project_t program = translate_program(server, main);
                 news |= note_program(server, program);
                 server.programs.emplace(main, std::move(program));
                 translated.push_back(main);
@@ -282,7 +282,7 @@ std::vector<std::string> mains_of(const server_t& server, const std::string& pat
     return mains_above(includers_of(server), path);
 }
 
-const program_t& program_of(server_t& server, const std::string& path) {
+const project_t& program_of(server_t& server, const std::string& path) {
     const std::string main = main_of(server, path);
     const auto known = server.programs.find(main);
     if (known != server.programs.end()) {
@@ -292,8 +292,8 @@ const program_t& program_of(server_t& server, const std::string& path) {
     return server.visitors.emplace(main, translate_program(server, main)).first->second;
 }
 
-program_t translate_program(const server_t& server, const std::string& main) {
-    program_t program;
+project_t translate_program(const server_t& server, const std::string& main) {
+    project_t program;
     program.analysis = analyse(main, [&](const std::string& name) { return read_now(server, name); });
     for (const source_file_t& file : program.analysis.map.files) {
         program.paths.push_back(path_of_name(file.name));
@@ -322,7 +322,7 @@ view_t view_of(const server_t& server, const std::string& path) {
     return {.path = path, .text = make_text(std::move(file.text))};
 }
 
-std::vector<file_view_t> views_of(const program_t& program) {
+std::vector<file_view_t> views_of(const project_t& program) {
     std::vector<file_view_t> views;
     std::set<std::string_view> met;
     for (size_t i = 0; i < program.paths.size(); ++i) {

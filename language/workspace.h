@@ -27,10 +27,10 @@ std::string main_of(const server_t& server, const std::string& path);
 std::vector<std::string> mains_of(const server_t& server, const std::string& path);
 
 // The program of a file, which need not be open.
-const program_t& program_of(server_t& server, const std::string& path);
+const project_t& program_of(server_t& server, const std::string& path);
 
 // The program of a main file, translated now.
-program_t translate_program(const server_t& server, const std::string& main);
+project_t translate_program(const server_t& server, const std::string& main);
 
 // A file as it is now, with its path.
 struct view_t {
@@ -46,4 +46,4 @@ struct file_view_t {
     const std::string& path;
     const text_t& text;
 };
-std::vector<file_view_t> views_of(const program_t& program);
+std::vector<file_view_t> views_of(const project_t& program);
