@@ -6,6 +6,7 @@
 #include <limits>
 #include <utility>
 
+#include "assembler/invisible.h"
 #include "assembler/numbers.h"
 #include "assembler/operations.h"
 #include "assembler/source.h"
@@ -162,6 +163,16 @@ bool explain_colon(diagnostic_t& diagnostic, const source_map_t& map, std::strin
     return true;
 }
 
+void collect_labels(names_t& names, const source_map_t& map) {
+    for (uint32_t i = 0; i < map.labels.size(); ++i) {
+        const std::string_view name = name_of(map, map.labels[i]);
+        names.labels.push_back(to_compare(name));
+        if (find_invisible(name)) {
+            names.hidden.emplace(without_invisible(name), i);
+        }
+    }
+}
+
 // Values that other languages write in an operand.
 bool explain_value(diagnostic_t& diagnostic, std::string_view name) {
     std::string value;
@@ -231,6 +242,44 @@ std::optional<span_t> foreign_comment(const source_map_t& map, const statement_t
     return std::nullopt;
 }
 
+std::vector<edit_t> edits_of_invisible(const source_map_t& map, const statement_t& statement) {
+    std::vector<edit_t> edits;
+    const std::string_view line = line_of(map, statement);
+    for (auto found = find_invisible(line); found; found = find_invisible(line, found->begin + found->size)) {
+        const auto begin = statement.line_begin + static_cast<uint32_t>(found->begin);
+        const span_t span{.begin = begin, .size = static_cast<uint32_t>(found->size)};
+        edits.push_back({place_of(statement, span), found->separates ? " " : ""});
+    }
+    return edits;
+}
+
+bool explain_invisible(diagnostic_t& diagnostic, const source_map_t& map, const statement_t& statement) {
+    // A number or a name is wrong by itself; how many words there are depends on the whole line.
+    const bool by_word = diagnostic.code == code::UNDEFINED_LABEL ||
+                         diagnostic.code == code::MALFORMED_NUMBER ||
+                         diagnostic.code == code::DUPLICATE_LABEL;
+    const bool by_line = diagnostic.code == code::UNKNOWN_OPCODE ||
+                         diagnostic.code == code::MISSING_OPERAND || diagnostic.code == code::EXTRA_OPERAND;
+    std::vector<edit_t> edits =
+        by_word || by_line ? edits_of_invisible(map, statement) : std::vector<edit_t>();
+    const place_t& place = diagnostic.place;
+    const auto at = std::ranges::find_if(edits, [&](const edit_t& edit) {
+        return by_line || (edit.place.first >= place.first && edit.place.last <= place.last);
+    });
+    if (at == edits.end()) {
+        return false;
+    }
+    const std::string_view line = line_of(map, statement);
+    const invisible_t found = *find_invisible(line, at->place.first - 1);
+    diagnostic.help = found.name + " is taken for a letter: " +
+                      (found.separates ? "write a blank instead" : "leave it out");
+    if (at->place.first < place.first || at->place.last > place.last) {
+        diagnostic.related = {{at->place, "it stands here"}};
+    }
+    diagnostic.fix = std::move(edits);
+    return true;
+}
+
 void explain_comment(diagnostic_t& diagnostic, std::string_view comment) {
     const size_t size = std::min(comment.find_first_not_of(comment.front()), comment.size());
     diagnostic.message = quoted(comment.substr(0, size)) + " does not begin a comment";
@@ -259,9 +308,15 @@ void explain_label(diagnostic_t& diagnostic, const source_map_t& map, std::strin
         return;
     }
     if (names.labels.empty()) {
-        for (const label_t& label : map.labels) {
-            names.labels.push_back(to_compare(name_of(map, label)));
-        }
+        collect_labels(names, map);
+    }
+    if (const auto found = names.hidden.find(std::string(name)); found != names.hidden.end()) {
+        const label_t& label = map.labels[found->second];
+        diagnostic.related = {
+            {place_of(map, label), "defined here, with " + find_invisible(name_of(map, label))->name}};
+        diagnostic.fix = edits_of_invisible(map, map.statements[label.statement]);
+        diagnostic.help = "the definition has a character in it that one does not see: leave it out";
+        return;
     }
     suggest_nearest(diagnostic, nearest(name, names.labels, names.budget));
 }
@@ -300,6 +355,9 @@ void explain_include(diagnostic_t& diagnostic, std::string_view name) {
     if (name.size() > 2 && std::string_view("\"<'").find(name.front()) != npos) {
         const std::string_view bare = name.substr(1, name.size() - 2);
         suggest(diagnostic, "the name stands without quotes: " + quoted(bare), std::string(bare));
+    } else if (const auto found = find_invisible(name)) {
+        diagnostic.help = found->name + " is taken for a letter of the name";
+        suggest(diagnostic, diagnostic.help, without_invisible(name));
     } else if (!name.empty() && !pathname_is_absolute(name)) {
         diagnostic.help = "the name is relative to the folder of the file that includes it";
     }

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "assembler/diagnostics.h"
@@ -15,7 +16,8 @@
 // What looking for similar names may cost in one program, and what has been prepared for it.
 struct names_t {
     int64_t budget = 1'000'000;
-    std::vector<name_t> labels; // all of them, once they are needed
+    std::vector<name_t> labels;                         // all of them, once they are needed
+    std::unordered_map<std::string, uint32_t> hidden{}; // those with invisible characters, by what is seen
 };
 
 // A number in the form that the assembler takes, for one in a form of other languages: 0x1a for 1Ah; empty
@@ -25,7 +27,12 @@ std::string right_form(std::string_view number);
 // The place from which on a line is a comment in the manner of another language; none when there is none.
 std::optional<span_t> foreign_comment(const source_map_t& map, const statement_t& statement);
 
+// What is invisible in a line of code, as edits that mend it. Empty when nothing is.
+std::vector<edit_t> edits_of_invisible(const source_map_t& map, const statement_t& statement);
+
 // Each completes what has code, place and message already.
+// Whether it comes of what is invisible in its line; only then something has been done.
+bool explain_invisible(diagnostic_t& diagnostic, const source_map_t& map, const statement_t& statement);
 void explain_comment(diagnostic_t& diagnostic, std::string_view comment);
 void explain_number(diagnostic_t& diagnostic, std::string_view number, bool is_label);
 void explain_label(diagnostic_t& diagnostic, const source_map_t& map, std::string_view name, names_t& names);

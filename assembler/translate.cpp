@@ -142,7 +142,13 @@ diagnostic_t* fault(passes_t& passes, std::string_view code, const place_t& plac
         text.replace(LONGEST_MESSAGE, std::string::npos, "...");
     }
     add_diagnostic(diagnostics, {.place = place, .code = code, .message = std::move(text)});
-    return &diagnostics.list.back();
+    diagnostic_t& diagnostic = diagnostics.list.back();
+    const source_map_t& map = map_of(passes);
+    if (passes.statement != NOTHING && explain_invisible(diagnostic, map, map.statements[passes.statement])) {
+        passes.muted = true;
+        return nullptr;
+    }
+    return &diagnostic;
 }
 
 // All that lies behind the end of the memory is one fault.

@@ -260,6 +260,27 @@ constexpr code_info_t CODES[] = {
      "                halt\n"
      "count           .data   7\n"
      "copy            .data   0\n"},
+    {code::INVISIBLE_CHARACTER, WARNING, "a character that one does not see",
+     "Only blanks and tabs separate words. A no-break space, which comes into a program with text from a web "
+     "page, and a byte order mark, which some editors write at the beginning of a file, are letters of the "
+     "word "
+     "beside them; in the first column they begin a label.",
+     "Write blanks instead. Let the editor save the file as UTF-8 without a byte order mark.",
+     "\xc2\xa0               cpdata  0x80000001 1\n"
+     "                halt\n",
+     "                cpdata  0x80000001 1\n"
+     "                halt\n"},
+    {code::BAD_ALLOW, WARNING, "a comment that silences nothing",
+     "A comment such as `// tovik: allow bare-number` at the end of a line silences the warnings of that "
+     "line that "
+     "have the codes it names, and only when it is written so.",
+     "Write the codes as they stand in brackets behind the warnings, with commas between them, at the end of "
+     "the "
+     "line that is meant. A fault cannot be silenced.",
+     "                cpdata  0x80000001 1\n"
+     "                halt            // tovik: allow barenumber\n",
+     "                cpdata  0x80000001 1\n"
+     "                halt\n"},
     {code::RETURN_MISMATCH, WARNING, "a call and a `ret` with different words",
      "`call` puts the address of the next instruction into its second operand, and `ret` goes on at the "
      "address that is "

@@ -27,6 +27,9 @@ constexpr std::string_view UNUSED_LABEL = "unused-label";
 constexpr std::string_view OPERATION_AS_LABEL = "operation-as-label";
 constexpr std::string_view LABEL_COLON = "label-colon";
 constexpr std::string_view LABEL_CASE = "label-case";
+// Lines
+constexpr std::string_view INVISIBLE_CHARACTER = "invisible-character";
+constexpr std::string_view BAD_ALLOW = "bad-allow";
 // Subroutines
 constexpr std::string_view RETURN_MISMATCH = "return-mismatch";
 constexpr std::string_view RETURN_WITHOUT_CALL = "return-without-call";

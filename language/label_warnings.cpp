@@ -1,12 +1,12 @@
 // Labels that do not do what they look like.
 
 #include <algorithm>
-#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
 
+#include "assembler/invisible.h"
 #include "assembler/similar.h"
 #include "language/warnings_internal.h"
 
@@ -41,19 +41,6 @@ void warn_of_operation(warnings_t& warnings, uint32_t index, std::string_view na
         place.last = exact ? 0 : place.last;
         diagnostic.fix = {{place, "                " + std::string(exact ? "" : operation.name)}};
     }
-}
-
-using line_t = std::pair<uint32_t, int32_t>; // file and number
-
-// The lines that faults name besides their own.
-std::set<line_t> named_lines(const diagnostics_t& faults) {
-    std::set<line_t> lines;
-    for (const diagnostic_t& fault : faults.list) {
-        for (const related_t& related : fault.related) {
-            lines.emplace(related.place.file, related.place.line);
-        }
-    }
-    return lines;
 }
 
 void warn_of_colon(warnings_t& warnings, uint32_t index, std::string_view name) {
@@ -113,7 +100,6 @@ void warn_of_case(warnings_t& warnings) {
 
 void warn_of_labels(warnings_t& warnings) {
     const source_map_t& map = *warnings.map;
-    const std::set<line_t> named = named_lines(*warnings.faults);
     bool in_array = false;
     for (uint32_t i = 0; i < map.statements.size(); ++i) {
         const statement_t& statement = map.statements[i];
@@ -126,15 +112,15 @@ void warn_of_labels(warnings_t& warnings) {
         const std::string_view name = name_of(map, label);
         const bool unused = label.use_count == 0;
         if (name.size() > 1 && name.ends_with(':')) {
-            if (!named.contains({statement.file, statement.line})) {
+            if (!warnings.named.contains({statement.file, statement.line})) {
                 warn_of_colon(warnings, i, name);
             }
         } else if (unused && is_operation(name)) {
             if (!statement.faulty) {
                 warn_of_operation(warnings, i, name);
             }
-        } else if (warnings.flow != nullptr && unused && statement.address != 0 && !inside &&
-                   !warnings.flow->library && !is_included(*warnings.program, i) &&
+        } else if (warnings.flow != nullptr && unused && !find_invisible(name) && statement.address != 0 &&
+                   !inside && !warnings.flow->library && !is_included(*warnings.program, i) &&
                    !is_unreached(warnings, statement) &&
                    !is_left_out(warnings, code::UNUSED_LABEL, i, statement.label)) {
             warn_of_unused(warnings, i, name);

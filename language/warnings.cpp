@@ -9,12 +9,8 @@
 
 namespace {
 
-constexpr std::string_view ALLOW = "tovik: allow ";
-
 // Whether a comment at the end of the line allows it.
-bool is_allowed(const source_map_t& map, std::string_view code, uint32_t index) {
-    const statement_t& statement = map.statements[index];
-    const std::string_view line = line_text(map, statement.file, statement.line_begin);
+bool is_allowed(std::string_view line, std::string_view code) {
     const size_t comment = line.find("//");
     const size_t allow = comment == std::string_view::npos ? comment : line.find(ALLOW, comment);
     if (allow == std::string_view::npos) {
@@ -22,8 +18,8 @@ bool is_allowed(const source_map_t& map, std::string_view code, uint32_t index) 
     }
     std::string_view codes = line.substr(allow + ALLOW.size());
     while (!codes.empty()) {
-        const size_t begin = std::min(codes.find_first_not_of(", \t\r"), codes.size());
-        const size_t end = std::min(codes.find_first_of(", \t\r", begin), codes.size());
+        const size_t begin = std::min(codes.find_first_not_of(CODE_ENDS), codes.size());
+        const size_t end = std::min(codes.find_first_of(CODE_ENDS, begin), codes.size());
         if (codes.substr(begin, end - begin) == code) {
             return true;
         }
@@ -33,8 +29,10 @@ bool is_allowed(const source_map_t& map, std::string_view code, uint32_t index) 
 }
 
 bool comes_before(const found_t& left, const found_t& right) {
-    return std::pair(left.statement, left.diagnostic.place.first) <
-           std::pair(right.statement, right.diagnostic.place.first);
+    const auto place_of = [](const found_t& found) {
+        return std::tuple(found.statement, found.diagnostic.place.line, found.diagnostic.place.first);
+    };
+    return place_of(left) < place_of(right);
 }
 
 // Whether it is new. Two ways to look at ports may find the same, and so does a file that is included twice.
@@ -42,8 +40,23 @@ bool take_note(said_t& said, std::string_view code, const place_t& place) {
     return said.emplace(code, place.file, place.line, place.first).second;
 }
 
-bool is_to_be_said(const warnings_t& warnings, std::string_view code, uint32_t statement) {
-    return (!warnings.is_wanted || warnings.is_wanted(code)) && !is_allowed(*warnings.map, code, statement);
+bool is_to_be_said(const warnings_t& warnings, std::string_view code, std::string_view line) {
+    return (!warnings.is_wanted || warnings.is_wanted(code)) && !is_allowed(line, code);
+}
+
+std::string_view line_of(const warnings_t& warnings, uint32_t index) {
+    const statement_t& statement = warnings.map->statements[index];
+    return line_text(*warnings.map, statement.file, statement.line_begin);
+}
+
+std::set<line_number_t> named_lines(const diagnostics_t& faults) {
+    std::set<line_number_t> lines;
+    for (const diagnostic_t& fault : faults.list) {
+        for (const related_t& related : fault.related) {
+            lines.emplace(related.place.file, related.place.line);
+        }
+    }
+    return lines;
 }
 
 std::string_view ordinal(uint8_t operand) {
@@ -66,6 +79,7 @@ operand_place_t place_of_operand(const program_t& program, const instruction_t& 
 diagnostic_t& warn(warnings_t& warnings, std::string_view code, uint32_t statement, span_t token,
                    std::string message, std::string help) {
     warnings.found.push_back({statement,
+                              line_of(warnings, statement),
                               {.place = place_of(warnings.map->statements[statement], token),
                                .severity = severity_e::WARNING,
                                .code = code,
@@ -117,7 +131,7 @@ std::string word_name(const source_map_t& map, int32_t address, uint32_t from) {
 }
 
 bool is_left_out(warnings_t& warnings, std::string_view code, uint32_t statement, span_t token) {
-    if (!is_to_be_said(warnings, code, statement)) {
+    if (!is_to_be_said(warnings, code, line_of(warnings, statement))) {
         return true;
     }
     if (warnings.in_order.size() >= MOST_DIAGNOSTICS) {
@@ -149,7 +163,8 @@ void add_warnings(analysis_t& analysis, const is_wanted_t& is_wanted) {
                         .faults = &analysis.diagnostics,
                         .flow = nullptr,
                         .found = {},
-                        .is_wanted = is_wanted};
+                        .is_wanted = is_wanted,
+                        .named = named_lines(analysis.diagnostics)};
     if (faultless) {
         flow = find_ways(program);
         warnings.flow = &flow;
@@ -157,6 +172,8 @@ void add_warnings(analysis_t& analysis, const is_wanted_t& is_wanted) {
         warn_of_subroutines(warnings);
         warn_of_ports(warnings);
     }
+    warn_of_lines(warnings);
+    warnings.in_order.clear();
     warn_of_labels(warnings);
     warnings.in_order.clear();
     warn_of_operands(warnings);
@@ -164,7 +181,7 @@ void add_warnings(analysis_t& analysis, const is_wanted_t& is_wanted) {
     said_t said;
     for (found_t& found : warnings.found) {
         const std::string_view code = found.diagnostic.code;
-        if (is_to_be_said(warnings, code, found.statement) && take_note(said, code, found.diagnostic.place)) {
+        if (is_to_be_said(warnings, code, found.line) && take_note(said, code, found.diagnostic.place)) {
             add_diagnostic(analysis.diagnostics, std::move(found.diagnostic));
         }
     }

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "assembler/analyse.h"
@@ -16,9 +17,16 @@
 #include "language/warnings.h"
 
 struct found_t {
-    uint32_t statement = 0; // index, for the order
+    uint32_t statement = 0; // index, for the order: that of the line, or the next one
+    std::string_view line;  // what may allow it
     diagnostic_t diagnostic;
 };
+
+// How a comment begins that silences warnings of its line, and what stands between the codes behind that.
+constexpr std::string_view ALLOW = "tovik: allow ";
+constexpr std::string_view CODE_ENDS = ", \t\r";
+
+using line_number_t = std::pair<uint32_t, int32_t>; // of a file
 
 // Codes and places of which something has been said: file, line, column.
 using said_t = std::set<std::tuple<std::string_view, uint32_t, int32_t, uint32_t>>;
@@ -30,8 +38,9 @@ struct warnings_t {
     const flow_t* flow = nullptr; // null when the program has faults: then it is not known
     std::vector<found_t> found;
     is_wanted_t is_wanted{};
-    said_t in_order{}; // those of the chapter at work that `is_left_out` let through
-    size_t more = 0;   // beyond those that can be shown
+    std::set<line_number_t> named{}; // lines that faults name besides their own
+    said_t in_order{};               // those of the chapter at work that `is_left_out` let through
+    size_t more = 0;                 // beyond those that can be shown
 };
 
 // For those that a chapter finds in the order of the lines, and of which there can be as many as lines:
@@ -73,6 +82,7 @@ bool is_reached(const warnings_t& warnings, uint32_t instruction);
 bool is_template(const warnings_t& warnings, uint32_t instruction);
 
 // The chapters.
+void warn_of_lines(warnings_t& warnings);    // also without a flow
 void warn_of_labels(warnings_t& warnings);   // also without a flow
 void warn_of_operands(warnings_t& warnings); // also without a flow
 void warn_of_ways(warnings_t& warnings);

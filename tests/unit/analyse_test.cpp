@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "assembler/analyse.h"
+#include "tests/support/listing.h"
 
 namespace {
 
@@ -23,25 +24,6 @@ analysis_t analyse_text(const std::string& text) {
     return analyse("main.k", [&](const std::string& name) {
         return name == "main.k" ? file_text_t{.text = text} : read_case(name);
     });
-}
-
-std::string to_text(const source_map_t& map, const place_t& place) {
-    const std::string file = place.file == 0 ? "" : map.files[place.file].name + ":";
-    return file + std::to_string(place.line) + ":" + std::to_string(place.first) + "-" +
-           std::to_string(place.last);
-}
-
-// One line: place, code: message; help (related) -> fix
-std::string to_text(const source_map_t& map, const diagnostic_t& diagnostic) {
-    std::string text = to_text(map, diagnostic.place) + " " + std::string(diagnostic.code) + ": " +
-                       diagnostic.message + (diagnostic.help.empty() ? "" : "; " + diagnostic.help);
-    for (const related_t& related : diagnostic.related) {
-        text += " (" + to_text(map, related.place) + " " + related.message + ")";
-    }
-    for (const edit_t& edit : diagnostic.fix) {
-        text += " -> " + to_text(map, edit.place) + " '" + edit.text + "'";
-    }
-    return text + "\n";
 }
 
 std::string read_text(const fs::path& name) { return read_file(name).text; }
@@ -80,13 +62,9 @@ TEST(Analyse, FaultsAndFixesOfTheFiles) {
         }
         const std::string name = entry.path().stem().string() + ".k";
         const analysis_t analysis = analyse(name, read_case);
-        std::string text;
-        ptrdiff_t without_fix = 0;
-        for (const diagnostic_t& diagnostic : analysis.diagnostics.list) {
-            text += to_text(analysis.map, diagnostic);
-            without_fix += diagnostic.fix.empty() ? 1 : 0;
-        }
-        EXPECT_EQ(text, read_text(entry.path())) << name;
+        const ptrdiff_t without_fix =
+            std::ranges::count_if(analysis.diagnostics.list, &std::vector<edit_t>::empty, &diagnostic_t::fix);
+        EXPECT_EQ(listing(analysis), read_text(entry.path())) << name;
         const analysis_t again = analyse(name, [&](const std::string& file) {
             return file == name ? file_text_t{.text = mended(analysis)} : read_case(file);
         });
@@ -137,14 +115,14 @@ TEST(Analyse, SourceMap) {
         }
     }
     for (const label_t& label : map.labels) {
-        text += std::string(name_of(map, label)) + " " + to_text(map, place_of(map, label));
+        text += std::string(name_of(map, label)) + " " + text_of_place(map, place_of(map, label));
         for (uint32_t i = 0; i < label.use_count; ++i) {
-            text += " " + to_text(map, place_of(map, map.uses[label.first_use + i]));
+            text += " " + text_of_place(map, place_of(map, map.uses[label.first_use + i]));
         }
         text += "\n";
     }
     for (const inclusion_t& inclusion : map.inclusions) {
-        text += map.files[inclusion.file].name + " " + to_text(map, place_of(map, inclusion)) + "\n";
+        text += map.files[inclusion.file].name + " " + text_of_place(map, place_of(map, inclusion)) + "\n";
     }
     EXPECT_EQ(text, R"(10=5 c 0:1
 11=16 o 0:1 x
