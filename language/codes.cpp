@@ -309,6 +309,25 @@ constexpr code_info_t CODES[] = {
      "end             .data   0\n",
      "                cpdata  0x80000001 1\n"
      "                halt\n"},
+    {code::RUNS_INTO_SUBROUTINE, WARNING, "a way on which the program runs into a subroutine",
+     "After an instruction comes the one behind it, also when a subroutine begins there. Its `ret` then goes "
+     "back "
+     "behind the last call once more, or to the address 0 if there was none.",
+     "End the way with `halt` or with a jump before the subroutine.",
+     "                be      end 0x80000000 zero\n"
+     "                call    show back\n"
+     "show            cp      0x80000003 0x80000000\n"
+     "                ret     back\n"
+     "end             halt\n"
+     "zero            .data   0\n"
+     "back            .data   0\n",
+     "                be      end 0x80000000 zero\n"
+     "                call    show back\n"
+     "end             halt\n"
+     "show            cp      0x80000003 0x80000000\n"
+     "                ret     back\n"
+     "zero            .data   0\n"
+     "back            .data   0\n"},
     {code::RECURSION, WARNING, "a subroutine that calls itself and forgets where to go back",
      "The subroutine calls itself with the same word for the return address. The inner call overwrites it, "
      "so the outer "

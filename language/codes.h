@@ -33,6 +33,7 @@ constexpr std::string_view BAD_ALLOW = "bad-allow";
 // Subroutines
 constexpr std::string_view RETURN_MISMATCH = "return-mismatch";
 constexpr std::string_view RETURN_WITHOUT_CALL = "return-without-call";
+constexpr std::string_view RUNS_INTO_SUBROUTINE = "runs-into-subroutine";
 constexpr std::string_view RECURSION = "recursion";
 // Ports
 constexpr std::string_view PORT_DIRECTION = "port-direction";

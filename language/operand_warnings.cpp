@@ -217,6 +217,17 @@ std::optional<int32_t> stored_into(const program_t& program, const instruction_t
                                                                      : std::nullopt;
 }
 
+// The instruction of which a word is a part.
+uint32_t instruction_around(const program_t& program, int32_t address) {
+    const word_e kind = program.map->words[static_cast<size_t>(address)].kind;
+    if (kind == word_e::NONE || kind == word_e::DATA) {
+        return NOTHING;
+    }
+    const statement_t& line =
+        program.map->statements[program.map->words[static_cast<size_t>(address)].statement];
+    return program.at[static_cast<size_t>(line.address)];
+}
+
 void warn_of_overwriting(warnings_t& warnings, const instruction_t& instruction, size_t operand) {
     program_t& program = *warnings.program;
     const operand_place_t place = place_of_operand(program, instruction, operand);
@@ -224,19 +235,23 @@ void warn_of_overwriting(warnings_t& warnings, const instruction_t& instruction,
     if (!address || place.label == NOTHING) {
         return;
     }
-    const uint32_t target = program.at[static_cast<size_t>(*address)];
-    if (target == NOTHING || program.code[target].made_of_data) {
-        return;
-    }
     const int32_t named = instruction.operands[operand];
     const bool computed = *address != named;
     const bool begins_in_data = program.at[static_cast<size_t>(named)] == NOTHING;
+    // To change an operand, the array begins at the instruction.
+    const uint32_t target =
+        begins_in_data ? instruction_around(program, *address) : program.at[static_cast<size_t>(*address)];
+    if (target == NOTHING || program.code[target].made_of_data) {
+        return;
+    }
     diagnostic_t& diagnostic =
         warn(warnings, code::CODE_OVERWRITTEN, place.statement, place.token,
-             (computed ? quoted_operand(warnings, place) + " with this index is an instruction"
+             (computed ? quoted_operand(warnings, place) + " with this index is " +
+                             (target == program.at[static_cast<size_t>(*address)] ? "" : "a part of ") +
+                             "an instruction"
                        : quoted_operand(warnings, place) + " is an instruction") +
                  ", and what is stored here takes its place",
-             begins_in_data ? "the array ends before this index"
+             begins_in_data ? "the index leads out of the array"
                             : "store into a word of data; `cpta` with the instruction as its array and an "
                               "index from 1 to 3 changes an operand");
     const statement_t& line = warnings.map->statements[program.code[target].statement];

@@ -1,5 +1,6 @@
 // Calls and returns.
 
+#include <algorithm>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -19,6 +20,7 @@ struct body_t {
     std::vector<uint32_t> calls;
     std::unordered_set<int32_t> used; // words that it reads or writes otherwise than by call and ret
     bool known = true;                // all of its ways are
+    bool ends = false;                // the program may end in it
 };
 
 struct search_t {
@@ -27,6 +29,7 @@ struct search_t {
     std::vector<uint32_t> open{}; // seen, and not yet looked at
     uint32_t round = 0;
     int64_t steps = MOST_STEPS;
+    std::vector<bool> called{}; // by instruction: it belongs to a subroutine
 };
 
 void see(search_t& search, uint32_t index) {
@@ -57,6 +60,8 @@ void pass(search_t& search, body_t& body, uint32_t index) {
     const instruction_t instruction = program.code[index];
     if (instruction.operation == nullptr) {
         body.known = false;
+    } else if (has_opcode(instruction, K24_HALT)) {
+        body.ends = true;
     } else if (has_opcode(instruction, K24_RET)) {
         body.rets.push_back(index);
         const ret_e kind = ret_of(program, instruction);
@@ -86,6 +91,8 @@ body_t look_through(search_t& search, uint32_t target) {
         const uint32_t index = search.open.back();
         search.open.pop_back();
         body.known = --search.steps >= 0;
+        search.called.resize(search.program->code.size());
+        search.called[index] = true;
         pass(search, body, index);
     }
     return body;
@@ -141,11 +148,11 @@ void warn_of_recursion(warnings_t& warnings, const body_t& body, uint32_t target
     }
 }
 
+using bodies_t = std::unordered_map<uint32_t, body_t>; // by the first instruction
+
 // Returns the rets of which it has been said that the calls do not fit.
-std::unordered_set<uint32_t> warn_of_calls(warnings_t& warnings) {
+std::unordered_set<uint32_t> warn_of_calls(warnings_t& warnings, search_t& search, bodies_t& bodies) {
     program_t& program = *warnings.program;
-    search_t search{.program = &program};
-    std::unordered_map<uint32_t, body_t> bodies; // by target
     std::unordered_set<uint32_t> said;
     std::unordered_set<uint32_t> explained;
     const size_t size = program.code.size();
@@ -177,6 +184,68 @@ std::unordered_set<uint32_t> warn_of_calls(warnings_t& warnings) {
     return explained;
 }
 
+// Whether a subroutine returns on all of its ways, and only to those who called it.
+bool returns_always(const program_t& program, const body_t& body) {
+    return body.known && !body.ends && !body.rets.empty() &&
+           std::ranges::all_of(body.rets, [&](uint32_t index) {
+               const word_t& word = program.map->words[static_cast<size_t>(program.code[index].operands[0])];
+               return word.value == 0 && ret_of(program, program.code[index]) == ret_e::OF_CALLS;
+           });
+}
+
+void warn_of_running_into(warnings_t& warnings, const instruction_t& from, uint32_t target,
+                          const body_t& body) {
+    const source_map_t& map = *warnings.map;
+    const program_t& program = *warnings.program;
+    const statement_t& line = map.statements[program.code[target].statement];
+    const operand_place_t ret = place_of_operand(program, program.code[body.rets.front()], 0);
+    if (ret.token.size == 0 || is_included(program, from.statement)) {
+        return;
+    }
+    const std::string name =
+        line.defines == NOTHING ? "" : " " + quoted(name_of(map, map.labels[line.defines]));
+    warn(warnings, code::RUNS_INTO_SUBROUTINE, from,
+         "the program goes on behind this instruction, into the subroutine" + name +
+             " that nothing calls here",
+         "end this way with `halt` or a jump such as `be again 0 0`")
+        .related = {
+        {place_of(map.statements[ret.statement], ret.token), "this goes back behind the last call, again"}};
+}
+
+// Follows the program itself, not what it calls nor what it shares with that. Only where it is certain that
+// it comes into a subroutine that does nothing but return.
+void follow_program(warnings_t& warnings, const search_t& search, const bodies_t& bodies) {
+    program_t& program = *warnings.program;
+    const std::vector<int32_t> not_halts = halts_as_labels(*warnings.map);
+    std::vector<uint32_t> open = {warnings.flow->entries.front()};
+    std::vector<bool> seen(program.code.size());
+    while (!open.empty()) {
+        const uint32_t index = open.back();
+        open.pop_back();
+        if (index >= seen.size() || seen[index] || (index < search.called.size() && search.called[index])) {
+            continue;
+        }
+        seen[index] = true;
+        const instruction_t instruction = program.code[index];
+        bool goes_on = falls_through(program, instruction, constants_e::COUNT);
+        if (has_opcode(instruction, K24_CALL)) {
+            const auto called = bodies.find(target_of(program, instruction));
+            goes_on = called != bodies.end() && returns_always(program, called->second) &&
+                      returns_through(warnings, called->second, instruction.operands[1]);
+        } else if (is_branch(instruction)) {
+            open.push_back(target_of(program, instruction));
+        }
+        const uint32_t next = goes_on ? next_of(program, instruction) : NOTHING;
+        const auto found = bodies.find(next);
+        if (found == bodies.end()) {
+            open.push_back(next);
+        } else if (returns_always(program, found->second) &&
+                   std::ranges::find(not_halts, program.code[next].address) == not_halts.end()) {
+            warn_of_running_into(warnings, instruction, next, found->second);
+        }
+    }
+}
+
 void warn_of_returns(warnings_t& warnings, const std::unordered_set<uint32_t>& explained) {
     const program_t& program = *warnings.program;
     for (uint32_t i = 0; i < program.code.size(); ++i) {
@@ -198,8 +267,15 @@ void warn_of_returns(warnings_t& warnings, const std::unordered_set<uint32_t>& e
 } // namespace
 
 void warn_of_subroutines(warnings_t& warnings) {
-    const std::unordered_set<uint32_t> explained = warn_of_calls(warnings);
-    if (!warnings.flow->library) {
-        warn_of_returns(warnings, explained);
+    search_t search{.program = warnings.program};
+    bodies_t bodies;
+    const std::unordered_set<uint32_t> explained = warn_of_calls(warnings, search, bodies);
+    const flow_t& flow = *warnings.flow;
+    if (flow.library) {
+        return;
+    }
+    warn_of_returns(warnings, explained);
+    if (warnings.program->has_halt && !flow.unknown_jumps && !flow.entries.empty() && search.steps >= 0) {
+        follow_program(warnings, search, bodies);
     }
 }

@@ -76,6 +76,9 @@ std::string line_name(const source_map_t& map, uint32_t statement, uint32_t from
 // What a word of memory is: "the first operand of the `add` in line 3".
 std::string word_name(const source_map_t& map, int32_t address, uint32_t from);
 
+// Addresses at which a `halt` stands as a label: what follows is its fault.
+std::vector<int32_t> halts_as_labels(const source_map_t& map);
+
 bool is_reached(const warnings_t& warnings, uint32_t instruction);
 
 // Whether an instruction is never executed but read: a program copies it to another place.

@@ -8,18 +8,6 @@
 
 namespace {
 
-// A `halt` in the first column is the cause of much of the rest.
-std::vector<int32_t> halts_as_labels(const source_map_t& map) {
-    std::vector<int32_t> addresses;
-    for (const label_t& label : map.labels) {
-        const std::string_view name = name_of(map, label);
-        if (name == "halt" || name == "HALT" || name == "Halt") {
-            addresses.push_back(label.address);
-        }
-    }
-    return addresses;
-}
-
 bool is_at(const std::vector<int32_t>& addresses, int32_t address) {
     return std::ranges::find(addresses, address) != addresses.end();
 }
@@ -89,7 +77,7 @@ void warn_of_running_into_subroutine(warnings_t& warnings) {
         const uint32_t next = next_of(program, instruction);
         const bool falls =
             instruction.operation == nullptr || falls_through(program, instruction, constants_e::COUNT);
-        const auto found = falls ? calls.find(next) : calls.end();
+        const auto found = falls || has_opcode(instruction, K24_CALL) ? calls.find(next) : calls.end();
         if (found != calls.end()) {
             const operand_place_t name = place_of_operand(program, program.code[found->second], 0);
             if (name.token.size != 0 && !is_included(program, instruction.statement)) {
@@ -201,6 +189,17 @@ void warn_of_unreached(warnings_t& warnings) {
 }
 
 } // namespace
+
+std::vector<int32_t> halts_as_labels(const source_map_t& map) {
+    std::vector<int32_t> addresses;
+    for (const label_t& label : map.labels) {
+        const std::string_view name = name_of(map, label);
+        if (name == "halt" || name == "HALT" || name == "Halt") {
+            addresses.push_back(label.address);
+        }
+    }
+    return addresses;
+}
 
 void warn_of_ways(warnings_t& warnings) {
     warn_of_beginning(warnings);
