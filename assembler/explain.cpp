@@ -45,10 +45,16 @@ std::string_view help_for_others(std::string_view opcode) {
         {" li ldi movi let ", "`cpdata a N` puts the number N into a"},
         {" jmp jump goto j b br bra ", "`be a 0 0` goes on at a, always"},
         {" bgt ", "`blt a c b` goes on at a if b is greater than c"},
+        {" bge ", "`blt a c b` and `be a b c` go on at a if b is not less than c"},
+        {" ble ", "`blt a b c` and `be a b c` go on at a if b is not greater than c"},
+        {" cmp tst ", "`be`, `bne` and `blt` compare by themselves"},
         {" inc ", "write `add`, with a word that holds 1"},
         {" dec ", "write `sub`, with a word that holds 1"},
         {" stop end exit quit ", "a program ends with `halt`"},
         {" jsr gosub ", "write `call`"},
+        {" .word .byte .int .long .dw .db dw dd db dc data word byte int var const equ .equ ",
+         "`.data N` makes one word that holds N"},
+        {" org .org ", "a number in the first column is the address of the line"},
     };
     const std::string name = " " + small(opcode) + " ";
     for (const auto& [names, help] : OTHERS) {
@@ -191,6 +197,16 @@ bool explain_value(diagnostic_t& diagnostic, std::string_view name) {
     return true;
 }
 
+// A pointer or an element of an array, as other languages write them.
+bool explain_brackets(diagnostic_t& diagnostic, std::string_view name) {
+    if (name.find_first_of("[(") == npos && !(name.starts_with('*') && name.size() > 1)) {
+        return false;
+    }
+    const operation_t& operation = *find_operation("cpfa");
+    diagnostic.help = form_of(operation) + " " + std::string(operation.effect);
+    return true;
+}
+
 // Operands with commas between them.
 bool explain_commas(diagnostic_t& diagnostic, std::string_view name) {
     if (name.find(',') == npos) {
@@ -304,7 +320,7 @@ void explain_number(diagnostic_t& diagnostic, std::string_view number, bool is_l
 
 void explain_label(diagnostic_t& diagnostic, const source_map_t& map, std::string_view name, names_t& names) {
     if (explain_colon(diagnostic, map, name) || explain_value(diagnostic, name) ||
-        explain_commas(diagnostic, name)) {
+        explain_commas(diagnostic, name) || explain_brackets(diagnostic, name)) {
         return;
     }
     if (names.labels.empty()) {
@@ -319,6 +335,20 @@ void explain_label(diagnostic_t& diagnostic, const source_map_t& map, std::strin
         return;
     }
     suggest_nearest(diagnostic, nearest(name, names.labels, names.budget));
+    if (diagnostic.help.empty()) {
+        diagnostic.help = "no line of the program begins with this name";
+    }
+}
+
+void explain_read(diagnostic_t& diagnostic) {
+    const std::string_view number =
+        diagnostic.fix.size() == 1 ? diagnostic.fix.front().text : std::string_view();
+    const std::optional<int32_t> value = numeric(number) ? read_number(number) : std::nullopt;
+    if (value && *value >= 0) {
+        diagnostic.help +=
+            "; a number is an address here, and as a value it needs a word of its own, `NAME .data " +
+            std::to_string(*value) + "`";
+    }
 }
 
 void explain_first_column(diagnostic_t& diagnostic, std::string_view operation) {

@@ -420,7 +420,12 @@ void find_addresses(passes_t& passes, const std::string& name) {
     }
 }
 
-int32_t fault_undefined(passes_t& passes, statement_t& statement, const operand_t& operand) {
+bool is_read(const statement_t& statement, size_t index) {
+    return statement.operation != nullptr && index < statement.operation->count &&
+           statement.operation->operands[index].role == role_e::READ;
+}
+
+int32_t fault_undefined(passes_t& passes, statement_t& statement, const operand_t& operand, bool read) {
     const source_map_t& map = map_of(passes);
     const std::string_view name = text_of(map, statement.file, operand.token);
     const place_t place = place_of(statement, operand.token);
@@ -446,6 +451,9 @@ int32_t fault_undefined(passes_t& passes, statement_t& statement, const operand_
         fault(passes, code::UNDEFINED_LABEL, place, "undefined label " + std::string(name));
     if (diagnostic != nullptr) {
         explain_label(*diagnostic, map, name, passes.names);
+        if (read) {
+            explain_read(*diagnostic);
+        }
     }
     if (!passes.muted) {
         // Operands that are written as one are also too few.
@@ -476,13 +484,16 @@ int32_t find_value(passes_t& passes, statement_t& statement, uint8_t index) {
                     fault(passes, code::MALFORMED_NUMBER, place_of(statement, operand.token),
                           std::string(text) + " is a malformed number")) {
                 explain_number(*diagnostic, text, false);
+                if (is_read(statement, index)) {
+                    explain_read(*diagnostic);
+                }
             }
         }
         return value.value_or(0);
     }
     operand.label = find_label(map, text);
     if (operand.label == NOTHING) {
-        return fault_undefined(passes, statement, operand);
+        return fault_undefined(passes, statement, operand, is_read(statement, index));
     }
     passes.uses.emplace_back(operand.label, use_t{.statement = passes.statement, .operand = index});
     return map.labels[operand.label].address;
