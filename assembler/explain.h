@@ -20,13 +20,6 @@ struct names_t {
     std::unordered_map<std::string, uint32_t> hidden{}; // those with invisible characters, by what is seen
 };
 
-// A number in the form that the assembler takes, for one in a form of other languages: 0x1a for 1Ah; empty
-// when it has none.
-std::string right_form(std::string_view number);
-
-// The place from which on a line is a comment in the manner of another language; none when there is none.
-std::optional<span_t> foreign_comment(const source_map_t& map, const statement_t& statement);
-
 // What is invisible in a line of code, as edits that mend it. Empty when nothing is.
 std::vector<edit_t> edits_of_invisible(const source_map_t& map, const statement_t& statement);
 
