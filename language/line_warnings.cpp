@@ -51,11 +51,14 @@ struct mention_t {
     size_t begin = 0; // in the line's text
 };
 
-// Where the checker's name stands from an offset on, in small or in capital letters.
+// Where the checker's name stands from an offset on, in small or capital letters.
 size_t find_name(std::string_view text, size_t from) {
-    // What both forms share with each other is found faster than each letter in both.
-    const size_t at = std::min(text.find("ovik", from), text.find("OVIK", from));
-    return at == npos || at == 0 ? at : at - 1;
+    constexpr char SMALL = 'a' - 'A'; // the bit that makes a letter small
+    const char* const end = text.data() + text.size();
+    const char* const found =
+        std::search(text.data() + from, end, NAME.data(), NAME.data() + NAME.size(),
+                    [](char c, char letter) { return static_cast<char>(c | SMALL) == letter; });
+    return found == end ? npos : static_cast<size_t>(found - text.data());
 }
 
 std::vector<mention_t> find_mentions(const source_map_t& map) {
@@ -72,8 +75,7 @@ std::vector<mention_t> find_mentions(const source_map_t& map) {
             counted = line.begin;
             mention.line = line;
             mention.begin = at - line.begin;
-            if (line.comment.begin < at && at < line.comment.end &&
-                small(text.substr(at, NAME.size())) == NAME) {
+            if (line.comment.begin < at && at < line.comment.end) {
                 mentions.push_back(mention);
             }
         }
@@ -92,7 +94,7 @@ void skip(std::string_view& text, std::string_view characters) {
     text.remove_prefix(std::min(text.find_first_not_of(characters), text.size()));
 }
 
-std::string_view nearest_code(std::string_view word) {
+std::string_view nearest_code(std::string_view word, int64_t& budget) {
     static const std::vector<name_t> NAMES = [] {
         std::vector<name_t> names;
         for (const code_info_t& info : all_codes()) {
@@ -102,7 +104,6 @@ std::string_view nearest_code(std::string_view word) {
         }
         return names;
     }();
-    int64_t budget = 100'000;
     return nearest(word, NAMES, budget);
 }
 
@@ -114,7 +115,7 @@ struct finding_t {
 };
 
 // What is wrong with a list of codes.
-std::vector<finding_t> look_at_codes(std::string_view codes) {
+std::vector<finding_t> look_at_codes(std::string_view codes, int64_t& budget) {
     std::vector<finding_t> findings;
     bool expected = true; // what follows a code without a comma may be words
     while (!codes.empty()) {
@@ -134,7 +135,7 @@ std::vector<finding_t> look_at_codes(std::string_view codes) {
         if (info != nullptr) {
             findings.push_back(
                 {word, quoted(word) + " is no warning, and only warnings can be silenced", "mend the line"});
-        } else if (const std::string_view best = nearest_code(word); !best.empty()) {
+        } else if (const std::string_view best = nearest_code(word, budget); !best.empty()) {
             findings.push_back({word, quoted(word) + " is no code of a warning: it silences nothing",
                                 "did you mean " + quoted(best) + "?", std::string(best)});
         } else {
@@ -146,7 +147,7 @@ std::vector<finding_t> look_at_codes(std::string_view codes) {
 }
 
 // What is wrong with a comment, from the checker's name on.
-std::vector<finding_t> look_at_comment(std::string_view comment, bool alone) {
+std::vector<finding_t> look_at_comment(std::string_view comment, bool alone, int64_t& budget) {
     constexpr std::array<std::string_view, 6> VERBS = {"allow",   "allowed", "ignore",
                                                        "disable", "silence", "suppress"};
     std::string_view rest = comment.substr(NAME.size());
@@ -167,7 +168,7 @@ std::vector<finding_t> look_at_comment(std::string_view comment, bool alone) {
                                              "write the code behind it, such as `tovik: allow bare-number`"}};
     }
     if (!exact) {
-        const std::string_view code = find_code(first) != nullptr ? first : nearest_code(first);
+        const std::string_view code = find_code(first) != nullptr ? first : nearest_code(first, budget);
         // Without a code, or the colon, it may be a sentence.
         if (code.empty() && comment[NAME.size()] != ':') {
             return {};
@@ -177,7 +178,7 @@ std::vector<finding_t> look_at_comment(std::string_view comment, bool alone) {
         return {{comment.substr(0, size), "this silences nothing as it is written",
                  "write " + quoted(std::string_view(right)), code.empty() ? "" : right}};
     }
-    std::vector<finding_t> findings = look_at_codes(comment.substr(ALLOW.size()));
+    std::vector<finding_t> findings = look_at_codes(comment.substr(ALLOW.size()), budget);
     if (findings.empty() && alone) {
         findings.push_back({head, "this silences nothing: the line has neither an instruction nor data",
                             "write it at the end of the line that is meant"});
@@ -203,6 +204,7 @@ void warn_of_allowances(warnings_t& warnings) {
     const source_map_t& map = *warnings.map;
     const std::vector<mention_t> mentions = find_mentions(map);
     places_t places = mentions.empty() ? places_t() : places_of_statements(map);
+    int64_t budget = 1'000'000; // for names that are like others, see `nearest`
     for (const mention_t& mention : mentions) {
         const source_line_t& line = mention.line;
         std::string_view comment = line.text.substr(mention.begin);
@@ -212,12 +214,15 @@ void warn_of_allowances(warnings_t& warnings) {
         const auto& lines = places[mention.file];
         const auto next =
             std::ranges::lower_bound(lines, mention.number, {}, &std::pair<int32_t, uint32_t>::first);
-        for (finding_t& finding : look_at_comment(comment, whole || line.include)) {
+        for (finding_t& finding : look_at_comment(comment, whole || line.include, budget)) {
             const auto first = static_cast<uint32_t>(finding.text.data() - line.text.data()) + 1;
             const place_t place{.file = mention.file,
                                 .line = mention.number,
                                 .first = first,
                                 .last = first + static_cast<uint32_t>(finding.text.size()) - 1};
+            if (is_left_out(warnings, code::BAD_ALLOW, place, line.text)) {
+                continue;
+            }
             warnings.found.push_back({.statement = next == lines.end() ? NOTHING : next->second,
                                       .line = line.text,
                                       .diagnostic = {.place = place,

@@ -130,15 +130,20 @@ std::string word_name(const source_map_t& map, int32_t address, uint32_t from) {
                                           : "a part" + owner;
 }
 
-bool is_left_out(warnings_t& warnings, std::string_view code, uint32_t statement, span_t token) {
-    if (!is_to_be_said(warnings, code, line_of(warnings, statement))) {
+bool is_left_out(warnings_t& warnings, std::string_view code, const place_t& place, std::string_view line) {
+    if (!is_to_be_said(warnings, code, line)) {
         return true;
     }
     if (warnings.in_order.size() >= MOST_DIAGNOSTICS) {
         ++warnings.more;
         return true;
     }
-    return !take_note(warnings.in_order, code, place_of(warnings.map->statements[statement], token));
+    return !take_note(warnings.in_order, code, place);
+}
+
+bool is_left_out(warnings_t& warnings, std::string_view code, uint32_t statement, span_t token) {
+    return is_left_out(warnings, code, place_of(warnings.map->statements[statement], token),
+                       line_of(warnings, statement));
 }
 
 bool is_reached(const warnings_t& warnings, uint32_t instruction) {

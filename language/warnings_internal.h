@@ -47,6 +47,7 @@ struct warnings_t {
 // whether one need not be made, because it is not to be said, or because the list can show no more, which
 // counts it.
 bool is_left_out(warnings_t& warnings, std::string_view code, uint32_t statement, span_t token);
+bool is_left_out(warnings_t& warnings, std::string_view code, const place_t& place, std::string_view line);
 
 // Where an operand stands in the source.
 struct operand_place_t {
