@@ -62,22 +62,26 @@ size_t find_name(std::string_view text, size_t from) {
 }
 
 std::vector<mention_t> find_mentions(const source_map_t& map) {
+    constexpr int MOST_IN_A_LINE = 4; // looking at more would take long in a line made for that
     std::vector<mention_t> mentions;
     for (uint32_t file = 0; file < map.files.size(); ++file) {
         const std::string_view text = map.files[file].text;
         mention_t mention{.file = file, .number = 1};
         size_t counted = 0; // the lines before it are
-        for (size_t at = find_name(text, 0); at != npos; at = find_name(text, at + NAME.size())) {
-            const source_line_t line = line_at(text, at);
+        for (size_t at = find_name(text, 0); at != npos;) {
+            mention.line = line_at(text, at);
+            const source_line_t& line = mention.line;
+            const size_t end = line.begin + line.text.size();
             mention.number +=
-                static_cast<int32_t>(std::count(text.begin() + static_cast<ptrdiff_t>(counted),
-                                                text.begin() + static_cast<ptrdiff_t>(line.begin), '\n'));
+                static_cast<int32_t>(std::count(text.data() + counted, text.data() + line.begin, '\n'));
             counted = line.begin;
-            mention.line = line;
-            mention.begin = at - line.begin;
-            if (line.comment.begin < at && at < line.comment.end) {
-                mentions.push_back(mention);
+            for (int i = 0; i < MOST_IN_A_LINE && at < end; ++i, at = find_name(text, at + NAME.size())) {
+                mention.begin = at - line.begin;
+                if (line.comment.begin < at && at < line.comment.end) {
+                    mentions.push_back(mention);
+                }
             }
+            at = at < end ? find_name(text, end) : at;
         }
     }
     return mentions;
@@ -116,9 +120,10 @@ struct finding_t {
 
 // What is wrong with a list of codes.
 std::vector<finding_t> look_at_codes(std::string_view codes, int64_t& budget) {
+    constexpr size_t MOST = 8; // who writes more does it on purpose
     std::vector<finding_t> findings;
     bool expected = true; // what follows a code without a comma may be words
-    while (!codes.empty()) {
+    while (!codes.empty() && findings.size() < MOST) {
         const std::string_view between = codes.substr(0, codes.find_first_not_of(CODE_ENDS));
         expected = expected || between.find(',') != npos;
         skip(codes, CODE_ENDS);
