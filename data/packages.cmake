@@ -37,8 +37,9 @@ The K24 is a small 32-bit processor for teaching. tovik-run assembles a
 source for it and runs it on the simulated board: with input at given
 times, limits, breakpoints, and reports for automatic grading.
 .
-tovik-relay, the server that connects the serial ports of two simulators,
-tovik-lsp, the language server for editors, the manual, the examples and
+tovik-check, which finds faults and traps without running a program,
+tovik-lsp, the language server for editors, tovik-relay, the server that
+connects the serial ports of two simulators, the manual, the examples and
 the library of subroutines are here too.")
 
 include(CPack)

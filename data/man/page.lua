@@ -6,9 +6,9 @@
 local line_characters, gap_characters = 70, 3
 
 local manual = {
-  { "tovik", 1 }, { "tovik-run", 1, "tovik-run.md" }, { "tovik-lsp", 1, "editors.md" },
-  { "k24-formats", 5, "formats.md" }, { "k24", 7, "k24.md" }, { "k24-devices", 7, "devices.md" },
-  { "tovik-relay", 8, "relay.md" },
+  { "tovik", 1 }, { "tovik-run", 1, "tovik-run.md" }, { "tovik-check", 1, "tovik-check.md" },
+  { "tovik-lsp", 1, "editors.md" }, { "k24-formats", 5, "formats.md" }, { "k24", 7, "k24.md" },
+  { "k24-devices", 7, "devices.md" }, { "k24-diagnostics", 7, "diagnostics.md" }, { "tovik-relay", 8, "relay.md" },
 }
 
 -- A table whose first column has this heading begins the section of that name, unless it is there already.
