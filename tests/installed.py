@@ -29,7 +29,7 @@ COMPLETIONS = [
     ("tovik-run --report js", "tovik-run --report json "),
     ("tovik-run pri", "tovik-run primes.k "),
     ("tovik-run --mic pri", "tovik-run --mic primes.wav "),
-    ("tovik-check --format sa", "tovik-check --format sarif "),
+    ("tovik-check --explain undefined-l", "tovik-check --explain undefined-label "),
     ("tovik-check pri", "tovik-check primes.k "),
     ("tovik -", "tovik -a "),
     ("tovik -a pri", "tovik -a primes.k "),

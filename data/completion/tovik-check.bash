@@ -7,7 +7,7 @@ _tovik_check() {
     case $prev in
     --format) COMPREPLY=($(compgen -W "text json sarif" -- "$cur")) ;;
     --warnings) COMPREPLY=($(compgen -W "all none" -- "$cur")) ;;
-    --explain) COMPREPLY=($(compgen -W "$("$1" --explain all 2> /dev/null | sed -n 's/^## //p')" -- "$cur")) ;;
+    --explain) COMPREPLY=($(compgen -W "all $("$1" --explain all 2> /dev/null | sed -n 's/^## //p')" -- "$cur")) ;;
     *)
         if [[ $cur == -* ]]; then
             options=$("$1" --help 2> /dev/null | sed -nE 's/^ +(-h,)?(--[a-z-]+).*/\2/p')
