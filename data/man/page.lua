@@ -4,6 +4,8 @@
 
 -- What an indented paragraph has of a line of 80 characters, and what is between two columns of a table.
 local line_characters, gap_characters = 70, 3
+-- What code has, which is indented once more, and what it has without the indentation.
+local code_characters, wide_code_characters = 66, 78
 
 local manual = {
   { "tovik", 1 }, { "tovik-run", 1, "tovik-run.md" }, { "tovik-check", 1, "tovik-check.md" },
@@ -66,6 +68,21 @@ local function begun_section(block)
   return block.t == "Table" and sections[text(pandoc.utils.to_simple_table(block).headers[1] or {})]
 end
 
+-- Code that is too wide is indented less than the text around it, and its lines go on below where even that is not
+-- enough.
+local function set_code(block)
+  local widest, lines = 0, {}
+  for line in (block.text .. "\n"):gmatch("([^\n]*)\n") do
+    widest = math.max(widest, utf8.len(line))
+    if utf8.len(line) > wide_code_characters then line = line:gsub("^(.*) (.*)$", "%1\n    %2") end
+    table.insert(lines, line)
+  end
+  if widest <= code_characters then return block end
+  local written = table.concat(lines, "\n"):gsub("[\\`^~-]", { ["\\"] = "\\e", ["`"] = "\\(ga", ["^"] = "\\(ha",
+    ["~"] = "\\(ti", ["-"] = "\\-" }):gsub("\n", "\n\\&")
+  return pandoc.RawBlock("man", ".PP\n.in 2n\n.nf\n\\&" .. written .. "\n.fi\n.in")
+end
+
 local function pages_of_links(link)
   for _, page in ipairs(manual) do
     if text(link.content) == page[3] then return pandoc.Str(shown(page)) end
@@ -103,6 +120,7 @@ function Pandoc(document)
   blocks:extend(see_also(name, text(document.meta.folder)))
   return pandoc.Pandoc(blocks, document.meta):walk({ Link = pages_of_links, Image = function() return {} end }):walk({
     Table = set_table,
+    CodeBlock = set_code,
   }):walk({
     -- The writer sets code in a font that not every viewer knows.
     Code = function(code) return pandoc.Strong({ pandoc.Str(code.text) }) end,
