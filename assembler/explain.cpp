@@ -115,7 +115,7 @@ bool explain_commas(diagnostic_t& diagnostic, std::string_view name) {
         return false;
     }
     std::string bare(name);
-    std::ranges::replace(bare, ',', ' ');
+    std::replace(bare.begin(), bare.end(), ',', ' ');
     bare.erase(bare.find_last_not_of(' ') + 1);
     suggest(diagnostic, "blanks separate operands, not commas", std::move(bare));
     return true;
@@ -144,7 +144,7 @@ bool explain_invisible(diagnostic_t& diagnostic, const source_map_t& map, const 
     std::vector<edit_t> edits =
         by_word || by_line ? edits_of_invisible(map, statement) : std::vector<edit_t>();
     const place_t& place = diagnostic.place;
-    const auto at = std::ranges::find_if(edits, [&](const edit_t& edit) {
+    const auto at = std::find_if(edits.begin(), edits.end(), [&](const edit_t& edit) {
         return by_line || (edit.place.first >= place.first && edit.place.last <= place.last);
     });
     if (at == edits.end()) {

@@ -62,8 +62,8 @@ std::string name_of(const kind_t& kind, uint32_t code_point) {
     std::array<char, 8> digits;
     const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), code_point, 16).ptr;
     std::string number(digits.data(), end);
-    std::ranges::transform(number, number.begin(),
-                           [](char c) { return c >= 'a' ? static_cast<char>(c - 'a' + 'A') : c; });
+    std::transform(number.begin(), number.end(), number.begin(),
+                   [](char c) { return c >= 'a' ? static_cast<char>(c - 'a' + 'A') : c; });
     number.insert(0, 4 - number.size(), '0');
     return "a " + std::string(kind.name) + " (U+" + number + ")";
 }
@@ -77,10 +77,10 @@ std::optional<invisible_t> find_invisible(std::string_view text, size_t from) {
             continue;
         }
         const auto [code_point, size] = decode(text.substr(from));
-        const auto* const kind =
-            std::ranges::find_if(KINDS, [&, point = code_point](const kind_t& candidate) {
-                return candidate.first <= point && point <= candidate.last;
-            });
+        const auto* const kind = std::find_if(std::begin(KINDS), std::end(KINDS),
+                                              [&, point = code_point](const kind_t& candidate) {
+                                                  return candidate.first <= point && point <= candidate.last;
+                                              });
         if (kind != std::end(KINDS)) {
             return invisible_t{from, size, name_of(*kind, code_point), kind->separates};
         }

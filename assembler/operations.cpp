@@ -72,7 +72,8 @@ constexpr const operation_t* CPDATA = DATA - 1;
 std::span<const operation_t> operations() { return OPERATIONS; }
 
 const operation_t* find_operation(std::string_view name) {
-    const auto* const found = std::ranges::find(OPERATIONS, name, &operation_t::name);
+    const auto* const found = std::find_if(std::begin(OPERATIONS), std::end(OPERATIONS),
+                                           [&](const operation_t& one) { return one.name == name; });
     return found == std::end(OPERATIONS) ? nullptr : found;
 }
 
@@ -91,6 +92,7 @@ int operand_in_word(const operation_t& operation, int word) {
 }
 
 std::string_view mnemonic_of(int32_t opcode) {
-    const auto* const found = std::ranges::find(OPERATIONS, opcode, &operation_t::opcode);
+    const auto* const found = std::find_if(std::begin(OPERATIONS), std::end(OPERATIONS),
+                                           [&](const operation_t& one) { return one.opcode == opcode; });
     return found == std::end(OPERATIONS) || opcode == NO_OPCODE ? std::string_view() : found->name;
 }

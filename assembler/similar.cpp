@@ -70,7 +70,7 @@ char small(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + '
 
 std::string small(std::string_view text) {
     std::string result(text);
-    std::ranges::transform(result, result.begin(), [](char c) { return small(c); });
+    std::transform(result.begin(), result.end(), result.begin(), [](char c) { return small(c); });
     return result;
 }
 

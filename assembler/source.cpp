@@ -33,7 +33,7 @@ bool separates(char c) { return SEPARATORS[static_cast<unsigned char>(c)]; }
 // Reads until the file ends, or has come to its largest size. Returns 0, or the errno of the failure; the
 // text is what came before.
 int read_text(int descriptor, std::string& text, size_t largest) {
-    const auto buffer = std::make_unique_for_overwrite<char[]>(BUFFER_SIZE);
+    const std::unique_ptr<char[]> buffer(new char[BUFFER_SIZE]);
     for (;;) {
         const ssize_t count = read_some(descriptor, buffer.get(), BUFFER_SIZE);
         if (count < 0) {
@@ -67,7 +67,7 @@ uint32_t file_of(reading_t& reading, source_map_t& map, const std::string& name)
 }
 
 bool is_open(const reading_t& reading, const source_map_t& map, uint32_t file) {
-    return std::ranges::any_of(reading.open, [&](const level_t& level) {
+    return std::any_of(reading.open.begin(), reading.open.end(), [&](const level_t& level) {
         return reading.known[map.inclusions[level.inclusion].file].identity == reading.known[file].identity;
     });
 }

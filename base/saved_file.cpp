@@ -61,10 +61,10 @@ void remove_new_files_at_end() {
 
 void add_to_list(const char* name) {
     if (owner.exchange(getpid()) != getpid()) {
-        std::ranges::fill(new_files, nullptr);
+        std::fill(new_files.begin(), new_files.end(), nullptr);
     }
     const auto is_free = [](const auto& entry) { return entry == nullptr; };
-    const auto entry = std::ranges::find_if(new_files, is_free);
+    const auto entry = std::find_if(new_files.begin(), new_files.end(), is_free);
     assert(entry != new_files.end());
     *entry = name;
 }
@@ -153,7 +153,7 @@ int make_beside(const std::filesystem::path& file, mode_t mode, std::string& nam
 // Where the system has no room, writing into the old file would lose it.
 bool is_shortage(int error) {
     constexpr std::array SHORTAGES = {ENOSPC, EDQUOT, EIO, ENOMEM, EMFILE, ENFILE};
-    return std::ranges::find(SHORTAGES, error) != SHORTAGES.end();
+    return std::find(SHORTAGES.begin(), SHORTAGES.end(), error) != SHORTAGES.end();
 }
 
 // A list of users who may access it cannot be told by the mode.

@@ -194,6 +194,7 @@ const board_register_t* find_register(int32_t offset) {
     if (device == nullptr) {
         return nullptr;
     }
-    const auto found = std::ranges::find(device->registers, offset, &board_register_t::offset);
+    const auto found = std::find_if(device->registers.begin(), device->registers.end(),
+                                    [&](const board_register_t& one) { return one.offset == offset; });
     return found == device->registers.end() ? nullptr : &*found;
 }

@@ -31,7 +31,7 @@ bool is_shown(std::string_view text) { return text.find_first_not_of(WHITE_SPACE
 std::string title_of(const project_t& program, const diagnostic_t& diagnostic) {
     const edit_t& edit = diagnostic.fix.front();
     const std::string_view old = old_text(program, edit);
-    const bool same = std::ranges::all_of(diagnostic.fix, [&](const edit_t& other) {
+    const bool same = std::all_of(diagnostic.fix.begin(), diagnostic.fix.end(), [&](const edit_t& other) {
         return other.text == edit.text && old_text(program, other) == old;
     });
     if (!same || (!is_shown(edit.text) && !is_shown(old))) {
@@ -71,7 +71,7 @@ int32_t value_in(std::string_view name) {
     if (name.starts_with(MINUS)) {
         return -value_in(name.substr(MINUS.size()));
     }
-    const auto* const word = std::ranges::find(NUMBERS, name);
+    const auto* const word = std::find(NUMBERS.begin(), NUMBERS.end(), name);
     if (word != NUMBERS.end()) {
         return static_cast<int32_t>(word - NUMBERS.begin());
     }
@@ -79,7 +79,7 @@ int32_t value_in(std::string_view name) {
     const size_t digits = name.find_last_not_of("0123456789") + 1;
     std::string_view prefix = name.substr(0, digits);
     prefix.remove_suffix(prefix.ends_with('_') ? 1 : 0);
-    return std::ranges::find(PREFIXES, prefix) == PREFIXES.end()
+    return std::find(PREFIXES.begin(), PREFIXES.end(), prefix) == PREFIXES.end()
                ? 0
                : read_number(name.substr(digits)).value_or(0);
 }
@@ -92,7 +92,7 @@ bool is_array(const project_t& program, std::string_view name) {
         return false;
     }
     const auto uses = std::span(map.uses).subspan(map.labels[index].first_use, map.labels[index].use_count);
-    return std::ranges::any_of(uses, [&](const use_t& use) {
+    return std::any_of(uses.begin(), uses.end(), [&](const use_t& use) {
         const operation_t* const operation = map.statements[use.statement].operation;
         const role_e role = operation == nullptr || use.operand >= operation->count
                                 ? role_e::NONE
@@ -221,7 +221,7 @@ json add_constant(const server_t& server, const project_t& program, const diagno
 
 bool is_wanted(const json& params) {
     const json only = params.at("context").value("only", json());
-    return only.is_null() || std::ranges::any_of(only, [](const json& kind) {
+    return only.is_null() || std::any_of(only.begin(), only.end(), [](const json& kind) {
                const auto name = kind.get<std::string>();
                return name.empty() || name == "quickfix";
            });
@@ -233,8 +233,10 @@ bool concerns(const project_t& program, const diagnostic_t& diagnostic, const vi
         const bytes_t bytes = bytes_of(view.text, place);
         return program.paths[place.file] == view.path && bytes.end >= range.begin && bytes.begin <= range.end;
     };
-    return within(diagnostic.place) || (diagnostic.code == code::UNDEFINED_LABEL &&
-                                        std::ranges::any_of(diagnostic.related, within, &related_t::place));
+    return within(diagnostic.place) ||
+           (diagnostic.code == code::UNDEFINED_LABEL &&
+            std::any_of(diagnostic.related.begin(), diagnostic.related.end(),
+                        [&](const related_t& related) { return within(related.place); }));
 }
 
 } // namespace
@@ -265,8 +267,8 @@ json code_actions(server_t& server, const json& params) {
             add(diagnostic, title_of(program, diagnostic), changes_of(server, program, diagnostic.fix), true);
         }
         if (const std::optional<constant_t> constant = missing_constant(program, diagnostic)) {
-            insertion =
-                insertion ? insertion : insertion_for_data(program, program.texts[diagnostic.place.file].bytes);
+            insertion = insertion ? insertion
+                                  : insertion_for_data(program, program.texts[diagnostic.place.file].bytes);
             add(diagnostic, "Add " + in_quotes(constant->name + " .data " + constant->value),
                 add_constant(server, program, diagnostic, *constant, *insertion), false);
         }

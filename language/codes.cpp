@@ -437,7 +437,8 @@ const char* name_of(severity_e severity) {
 std::span<const code_info_t> all_codes() { return CODES; }
 
 const code_info_t* find_code(std::string_view code) {
-    const auto* const found = std::ranges::find(CODES, code, &code_info_t::code);
+    const auto* const found = std::find_if(std::begin(CODES), std::end(CODES),
+                                           [&](const code_info_t& info) { return info.code == code; });
     return found == std::end(CODES) ? nullptr : found;
 }
 

@@ -173,9 +173,10 @@ bool begins_like_library(const program_t& program) {
         return false;
     }
     const int32_t first = program.code[0].address;
-    const bool branches = std::ranges::any_of(program.code, [&](const instruction_t& instruction) {
-        return is_branch(instruction) && instruction.known[0] && instruction.operands[0] == first;
-    });
+    const bool branches =
+        std::any_of(program.code.begin(), program.code.end(), [&](const instruction_t& instruction) {
+            return is_branch(instruction) && instruction.known[0] && instruction.operands[0] == first;
+        });
     return !program.has_halt && (program.words[static_cast<size_t>(first)] & LABELLED) != 0 && !branches;
 }
 
@@ -220,7 +221,8 @@ flow_t find_ways(program_t& program) {
     if (begins_like_library(program) && returns_to_others(program, flow)) {
         flow_t of_library = find_ways_of(program, true);
         // All code of a library has a label by which it is called.
-        if (std::ranges::find(of_library.reached, false) == of_library.reached.end()) {
+        if (std::find(of_library.reached.begin(), of_library.reached.end(), false) ==
+            of_library.reached.end()) {
             return of_library;
         }
     }

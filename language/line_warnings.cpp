@@ -158,7 +158,7 @@ std::vector<finding_t> look_at_comment(std::string_view comment, bool alone, int
     std::string_view rest = comment.substr(NAME.size());
     skip(rest, " \t:-,");
     const std::string_view verb = take_until(rest, " \t:=(,");
-    if (std::ranges::find(VERBS, small(verb)) == VERBS.end()) {
+    if (std::find(VERBS.begin(), VERBS.end(), small(verb)) == VERBS.end()) {
         return {};
     }
     const std::string_view head = comment.substr(0, comment.size() - rest.size());
@@ -218,7 +218,8 @@ void warn_of_allowances(warnings_t& warnings) {
         const bool whole = before.find_last_not_of("/ \t") == npos;
         const auto& lines = places[mention.file];
         const auto next =
-            std::ranges::lower_bound(lines, mention.number, {}, &std::pair<int32_t, uint32_t>::first);
+            std::lower_bound(lines.begin(), lines.end(), mention.number,
+                             [](const auto& one, int32_t number) { return one.first < number; });
         for (finding_t& finding : look_at_comment(comment, whole || line.include, budget)) {
             const auto first = static_cast<uint32_t>(finding.text.data() - line.text.data()) + 1;
             const place_t place{.file = mention.file,

@@ -147,10 +147,11 @@ std::vector<const diagnostic_t*> sorted(const diagnostics_t& diagnostics) {
     for (const diagnostic_t& diagnostic : diagnostics.list) {
         list.push_back(&diagnostic);
     }
-    std::ranges::stable_sort(list, {}, [](const diagnostic_t* diagnostic) {
+    const auto key = [](const diagnostic_t* diagnostic) {
         const place_t& place = diagnostic->place;
         return std::tuple(diagnostic->code == code::MORE, place.file, place.line, place.first);
-    });
+    };
+    std::stable_sort(list.begin(), list.end(), [&](const auto* a, const auto* b) { return key(a) < key(b); });
     return list;
 }
 

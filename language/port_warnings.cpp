@@ -98,12 +98,14 @@ bool has_pointers_to_ports(const program_t& program) {
         }
     }
     const auto is_port = [](int32_t value) { return value < 0 && io_offset(value) < IO_SLOTS; };
-    return stores_operands && std::ranges::any_of(program.map->statements, [&](const statement_t& statement) {
-               const bool data = statement.operation != nullptr && is_data(*statement.operation);
-               const bool cpdata = statement.operation != nullptr && is_cpdata(*statement.operation);
-               return (data && is_port(statement.operands[0].value)) ||
-                      (cpdata && is_port(statement.operands[1].value));
-           });
+    const auto gives_port = [&](const statement_t& statement) {
+        const bool data = statement.operation != nullptr && is_data(*statement.operation);
+        const bool cpdata = statement.operation != nullptr && is_cpdata(*statement.operation);
+        return (data && is_port(statement.operands[0].value)) ||
+               (cpdata && is_port(statement.operands[1].value));
+    };
+    const auto& statements = program.map->statements;
+    return stores_operands && std::any_of(statements.begin(), statements.end(), gives_port);
 }
 
 std::string name_of(const warnings_t& warnings, const access_t& access) {
@@ -125,7 +127,8 @@ void warn_at(warnings_t& warnings, std::string_view code, const access_t& access
 
 // "0x80000010" of the register of a device that has a kind.
 std::string address_of(const device_t& device, register_e kind) {
-    const auto found = std::ranges::find(device.registers, kind, &board_register_t::kind);
+    const auto found = std::find_if(device.registers.begin(), device.registers.end(),
+                                    [&](const board_register_t& one) { return one.kind == kind; });
     constexpr std::string_view DIGITS = "0123456789abcdef";
     std::string text = "0x800000";
     text += DIGITS[static_cast<size_t>(found->offset) / 16];

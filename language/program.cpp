@@ -158,7 +158,8 @@ void forget_what_changes(program_t& program) {
 }
 
 const operation_t* operation_of(int32_t opcode) {
-    const auto found = std::ranges::find(operations(), opcode, &operation_t::opcode);
+    const auto found = std::find_if(operations().begin(), operations().end(),
+                                    [&](const operation_t& operation) { return operation.opcode == opcode; });
     return found == operations().end() || opcode == NO_OPCODE ? nullptr : &*found;
 }
 

@@ -70,7 +70,8 @@ std::vector<std::string> by_opening(const server_t& server) {
     for (const auto& [main, program] : server.programs) {
         mains.push_back(main);
     }
-    std::ranges::sort(mains, std::greater<>(), [&](const std::string& main) { return opened[main]; });
+    std::sort(mains.begin(), mains.end(),
+              [&](const std::string& a, const std::string& b) { return opened[a] > opened[b]; });
     return mains;
 }
 

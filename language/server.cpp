@@ -52,7 +52,7 @@ client_t client_of(const json& capabilities) {
     return {.encoding = choose_encoding(capabilities),
             .snippets =
                 says_yes(capabilities, {"textDocument", "completion", "completionItem", "snippetSupport"}),
-            .markdown = std::ranges::find(formats, json("markdown")) != formats.end(),
+            .markdown = std::find(formats.begin(), formats.end(), json("markdown")) != formats.end(),
             .nested_symbols = says_yes(
                 capabilities, {"textDocument", "documentSymbol", "hierarchicalDocumentSymbolSupport"}),
             .watches = says_yes(capabilities, {"workspace", "didChangeWatchedFiles", "dynamicRegistration"})};
@@ -264,7 +264,8 @@ void check_stage(const server_t& server, std::string_view method) {
 json answer_request(server_t& server, const std::string& method, const json& params, const json& id) {
     try {
         check_stage(server, method);
-        const auto* const request = std::ranges::find(REQUESTS, method, &request_t::method);
+        const auto* const request = std::find_if(std::begin(REQUESTS), std::end(REQUESTS),
+                                                 [&](const request_t& one) { return one.method == method; });
         if (request == std::end(REQUESTS)) {
             throw request_error_t{error_code::METHOD_NOT_FOUND, "there is no method " + method};
         }
@@ -282,7 +283,8 @@ json answer_request(server_t& server, const std::string& method, const json& par
 
 // One that is not understood has no answer; the client's log has it.
 messages_t take_notification(server_t& server, const std::string& method, const json& params) {
-    const auto* const known = std::ranges::find(NOTIFICATIONS, method, &notification_t::method);
+    const auto* const known = std::find_if(std::begin(NOTIFICATIONS), std::end(NOTIFICATIONS),
+                                           [&](const notification_t& one) { return one.method == method; });
     if (known == std::end(NOTIFICATIONS) || (server.stage != stage_e::RUNNING && known->handle != leave)) {
         return {};
     }

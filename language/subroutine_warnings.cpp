@@ -187,7 +187,7 @@ std::unordered_set<uint32_t> warn_of_calls(warnings_t& warnings, search_t& searc
 // Whether a subroutine returns on all of its ways, and only to those who called it.
 bool returns_always(const program_t& program, const body_t& body) {
     return body.known && !body.ends && !body.rets.empty() &&
-           std::ranges::all_of(body.rets, [&](uint32_t index) {
+           std::all_of(body.rets.begin(), body.rets.end(), [&](uint32_t index) {
                const word_t& word = program.map->words[static_cast<size_t>(program.code[index].operands[0])];
                return word.value == 0 && ret_of(program, program.code[index]) == ret_e::OF_CALLS;
            });
@@ -240,7 +240,8 @@ void follow_program(warnings_t& warnings, const search_t& search, const bodies_t
         if (found == bodies.end()) {
             open.push_back(next);
         } else if (returns_always(program, found->second) &&
-                   std::ranges::find(not_halts, program.code[next].address) == not_halts.end()) {
+                   std::find(not_halts.begin(), not_halts.end(), program.code[next].address) ==
+                       not_halts.end()) {
             warn_of_running_into(warnings, instruction, next, found->second);
         }
     }

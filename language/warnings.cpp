@@ -182,7 +182,7 @@ void add_warnings(analysis_t& analysis, const is_wanted_t& is_wanted) {
     warn_of_labels(warnings);
     warnings.in_order.clear();
     warn_of_operands(warnings);
-    std::ranges::stable_sort(warnings.found, comes_before);
+    std::stable_sort(warnings.found.begin(), warnings.found.end(), comes_before);
     said_t said;
     for (found_t& found : warnings.found) {
         const std::string_view code = found.diagnostic.code;

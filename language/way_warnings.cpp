@@ -9,7 +9,7 @@
 namespace {
 
 bool is_at(const std::vector<int32_t>& addresses, int32_t address) {
-    return std::ranges::find(addresses, address) != addresses.end();
+    return std::find(addresses.begin(), addresses.end(), address) != addresses.end();
 }
 
 void warn_of_beginning(warnings_t& warnings) {
@@ -99,7 +99,8 @@ void warn_of_ends(warnings_t& warnings) {
     const std::vector<int32_t> not_halts = halts_as_labels(*warnings.map);
     bool said = program.has_halt || warnings.flow->library || !not_halts.empty();
     std::vector<run_off_t> run_offs = warnings.flow->run_offs;
-    std::ranges::sort(run_offs, {}, &run_off_t::into);
+    std::sort(run_offs.begin(), run_offs.end(),
+              [](const run_off_t& a, const run_off_t& b) { return a.into < b.into; });
     for (const run_off_t& run_off : run_offs) {
         const instruction_t& last = program.code[run_off.instruction];
         if (is_at(not_halts, run_off.into)) {

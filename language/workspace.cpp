@@ -71,7 +71,7 @@ std::vector<std::string> mains_above(const std::multimap<std::string_view, std::
             }
         }
     }
-    std::ranges::sort(mains);
+    std::sort(mains.begin(), mains.end());
     return mains;
 }
 
@@ -84,7 +84,9 @@ uint64_t opened(const server_t& server, const std::string& path) {
 std::string choose_main(const server_t& server, const std::vector<std::string>& mains,
                         const std::string& path) {
     const auto last =
-        std::ranges::max_element(mains, {}, [&](const std::string& main) { return opened(server, main); });
+        std::max_element(mains.begin(), mains.end(), [&](const std::string& a, const std::string& b) {
+            return opened(server, a) < opened(server, b);
+        });
     return last == mains.end() ? path : *last;
 }
 
@@ -96,7 +98,7 @@ void assign_mains(server_t& server) {
 }
 
 bool has_file(const project_t& program, const std::string& path) {
-    return std::ranges::find(program.paths, path) != program.paths.end();
+    return std::find(program.paths.begin(), program.paths.end(), path) != program.paths.end();
 }
 
 // Takes note of what a file includes. Returns whether that is news.
@@ -193,7 +195,7 @@ void keep_local_warnings(diagnostics_t& diagnostics) {
                                   code::OPERATION_AS_LABEL, code::LABEL_COLON,     code::PORT_DIRECTION};
     std::erase_if(diagnostics.list, [&](const diagnostic_t& diagnostic) {
         return diagnostic.severity != severity_e::ERROR &&
-               std::ranges::find(LOCAL, diagnostic.code) == LOCAL.end();
+               std::find(LOCAL.begin(), LOCAL.end(), diagnostic.code) == LOCAL.end();
     });
 }
 

@@ -95,7 +95,7 @@ analysis_t look_at(const options_t& options, const std::string& name) {
     analysis_t analysis = analyse(name);
     const std::vector<std::string> codes = CLI::detail::split(options.warnings, ',');
     add_warnings(analysis, [&](std::string_view code) {
-        return options.warnings == "all" || std::ranges::find(codes, code) != codes.end();
+        return options.warnings == "all" || std::find(codes.begin(), codes.end(), code) != codes.end();
     });
     return analysis;
 }
