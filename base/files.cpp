@@ -29,23 +29,6 @@ int refuse(int descriptor, int error) {
     return -1;
 }
 
-template <typename transfer_t, typename byte_t>
-int transfer_all(transfer_t transfer, int descriptor, std::span<byte_t> bytes, int64_t offset) {
-    while (!bytes.empty()) {
-        const ssize_t count = transfer(descriptor, bytes.data(), bytes.size(), offset);
-        if (count == 0) {
-            return EIO;
-        }
-        if (count > 0) {
-            bytes = bytes.subspan(static_cast<size_t>(count));
-            offset += count;
-        } else if (errno != EINTR) {
-            return errno;
-        }
-    }
-    return 0;
-}
-
 } // namespace
 
 std::string system_error_text(int error) {
@@ -149,10 +132,18 @@ ssize_t read_full(int descriptor, std::span<char> buffer, int64_t offset) {
 
 int64_t seek_end(int descriptor) { return lseek(descriptor, 0, SEEK_END); }
 
-int read_at(int descriptor, std::span<char> bytes, int64_t offset) {
-    return transfer_all(pread, descriptor, bytes, offset);
-}
-
 int write_at(int descriptor, std::span<const char> bytes, int64_t offset) {
-    return transfer_all(pwrite, descriptor, bytes, offset);
+    while (!bytes.empty()) {
+        const ssize_t count = pwrite(descriptor, bytes.data(), bytes.size(), offset);
+        if (count == 0) {
+            return EIO;
+        }
+        if (count > 0) {
+            bytes = bytes.subspan(static_cast<size_t>(count));
+            offset += count;
+        } else if (errno != EINTR) {
+            return errno;
+        }
+    }
+    return 0;
 }

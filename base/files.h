@@ -52,7 +52,5 @@ constexpr int NEW_FILE_MODE = 0666;
 // Goes to the end of a file. Returns its size, or -1 with errno set.
 [[nodiscard]] int64_t seek_end(int descriptor);
 
-// Read or write all of the bytes at a place, wherever the file stands. Return 0, or the errno of the failure;
-// a file that ends too early is an input error.
-[[nodiscard]] int read_at(int descriptor, std::span<char> bytes, int64_t offset);
+// Writes all of the bytes at a place, wherever the file stands. Returns 0, or the errno of the failure.
 [[nodiscard]] int write_at(int descriptor, std::span<const char> bytes, int64_t offset);

@@ -21,17 +21,20 @@
 
 #include <algorithm>
 #include <cassert>
+#include <cstring>
 #include <iostream>
 #include <iterator>
 #include <span>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "base/gui.h"
 #include "base/machine.h"
 #include "devices/io.h"
 #include "devices/save.h"
 #include "devices/wav.h"
+#include "host/journal.h"
 #include "host/sound.h"
 
 std::ostream* sound_log = &std::cout;
@@ -47,7 +50,11 @@ constexpr int32_t MICROPHONE_SAMPLE = 0x52;
 
 constexpr int32_t HOST_STEP = 65536; // of a sample of 16 bits, in one of 32
 
-void log_failure(const tovik_error& error) { *sound_log << error.message << std::endl; }
+void log_failure(const tovik_error& error) {
+    if (!in_the_past()) {
+        *sound_log << error.message << std::endl;
+    }
+}
 
 // Returns whether there is a stream now.
 bool opens(void (*open)()) {
@@ -121,6 +128,25 @@ void read_stream() {
     machine.microphone_samples.push_back(sample);
 }
 
+void read_recording() {
+    std::deque<int32_t>& samples = machine.microphone_samples;
+    if (!journal_is_on()) {
+        read_wav(machine.microphone_filename, samples);
+        return;
+    }
+    const given_t given = through_journal(door_e::RECORDING, [&] {
+        read_wav(machine.microphone_filename, samples);
+        const std::vector<int32_t> read(samples.begin(), samples.end());
+        return given_t{.bytes = std::string(bytes_of(std::span(read)))};
+    });
+    samples.resize(given.bytes.size() / sizeof(int32_t));
+    const char* bytes = given.bytes.data();
+    for (int32_t& sample : samples) {
+        std::memcpy(&sample, bytes, sizeof sample);
+        bytes += sizeof sample;
+    }
+}
+
 // All samples of a file; none when there is something wrong with it.
 void read_file() {
     if (!gui_choosefile(false, "Choose microphone .wav file", "WAV file", "wav",
@@ -128,7 +154,7 @@ void read_file() {
         throw tovik_error("user cancelled microphone file read");
     }
     try {
-        read_wav(machine.microphone_filename, machine.microphone_samples);
+        read_recording();
     } catch (const tovik_error& error) {
         gui_message(error.message, true);
         microphone_clear();

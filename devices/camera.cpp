@@ -33,6 +33,7 @@
 #include "devices/io.h"
 #include "devices/vga.h"
 #include "host/capture.h"
+#include "host/storage.h"
 
 namespace {
 
@@ -46,8 +47,6 @@ constexpr int32_t FULL_SIZE = 3;
 
 static_assert(sizeof machine.camera_ram == 614400);
 static_assert(std::endian::native == std::endian::little); // frames as they stand in the file
-
-int camera_file = -1; // the movie's descriptor, while machine.camera_file_open
 
 // What u and v add to y for each channel. A sum that is rounded toward zero is the rounded part plus y as
 // long as it is not negative, and if it is, the channel is 0 anyway.
@@ -97,13 +96,13 @@ void take_live_frame() {
 
 void close_movie() {
     machine.camera_file_open = false;
-    close_file(camera_file);
+    storage_close(storage_e::MOVIE);
 }
 
 void open_movie() {
-    camera_file = open_seekable(machine.camera_filename, access_e::READ);
-    if (camera_file < 0) {
-        const int error = errno;
+    const int64_t size = storage_open(storage_e::MOVIE, machine.camera_filename);
+    if (size < 0) {
+        const int error = static_cast<int>(-size);
         gui_message("Can't open file " + machine.camera_filename + ": " + system_error_text(error), true);
         return;
     }
@@ -252,9 +251,8 @@ void advance_camera_file() {
         return;
     }
     const std::span<char> frame(reinterpret_cast<char*>(machine.camera_ram), sizeof machine.camera_ram);
-    const ssize_t count = read_full(camera_file, frame, machine.camera_file_position);
-    const int error = errno;
-    machine.camera_ram_valid = count == ssize_t{sizeof machine.camera_ram};
+    const int64_t count = storage_read(storage_e::MOVIE, frame, machine.camera_file_position);
+    machine.camera_ram_valid = count == int64_t{sizeof machine.camera_ram};
     if (machine.camera_ram_valid) {
         machine.camera_file_position += count;
     } else {
@@ -262,7 +260,7 @@ void advance_camera_file() {
     }
     if (count < 0) {
         gui_message("Can't read camera frame from file " + machine.camera_filename + ": " +
-                        system_error_text(error),
+                        system_error_text(static_cast<int>(-count)),
                     true);
     }
 }

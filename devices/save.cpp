@@ -4,6 +4,7 @@
 
 #include "base/gui.h"
 #include "base/machine.h"
+#include "host/journal.h"
 
 // bytes_of takes words as they stand in memory.
 static_assert(std::endian::native == std::endian::little);
@@ -18,9 +19,12 @@ saved_e save_chosen(const save_t& save, std::string& filename) {
         if (!save.has_extension(filename)) {
             throw tovik_error("filename must end in ." + save.extension);
         }
-        saved_file_t file(filename);
-        save.write(file);
-        file.close();
+        through_journal(door_e::SAVE, [&] {
+            saved_file_t file(filename);
+            save.write(file);
+            file.close();
+            return given_t{};
+        });
         return saved_e::SAVED;
     } catch (const tovik_error& error) {
         gui_message(error.message, true);

@@ -33,6 +33,7 @@
 #include "base/machine.h"
 #include "base/noise.h"
 #include "devices/io.h"
+#include "host/storage.h"
 
 namespace {
 
@@ -50,14 +51,11 @@ constexpr uint64_t NOISE_PLACE = uint64_t{2} << 32;
 
 static_assert(std::endian::native == std::endian::little); // the buffer has the bytes of the file
 
-int sd_file = -1; // the descriptor of the file behind the card, while machine.sd_file_open
-
 void open_file() {
     if (!gui_choosefile(false, "Choose SD card file", "SD card file", "", machine.sd_filename)) {
         throw tovik_error("user cancelled SD card operation");
     }
-    sd_file = open_seekable(machine.sd_filename, access_e::READ_AND_WRITE);
-    const int64_t size = sd_file < 0 ? -1 : seek_end(sd_file);
+    const int64_t size = storage_open(storage_e::CARD, machine.sd_filename);
     if (size >= 0) {
         machine.sd_file_open = true;
         machine.sd_filesize = size;
@@ -66,8 +64,7 @@ void open_file() {
         machine.sd_buffer_dirty = false;
         return;
     }
-    const std::string reason = system_error_text(errno);
-    close_file(sd_file);
+    const std::string reason = system_error_text(static_cast<int>(-size));
     gui_message("Can't open file " + machine.sd_filename + ": " + reason, true);
 }
 
@@ -77,7 +74,7 @@ void write_back() {
     const int64_t offset = byte_offset(machine.sd_buffer_address);
     const std::span<const char> bytes(reinterpret_cast<const char*>(machine.sd_buffer),
                                       sizeof machine.sd_buffer);
-    if (const int error = write_at(sd_file, bytes, offset); error != 0) {
+    if (const int error = storage_write(storage_e::CARD, bytes, offset); error != 0) {
         throw tovik_error("Can't write SD card file " + machine.sd_filename + ": " +
                           system_error_text(error));
     }
@@ -91,7 +88,9 @@ void load(int32_t first_word) {
     const int64_t count = std::clamp<int64_t>(machine.sd_filesize - offset, 0, sizeof block);
     if (machine.sd_file_open) {
         const std::span<char> bytes(reinterpret_cast<char*>(block.data()), static_cast<size_t>(count));
-        if (const int error = read_at(sd_file, bytes, offset); error != 0) {
+        const int64_t there = storage_read(storage_e::CARD, bytes, offset);
+        if (there < count) {
+            const int error = there < 0 ? static_cast<int>(-there) : EIO; // somebody has cut the file off
             throw tovik_error("Can't read SD card file " + machine.sd_filename + ": " +
                               system_error_text(error));
         }
@@ -204,5 +203,5 @@ void reset_sd() {
     machine.sd_buffer_dirty = false;
     machine.sd_buffer_address = NO_BLOCK;
     machine.sd_file_open = false;
-    close_file(sd_file);
+    storage_close(storage_e::CARD);
 }

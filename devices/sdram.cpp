@@ -12,6 +12,7 @@
 
 #include "devices/sdram.h"
 
+#include <array>
 #include <span>
 #include <string>
 #include <type_traits>
@@ -37,14 +38,22 @@ constexpr uint64_t NOISE_PLACE = uint64_t{1} << 32;
 constexpr size_t PAGE_WORDS = 1024;
 static_assert(decltype(machine.sdram_filled)().size() * PAGE_WORDS == WORDS);
 
+void make_noise(size_t page, std::span<int32_t, PAGE_WORDS> words) {
+    uint64_t place = NOISE_PLACE + page * PAGE_WORDS;
+    for (int32_t& word : words) {
+        word = static_cast<int32_t>(noise_at(place++));
+    }
+}
+
+std::span<int32_t, PAGE_WORDS> words_of(size_t page) {
+    return std::span<int32_t, PAGE_WORDS>(machine.sdram_ram + page * PAGE_WORDS, PAGE_WORDS);
+}
+
 void fill_page(size_t page) {
-    if (machine.sdram_filled[page]) {
-        return;
+    if (!machine.sdram_filled[page]) {
+        make_noise(page, words_of(page));
+        machine.sdram_filled[page] = true;
     }
-    for (size_t i = page * PAGE_WORDS; i < (page + 1) * PAGE_WORDS; ++i) {
-        machine.sdram_ram[i] = static_cast<int32_t>(noise_at(NOISE_PLACE + i));
-    }
-    machine.sdram_filled[page] = true;
 }
 
 void carry_out() {
@@ -58,10 +67,15 @@ void carry_out() {
 }
 
 void write_memory(saved_file_t& file) {
+    std::array<int32_t, PAGE_WORDS> noise{};
     for (size_t page = 0; page < machine.sdram_filled.size(); ++page) {
-        fill_page(page);
+        std::span<const int32_t> words = words_of(page);
+        if (!machine.sdram_filled[page]) {
+            make_noise(page, noise);
+            words = noise;
+        }
+        file.write(bytes_of(words));
     }
-    file.write(bytes_of(std::span<const int32_t>(machine.sdram_ram)));
 }
 
 } // namespace

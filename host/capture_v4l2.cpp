@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include "base/machine.h"
+#include "host/platform.h"
 
 namespace {
 
@@ -112,19 +113,19 @@ bool linux_camera_open(const char* path) {
         start_stream();
         return true;
     } catch (const tovik_error&) {
-        capture_close();
+        platform::capture_close();
         return false;
     }
 }
 
 } // namespace
 
-bool capture_open() {
+bool platform::capture_open() {
     constexpr const char* PATHS[] = {"/dev/video", "/dev/video0", "/dev/video1"};
     return std::ranges::any_of(PATHS, linux_camera_open);
 }
 
-bool capture_ready(int most_ms) {
+bool platform::capture_ready(int most_ms) {
     assert(camera_fd >= 0);
     pollfd waiting = {camera_fd, POLLIN, 0};
     int result = 0;
@@ -134,16 +135,16 @@ bool capture_ready(int most_ms) {
     return result != 0;
 }
 
-bool capture_settled(int most_ms) {
+bool platform::capture_settled(int most_ms) {
     if (!settles_at) {
         settles_at = steady_clock::now() + PATIENCE;
     }
-    return capture_ready(most_ms) || steady_clock::now() >= *settles_at;
+    return platform::capture_ready(most_ms) || steady_clock::now() >= *settles_at;
 }
 
-const uint8_t* capture_take() {
+const uint8_t* platform::capture_take() {
     const bool was_waited_for = std::exchange(settles_at, std::nullopt).has_value();
-    if (was_waited_for && !capture_ready(0)) {
+    if (was_waited_for && !platform::capture_ready(0)) {
         throw tovik_error(NO_FRAME);
     }
     try {
@@ -161,16 +162,16 @@ const uint8_t* capture_take() {
     return static_cast<const uint8_t*>(v4l2_buf_data);
 }
 
-void capture_give_back() { ask(VIDIOC_QBUF, &v4l2_buf, "error re-queueing buffer"); }
+void platform::capture_give_back() { ask(VIDIOC_QBUF, &v4l2_buf, "error re-queueing buffer"); }
 
-bool capture_stop() {
+bool platform::capture_stop() {
     assert(camera_fd >= 0);
     int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
     // A device that is gone cannot stop either.
     return ioctl(camera_fd, VIDIOC_STREAMOFF, &type) == 0 || errno == ENODEV;
 }
 
-void capture_close() {
+void platform::capture_close() {
     settles_at.reset();
     if (v4l2_buf_data != nullptr) {
         munmap(std::exchange(v4l2_buf_data, nullptr), v4l2_buf.length);

@@ -12,6 +12,7 @@
 
 #include "base/machine.h"
 #include "base/saved_file.h"
+#include "host/platform.h"
 
 namespace {
 
@@ -30,7 +31,7 @@ extern "C" void end_at_processor_time_limit(int signal) {
 
 } // namespace
 
-uint64_t time_ms() {
+uint64_t platform::time_ms() {
     timeval now{};
     if (gettimeofday(&now, nullptr) != 0) {
         std::perror("gettimeofday");

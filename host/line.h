@@ -30,9 +30,13 @@ void line_open_cable(const std::string& name);
 // Throws tovik_error when the relay is gone.
 [[nodiscard]] size_t line_read(std::span<char> room);
 
-// Returns how many bytes the other side took, within 30 s. Throws host_failure_t, with the reason on standard
-// error, when the line can no longer be written to.
+// Returns how many bytes the other side took, within 30 s. When the line can no longer be written to, throws
+// host_failure_t, with the reason on standard error, or, where line_failure_is_fault, a tovik_error of it. So
+// does connecting.
 [[nodiscard]] size_t line_write(std::span<const char> bytes);
+
+// Whether a line that can no longer be written to is a fault of the program's, and not the end. False at first.
+extern bool line_failure_is_fault;
 
 // Closes the line, if one is open, in whatever state it is.
 void line_close();

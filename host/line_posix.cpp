@@ -8,7 +8,7 @@
 //
 // From then on the connection carries the bytes of the serial line in both directions.
 
-#include "host/line.h"
+#include "host/platform.h"
 
 #include <array>
 #include <bit>
@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <utility>
 
 #include <arpa/inet.h>
@@ -139,7 +140,7 @@ bool receive_number() {
 }
 
 void send_bytes(std::span<const char> bytes, const std::string& failure) {
-    if (line_write(bytes) != bytes.size()) {
+    if (platform::line_write(bytes) != bytes.size()) {
         fail_to_connect(failure);
     }
 }
@@ -193,7 +194,7 @@ std::optional<std::string> go_on() {
 
 } // namespace
 
-void line_open_device(const std::string& name) {
+void platform::line_open_device(const std::string& name) {
     serial_fd = open(name.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     if (serial_fd < 0) {
         throw tovik_error("Can't open serial device");
@@ -201,7 +202,7 @@ void line_open_device(const std::string& name) {
     set_up_line(serial_fd);
 }
 
-void line_open_cable(const std::string& name) {
+void platform::line_open_cable(const std::string& name) {
     serial_sock = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (serial_sock < 0) {
         fail_to_connect(" (error opening socket)");
@@ -223,13 +224,13 @@ void line_open_cable(const std::string& name) {
     }
 }
 
-std::optional<std::string> line_connect() {
+std::optional<std::string> platform::line_connect() {
     const auto now = steady_clock::now();
     const bool had_break = now - std::exchange(handshake.asked, now) > LONGEST_BREAK;
     // With its name a connection may have a partner already.
     if (had_break && handshake.awaited != awaited_e::STATUS) {
-        line_close();
-        line_open_cable(handshake.name);
+        platform::line_close();
+        platform::line_open_cable(handshake.name);
     }
     const int result = wait_for_line(awaited_event(), 0);
     if (result > 0) {
@@ -241,12 +242,12 @@ std::optional<std::string> line_connect() {
     return {};
 }
 
-bool line_ready(int most_ms) {
+bool platform::line_ready(int most_ms) {
     const int result = wait_for_line(awaited_event(), most_ms);
     return handshake.awaited == awaited_e::NOTHING ? result > 0 : result != 0 || patience_is_over();
 }
 
-size_t line_read(std::span<char> room) {
+size_t platform::line_read(std::span<char> room) {
     // In a program that polls, asking is cheaper than reading in vain.
     if (serial_sock >= 0) {
         const int result = wait_for_line(POLLIN, 0);
@@ -267,7 +268,7 @@ size_t line_read(std::span<char> room) {
     return count < 0 ? 0 : static_cast<size_t>(count);
 }
 
-size_t line_write(std::span<const char> bytes) {
+size_t platform::line_write(std::span<const char> bytes) {
     size_t count = 0;
     while (count < bytes.size()) {
         const std::span<const char> rest = bytes.subspan(count);
@@ -281,14 +282,13 @@ size_t line_write(std::span<const char> bytes) {
                 break;
             }
         } else if (errno != EINTR) {
-            std::perror("write");
-            throw host_failure_t{};
+            throw platform::line_broken_t{std::string("write: ") + std::strerror(errno)};
         }
     }
     return count;
 }
 
-void line_close() {
+void platform::line_close() {
     handshake.awaited = awaited_e::NOTHING;
     for (int* const line : {&serial_fd, &serial_sock}) {
         if (*line >= 0) {

@@ -1,7 +1,7 @@
 // PulseAudio, with the steps and settings of its simple interface, which itself can only wait. The failures
 // are known by the names of that one's functions.
 
-#include "host/sound.h"
+#include "host/platform.h"
 
 #include <cassert>
 #include <cstring>
@@ -187,17 +187,15 @@ size_t bytes_ready(connection_t& connection, size_t (*ready)(const pa_stream*), 
 
 } // namespace
 
-void playback_open() { open_stream(speaker, "tovik-speaker", false); }
+void platform::playback_open() { open_stream(speaker, "tovik-speaker", false); }
 
-size_t playback_room(int most_ms) {
+size_t platform::playback_room(int most_ms) {
     assert(speaker.stream != nullptr);
     const lock_t locked = lock(speaker);
     return bytes_ready(speaker, pa_stream_writable_size, most_ms) / sizeof(int16_t);
 }
 
-bool playback_ready(int most_ms) { return playback_room(most_ms) > 0; }
-
-void playback_write(std::span<const int16_t> samples) {
+void platform::playback_write(std::span<const int16_t> samples) {
     assert(speaker.stream != nullptr);
     const lock_t locked = lock(speaker);
     check_alive(speaker, "pa_simple_write");
@@ -206,14 +204,14 @@ void playback_write(std::span<const int16_t> samples) {
         pa_stream_write(speaker.stream, samples.data(), samples.size_bytes(), nullptr, 0, PA_SEEK_RELATIVE));
 }
 
-void playback_close() {
+void platform::playback_close() {
     assert(speaker.stream != nullptr);
     close_stream(speaker);
 }
 
-void record_open() { open_stream(microphone, "tovik-microphone", true); }
+void platform::record_open() { open_stream(microphone, "tovik-microphone", true); }
 
-bool record_ready(int most_ms) {
+bool platform::record_ready(int most_ms) {
     assert(microphone.stream != nullptr);
     const lock_t locked = lock(microphone);
     while (microphone.fragment.empty()) {
@@ -234,7 +232,7 @@ bool record_ready(int most_ms) {
     return true;
 }
 
-int16_t record_read() {
+int16_t platform::record_read() {
     assert(microphone.stream != nullptr);
     const lock_t locked = lock(microphone);
     check_alive(microphone, "pa_simple_read");
@@ -248,7 +246,7 @@ int16_t record_read() {
     return sample;
 }
 
-void record_close() {
+void platform::record_close() {
     assert(microphone.stream != nullptr);
     close_stream(microphone);
 }

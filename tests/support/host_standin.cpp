@@ -8,6 +8,7 @@
 #include "host/clock.h"
 #include "host/sound.h"
 #include "tests/support/gui_recording.h"
+#include "host/platform.h"
 
 host_standin_t host_standin;
 
@@ -20,7 +21,7 @@ size_t room = 0; // for samples
 
 } // namespace
 
-uint64_t time_ms() {
+uint64_t platform::time_ms() {
     record_call("look at the clock");
     return START_MS + machine.instr_count / INSTRUCTIONS_PER_MS + host_standin.slept_ms;
 }
@@ -32,23 +33,21 @@ void wait_ms(int32_t ms) {
 
 void limit_processor_time() {}
 
-void playback_open() {
+void platform::playback_open() {
     if (!host_standin.has_sound) {
         throw tovik_error("no sound");
     }
 }
 
-size_t playback_room(int most_ms) { return most_ms > 0 ? room = 7 : room; }
+size_t platform::playback_room(int most_ms) { return most_ms > 0 ? room = 7 : room; }
 
-bool playback_ready(int most_ms) { return playback_room(most_ms) > 0; }
-
-void playback_write(std::span<const int16_t> samples) {
+void platform::playback_write(std::span<const int16_t> samples) {
     host_standin.played.insert(host_standin.played.end(), samples.begin(), samples.end());
     room -= samples.size();
 }
 
-void playback_close() {}
-void record_open() {}
-bool record_ready(int most_ms) { return host_standin.recorded |= most_ms > 0; }
-int16_t record_read() { return 5; }
-void record_close() {}
+void platform::playback_close() {}
+void platform::record_open() {}
+bool platform::record_ready(int most_ms) { return host_standin.recorded |= most_ms > 0; }
+int16_t platform::record_read() { return 5; }
+void platform::record_close() {}

@@ -13,6 +13,7 @@
 #include "host/capture.h"
 #include "tests/support/bus.h"
 #include "tests/support/gui_recording.h"
+#include "host/platform.h"
 
 namespace {
 
@@ -22,15 +23,15 @@ bool frame_waits = false;
 
 } // namespace
 
-bool capture_open() { return !live_frame.empty(); }
-bool capture_ready(int /*most_ms*/) { return frame_waits; }
-bool capture_settled(int /*most_ms*/) { return true; }
-const uint8_t* capture_take() {
+bool platform::capture_open() { return !live_frame.empty(); }
+bool platform::capture_ready(int /*most_ms*/) { return frame_waits; }
+bool platform::capture_settled(int /*most_ms*/) { return true; }
+const uint8_t* platform::capture_take() {
     return frame_waits ? live_frame.data() : throw tovik_error("error dequeueing buffer");
 }
-void capture_give_back() { frame_waits = false; }
-bool capture_stop() { return true; }
-void capture_close() { live_frame.clear(); }
+void platform::capture_give_back() { frame_waits = false; }
+bool platform::capture_stop() { return true; }
+void platform::capture_close() { live_frame.clear(); }
 
 namespace {
 

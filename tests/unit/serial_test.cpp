@@ -13,6 +13,7 @@
 #include "host/line.h"
 #include "tests/support/bus.h"
 #include "tests/support/gui_recording.h"
+#include "host/platform.h"
 
 namespace {
 
@@ -29,18 +30,18 @@ void fail_if_gone() {
 
 } // namespace
 
-void line_open_device(const std::string& /*name*/) { throw tovik_error("Can't open serial device"); }
+void platform::line_open_device(const std::string& /*name*/) { throw tovik_error("Can't open serial device"); }
 
-void line_open_cable(const std::string& /*name*/) { fail_if_gone(); }
+void platform::line_open_cable(const std::string& /*name*/) { fail_if_gone(); }
 
-std::optional<std::string> line_connect() { return ""; }
+std::optional<std::string> platform::line_connect() { return ""; }
 
-bool line_ready(int /*most_ms*/) {
+bool platform::line_ready(int /*most_ms*/) {
     waiting += std::exchange(held, "");
     return !waiting.empty();
 }
 
-size_t line_read(std::span<char> room) {
+size_t platform::line_read(std::span<char> room) {
     fail_if_gone();
     EXPECT_FALSE(room.empty()) << "nothing read would be the end";
     const size_t count = waiting.copy(room.data(), std::min<size_t>(room.size(), 1000));
@@ -48,11 +49,11 @@ size_t line_read(std::span<char> room) {
     return count;
 }
 
-size_t line_write(std::span<const char> bytes) {
+size_t platform::line_write(std::span<const char> bytes) {
     return gone ? 0 : waiting.append(bytes.data(), bytes.size()).size();
 }
 
-void line_close() { record_call("line closed"); }
+void platform::line_close() { record_call("line closed"); }
 
 namespace {
 
