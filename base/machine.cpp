@@ -2,3 +2,4 @@
 
 machine_t machine;
 simulator_t simulator;
+touched_t touched;

@@ -276,6 +276,15 @@ struct simulator_t {
     int32_t watchpoint; // stop after an instruction that writes this address; -1 for none
 };
 
+// What has changed since whoever keeps copies of the board last looked; it is for him to clear it.
+struct touched_t {
+    bool picture;                       // the video memory and what the screen shows
+    bool frame;                         // the camera's
+    bool recording;                     // the speaker's begins anew
+    std::bitset<32 * 1024> sdram_pages; // of 1024 words
+};
+
 // The simulated board. A single object of static storage: 128 MiB of it is the SDRAM.
 extern machine_t machine;
 extern simulator_t simulator;
+extern touched_t touched;

@@ -6,14 +6,23 @@
 #include "core/engine_internal.h"
 #include "core/instructions.h"
 #include "core/memory.h"
+#include "core/stops.h"
 
 namespace engine {
 
 run_t run;
 
-// The slice ends at the breakpoint. One that begins there does not come through here.
+// The slice ends at a breakpoint, unless it answers that it need not. One that begins there does not come
+// through here.
 proof_t* stop_at_breakpoint(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores,
                             int32_t result) {
+    if (const int32_t pc = pc_of(at); pc != breakpoint) {
+        be_exact(pc, left);
+        run.stopped = stops->at_breakpoint();
+        if (!run.stopped) {
+            return plain(at, left, memory, stores, result);
+        }
+    }
     run.over = true;
     return leave(at, left, memory, stores, result);
 }
@@ -29,10 +38,21 @@ proof_t* stop_at_breakpoint(proof_t* at, int32_t left, int32_t* memory, const ui
 
 namespace {
 
+void set_breakpoints(const stops_t* of, handler_t handler) {
+    for (int32_t pc = 0; of != nullptr && pc < MEMORY_SIZE; ++pc) {
+        if (of->breakpoints[static_cast<size_t>(pc)] && pc != breakpoint) {
+            proof_of(pc)->execute = handler;
+            break_pair_before(pc);
+        }
+    }
+}
+
 void take_over_controls() {
     if (simulator.breakpoint != breakpoint) {
         if (in_memory(breakpoint)) {
-            proof_of(breakpoint)->execute = prove;
+            const bool stays =
+                known_stops != nullptr && known_stops->breakpoints[static_cast<size_t>(breakpoint)];
+            proof_of(breakpoint)->execute = stays ? stop_at_breakpoint : prove;
         }
         breakpoint = simulator.breakpoint;
         if (in_memory(breakpoint)) {
@@ -46,13 +66,28 @@ void take_over_controls() {
             store_kinds[watchpoint] |= HEED;
         }
     }
+    if (stops != known_stops) {
+        set_breakpoints(known_stops, prove);
+        known_stops = stops;
+        set_breakpoints(stops, stop_at_breakpoint);
+        for (size_t address = 0; stops != nullptr && address < MEMORY_SIZE; ++address) {
+            store_kinds[address] |= stops->watched[address] ? HEED : ONLY_A_STORE;
+        }
+    }
     run.controls = simulator;
+}
+
+// A slice that begins at a breakpoint executes the instruction there.
+bool is_at_breakpoint() { return is_breakpoint(machine.pc); }
+
+// The slice may have ended before the engine came to the breakpoint.
+bool ask_at_breakpoint() {
+    return machine.pc != breakpoint && is_at_breakpoint() && !machine.halted && stops->at_breakpoint();
 }
 
 void execute_until_over() {
     do {
-        // A slice that begins at the breakpoint executes the instruction there.
-        if (in_memory(machine.pc) && machine.pc != breakpoint && !simulator.verbose) {
+        if (in_memory(machine.pc) && !is_at_breakpoint() && !simulator.verbose) {
             proof_t* at = proof_of(machine.pc);
             while (at != nullptr) {
                 at = at->execute(at, run.left, machine.memory, store_kinds, 0);
@@ -61,11 +96,13 @@ void execute_until_over() {
             execute_plainly(machine.pc, run.left);
             --run.left;
         }
-    } while (run.left > 0 && !run.over && machine.pc != breakpoint);
+    } while (run.left > 0 && !run.over && !is_at_breakpoint());
 }
 
 } // namespace
 } // namespace engine
+
+const stops_t* stops = nullptr;
 
 slice_t run_slice(int32_t count) {
     using namespace engine;
@@ -78,6 +115,7 @@ slice_t run_slice(int32_t count) {
     run.left_settled = count;
     run.count_at_end = machine.instr_count + static_cast<uint64_t>(count);
     run.over = false;
+    run.stopped = false;
     last_written = NOTHING_WRITTEN;
     slice_t slice{};
     try {
@@ -99,6 +137,8 @@ slice_t run_slice(int32_t count) {
     }
     machine.instr_count = count_at(run.left) - (slice.faulted ? 1 : 0);
     slice.executed = count - run.left;
+    const bool asked = run.stopped || slice.faulted || slice.wait != nullptr || slice.executed == 0;
+    slice.stopped = run.stopped || (!asked && ask_at_breakpoint());
     // The step of the last one is the run loop's business.
     settle_steps(slice.executed > 0 ? run.left + 1 : run.left);
     return slice;

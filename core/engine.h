@@ -9,6 +9,7 @@ struct slice_t {
     int32_t executed;  // instructions, a failed one included
     bool faulted;      // the last instruction failed; machine.pc is its address
     std::string fault; // the message of the fault
+    bool stopped;      // one of the stops has been met, and its answer was to stop
 
     // The instruction at machine.pc, which is not among the executed ones, waits for the host; else nullptr.
     // After a Reset in a dialog of the instruction, machine.pc and machine.instr_count are 0.

@@ -20,6 +20,7 @@
 
 #include "base/machine.h"
 #include "core/instructions.h"
+#include "core/stops.h"
 
 namespace engine {
 
@@ -98,12 +99,16 @@ extern int32_t watchpoint;
 
 extern bool proofs_forgotten;
 
+// The stops of which proofs and store kinds know.
+extern const stops_t* known_stops;
+
 struct run_t {
     int32_t left;          // instructions, while no handler has it in a register
     uint64_t count_at_end; // the instruction count when none is left
     int32_t start;         // the last instruction that may have failed
     simulator_t controls;  // as they were when the slice began
     bool over;             // no further instruction may be executed in this slice
+    bool stopped;          // because one of the stops has been met
     int32_t left_settled;  // simulator.step has been decreased for the instructions up to here
 };
 
@@ -123,7 +128,7 @@ inline proof_t* leave(proof_t* at, int32_t left, int32_t* /*memory*/, const uint
     return nullptr;
 }
 
-// The handler of the instruction at the breakpoint.
+// The handler of the instruction at a breakpoint.
 proof_t* stop_at_breakpoint(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores,
                             int32_t result);
 
@@ -168,8 +173,9 @@ void drop_proof(int32_t pc);
 // The instruction before the one at pc must not go on with it unseen.
 void break_pair_before(int32_t pc);
 
-// What a store to a word that has another kind than ONLY_A_STORE needs.
-void note_store(int32_t address);
+// What a store to a word that has another kind than ONLY_A_STORE needs, by the instruction that is number
+// `count`.
+void note_store(int32_t address, uint64_t count);
 proof_t* heed_store(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores, int32_t address);
 
 // Stores the result of an instruction and goes on with the one at `at`.
@@ -195,6 +201,16 @@ template <handler_t handler = go_on>
 }
 
 bool controls_changed();
+
+// Makes the machine exact before an instruction at which a device, or whoever asked to stop there, looks at
+// it.
+[[gnu::always_inline]] inline void be_exact(int32_t pc, int32_t left) {
+    settle_steps(left);
+    run.start = pc;
+    run.left = left;
+    machine.pc = pc;
+    machine.instr_count = count_at(left);
+}
 
 // machine.pc is then the next instruction; if the slice must end there, run.over is set.
 [[gnu::always_inline]] inline void take_stock(int32_t left) {

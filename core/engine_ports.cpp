@@ -12,18 +12,6 @@
 
 namespace engine {
 
-namespace {
-
-[[gnu::always_inline]] inline void be_exact(int32_t pc, int32_t left) {
-    settle_steps(left);
-    run.start = pc;
-    run.left = left;
-    machine.pc = pc;
-    machine.instr_count = count_at(left);
-}
-
-} // namespace
-
 bool controls_changed() {
     return simulator.step != run.controls.step || simulator.running != run.controls.running ||
            simulator.speaker_on != run.controls.speaker_on ||
@@ -34,7 +22,7 @@ bool controls_changed() {
 // An instruction writes one word at most.
 void note_plain_store() {
     if (last_written != NOTHING_WRITTEN) {
-        note_store(last_written);
+        note_store(last_written, machine.instr_count + 1);
         last_written = NOTHING_WRITTEN;
     }
 }

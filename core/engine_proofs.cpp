@@ -25,6 +25,7 @@ uint8_t store_kinds[MEMORY_SIZE];
 int32_t breakpoint = NONE;
 int32_t watchpoint = NONE;
 bool proofs_forgotten = true;
+const stops_t* known_stops = nullptr;
 
 namespace {
 
@@ -185,21 +186,27 @@ void drop_proofs_with(int32_t address) {
 
 } // namespace
 
-void note_store(int32_t address) {
+void note_store(int32_t address, uint64_t count) {
     machine.modified[address] = true;
     if ((store_kinds[address] & CODE) != 0) {
         drop_proofs_with(address);
     }
-    store_kinds[address] = address == watchpoint ? HEED : ONLY_A_STORE;
+    store_kinds[address] = is_watched(address) ? HEED : ONLY_A_STORE;
+    if (stops != nullptr && stops->watched[static_cast<size_t>(address)] && stops->at_write(address, count)) {
+        run.stopped = true;
+        run.over = true;
+    }
 }
 
 [[gnu::noinline]] proof_t* heed_store(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores,
                                       int32_t address) {
-    note_store(address);
+    note_store(address, count_at(left - 1));
     if (address == watchpoint) {
         simulator.step = 0;
         watchpoint_hit = true;
         run.over = true;
+    }
+    if (run.over) {
         return leave(at, left - 1, memory, stores, 0);
     }
     return next(at, left, memory, stores, 0);
@@ -216,6 +223,7 @@ void start_afresh() {
     forget_doubted();
     breakpoint = NONE;
     watchpoint = NONE;
+    known_stops = nullptr;
     proofs_forgotten = false;
 }
 

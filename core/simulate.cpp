@@ -173,7 +173,7 @@ void stop_if_due(const slice_t& slice) {
     if (counting) {
         --simulator.step;
     }
-    const bool at_breakpoint = simulator.breakpoint == machine.pc;
+    const bool at_breakpoint = simulator.breakpoint == machine.pc || slice.stopped;
     if (machine.halted || simulator.step == 0 || at_breakpoint) {
         gui_status_set(machine.halted ? "Halted  " : "Stopped");
         simulator.running = false;

@@ -4,6 +4,7 @@
 
 #include "base/machine.h"
 #include "core/instructions.h"
+#include "core/stops.h"
 #include "devices/io.h"
 
 namespace {
@@ -70,7 +71,7 @@ bool stores_into_instruction(const turn_t& turn) {
 }
 
 void follow_instruction(turn_t& turn, bool (*is_only_a_store)(int32_t)) {
-    if (!whole_in_memory(turn.pc) || turn.pc == simulator.breakpoint || stores_into_instruction(turn)) {
+    if (!whole_in_memory(turn.pc) || is_breakpoint(turn.pc) || stores_into_instruction(turn)) {
         turn.known = false;
         return;
     }

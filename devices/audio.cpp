@@ -112,6 +112,11 @@ void record(int32_t sample) {
     ++runs.back().times;
 }
 
+void clear_recording() {
+    machine.speaker_samples.clear();
+    touched.recording = true;
+}
+
 void microphone_clear() { machine.microphone_samples.clear(); }
 
 // One sample. After a failure it is 0.
@@ -271,7 +276,7 @@ void reset_speaker() {
     machine.speaker_sample = 0;
     machine.speaker_current_sample = 0;
     machine.speaker_current_sample_played = true;
-    machine.speaker_samples.clear();
+    clear_recording();
 }
 
 void reset_microphone() {
@@ -332,7 +337,7 @@ void save_speaker() {
     while (!machine.speaker_samples.empty()) {
         switch (save_chosen(save, machine.speaker_filename)) {
         case saved_e::SAVED:
-            machine.speaker_samples.clear();
+            clear_recording();
             break;
         case saved_e::CANCELLED:
             return;

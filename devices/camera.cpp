@@ -89,6 +89,7 @@ bool live_frame_is_there() {
 }
 
 void take_live_frame() {
+    touched.frame = true;
     convert_yuyv(capture_take(), machine.camera_ram[0], size_t{CAPTURE_WIDTH} * CAPTURE_HEIGHT / 2);
     capture_give_back();
     machine.camera_ram_valid = true;
@@ -123,6 +124,7 @@ void ask_for_movie() {
 }
 
 void copy_frame() {
+    touched.picture = true;
     const int32_t shift = FULL_SIZE - machine.camera_scale;
     const int32_t step = 1 << shift;
     for (int32_t row = 0; row < CAMERA_HEIGHT; row += step) {
@@ -250,6 +252,7 @@ void advance_camera_file() {
     if (!machine.camera_file_open) {
         return;
     }
+    touched.frame = true;
     const std::span<char> frame(reinterpret_cast<char*>(machine.camera_ram), sizeof machine.camera_ram);
     const int64_t count = storage_read(storage_e::MOVIE, frame, machine.camera_file_position);
     machine.camera_ram_valid = count == int64_t{sizeof machine.camera_ram};

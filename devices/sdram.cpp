@@ -53,6 +53,7 @@ void fill_page(size_t page) {
     if (!machine.sdram_filled[page]) {
         make_noise(page, words_of(page));
         machine.sdram_filled[page] = true;
+        touched.sdram_pages[page] = true;
     }
 }
 
@@ -63,6 +64,7 @@ void carry_out() {
         machine.sdram_data_read = machine.sdram_ram[address];
     } else {
         machine.sdram_ram[address] = machine.sdram_data_write;
+        touched.sdram_pages[address / PAGE_WORDS] = true;
     }
 }
 

@@ -45,6 +45,7 @@ void fill_rectangle() {
     const int32_t area = (x2 - x1 + 1) * (y2 - y1 + 1);
     machine.vga_response_instr += static_cast<uint64_t>(area / PIXELS_PER_INSTRUCTION);
     const auto color = static_cast<uint16_t>(machine.vga_color_write);
+    touched.picture = true;
     for (int32_t y = y1; y <= y2; ++y) {
         std::fill(machine.vga_ram[y] + x1, machine.vga_ram[y] + x2 + 1, color);
     }
@@ -118,6 +119,7 @@ void reset_vga() {
 }
 
 void clear_vga() {
+    touched.picture = true;
     uint64_t place = 0;
     for (auto& row : machine.vga_ram) {
         for (uint16_t& word : row) {

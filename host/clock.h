@@ -8,6 +8,10 @@
 // there is no clock.
 uint64_t time_ms();
 
+// The time since some moment in the past, in microseconds. Not for what the board does: it is different in
+// each run.
+uint64_t stopwatch_us();
+
 // Does nothing for so many milliseconds, at least 1.
 void wait_ms(int32_t ms);
 

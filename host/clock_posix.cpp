@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <ctime>
 #include <iostream>
 #include <string_view>
 
@@ -38,6 +39,12 @@ uint64_t platform::time_ms() {
         throw host_failure_t{};
     }
     return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_usec) / 1000;
+}
+
+uint64_t stopwatch_us() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1'000'000 + static_cast<uint64_t>(now.tv_nsec) / 1000;
 }
 
 void wait_ms(int32_t ms) { usleep(static_cast<useconds_t>(ms) * 1000); }

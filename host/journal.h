@@ -1,11 +1,11 @@
 #pragma once
 
-// What came through the doors to the computer while the board ran, in order: with it, a stretch of a run can be
-// executed again exactly. Off at first; then nothing is kept.
+// What came through the doors to the computer while the board ran, in order: with it, a stretch of a run can
+// be executed again exactly. Off at first; then nothing is kept.
 //
-// A door notes what it gives, and gives it again where the journal stands in the past. What a device only asks
-// for again and again (a byte, a frame) is noted when it is there, and is there again at the same instruction.
-// Nothing reaches the computer from the past.
+// A door notes what it gives, and gives it again where the journal stands in the past. What a device only
+// asks for again and again (a byte, a frame) is noted when it is there, and is there again at the same
+// instruction. Nothing reaches the computer from the past.
 
 #include <concepts>
 #include <cstddef>
@@ -17,7 +17,19 @@
 
 #include "base/machine.h"
 
-enum class door_e : uint8_t { CLOCK, PLAYBACK, RECORD, CAPTURE, LINE_OPEN, LINE, LINE_SENT, STORAGE, RECORDING, QUESTION, SAVE };
+enum class door_e : uint8_t {
+    CLOCK,
+    PLAYBACK,
+    RECORD,
+    CAPTURE,
+    LINE_OPEN,
+    LINE,
+    LINE_SENT,
+    STORAGE,
+    RECORDING,
+    QUESTION,
+    SAVE
+};
 
 struct passed_t {
     uint64_t count; // the instruction count, and how many acts of the user came before
@@ -40,12 +52,14 @@ void journal_end();
 
 [[nodiscard]] bool journal_is_on();
 
-// Whether the board is executing a part of its past: nothing may be shown to the user again, and nothing sent.
+// Whether the board is executing a part of its past: nothing may be shown to the user again, and nothing
+// sent.
 [[nodiscard]] bool in_the_past();
 
 [[nodiscard]] journal_mark_t journal_mark();
 
-// Goes to a mark, which is in the past unless `newest` says that the board is where it has never been farther.
+// Goes to a mark, which is in the past unless `newest` says that the board is where it has never been
+// farther.
 void journal_go_to(const journal_mark_t& mark, bool newest);
 
 // The user does something.
@@ -82,8 +96,8 @@ struct given_t {
     std::string bytes = {};
 };
 
-// What was noted of `take`, a function that gives given_t or throws tovik_error; at the newest moment, what it
-// gives.
+// What was noted of `take`, a function that gives given_t or throws tovik_error; at the newest moment, what
+// it gives.
 template <std::invocable take_t> given_t through_journal(door_e door, take_t take) {
     if (const passed_t* const passed = journal_next(door)) {
         return {passed->value, text_of(*passed)};

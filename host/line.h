@@ -35,7 +35,8 @@ void line_open_cable(const std::string& name);
 // does connecting.
 [[nodiscard]] size_t line_write(std::span<const char> bytes);
 
-// Whether a line that can no longer be written to is a fault of the program's, and not the end. False at first.
+// Whether a line that can no longer be written to is a fault of the program's, and not the end. False at
+// first.
 extern bool line_failure_is_fault;
 
 // Closes the line, if one is open, in whatever state it is.

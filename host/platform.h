@@ -1,8 +1,8 @@
 #pragma once
 
-// The doors to the computer, as each platform has them: what the headers beside say, in a namespace of its own.
-// Only `doors` calls these, which also notes what comes through; devices and front ends call the functions of
-// the headers.
+// The doors to the computer, as each platform has them: what the headers beside say, in a namespace of its
+// own. Only `doors` calls these, which also notes what comes through; devices and front ends call the
+// functions of the headers.
 
 #include <cstddef>
 #include <cstdint>

@@ -1,11 +1,12 @@
-// The files on which devices work. In the past a file is seen as it was: the bytes that were written since then
-// are kept as they were before.
+// The files on which devices work. In the past a file is seen as it was: the bytes that were written since
+// then are kept as they were before.
 
 #include "host/storage.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <deque>
 #include <map>
 #include <utility>
 #include <vector>
@@ -34,15 +35,18 @@ struct write_t {
 
 struct storages_t {
     std::vector<file_t> files; // all that have been opened; while nothing is kept, one a place
-    std::vector<write_t> writes;
-    std::map<std::pair<size_t, int64_t>, std::vector<size_t>> writes_at; // by file and offset, in order
-    size_t bytes = 0;                                                    // of the writes
+    std::deque<write_t> writes;
+    size_t forgotten = 0;                                               // writes before the first of these
+    std::map<std::pair<size_t, int64_t>, std::deque<size_t>> writes_at; // by file and offset, in order
+    size_t bytes = 0;                                                   // of the writes
     storage_mark_t mark;
 };
 
 storages_t storages;
 
 int& file_in(storage_e place) { return storages.mark.open[static_cast<size_t>(place)]; }
+
+size_t writes_made() { return storages.forgotten + storages.writes.size(); }
 
 void close(file_t& file) {
     if (file.handle >= 0) {
@@ -57,7 +61,7 @@ const write_t* first_write_after(size_t file, int64_t offset) {
         return nullptr;
     }
     const auto write = std::ranges::lower_bound(found->second, storages.mark.writes);
-    return write == found->second.end() ? nullptr : &storages.writes[*write];
+    return write == found->second.end() ? nullptr : &storages.writes[*write - storages.forgotten];
 }
 
 // Keeps what a write is going to replace.
@@ -67,9 +71,9 @@ void keep_before(size_t file, int64_t offset, size_t count) {
     write.known = there >= 0;
     write.before.resize(static_cast<size_t>(std::max<int64_t>(there, 0)));
     storages.bytes += write.before.size() + sizeof write;
-    storages.writes_at[{file, offset}].push_back(storages.writes.size());
+    storages.writes_at[{file, offset}].push_back(writes_made());
     storages.writes.push_back(std::move(write));
-    storages.mark.writes = storages.writes.size();
+    storages.mark.writes = writes_made();
 }
 
 void forget_last_write() {
@@ -182,7 +186,7 @@ std::optional<std::string> storage_changed() {
     return std::nullopt;
 }
 
-bool storage_has_future() { return storages.writes.size() > storages.mark.writes; }
+bool storage_has_future() { return writes_made() > storages.mark.writes; }
 
 int storage_cut(bool card_goes_back) {
     int error = 0;
@@ -192,12 +196,25 @@ int storage_cut(bool card_goes_back) {
             forget_last_write();
         }
     }
-    storages.mark.writes = storages.writes.size();
+    storages.mark.writes = writes_made();
     while (storages.files.size() > storages.mark.opened) {
         close(storages.files.back());
         storages.files.pop_back();
     }
     return error;
+}
+
+void storage_forget_before(const storage_mark_t& mark) {
+    for (; storages.forgotten < mark.writes; ++storages.forgotten) {
+        const write_t& write = storages.writes.front();
+        const auto at = storages.writes_at.find({write.file, write.offset});
+        at->second.erase(at->second.begin());
+        if (at->second.empty()) {
+            storages.writes_at.erase(at);
+        }
+        storages.bytes -= write.before.size() + sizeof write;
+        storages.writes.pop_front();
+    }
 }
 
 void storage_forget() {

@@ -143,3 +143,10 @@ screen_changes_t take_screen_changes() {
     machine.vga_pending.clear();
     return std::exchange(changes, {});
 }
+
+void settle_screen() { switch_to_copy(); }
+
+void repaint_screen() {
+    switch_to_copy();
+    add_to_area(WHOLE_SCREEN);
+}

@@ -6,6 +6,7 @@
 #include "base/machine.h"
 #include "base/noise.h"
 #include "core/engine.h"
+#include "host/journal.h"
 
 recording_t recording;
 typed_t typed;
@@ -69,10 +70,15 @@ void gui_led_green_draw(int i) { record_call("green " + std::to_string(i)); }
 bool gui_choosefile(bool save, std::string title, std::string /*filter_name*/, std::string extension,
                     std::string& filename) {
     record_call((save ? "save " : "open ") + title + " *." + extension + " " + filename);
-    if (typed.chosen_file.empty()) {
+    const given_t answer = through_journal(door_e::QUESTION, [] {
+        given_t chosen = {.bytes = typed.chosen_file};
+        typed.chosen_file = typed.only_once ? "" : typed.chosen_file;
+        return chosen;
+    });
+    if (answer.bytes.empty()) {
         return false;
     }
-    filename = typed.chosen_file;
+    filename = answer.bytes;
     return true;
 }
 
@@ -116,12 +122,16 @@ void gui_mic_set(bool on) { record_call(on ? "mic on" : "mic off"); }
 
 std::string gui_gettext(std::string prompt, int max_length) {
     recording.prompts.push_back(std::to_string(max_length) + " " + prompt);
-    if (typed.serial_names.empty()) {
-        return "";
-    }
-    std::string name = typed.serial_names.front();
-    typed.serial_names.erase(typed.serial_names.begin());
-    return name;
+    return through_journal(door_e::QUESTION,
+                           [] {
+                               if (typed.serial_names.empty()) {
+                                   return given_t{};
+                               }
+                               const std::string name = typed.serial_names.front();
+                               typed.serial_names.erase(typed.serial_names.begin());
+                               return given_t{.bytes = name};
+                           })
+        .bytes;
 }
 
 void gui_serial_setup() { recording.prompts.emplace_back("console"); }

@@ -26,6 +26,7 @@ struct typed_t {
     std::string breakpoint;
     std::string watchpoint;
     std::string chosen_file;
+    bool only_once = false;                // the chosen file
     std::vector<std::string> serial_names; // answers to the serial port's questions
 };
 

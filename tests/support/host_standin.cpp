@@ -6,9 +6,9 @@
 
 #include "base/machine.h"
 #include "host/clock.h"
+#include "host/platform.h"
 #include "host/sound.h"
 #include "tests/support/gui_recording.h"
-#include "host/platform.h"
 
 host_standin_t host_standin;
 
@@ -25,6 +25,9 @@ uint64_t platform::time_ms() {
     record_call("look at the clock");
     return START_MS + machine.instr_count / INSTRUCTIONS_PER_MS + host_standin.slept_ms;
 }
+
+// Only how often copies of the board are made depends on it.
+uint64_t stopwatch_us() { return host_standin.stopwatch_us += host_standin.stopwatch_step_us; }
 
 void wait_ms(int32_t ms) {
     host_standin.slept_ms += static_cast<uint64_t>(ms);

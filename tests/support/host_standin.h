@@ -10,6 +10,8 @@
 struct host_standin_t {
     bool has_sound = false; // then the speaker's stream takes a few samples each time that it is waited for
     uint64_t slept_ms = 0;  // by which the clock is ahead of the machine's own time
+    uint64_t stopwatch_us = 0;
+    uint64_t stopwatch_step_us = 1000; // at each look at it
     std::vector<int16_t> played = {};
     bool recorded = false; // the microphone's stream has a sample, as it has once it is waited for
 };

@@ -11,9 +11,9 @@
 #include "base/machine.h"
 #include "devices/camera.h"
 #include "host/capture.h"
+#include "host/platform.h"
 #include "tests/support/bus.h"
 #include "tests/support/gui_recording.h"
-#include "host/platform.h"
 
 namespace {
 

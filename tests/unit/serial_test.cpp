@@ -11,9 +11,9 @@
 #include "core/simulate.h"
 #include "devices/serial.h"
 #include "host/line.h"
+#include "host/platform.h"
 #include "tests/support/bus.h"
 #include "tests/support/gui_recording.h"
-#include "host/platform.h"
 
 namespace {
 
@@ -30,7 +30,9 @@ void fail_if_gone() {
 
 } // namespace
 
-void platform::line_open_device(const std::string& /*name*/) { throw tovik_error("Can't open serial device"); }
+void platform::line_open_device(const std::string& /*name*/) {
+    throw tovik_error("Can't open serial device");
+}
 
 void platform::line_open_cable(const std::string& /*name*/) { fail_if_gone(); }
 
