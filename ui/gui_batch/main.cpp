@@ -13,6 +13,7 @@
 
 #include "assembler/analyse.h"
 #include "assembler/assemble.h"
+#include "assembler/labels.h"
 #include "base/files.h"
 #include "base/machine.h"
 #include "base/messages.h"
@@ -23,7 +24,6 @@
 #include "devices/sdram.h"
 #include "devices/vga.h"
 #include "ui/gui_batch/gui_batch.h"
-#include "ui/gui_batch/labels.h"
 #include "ui/gui_batch/options.h"
 #include "ui/gui_batch/script.h"
 #include "ui/gui_batch/usage.h"
@@ -54,6 +54,14 @@ void check_source(const std::string& name) {
         throw usage_error_t{cant_open_text(name, errno)};
     }
     close_file(source);
+}
+
+labels_t labels_beside(const std::string& base) {
+    try {
+        return read_labels(base + ".labels");
+    } catch (const tovik_error& error) {
+        throw usage_error_t{error.message};
+    }
 }
 
 [[noreturn]] void out_of_memory() {
@@ -97,7 +105,7 @@ int assemble_and_run(const options_t& options) {
         return EXIT_USAGE;
     }
     check_image(base + ".mif", load);
-    return run_batch(options, read_labels(base + ".labels"), std::move(events));
+    return run_batch(options, labels_beside(base), std::move(events));
 }
 
 } // namespace

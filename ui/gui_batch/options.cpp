@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "base/text.h"
 #include "devices/ledswitchtimer.h"
 #include "ui/gui_batch/usage.h"
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "ui/gui_batch/labels.h"
+#include "assembler/labels.h"
 
 // A dialog that a window would have shown.
 struct message_t {

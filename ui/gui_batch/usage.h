@@ -1,12 +1,8 @@
 #pragma once
 
-// How tovik-run answers its caller: exit statuses, usage errors, and numbers as they are written in options
-// and scripts.
+// How tovik-run answers its caller: exit statuses and usage errors.
 
-#include <cstdint>
-#include <optional>
 #include <string>
-#include <string_view>
 
 constexpr int EXIT_HALTED = 0;
 constexpr int EXIT_ERROR = 1;
@@ -19,7 +15,3 @@ constexpr int EXIT_NOT_WRITTEN = 5;
 struct usage_error_t {
     std::string message;
 };
-
-// A whole text as a number without a sign, decimal or hexadecimal ("0x1f"), if it is one from `lowest` to
-// `highest`. Neither bound may be negative.
-std::optional<int64_t> parse_number(std::string_view text, int64_t lowest, int64_t highest);

@@ -1,4 +1,4 @@
-#include "ui/gui_batch/usage.h"
+#include "base/text.h"
 
 #include <charconv>
 #include <utility>

@@ -1,4 +1,4 @@
-#include "ui/gui_batch/labels.h"
+#include "assembler/labels.h"
 
 #include <cerrno>
 #include <filesystem>
@@ -6,7 +6,7 @@
 
 #include "base/files.h"
 #include "base/machine.h"
-#include "ui/gui_batch/usage.h"
+#include "base/text.h"
 
 labels_t read_labels(const std::string& file_name) {
     labels_t labels;
@@ -14,13 +14,13 @@ labels_t read_labels(const std::string& file_name) {
     if (!std::filesystem::is_regular_file(file_name, error)) {
         // The image's name may be so long that there can be no list beside it.
         if (error && error != std::errc::no_such_file_or_directory && error != std::errc::filename_too_long) {
-            throw usage_error_t{cant_open_text(file_name, error.value())};
+            throw tovik_error(cant_open_text(file_name, error.value()));
         }
         return labels;
     }
     std::ifstream file(file_name);
     if (!file) {
-        throw usage_error_t{cant_open_text(file_name, errno)};
+        throw tovik_error(cant_open_text(file_name, errno));
     }
     std::string line;
     while (std::getline(file, line)) {
@@ -36,7 +36,7 @@ labels_t read_labels(const std::string& file_name) {
         }
     }
     if (file.bad()) {
-        throw usage_error_t{cant_read_text(file_name, errno)};
+        throw tovik_error(cant_read_text(file_name, errno));
     }
     return labels;
 }

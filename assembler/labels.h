@@ -18,7 +18,7 @@ struct range_t {
 };
 
 // Reads a ".labels" file; lines of another form, and labels of no address in memory, are skipped. Empty when
-// there is no such file. Throws usage_error_t when it cannot be read.
+// there is no such file. Throws tovik_error when it cannot be read.
 labels_t read_labels(const std::string& file_name);
 
 // The address that a text names: a label, or a number from 0 to 16383, decimal or hexadecimal.
