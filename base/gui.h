@@ -79,3 +79,7 @@ void vga_refresh(unsigned x_start, unsigned y_start, unsigned x_size, unsigned y
 
 // Paints a rectangle, both corners inclusive and on the screen, in a colour.
 void vga_box(int32_t x1, int32_t y1, int32_t x2, int32_t y2, uint16_t color);
+
+// Whoever copies the record has painted what waits to be, and whoever puts it back has all of it shown.
+void vga_settle();
+void vga_repaint();

@@ -13,10 +13,10 @@
 #include <utility>
 #include <vector>
 
+#include "base/gui.h"
 #include "base/machine.h"
 #include "core/engine.h"
 #include "host/storage.h"
-#include "ui/screen.h"
 
 namespace {
 
@@ -255,7 +255,7 @@ void take_checkpoint(moment_t moment) {
     if (!is_new) {
         return;
     }
-    settle_screen();
+    vga_settle();
     checkpoint_t& checkpoint = place->second;
     checkpoint.plain = plain_bytes();
     checkpoint.containers = containers();
@@ -298,7 +298,7 @@ void restore_checkpoint(moment_t moment) {
         read_frame_again();
     }
     forget_proofs();
-    repaint_screen();
+    vga_repaint();
 }
 
 moment_t oldest_checkpoint() { return checkpoints.begin()->first; }

@@ -144,9 +144,9 @@ screen_changes_t take_screen_changes() {
     return std::exchange(changes, {});
 }
 
-void settle_screen() { switch_to_copy(); }
+void vga_settle() { switch_to_copy(); }
 
-void repaint_screen() {
+void vga_repaint() {
     switch_to_copy();
     add_to_area(WHOLE_SCREEN);
 }

@@ -24,12 +24,6 @@ extern bool screen_open;
 // machine.vga_picture then.
 screen_changes_t take_screen_changes();
 
-// Paints all that waits to be painted, without telling the front end yet.
-void settle_screen();
-
-// All of the screen counts as changed.
-void repaint_screen();
-
 // A channel of 5 bits (0 to 31) widened to 16 by repeating its bits: 0 gives 0, 31 gives 0xffff.
 constexpr uint16_t widen_channel(int32_t channel) {
     return static_cast<uint16_t>(channel << 11 | channel << 6 | channel << 1 | (channel & 1));

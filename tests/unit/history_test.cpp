@@ -17,6 +17,7 @@
 
 #include <unistd.h>
 
+#include "base/gui.h"
 #include "base/machine.h"
 #include "core/engine.h"
 #include "core/simulate.h"
@@ -34,7 +35,6 @@
 #include "tests/support/host_standin.h"
 #include "tests/support/random_programs.h"
 #include "tests/support/record.h"
-#include "ui/screen.h"
 
 namespace {
 
@@ -70,7 +70,7 @@ uint64_t sum_of(const void* bytes, size_t size) {
 }
 
 uint64_t sum_of_pictures() {
-    settle_screen();
+    vga_settle();
     uint64_t sum = 0;
     for (size_t page = 0; page < machine.sdram_filled.size(); ++page) {
         if (machine.sdram_filled[page]) {
