@@ -11,6 +11,7 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -76,6 +77,10 @@ uint64_t sum_of_pictures() {
         if (machine.sdram_filled[page]) {
             sum = 31 * sum + sum_of(machine.sdram_ram + page * 1024, 4096);
         }
+    }
+    // Megabytes, and few programs draw.
+    if (machine.vga_response_instr == 0 && machine.camera_response_instr == 0) {
+        return sum;
     }
     return sum + sum_of(machine.vga_ram, sizeof machine.vga_ram) +
            3 * sum_of(machine.vga_last, sizeof machine.vga_last) +
@@ -232,7 +237,7 @@ TEST_P(History, IsExactBackAndForth) {
     const program_kind_t& kind = GetParam();
     const uint64_t programs =
         setting("TOVIK_HISTORY_PROGRAMS", 2000) * static_cast<uint64_t>(kind.percent) / 100;
-    const uint64_t first = setting("TOVIK_LOCKSTEP_SEED", 1);
+    const uint64_t first = setting("TOVIK_LOCKSTEP_SEED", std::random_device{}());
     for (uint64_t seed = first; seed < first + programs && !HasFatalFailure(); ++seed) {
         SCOPED_TRACE(std::string(kind.name) + ", seed " + std::to_string(seed));
         try_program(kind, {seed << 20});
