@@ -298,7 +298,8 @@ bool history_go_to(moment_t moment, const progress_t& progress) {
     return arrived;
 }
 
-bool history_search(moment_t before, const std::function<bool()>& found, const progress_t& progress) {
+bool history_search(moment_t before, const std::function<bool()>& found, const progress_t& progress,
+                    const std::function<void()>& begins) {
     check_files();
     leave_newest();
     moment_t end = std::min(before, history.newest);
@@ -306,6 +307,9 @@ bool history_search(moment_t before, const std::function<bool()>& found, const p
     while (!is_found && end > history_first()) {
         const moment_t begin = *checkpoint_until(end - 1);
         restore(begin);
+        if (begins) {
+            begins();
+        }
         if (!repeat_until(end, false, progress)) {
             break;
         }

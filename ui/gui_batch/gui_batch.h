@@ -6,7 +6,6 @@
 
 #include "ui/gui_batch/options.h"
 #include "ui/gui_batch/report.h"
-#include "ui/gui_batch/script.h"
 
 // Opens what the run will write, runs the loaded machine until the program stops, writes the files and the
 // report, and returns the exit status. Throws usage_error_t before anything runs.

@@ -19,13 +19,13 @@
 #include "base/messages.h"
 #include "base/noise.h"
 #include "core/loader.h"
+#include "core/script.h"
 #include "core/simulate.h"
 #include "devices/audio.h"
 #include "devices/sdram.h"
 #include "devices/vga.h"
 #include "ui/gui_batch/gui_batch.h"
 #include "ui/gui_batch/options.h"
-#include "ui/gui_batch/script.h"
 #include "ui/gui_batch/usage.h"
 
 namespace {
@@ -56,6 +56,14 @@ void check_source(const std::string& name) {
     close_file(source);
 }
 
+std::vector<event_t> events_of(const std::optional<std::string>& script) {
+    try {
+        return script ? read_script(*script) : std::vector<event_t>{};
+    } catch (const tovik_error& error) {
+        throw usage_error_t{error.message};
+    }
+}
+
 labels_t labels_beside(const std::string& base) {
     try {
         return read_labels(base + ".labels");
@@ -76,10 +84,7 @@ int assemble_and_run(const options_t& options) {
     if (options.assemble_only && !is_source) {
         throw usage_error_t{"--assemble: '" + options.program + "' does not end in .k"};
     }
-    std::vector<event_t> events;
-    if (options.script_file) {
-        events = read_script(*options.script_file);
-    }
+    std::vector<event_t> events = events_of(options.script_file);
     if (is_source) {
         check_source(options.program);
         if (!assemble(options.program)) {

@@ -1,4 +1,4 @@
-#include "ui/gui_batch/script.h"
+#include "core/script.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -16,7 +16,6 @@
 #include "devices/mouse.h"
 #include "devices/ps2.h"
 #include "devices/serial.h"
-#include "ui/gui_batch/usage.h"
 
 namespace {
 
@@ -258,10 +257,10 @@ std::vector<event_t> read_script(const std::string& file_name) {
             }
         }
     } catch (const malformed_t& malformed) {
-        throw usage_error_t{file_name + ":" + std::to_string(line_number) + ": " + malformed.why};
+        throw tovik_error(file_name + ":" + std::to_string(line_number) + ": " + malformed.why);
     }
     if (!file.eof()) {
-        throw usage_error_t{"can't read script " + file_name + ": " + system_error_text(errno)};
+        throw tovik_error("can't read script " + file_name + ": " + system_error_text(errno));
     }
     return events;
 }

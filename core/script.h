@@ -1,6 +1,6 @@
 #pragma once
 
-// Timed input for a run without a window.
+// Timed input for a run that nobody sits in front of.
 
 #include <array>
 #include <cstdint>
@@ -14,5 +14,5 @@ struct event_t {
     std::string text;
 };
 
-// Reads a script. Throws usage_error_t when it cannot be read or a line is malformed.
+// Reads a script. Throws tovik_error when it cannot be read or a line is malformed.
 std::vector<event_t> read_script(const std::string& file_name);
