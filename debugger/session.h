@@ -35,8 +35,9 @@ void session_end();
 
 // ---- Where to stop
 
-// How often a breakpoint lets the program pass, counted from the beginning of a run: "5" stops the fifth time,
-// ">= 5" from then on, "% 5" each fifth time.
+// How often a breakpoint lets the program pass, counted from when it was set, and only where its condition holds:
+// "5" stops the fifth time, ">= 5" from then on, "% 5" each fifth time. Going back, what was counted later does not
+// count; of the newest million that is known exactly. A condition that has no value, as with a division by zero, stops.
 struct breakpoint_t {
     int id = 0;           // given by the session
     int32_t address = -1; // of an instruction; -1: not in the program
@@ -101,7 +102,8 @@ struct session_stop_t {
     std::string description; // of a fault or a watch: all that is known, in sentences
 };
 
-// Executes at most about so many instructions of the motion. Returns why it has ended, or NONE. `wait` is what the
+// Executes at most about so many instructions of the motion; on the way back, one stretch of the history, however long.
+// Returns why it has ended, or NONE; without a motion, why the last one has ended. `wait` is what the
 // program waits for at the computer, if it does, see pass_t.
 struct session_pass_t {
     session_stop_t stop;
@@ -123,7 +125,10 @@ struct frame_t {
     int32_t return_word = -1; // where the call keeps its return address; -1 for the main program
 };
 
-// The innermost first. Made of the calls and returns since the beginning.
+// The innermost first. Made of the calls and returns since the history began: they are executed again from the last
+// moment for which they were asked, so it takes time in proportion to the way from there. Where the program writes
+// call instructions itself they may be missing. A subroutine whose return word another call has overwritten, because it
+// was left with a branch or calls itself, is no longer there. Throws as history_go_to.
 [[nodiscard]] std::vector<frame_t> session_frames();
 
 // The label list as variables: a label of one word, or an array that a label begins.
@@ -153,6 +158,7 @@ struct written_t {
     moment_t moment;    // after the instruction that wrote it
     int32_t pc;         // of that instruction
     uint64_t count;     // machine.instr_count then
+    bool by_user = false; // with session_set_word; `pc` is then the instruction that came next
 };
 
 // Who wrote a word of memory, or a port, last before now; none when nobody did since the history began. The board

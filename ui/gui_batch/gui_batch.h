@@ -4,6 +4,7 @@
 
 #include <vector>
 
+#include "core/script.h"
 #include "ui/gui_batch/options.h"
 #include "ui/gui_batch/report.h"
 

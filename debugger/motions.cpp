@@ -1,0 +1,284 @@
+// The ways forward and back.
+
+#include <algorithm>
+#include <utility>
+
+#include "base/machine.h"
+#include "core/instructions.h"
+#include "core/simulate.h"
+#include "debugger/session_state.h"
+
+namespace session {
+namespace {
+
+// At every so many instructions a run without a debugger looks for what happens at the window.
+constexpr uint64_t INSTRUCTIONS_PER_LOOK = 100000;
+
+// The first count at or after one at which the run looks.
+uint64_t look_at_or_after(uint64_t count) {
+    return count + (INSTRUCTIONS_PER_LOOK - 1 - count % INSTRUCTIONS_PER_LOOK);
+}
+
+// Those of the very beginning have happened then.
+bool is_timed(const event_t& event) { return event.count > 0; }
+
+// How far it is to what has to happen between two instructions.
+uint64_t way_to_next(uint64_t most) {
+    const uint64_t count = machine.instr_count;
+    if (state.limit) {
+        most = std::min(most, *state.limit - count);
+    }
+    if (state.script_stop) {
+        most = std::min(most, *state.script_stop - history_now());
+    }
+    for (const event_t& event : state.events) {
+        if (const uint64_t look = look_at_or_after(event.count); is_timed(event) && look > count) {
+            return std::min(most, look - count);
+        }
+    }
+    return most;
+}
+
+// The script's events of this moment, which nobody has reached before.
+void deliver_events() {
+    for (const event_t& event : state.events) {
+        if (is_timed(event) && look_at_or_after(event.count) == machine.instr_count) {
+            simulator.step = -1;
+            history_act([event] { event.happen(event); });
+            if (simulator.step == 0) {
+                state.script_stop = history_now() + 1;
+            }
+        }
+    }
+}
+
+session_stop_t stop_for(stop_e why, std::string description = {}) {
+    return {.why = why, .ids = state.met.ids, .description = std::move(description)};
+}
+
+session_stop_t stop_before_run() {
+    if (machine.halted) {
+        return stop_for(stop_e::HALT);
+    }
+    if (state.motion.paused) {
+        return stop_for(stop_e::PAUSE);
+    }
+    if (state.limit && machine.instr_count >= *state.limit) {
+        return stop_for(stop_e::LIMIT);
+    }
+    if (state.script_stop && *state.script_stop <= history_now()) {
+        state.script_stop.reset();
+        return stop_for(stop_e::PAUSE, "the script stops the program");
+    }
+    return {};
+}
+
+session_stop_t stop_of_meeting() {
+    if (state.met.is_watch) {
+        return stop_for(stop_e::WATCH, state.met.description);
+    }
+    return stop_for(stop_e::BREAKPOINT);
+}
+
+bool is_single_step() {
+    const motion_e kind = state.motion.kind;
+    return kind == motion_e::STEP_IN || (kind == motion_e::STEP_OVER && state.motion.target < 0);
+}
+
+session_stop_t stop_after_run(const pass_t& pass) {
+    if (pass.idle && machine.halted) {
+        return stop_for(stop_e::HALT);
+    }
+    if (pass.idle && last_stop().reason == stop_reason_e::ERROR) {
+        return stop_for(stop_e::FAULT, last_stop().error + (last_stop().error.ends_with('\n') ? "" : "\n") +
+                                           shown(where(state.places, machine.pc)));
+    }
+    if (state.met.by_write && is_breakpoint(machine.pc)) {
+        ask_here();
+    }
+    const bool is_done = is_single_step() || state.met.is_target;
+    if (state.met.is_watch || (!is_done && !state.met.ids.empty())) {
+        return stop_of_meeting();
+    }
+    return is_done ? stop_for(stop_e::STEP) : session_stop_t{};
+}
+
+session_pass_t run_forward(int32_t most) {
+    settle_watches();
+    while (most > 0) {
+        state.met = {};
+        if (const session_stop_t stop = stop_before_run(); stop.why != stop_e::NONE) {
+            return {.stop = stop};
+        }
+        const uint64_t way = is_single_step() ? 1 : way_to_next(static_cast<uint64_t>(most));
+        const moment_t newest = history_newest();
+        const moment_t before = history_now();
+        const pass_t pass = history_run(static_cast<int32_t>(way));
+        most -= static_cast<int32_t>(history_now() - before);
+        if (history_newest() > newest) {
+            deliver_events();
+        }
+        if (history_now() > before) {
+            if (session_stop_t stop = stop_after_run(pass); stop.why != stop_e::NONE) {
+                return {.stop = std::move(stop)};
+            }
+        }
+        if (pass.wait != nullptr) {
+            return {.stop = {}, .wait = pass.wait};
+        }
+    }
+    return {};
+}
+
+bool move_to(moment_t moment, const progress_t& progress = nullptr) {
+    const bool arrived = history_go_to(moment, progress);
+    state.script_stop.reset();
+    forget_hits_after(history_now());
+    settle_watches();
+    return arrived;
+}
+
+// The moment of the call from which the instruction before now, at machine.pc, returns, if it does and the call
+// was one.
+std::optional<moment_t> call_returned_from(moment_t now) {
+    if (!whole_in_memory(machine.pc) || words_at(machine.pc).opcode != K24_RET) {
+        return std::nullopt;
+    }
+    const int32_t return_word = words_at(machine.pc).arg1;
+    if (!in_memory(return_word)) {
+        return std::nullopt;
+    }
+    const int32_t behind = machine.memory[return_word];
+    const std::optional<written_t> written = session_last_write(return_word);
+    const bool is_call = written && written->moment < now && !written->by_user &&
+                         written->pc == behind - WORDS_PER_INSTRUCTION && whole_in_memory(written->pc) &&
+                         words_at(written->pc).opcode == K24_CALL;
+    return is_call ? std::optional(written->moment - 1) : std::nullopt;
+}
+
+session_stop_t step_back(bool over) {
+    const moment_t now = history_now();
+    if (now <= history_first()) {
+        return {.why = stop_e::BEGINNING, .ids = {}, .description = {}};
+    }
+    move_to(now - 1);
+    if (over) {
+        if (const std::optional<moment_t> call = call_returned_from(now)) {
+            move_to(*call);
+        }
+    }
+    return {.why = stop_e::STEP, .ids = {}, .description = {}};
+}
+
+// While it lives, nothing stops and what is met is kept.
+struct collecting_t {
+    collecting_t() { state.collecting = true; }
+    collecting_t(const collecting_t&) = delete;
+    collecting_t& operator=(const collecting_t&) = delete;
+    ~collecting_t() { state.collecting = false; }
+};
+
+// Looks through one stretch of the past.
+session_stop_t search_stretch() {
+    motion_t& motion = state.motion;
+    state.met = {};
+    if (motion.paused) {
+        move_to(motion.frontier);
+        return stop_for(stop_e::PAUSE);
+    }
+    if (motion.frontier <= history_first()) {
+        move_to(history_first());
+        return stop_for(stop_e::BEGINNING);
+    }
+    moment_t begin = motion.frontier;
+    {
+        const collecting_t collecting;
+        const auto begins = [&] {
+            begin = history_now();
+            settle_watches();
+        };
+        const auto goes_on = [&](double /*share*/) { return !motion.paused; };
+        if (!history_search(motion.frontier, [] { return true; }, goes_on, begins)) {
+            return {};
+        }
+    }
+    motion.frontier = begin;
+    if (state.met.ids.empty()) {
+        return {};
+    }
+    const meeting_t met = state.met;
+    move_to(met.moment);
+    state.met = met;
+    return stop_of_meeting();
+}
+
+session_pass_t carry_out(int32_t most) {
+    switch (state.motion.kind) {
+    case motion_e::STEP_BACK:
+        return {.stop = step_back(false)};
+    case motion_e::STEP_BACK_OVER:
+        return {.stop = step_back(true)};
+    case motion_e::REVERSE_CONTINUE:
+        return {.stop = search_stretch()};
+    default:
+        return run_forward(most);
+    }
+}
+
+void aim_over() {
+    const int32_t pc = machine.pc;
+    if (whole_in_memory(pc) && words_at(pc).opcode == K24_CALL && in_memory(words_at(pc).arg2)) {
+        state.motion.target = pc + WORDS_PER_INSTRUCTION;
+        state.motion.return_word = words_at(pc).arg2;
+    }
+}
+
+void aim_out() {
+    const std::vector<frame_t> frames = session_frames();
+    if (frames.size() > 1) {
+        state.motion.target = frames[1].address + WORDS_PER_INSTRUCTION;
+        state.motion.return_word = frames[0].return_word;
+    }
+}
+
+} // namespace
+} // namespace session
+
+using namespace session;
+
+void session_go(motion_e motion, int32_t address) {
+    remember_values();
+    state.motion = {};
+    state.motion.kind = motion;
+    state.motion.before = history_now();
+    state.motion.frontier = history_now();
+    if (motion == motion_e::STEP_OVER) {
+        aim_over();
+    } else if (motion == motion_e::STEP_OUT) {
+        aim_out();
+    } else if (motion == motion_e::RUN_TO) {
+        state.motion.target = address;
+    }
+    state.motion.going = true;
+}
+
+void session_pause() { state.motion.paused = true; }
+
+session_pass_t session_run(int32_t most) {
+    if (!state.motion.going) {
+        return {.stop = state.last};
+    }
+    put_stops();
+    session_pass_t pass = carry_out(most);
+    if (pass.stop.why != stop_e::NONE) {
+        state.last = pass.stop;
+        state.motion = {};
+    }
+    return pass;
+}
+
+bool session_go_to(moment_t moment, const progress_t& progress) {
+    remember_values();
+    state.motion = {};
+    return move_to(moment, progress);
+}
