@@ -26,6 +26,7 @@ hits_t parse_hits(const std::string& text) {
     hits_t hits;
     std::string_view rest = text;
     const auto skip_blanks = [&] { rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size())); };
+    rest = rest.substr(0, rest.find_last_not_of(' ') + 1);
     skip_blanks();
     if (rest.empty()) {
         return hits;
@@ -172,9 +173,10 @@ bool meet_watch(data_stop_t& watch, moment_t moment, int32_t before) {
     }
     state.met.is_watch = true;
     const int32_t now = watch.value;
-    state.met.description += (state.met.description.empty() ? "" : "; ") + shown_address(watch.told.address) +
-                             (before != now ? " was " + shown_value(before) + " and is now " + shown_value(now)
-                                            : " is " + shown_value(now));
+    state.met.description +=
+        (state.met.description.empty() ? "" : "; ") + shown_address(watch.told.address) +
+        (before != now ? " was " + shown_value(before) + " and is now " + shown_value(now)
+                       : " is " + shown_value(now));
     return true;
 }
 
@@ -197,8 +199,7 @@ bool look_back() {
             continue;
         }
         const int32_t before = std::exchange(watch.value, value_at(watch.told.address));
-        const bool is_met =
-            watch.told.kind == access_kind_e::CHANGE ? watch.value != before : watch.accessed;
+        const bool is_met = watch.told.kind == access_kind_e::CHANGE ? watch.value != before : watch.accessed;
         watch.accessed = false;
         stops_here |= is_met && meet_watch(watch, history_now(), before);
     }

@@ -138,8 +138,8 @@ bool move_to(moment_t moment, const progress_t& progress = nullptr) {
     return arrived;
 }
 
-// The moment of the call from which the instruction before now, at machine.pc, returns, if it does and the call
-// was one.
+// The moment of the call from which the instruction before now, at machine.pc, returns, if it does and the
+// call was one.
 std::optional<moment_t> call_returned_from(moment_t now) {
     if (!whole_in_memory(machine.pc) || words_at(machine.pc).opcode != K24_RET) {
         return std::nullopt;
@@ -198,7 +198,8 @@ session_stop_t search_stretch() {
             settle_watches();
         };
         const auto goes_on = [&](double /*share*/) { return !motion.paused; };
-        if (!history_search(motion.frontier, [] { return true; }, goes_on, begins)) {
+        if (!history_search(
+                motion.frontier, [] { return true; }, goes_on, begins)) {
             return {};
         }
     }

@@ -19,8 +19,7 @@ accesses_t accesses_of(int32_t pc, int32_t address) {
     }
     const auto [opcode, arg1, arg2, arg3] = words_at(pc);
     const bool is_copy = opcode == K24_CPFA || opcode == K24_CPTA;
-    const int32_t element =
-        is_copy && in_memory(arg3) ? wrap_add(arg2, machine.memory[arg3]) : INT32_MAX;
+    const int32_t element = is_copy && in_memory(arg3) ? wrap_add(arg2, machine.memory[arg3]) : INT32_MAX;
     accesses_t accesses;
     accesses.reads = (reads_left(opcode) && arg2 == address) || (reads_right(opcode) && arg3 == address) ||
                      (opcode == K24_RET && arg1 == address) || (opcode == K24_CPTA && arg1 == address) ||
@@ -83,7 +82,8 @@ bool search_past(const stops_t& question, const std::function<void()>& begins,
     {
         const other_stops_t others(question);
         act_done = std::move(user_has);
-        is_found = history_search(here, [] { return search.last.has_value(); }, progress, begins);
+        is_found = history_search(
+            here, [] { return search.last.has_value(); }, progress, begins);
     }
     if (!is_found) {
         search.last.reset();

@@ -83,8 +83,7 @@ void session_begin(const session_options_t& options) {
     if (!is_source && !options.program.ends_with(".mif")) {
         throw tovik_error("'" + options.program + "' ends neither in .k nor in .mif");
     }
-    std::vector<event_t> events =
-        options.script ? read_script(*options.script) : std::vector<event_t>{};
+    std::vector<event_t> events = options.script ? read_script(*options.script) : std::vector<event_t>{};
     if (is_source) {
         assemble_source(options.program);
     }

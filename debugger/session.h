@@ -1,10 +1,11 @@
 #pragma once
 
-// One program under a debugger: where it is to stop, steps forward and back, and what can be looked at. Everything
-// is said in addresses, lines and expressions; how a front end asks and shows it is its own business.
+// One program under a debugger: where it is to stop, steps forward and back, and what can be looked at.
+// Everything is said in addresses, lines and expressions; how a front end asks and shows it is its own
+// business.
 //
-// The board is a single one, so there is one session at a time. Nothing here waits: a run goes on piece by piece,
-// as often as the front end calls session_run.
+// The board is a single one, so there is one session at a time. Nothing here waits: a run goes on piece by
+// piece, as often as the front end calls session_run.
 
 #include <cstdint>
 #include <functional>
@@ -19,8 +20,8 @@
 // ---- Beginning and end
 
 struct session_options_t {
-    std::string program;              // NAME.k, assembled first, or NAME.mif
-    std::optional<int64_t> limit;     // instructions
+    std::string program;          // NAME.k, assembled first, or NAME.mif
+    std::optional<int64_t> limit; // instructions
     int32_t switches = 0;
     uint64_t seed = 1;
     std::optional<std::string> script; // as tovik-run has it
@@ -35,15 +36,16 @@ void session_end();
 
 // ---- Where to stop
 
-// How often a breakpoint lets the program pass, counted from when it was set, and only where its condition holds:
-// "5" stops the fifth time, ">= 5" from then on, "% 5" each fifth time. Going back, what was counted later does not
-// count; of the newest million that is known exactly. A condition that has no value, as with a division by zero, stops.
+// How often a breakpoint lets the program pass, counted from when it was set, and only where its condition
+// holds: "5" stops the fifth time, ">= 5" from then on, "% 5" each fifth time. Going back, what was counted
+// later does not count; of the newest million that is known exactly. A condition that has no value, as with a
+// division by zero, stops.
 struct breakpoint_t {
     int id = 0;           // given by the session
     int32_t address = -1; // of an instruction; -1: not in the program
     std::string condition;
     std::string hits;
-    std::string log; // a text with {expressions}: it is shown, and nothing stops
+    std::string log;   // a text with {expressions}: it is shown, and nothing stops
     std::string fault; // why it can never be met: a condition that cannot be parsed; else empty
 };
 
@@ -68,11 +70,11 @@ std::vector<watch_t> session_set_watches(std::vector<watch_t> wanted);
 
 enum class motion_e : uint8_t {
     CONTINUE,
-    STEP_IN,          // one instruction
-    STEP_OVER,        // a call and all until its return
-    STEP_OUT,         // until the called code returns
-    RUN_TO,           // until an address is reached
-    STEP_BACK,        // one instruction; with `over` of a return and all since its call
+    STEP_IN,   // one instruction
+    STEP_OVER, // a call and all until its return
+    STEP_OUT,  // until the called code returns
+    RUN_TO,    // until an address is reached
+    STEP_BACK, // one instruction; with `over` of a return and all since its call
     STEP_BACK_OVER,
     REVERSE_CONTINUE, // to the last stop before, or the beginning of the history
 };
@@ -102,9 +104,9 @@ struct session_stop_t {
     std::string description; // of a fault or a watch: all that is known, in sentences
 };
 
-// Executes at most about so many instructions of the motion; on the way back, one stretch of the history, however long.
-// Returns why it has ended, or NONE; without a motion, why the last one has ended. `wait` is what the
-// program waits for at the computer, if it does, see pass_t.
+// Executes at most about so many instructions of the motion; on the way back, one stretch of the history,
+// however long. Returns why it has ended, or NONE; without a motion, why the last one has ended. `wait` is
+// what the program waits for at the computer, if it does, see pass_t.
 struct session_pass_t {
     session_stop_t stop;
     bool (*wait)(int most_ms) = nullptr;
@@ -120,15 +122,16 @@ void session_set_pc(int32_t address);
 // ---- Looking
 
 struct frame_t {
-    int32_t address;         // the next instruction of the innermost, the call of the others
-    std::string subroutine;  // the label that was called; empty for the main program
+    int32_t address;          // the next instruction of the innermost, the call of the others
+    std::string subroutine;   // the label that was called; empty for the main program
     int32_t return_word = -1; // where the call keeps its return address; -1 for the main program
 };
 
-// The innermost first. Made of the calls and returns since the history began: they are executed again from the last
-// moment for which they were asked, so it takes time in proportion to the way from there. Where the program writes
-// call instructions itself they may be missing. A subroutine whose return word another call has overwritten, because it
-// was left with a branch or calls itself, is no longer there. Throws as history_go_to.
+// The innermost first. Made of the calls and returns since the history began: they are executed again from
+// the last moment for which they were asked, so it takes time in proportion to the way from there. Where the
+// program writes call instructions itself they may be missing. A subroutine whose return word another call
+// has overwritten, because it was left with a branch or calls itself, is no longer there. Throws as
+// history_go_to.
 [[nodiscard]] std::vector<frame_t> session_frames();
 
 // The label list as variables: a label of one word, or an array that a label begins.
@@ -147,25 +150,28 @@ struct variable_t {
 // A value in every way: "65 (0x41, 'A')".
 [[nodiscard]] std::string shown_value(int32_t value);
 
-// Changes a word of memory, or writes a register as the program would: an act of the user's. Throws tovik_error.
+// Changes a word of memory, or writes a register as the program would: an act of the user's. Throws
+// tovik_error.
 void session_set_word(int32_t address, int32_t value);
 
-// The text for a {log}, or an evaluation in the console: an expression, or "last write LABEL" and "when EXPRESSION",
-// which say who wrote a word last and when a condition became true.
+// The text for a {log}, or an evaluation in the console: an expression, or "last write LABEL" and "when
+// EXPRESSION", which say who wrote a word last and when a condition became true.
 [[nodiscard]] std::string session_evaluate(const std::string& text);
 
 struct written_t {
-    moment_t moment;    // after the instruction that wrote it
-    int32_t pc;         // of that instruction
-    uint64_t count;     // machine.instr_count then
+    moment_t moment;      // after the instruction that wrote it
+    int32_t pc;           // of that instruction
+    uint64_t count;       // machine.instr_count then
     bool by_user = false; // with session_set_word; `pc` is then the instruction that came next
 };
 
-// Who wrote a word of memory, or a port, last before now; none when nobody did since the history began. The board
-// is afterwards where it was.
-[[nodiscard]] std::optional<written_t> session_last_write(int32_t address, const progress_t& progress = nullptr);
+// Who wrote a word of memory, or a port, last before now; none when nobody did since the history began. The
+// board is afterwards where it was.
+[[nodiscard]] std::optional<written_t> session_last_write(int32_t address,
+                                                          const progress_t& progress = nullptr);
 
-// When an expression last became true (not 0) before now; none when it has been as it is since the history began.
+// When an expression last became true (not 0) before now; none when it has been as it is since the history
+// began.
 [[nodiscard]] std::optional<moment_t> session_became_true(const expression_t& condition,
                                                           const progress_t& progress = nullptr);
 

@@ -1,8 +1,8 @@
 #pragma once
 
-// What the files of the session share: `session` begins and ends it and has the user's acts, `breakpoints` the
-// places to stop and the questions that are asked there, `motions` the ways forward and back, `searches` looks into
-// the past, `stack` the calls, `variables` the values.
+// What the files of the session share: `session` begins and ends it and has the user's acts, `breakpoints`
+// the places to stop and the questions that are asked there, `motions` the ways forward and back, `searches`
+// looks into the past, `stack` the calls, `variables` the values.
 
 #include <cstdint>
 #include <deque>
@@ -89,8 +89,9 @@ struct state_t {
     std::vector<data_stop_t> watches;
     bool detailed = false; // one of the watches is
     motion_t motion;
-    meeting_t met;           // since the last piece began
-    bool collecting = false; // the past is searched: nothing stops, and `met` is the last meeting before `before`
+    meeting_t met; // since the last piece began
+    bool collecting =
+        false; // the past is searched: nothing stops, and `met` is the last meeting before `before`
     session_stop_t last;
     std::map<moment_t, std::vector<call_t>> stacks;
     std::vector<int32_t> memory_before; // as it was when the run last stopped

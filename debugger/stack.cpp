@@ -1,6 +1,6 @@
-// The calls that have not returned. Nobody follows them while the program runs: when someone asks, the past is
-// executed again from the last moment of which the stack is known, and each call and return on the way is looked
-// at.
+// The calls that have not returned. Nobody follows them while the program runs: when someone asks, the past
+// is executed again from the last moment of which the stack is known, and each call and return on the way is
+// looked at.
 
 #include <algorithm>
 #include <iterator>

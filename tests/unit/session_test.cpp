@@ -17,6 +17,7 @@
 #include "debugger/session.h"
 #include "devices/io.h"
 #include "tests/support/gui_recording.h"
+#include "tests/support/host_standin.h"
 #include "tests/support/record.h"
 
 namespace {
@@ -49,7 +50,7 @@ three   .data   3
 // Counts turns until a switch is on.
 constexpr const char* COUNTER = R"(loop    add     count count one
         cp      last 0x80000000
-        be      loop last zero
+        be      loop zero zero
         halt
 count   .data   0
 last    .data   0
@@ -57,8 +58,7 @@ one     .data   1
 zero    .data   0
 )";
 
-const std::filesystem::path folder =
-    testing::TempDir() + "tovik-session-" + std::to_string(getpid()) + "/";
+const std::filesystem::path folder = testing::TempDir() + "tovik-session-" + std::to_string(getpid()) + "/";
 
 std::string write(const std::string& name, const std::string& text) {
     std::filesystem::create_directories(folder);
@@ -157,7 +157,7 @@ std::string variables() {
     return text;
 }
 
-std::string obey(const std::string& line) {
+std::string obeyed(const std::string& line) {
     std::istringstream words(line);
     std::string command;
     std::string argument;
@@ -196,8 +196,14 @@ std::string obey(const std::string& line) {
         session_set_word(address_of_text(argument), value);
         return place();
     }
+    return session_evaluate(line.substr(2));
+}
+
+std::string obey(const std::string& line) {
     try {
-        return session_evaluate(line.substr(2));
+        std::string answer = obeyed(line);
+        const size_t begin = answer.find(folder.string());
+        return begin < answer.size() ? answer.erase(begin, folder.string().size()) : answer;
     } catch (const tovik_error& error) {
         return error.message;
     }
@@ -211,10 +217,13 @@ struct exchange_t {
 class session : public testing::Test {
   protected:
     void SetUp() override {
-        session_log = [](const std::string& text) { said += text + "\n"; };
+        session_log = [](const std::string& text) { said += text + "; "; };
+        host_standin.stopwatch_step_us = 20000; // a copy of the board after each piece
     }
     void TearDown() override {
         session_end();
+        host_standin = {};
+        recording = {};
         std::filesystem::remove_all(folder);
     }
 };
@@ -222,8 +231,87 @@ class session : public testing::Test {
 TEST_F(session, answers_each_command) {
     constexpr exchange_t EXCHANGES[] = {
         {"? i", "7 (0x7)"},
+        {"breakpoints 3 if i == 1 ; 11 hits 2; 6 log i is {i}, {list[i] * 2}; 10; 99; 4 if i +", "#1 8 #2 40 #3 20 #4 36 #5 -1there is no instruction #6 12column 4: the expression ends too early"},
+        {"continue", "i is 1, 40; breakpoint #1 at 9 loop+4"},
+        {"stack", "@8"},
+        {"variables", "back:1* i:1* list:3* one:1 sum:1 three:1 value:1* zero:1"},
+        {"continue", "breakpoint #2 at 10 double"},
+        {"out", "step at 12 loop+8"},
+        {"continue", "i is 2, 60; i is 3, 6; fault at 25 loop+28: error at PC 32\ndivision by zero\nloop+28 (address 32), program.k:9: div     i i zero"},
+        {"reverse", "breakpoint #2 at 10 double"},
+        {"reverse", "breakpoint #1 at 9 loop+4"},
+        {"reverse", "beginning at 0 "},
+        {"breakpoints 11 hits >= 3; 11 hits 2", "#7 40 #2 40"},
+        {"continue", "breakpoint #2 at 10 double"},
+        {"reverse", "beginning at 0 "},
+        {"breakpoints 11 hits % 2", "#8 40"},
+        {"continue", "breakpoint #8 at 10 double"},
+        {"breakpoints", ""},
+        {"goto 3", "3 double"},
+        {"stack", "double@40, @8"},
+        {"out", "step at 5 loop+8"},
+        {"back-over", "step at 2 loop+4"},
+        {"over", "step at 5 loop+8"},
+        {"back", "step at 4 double+4"},
+        {"in", "step at 5 loop+8"},
+        {"over", "step at 6 loop+12"},
+        {"over", "step at 7 loop+16"},
+        {"goto 15", "15 loop"},
+        {"back-over", "step at 14 loop+16"},
+        {"to 32", "step at 24 loop+28"},
+        {"continue", "fault at 25 loop+28: error at PC 32\ndivision by zero\nloop+28 (address 32), program.k:9: div     i i zero"},
+        {"? last write value", "double (address 40), program.k:11: double  add     value value value, instruction 18"},
+        {"? last write keyboard.command", "nobody has written it since the history began"},
+        {"? last write [0x80000001]", "loop+20 (address 24), program.k:7: cp      0x80000001 i, instruction 23"},
+        {"? when i == 2", "after instruction 14"},
+        {"? when instructions == 9", "after instruction 9"},
+        {"? when [0x80000001]", "after instruction 23"},
+        {"? last write sum", "loop+24 (address 28), program.k:8: cp      sum 0x80000000, instruction 24"},
+        {"? i +", "column 4: the expression ends too early"},
+        {"goto 0", "0 "},
+        {"watch w list[1]; c i; r list[0] if pc == 8; w [0x80000001]; w back hits 3; r one hits >= 3; x [0x80000005]", "#9 49 #10 51 #11 48 #12 -2147483647 #13 53 #14 56 #15 -2147483643"},
+        {"continue", "watch #10 at 1 loop: i was 7 (0x7) and is now 0 (0x0)"},
+        {"continue", "watch #11 at 2 loop+4: list is 10 (0xa)"},
+        {"continue", "watch #10 at 7 loop+16: i was 0 (0x0) and is now 1 (0x1)"},
+        {"continue", "watch #9 at 13 loop+12: list+1 was 20 (0x14) and is now 40 (0x28, '(')"},
+        {"continue", "watch #10 at 14 loop+16: i was 1 (0x1) and is now 2 (0x2)"},
+        {"continue", "watch #13 at 17 double: back is 12 (0xc)"},
+        {"continue", "watch #10 #14 at 21 loop+16: i was 2 (0x2) and is now 3 (0x3); one is 1 (0x1)"},
+        {"continue", "watch #12 at 23 loop+24: red_LEDs was 0 (0x0) and is now 3 (0x3)"},
+        {"reverse", "watch #10 #14 at 21 loop+16: i was 2 (0x2) and is now 3 (0x3); one is 1 (0x1)"},
+        {"reverse", "watch #13 at 17 double: back is 12 (0xc)"},
+        {"reverse", "watch #10 at 14 loop+16: i was 1 (0x1) and is now 2 (0x2)"},
+        {"reverse", "watch #9 at 13 loop+12: list+1 was 20 (0x14) and is now 40 (0x28, '(')"},
+        {"reverse", "watch #10 at 7 loop+16: i was 0 (0x0) and is now 1 (0x1)"},
+        {"reverse", "watch #11 at 2 loop+4: list is 10 (0xa)"},
+        {"reverse", "watch #10 at 1 loop: i was 7 (0x7) and is now 0 (0x0)"},
+        {"reverse", "beginning at 0 "},
+        {"reverse", "beginning at 0 "},
+        {"watch", ""},
+        {"to 16", "step at 6 loop+12"},
+        {"set list[2] -1", "6 loop+12"},
+        {"? last write list[2]", "the user, before loop+12 (address 16), program.k:5: add     i i one, instruction 6"},
+        {"? when list[2] == -1", "after instruction 6"},
+        {"to 24", "step at 22 loop+20"},
+        {"? list[2]", "-2 (0xfffffffe)"},
+        {"? last write list[2]", "loop+8 (address 12), program.k:4: cpta    value list i, instruction 20"},
+        {"set red_LEDs 1", "22 loop+20"},
+        {"set switches 1", "unsupported operation on address 0x80000000"},
+        {"? red_LEDs", "1 (0x1)"},
+        {"in", "step at 23 loop+24"},
+        {"breakpoints 7", "#16 24"},
+        {"back", "step at 22 loop+20"},
+        {"set i 5", "22 loop+20"},
+        {"continue", "fault at 25 loop+28: error at PC 32\ndivision by zero\nloop+28 (address 32), program.k:9: div     i i zero"},
+        {"back", "step at 24 loop+28"},
+        {"pc 36", "24 loop+32"},
+        {"continue", "halt at 25 double"},
+        {"continue", "halt at 25 double"},
+        {"pc 40", "25 double"},
+        {"continue", "limit at 30 loop"},
+        {"pc 16384", "there is no instruction at 16384"},
     };
-    session_begin({.program = write("program.k", PROGRAM), .limit = 40, .switches = 0x41, .script = {}});
+    session_begin({.program = write("program.k", PROGRAM), .limit = 30, .switches = 0x41, .script = {}});
     for (const auto& [command, answer] : EXCHANGES) {
         EXPECT_EQ(obey(command), answer) << command;
     }
@@ -236,10 +324,37 @@ TEST_F(session, plays_a_script_like_a_run_without_a_debugger) {
                                                "99999 type \"xy\"\n"
                                                "100000 switch 17 on\n"
                                                "250000 stop\n");
-    session_begin({.program = program, .limit = {}, .script = script});
+    session_begin({.program = program, .limit = {}, .script = {}});
+    session_end();
+    const std::vector<event_t> events = read_script(script);
+    size_t next = 0;
+    recording.at_look = [&] {
+        while (next < events.size() && events[next].count <= machine.instr_count) {
+            events[next].happen(events[next]);
+            ++next;
+        }
+    };
+    recording.at_look();
+    simulator.step = -1;
+    run_until_stop(simulate_run);
+    recording.at_look = [] {};
     record_t straight;
-    record_t debugged;
-    EXPECT_EQ(obey("continue"), "halt at 0 ");
+    simulator.step = -1;
+    machine.loop_look = 0; // it has counted the turn in which it saw that nothing runs
+    straight.take();
+
+    session_begin({.program = program, .limit = {}, .script = script});
+    session_go(motion_e::CONTINUE);
+    while (session_run(70001).stop.why == stop_e::NONE) {
+    }
+    simulator.step = -1;
+    simulator.running = false;
+    EXPECT_EQ(straight.difference(), "");
+    EXPECT_EQ(obey("goto 199998"), "199998 loop");
+    EXPECT_EQ(obey("? last"), "0 (0x0)");
+    EXPECT_EQ(obey("set [3] 0"), "199998 loop");
+    EXPECT_EQ(obey("continue"), "pause at 300000 loop: the script stops the program");
+    EXPECT_EQ(obey("? last"), "131072 (0x20000)");
 }
 
 } // namespace
