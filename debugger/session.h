@@ -125,14 +125,16 @@ struct frame_t {
     int32_t address;          // the next instruction of the innermost, the call of the others
     std::string subroutine;   // the label that was called; empty for the main program
     int32_t return_word = -1; // where the call keeps its return address; -1 for the main program
+    bool guessed = false;     // nobody has looked whether it was called from there
 };
 
 // The innermost first. Made of the calls and returns since the history began: they are executed again from
 // the last moment for which they were asked, so it takes time in proportion to the way from there. Where the
 // program writes call instructions itself they may be missing. A subroutine whose return word another call
-// has overwritten, because it was left with a branch or calls itself, is no longer there. Throws as
-// history_go_to.
-[[nodiscard]] std::vector<frame_t> session_frames();
+// has overwritten, because it was left with a branch or calls itself, is no longer there. When
+// the progress has said that it is enough, they are guessed from the return words; what was found out
+// meanwhile shortens the next way. Throws as history_go_to.
+[[nodiscard]] std::vector<frame_t> session_frames(const progress_t& progress = nullptr);
 
 // The label list as variables: a label of one word, or an array that a label begins.
 struct variable_t {

@@ -13,7 +13,7 @@
 namespace session {
 namespace {
 
-constexpr int32_t MOST_AT_ONCE = 20000000;
+constexpr moment_t MOST_AT_ONCE = 5000000;
 constexpr size_t MOST_STACKS = 1000;
 
 // An instruction that is executed next, unless the user sets another.
@@ -76,30 +76,40 @@ void keep() {
     state.stacks[history_now()] = following.stack;
 }
 
-// Executes on to the end, from a moment whose stack is known.
-void follow_to(moment_t end, const stops_t& question) {
+// Executes on to the end, from a moment whose stack is known. Returns whether it got there.
+bool follow_to(moment_t end, const stops_t& question, const progress_t& progress) {
     const other_stops_t others(question);
     act_done = [](int32_t /*written*/) { look_at_next(); };
     following.end = end;
     look_at_next(); // nobody asks where a run begins
+    const moment_t begin = history_now();
+    moment_t next = begin;
     while (history_now() < end) {
-        history_run(static_cast<int32_t>(std::min<moment_t>(end - history_now(), MOST_AT_ONCE)));
+        next = std::min(next + MOST_AT_ONCE, end);
+        while (history_now() < next) {
+            history_run(static_cast<int32_t>(next - history_now()));
+        }
         if (following.upcoming.moment < history_now()) {
             follow_upcoming();
         }
         if (history_now() < end) {
             keep();
         }
+        if (progress &&
+            !progress(static_cast<double>(history_now() - begin) / static_cast<double>(end - begin))) {
+            return history_now() >= end;
+        }
     }
+    return true;
 }
 
-// The stack at this moment.
-const std::vector<call_t>& stack_now() {
+// Makes known the stack at this moment. Returns whether the progress has let it.
+bool find_stack(const progress_t& progress) {
     const moment_t here = history_now();
     const auto after = state.stacks.upper_bound(here);
     const auto known = after == state.stacks.begin() ? state.stacks.end() : std::prev(after);
     if (known != state.stacks.end() && known->first == here) {
-        return known->second;
+        return true;
     }
     // What was called before the history began is not known.
     const bool reaches = known != state.stacks.end() && known->first >= history_first();
@@ -113,9 +123,41 @@ const std::vector<call_t>& stack_now() {
     add_calls_in_memory(question);
     history_go_to(reaches ? known->first : history_first());
     add_calls_in_memory(question);
-    follow_to(here, question);
+    if (!follow_to(here, question, progress)) {
+        history_go_to(here);
+        return false;
+    }
     keep();
-    return state.stacks[here];
+    return true;
+}
+
+// The subroutine in which an address probably is begins where the last call before it leads, and was called
+// from where its return word says.
+std::optional<call_t> probable_call(int32_t address) {
+    std::optional<call_t> probable;
+    for (int32_t pc = 0; pc <= MEMORY_SIZE - WORDS_PER_INSTRUCTION; ++pc) {
+        const auto [opcode, target, return_word, unused] = words_at(pc);
+        if (opcode == K24_CALL && target <= address && in_memory(return_word) &&
+            machine.memory[return_word] == pc + WORDS_PER_INSTRUCTION &&
+            (!probable || target > probable->target)) {
+            probable = {pc, target, return_word};
+        }
+    }
+    return probable;
+}
+
+// From the main program on, like one that is known.
+std::vector<call_t> guess_stack() {
+    std::vector<call_t> stack;
+    int32_t address = machine.pc;
+    const auto is_new = [&](const call_t& call) {
+        return std::none_of(stack.begin(), stack.end(),
+                            [&](const call_t& other) { return other.return_word == call.return_word; });
+    };
+    for (auto call = probable_call(address); call && is_new(*call); call = probable_call(call->address)) {
+        stack.insert(stack.begin(), *call);
+    }
+    return stack;
 }
 
 std::string name_of(int32_t address) {
@@ -132,15 +174,16 @@ std::string name_of(int32_t address) {
 
 using namespace session;
 
-std::vector<frame_t> session_frames() {
-    const std::vector<call_t>& stack = stack_now();
+std::vector<frame_t> session_frames(const progress_t& progress) {
+    const bool is_known = find_stack(progress);
+    const std::vector<call_t> stack = is_known ? state.stacks[history_now()] : guess_stack();
     std::vector<frame_t> frames;
     int32_t address = machine.pc;
     for (size_t i = stack.size(); i > 0; --i) {
         const call_t& call = stack[i - 1];
-        frames.push_back({address, name_of(call.target), call.return_word});
+        frames.push_back({address, name_of(call.target), call.return_word, !is_known});
         address = call.address;
     }
-    frames.push_back({.address = address, .subroutine = "", .return_word = -1});
+    frames.push_back({.address = address, .subroutine = "", .return_word = -1, .guessed = !is_known});
     return frames;
 }
