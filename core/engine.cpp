@@ -99,10 +99,23 @@ void execute_until_over() {
     } while (run.left > 0 && !run.over && !is_at_breakpoint());
 }
 
+void execute_observed() {
+    do {
+        const int32_t pc = machine.pc;
+        be_exact(pc, run.left);
+        if (!observer()) {
+            return;
+        }
+        execute_plainly(pc, run.left);
+        --run.left;
+    } while (run.left > 0 && !run.over && !is_at_breakpoint());
+}
+
 } // namespace
 } // namespace engine
 
 const stops_t* stops = nullptr;
+observer_t observer = nullptr;
 
 slice_t run_slice(int32_t count) {
     using namespace engine;
@@ -119,7 +132,7 @@ slice_t run_slice(int32_t count) {
     last_written = NOTHING_WRITTEN;
     slice_t slice{};
     try {
-        execute_until_over();
+        observer == nullptr ? execute_until_over() : execute_observed();
     } catch (const tovik_error& error) {
         take_stock(run.left);
         machine.pc = run.start;

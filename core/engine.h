@@ -23,6 +23,16 @@ struct slice_t {
 // for all but the last instruction.
 slice_t run_slice(int32_t count);
 
+// Looks at every instruction before it is executed: machine.pc and machine.instr_count are exact, and it
+// changes nothing of the machine. Whether the instruction is to be executed; otherwise the slice ends before
+// it, and whoever answers so has set simulator.step to 0. An instruction that waits for the host is looked at
+// once more each time that it is tried.
+using observer_t = bool (*)();
+
+// nullptr for none. With one the plain way executes all instructions, and no waiting is passed over. It is set
+// while nothing runs.
+extern observer_t observer;
+
 // Whoever writes machine.memory or clears machine.modified, other than by memwrite in an instruction, calls
 // this afterwards: what the engine knows of the memory is no longer true.
 void forget_proofs();

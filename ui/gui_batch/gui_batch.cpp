@@ -23,6 +23,7 @@
 #include "devices/sdram.h"
 #include "devices/serial.h"
 #include "devices/vga.h"
+#include "ui/gui_batch/observing.h"
 #include "ui/gui_batch/picture.h"
 #include "ui/gui_batch/serial_file.h"
 #include "ui/gui_batch/usage.h"
@@ -86,6 +87,9 @@ ending_t ending() {
     if (batch.output_failed) {
         return {"error", EXIT_NOT_WRITTEN};
     }
+    if (has_stopped_by_check()) {
+        return {"check", EXIT_ERROR};
+    }
     switch (last_stop().reason) {
     case stop_reason_e::ERROR:
         return {"error", EXIT_ERROR};
@@ -129,6 +133,8 @@ bool write_file(const std::optional<std::string>& name, void (*write)(saved_file
     }
 }
 
+void write_profile(saved_file_t& file) { file.write(profile_text(*batch.options.profile_file)); }
+
 void write_picture(saved_file_t& file) { file.write(png_of_screen(*batch.options.png_file)); }
 
 std::string report() {
@@ -155,6 +161,7 @@ bool write_files() {
     std::cout.flush();
     bool written = close_serial_file(batch.serial_file);
     written &= write_file(batch.options.png_file, write_picture);
+    written &= write_file(batch.options.profile_file, write_profile);
     // The button would not save an empty recording.
     written &= write_file(batch.options.speaker_file, write_recording);
     written &= save(save_vga, "Choose VGA .dat file", batch.options.vga_file);
@@ -181,11 +188,13 @@ int run_until_stop() {
         }
     } catch (const host_failure_t&) {
         batch.run.reason = "error";
+        batch.run.checks = checks_of(batch.options);
         write_files();
         return EXIT_ERROR;
     }
     const auto [reason, status] = ending();
     batch.run.reason = reason;
+    batch.run.checks = checks_of(batch.options);
     return write_files() ? status : EXIT_NOT_WRITTEN;
 }
 
@@ -270,7 +279,8 @@ void open_files() {
     for (const auto& [option, file] : {std::pair{"--png", options.png_file},
                                        {"--save-vga", options.vga_file},
                                        {"--save-sdram", options.sdram_file},
-                                       {"--save-speaker", options.speaker_file}}) {
+                                       {"--save-speaker", options.speaker_file},
+                                       {"--profile", options.profile_file}}) {
         if (file) {
             batch.outputs.push_back(open_output(option, *file));
         }
@@ -340,6 +350,7 @@ int run_batch(const options_t& options, const labels_t& labels, std::vector<even
     simulator.verbose = options.trace;
     simulator.breakpoint = address_of("--break", options.breakpoint, labels);
     simulator.watchpoint = address_of("--watch", options.watchpoint, labels);
+    begin_observing(options);
     open_files_or_none();
 
     machine.sw = options.switches;

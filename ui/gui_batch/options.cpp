@@ -126,6 +126,12 @@ std::optional<options_t> parse_options(int argc, char** argv) {
     app.add_option("--memory", options.memory, "FIRST-LAST: words for the report; may be repeated")
         ->allow_extra_args(false);
     app.add_option("--report", report, "text, json or none; with :FILE into a file")->check(report_check());
+    // The library's way to give a flag a value when it has none.
+    app.add_flag("--checks{on}", options.checks,
+                 "say what the program does that it should not; with =error stop there")
+        ->check(CLI::IsMember({"on", "error"}));
+    app.add_option("--profile", options.profile_file,
+                   "how often each line is executed; for lcov if the name ends in .info");
     app.add_flag("--trace", options.trace, "print every instruction and memory write");
     app.allow_extras();
     app.set_version_flag("--version", std::string("tovik-run ") + TOVIK_VERSION);

@@ -11,6 +11,7 @@ struct options_t {
     std::string program; // ends in ".k" or ".mif"
     bool assemble_only = false;
     bool trace = false;
+    std::string checks; // "on", "error", or empty for none
     std::optional<int64_t> limit;
     int32_t switches = 0;
     uint64_t seed = 1;
@@ -26,6 +27,7 @@ struct options_t {
     std::vector<std::string> mic_files;      // the recordings that the microphone plays, likewise
     std::vector<std::string> camera_files;   // the movies that the camera plays, likewise
     std::optional<std::string> serial_file;
+    std::optional<std::string> profile_file;
     bool live_sound = false;
     bool live_camera = false;
     std::vector<std::string> serial_names; // the answers to the serial port's questions

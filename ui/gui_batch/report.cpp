@@ -21,7 +21,7 @@ template <typename... values_t> std::string format(const char* pattern, values_t
 }
 
 std::string status_of(const run_t& run) {
-    if (run.reason == "error") {
+    if (run.reason == "error" || run.reason == "check") {
         return "error";
     }
     return run.reason == "halt" ? "halted" : "stopped";
@@ -33,6 +33,9 @@ std::string headline(const run_t& run) {
     }
     if (run.reason == "halt") {
         return "Halted";
+    }
+    if (run.reason == "check") {
+        return "Stopped by a check";
     }
     return "Stopped by the " + (run.reason == "limit" ? "limit of instructions" : run.reason);
 }
@@ -116,6 +119,10 @@ std::string text_report(const run_t& run) {
         const std::string name = "memory[" + std::to_string(address) + "]";
         text += format("  %-15s %d\n", name.c_str(), machine.memory[address]);
     }
+    if (run.checks) {
+        text += "  checks          " + std::to_string(run.checks->size()) +
+                (run.checks->size() == 1 ? " finding\n" : " findings\n");
+    }
     return text;
 }
 
@@ -145,6 +152,17 @@ std::string json_report(const run_t& run) {
     }
     report["serial_bytes"] = run.serial_bytes;
     report["serial_truncated"] = run.serial_truncated;
+    if (run.checks) {
+        report["checks"] = nlohmann::ordered_json::array();
+        for (const auto& [kind, place, label, address, text, count] : *run.checks) {
+            report["checks"].push_back({{"kind", kind},
+                                        {"place", place},
+                                        {"label", label},
+                                        {"address", address},
+                                        {"text", text},
+                                        {"count", count}});
+        }
+    }
     // A text may hold any bytes, a file's name for example; those that are not UTF-8 are replaced.
     return report.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }

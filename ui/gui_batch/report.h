@@ -3,6 +3,7 @@
 // What tovik-run tells about a run.
 
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -15,9 +16,19 @@ struct message_t {
     std::string text;
 };
 
+// What the checks have found.
+struct check_t {
+    std::string kind;  // "unset-read"
+    std::string place; // "prog.k:12", or "address 8" without a source
+    std::string label; // the nearest, "loop+4"; empty when there is none
+    int32_t address;   // of the instruction
+    std::string text;  // "reads x (address 8), which nothing has written"
+    uint64_t count;
+};
+
 // What the report needs beside the machine itself.
 struct run_t {
-    std::string reason; // "halt", "limit", "breakpoint", "watchpoint", "error" or "script"
+    std::string reason; // "halt", "limit", "breakpoint", "watchpoint", "error", "check" or "script"
     std::string hex74;  // the displays' digits as shown
     std::string hex30;
     std::set<int32_t> memory; // addresses of words to report
@@ -26,6 +37,7 @@ struct run_t {
     uint64_t serial_bytes;     // to the serial console in all, with carriage returns
     bool serial_truncated;     // there was more than `serial_output` holds
     labels_t labels;
+    std::optional<std::vector<check_t>> checks; // only where they were asked for
 };
 
 // What `serial_output` holds at most: an endless sender must not fill the memory.

@@ -1,0 +1,490 @@
+#include "debugger/observe.h"
+
+#include <bitset>
+#include <charconv>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "base/arithmetic.h"
+#include "core/engine.h"
+#include "core/instructions.h"
+#include "devices/registers.h"
+#include "language/program.h"
+
+namespace {
+
+// A loop that polls takes a handful of instructions, also where it looks at several devices.
+constexpr uint64_t LONGEST_POLL = 32;
+
+// What words 1 to 3 of an instruction name, as bits.
+constexpr uint8_t ARG1 = 1;
+constexpr uint8_t ARG2 = 2;
+constexpr uint8_t ARG3 = 4;
+
+struct access_t {
+    uint8_t reads;
+    uint8_t writes;
+};
+
+// The elements of arrays are not among them.
+constexpr auto ACCESSES = [] {
+    std::array<access_t, K24_RET + 1> accesses{};
+    for (int32_t opcode = K24_HALT; opcode <= K24_RET; ++opcode) {
+        access_t& access = accesses[static_cast<size_t>(opcode)];
+        access.reads = (reads_left(opcode) ? ARG2 : 0) | (reads_right(opcode) ? ARG3 : 0);
+        access.writes = computes(opcode) ? ARG1 : 0;
+    }
+    accesses[K24_CPFA] = {ARG3, ARG1};
+    accesses[K24_CPTA] = {ARG1 | ARG3, 0};
+    accesses[K24_CALL] = {0, ARG2};
+    accesses[K24_RET] = {ARG1, 0};
+    return accesses;
+}();
+
+// How far the handshake of a device has come.
+struct handshake_t {
+    bool command = false;   // is 1
+    bool asked = false;     // the response has not been 1 since the command became so
+    bool result = false;    // the response was 1 when it was last read, and the command was not given up
+    bool uncertain = false; // a command came of which only the device knows what it was
+};
+
+struct parameter_value_t {
+    int32_t value = 0;
+    bool known = true; // all are 0 at the start
+};
+
+// When a register was last read that programs read again and again.
+struct poll_t {
+    int32_t pc = -1;
+    uint64_t count = 0;
+    uint64_t epoch = 0;
+};
+
+enum class executed_e : uint8_t { NEVER, FINE, NOT_FINE };
+
+struct observation_t {
+    observing_t wanted;
+    const places_t* places = nullptr;
+    std::optional<program_t> program; // when the source is what was loaded
+    uint64_t last_count = UINT64_MAX; // of the instruction that was looked at last
+
+    std::vector<finding_t> findings;
+    std::array<std::vector<int32_t>, CHECKS> finding_at; // index by address, -1 for none
+    bool found = false;                                  // at the current instruction
+    bool stopped = false;
+
+    std::array<executed_e, MEMORY_SIZE> executed{};
+    std::bitset<MEMORY_SIZE> stored;       // by the program
+    std::bitset<MEMORY_SIZE> made;         // by its cpta: it may be making an instruction
+    std::bitset<MEMORY_SIZE> code;         // words of instructions
+    std::bitset<MEMORY_SIZE> code_begins;  // the first ones of them
+    std::array<handshake_t, IO_SLOTS> handshakes{}; // by the device's first offset
+    std::array<parameter_value_t, IO_SLOTS> parameters{};
+    int32_t response_read = -1; // the offset of a response whose value is not yet known
+    std::array<poll_t, IO_SLOTS> polls{};
+    uint64_t epoch = 0; // counts the accesses to ports that do more than poll
+    profile_t profile{};
+};
+
+std::unique_ptr<observation_t> observation;
+
+std::string name_of_word(int32_t address) {
+    const std::string label = nearest_label(address, observation->places->labels);
+    const std::string number = "address " + std::to_string(address);
+    return label.empty() ? number : label + " (" + number + ")";
+}
+
+void find(check_e check, int32_t pc, std::string (*what)(int32_t about), int32_t about) {
+    observation->found = true;
+    std::vector<int32_t>& finding_at = observation->finding_at[static_cast<size_t>(check)];
+    int32_t& index = finding_at[static_cast<size_t>(pc)];
+    if (index >= 0) {
+        ++observation->findings[static_cast<size_t>(index)].times;
+        return;
+    }
+    index = static_cast<int32_t>(observation->findings.size());
+    observation->findings.push_back({check, pc, what(about), 1});
+    if (observation->wanted.found != nullptr) {
+        observation->wanted.found(observation->findings.back());
+    }
+}
+
+// ---- Words
+
+std::string unset_text(int32_t address) {
+    return "reads " + name_of_word(address) + ", which nothing has written";
+}
+
+// The image's words and those that the program writes are marked as modified.
+void check_read(int32_t pc, int32_t address) {
+    if (in_memory(address) && !machine.modified[address]) [[unlikely]] {
+        find(check_e::UNSET_READ, pc, unset_text, address);
+    }
+}
+
+std::string overwritten_text(int32_t address) {
+    const bool begins = observation->code_begins[static_cast<size_t>(address)];
+    return std::string("writes over ") + (begins ? "the instruction at " : "a word of an instruction, ") +
+           name_of_word(address);
+}
+
+// To change an operand, the array begins at an instruction.
+void check_write(int32_t pc, int32_t address, std::optional<int32_t> base) {
+    if (!in_memory(address)) {
+        return;
+    }
+    const auto word = static_cast<size_t>(address);
+    if (observation->code[word]) [[unlikely]] {
+        const bool operand = base && in_memory(*base) &&
+                             observation->code_begins[static_cast<size_t>(*base)] &&
+                             !observation->code_begins[word];
+        if (!operand) {
+            find(check_e::CODE_OVERWRITTEN, pc, overwritten_text, address);
+        }
+    }
+    observation->stored.set(word);
+    if (base) {
+        observation->made.set(word);
+    }
+}
+
+std::string executed_text(int32_t address) {
+    const std::string name = name_of_word(address);
+    if (!observation->program) {
+        return "executes " + name + ", which nothing has written";
+    }
+    switch (observation->program->map->words[static_cast<size_t>(address)].kind) {
+    case word_e::NONE:
+        return "executes " + name + ", where the program has no line";
+    case word_e::DATA:
+        return "executes " + name + ", which is data";
+    default:
+        return "executes " + name + ", which is inside of an instruction";
+    }
+}
+
+bool is_instruction(int32_t pc) {
+    const auto word = static_cast<size_t>(pc);
+    if (!observation->program) {
+        return machine.modified[pc];
+    }
+    return instruction_at(*observation->program, pc) != NOTHING || observation->made[word] ||
+           (observation->stored[word] && may_be_made(*observation->program, pc));
+}
+
+void check_executed(int32_t pc) {
+    executed_e& executed = observation->executed[static_cast<size_t>(pc)];
+    if (executed == executed_e::NEVER) {
+        executed = is_instruction(pc) ? executed_e::FINE : executed_e::NOT_FINE;
+    }
+    if (executed == executed_e::NOT_FINE) {
+        find(check_e::DATA_EXECUTED, pc, executed_text, pc);
+    }
+}
+
+// ---- Ports
+
+handshake_t& handshake_of(int32_t offset) {
+    return observation->handshakes[static_cast<size_t>(find_device(offset)->first)];
+}
+
+std::string name_of_register(int32_t offset) {
+    return "the " + std::string(find_device(offset)->name) + "'s " + std::string(find_register(offset)->name);
+}
+
+std::string early_result_text(int32_t offset) {
+    return "reads " + name_of_register(offset) + " before the response is 1";
+}
+
+std::string early_parameter_text(int32_t offset) {
+    return "changes " + name_of_register(offset) +
+           (handshake_of(offset).command ? " while the command is 1"
+                                         : " before the response to the last command was 1");
+}
+
+// Where a device keeps what its response was when it was last read. The others can be asked at any time.
+const int32_t* kept_response(int32_t offset) {
+    switch (offset) {
+    case 0x21:
+        return &machine.ps2_response;
+    case 0x31:
+        return &machine.sdram_response;
+    case 0x51:
+        return &machine.microphone_response;
+    case 0x61:
+        return &machine.vga_response;
+    case 0x71:
+        return &machine.mouse_response;
+    case 0x81:
+        return &machine.sd_response;
+    case 0x91:
+        return &machine.serial_receive_response;
+    case 0xa1:
+        return &machine.serial_send_response;
+    case 0xd1:
+        return &machine.fft_receive_response;
+    case 0xe1:
+        return &machine.touch_response;
+    default:
+        return nullptr;
+    }
+}
+
+void take_response(int32_t offset, int32_t response) {
+    handshake_t& handshake = handshake_of(offset);
+    handshake.result = response != 0;
+    handshake.asked = handshake.asked && response == 0;
+}
+
+// The response that the last instruction has read.
+void take_kept_response() {
+    if (observation->response_read >= 0) {
+        const int32_t offset = std::exchange(observation->response_read, -1);
+        take_response(offset, *kept_response(offset));
+    }
+}
+
+// Between two reads by the same instruction without any other access than of this kind there was a turn that
+// has led to nothing.
+void count_poll(int32_t pc, int32_t offset) {
+    poll_t& poll = observation->polls[static_cast<size_t>(offset)];
+    const uint64_t passed = machine.instr_count - poll.count;
+    if (poll.pc == pc && poll.epoch == observation->epoch && passed <= LONGEST_POLL) {
+        observation->profile.waited[static_cast<size_t>(offset)] += passed;
+    }
+    poll = {pc, machine.instr_count, observation->epoch};
+}
+
+void look_at_port_read(int32_t pc, int32_t address) {
+    const int32_t offset = io_offset(address);
+    const board_register_t* const port = find_register(offset);
+    if (port == nullptr || port->access != direction_e::READ) {
+        return;
+    }
+    if (port->kind != register_e::RESULT) {
+        count_poll(pc, offset);
+    } else {
+        ++observation->epoch;
+    }
+    if (port->kind == register_e::RESPONSE && kept_response(offset) != nullptr) {
+        observation->response_read = offset;
+    } else if (port->kind == register_e::RESPONSE) {
+        take_response(offset, io_port(address).polled.read());
+    } else if (port->kind == register_e::RESULT && observation->wanted.checks) {
+        const handshake_t& handshake = handshake_of(offset);
+        if (!handshake.result && !handshake.uncertain) {
+            find(check_e::EARLY_RESULT, pc, early_result_text, offset);
+        }
+    }
+}
+
+// All bits of a register that count: "9-0", "0".
+int32_t mask_of(std::string_view bits) {
+    int highest = 0;
+    std::from_chars(bits.data(), bits.data() + bits.size(), highest);
+    return static_cast<int32_t>(UINT32_MAX >> (DATA_BITS - 1 - highest));
+}
+
+void look_at_command(int32_t offset, std::optional<int32_t> value, bool keeps_results) {
+    handshake_t& handshake = handshake_of(offset);
+    if (!value) {
+        handshake = {.uncertain = true};
+        return;
+    }
+    const bool command = (*value & 1) != 0;
+    handshake.uncertain = false;
+    if (command && !handshake.command) {
+        handshake.asked = true;
+        handshake.result = false;
+    } else if (!command && !keeps_results) {
+        handshake.result = false;
+    }
+    handshake.command = command;
+}
+
+void look_at_parameter(int32_t pc, const board_register_t& port, std::optional<int32_t> value) {
+    parameter_value_t& parameter = observation->parameters[static_cast<size_t>(port.offset)];
+    if (!value) {
+        parameter.known = false;
+        return;
+    }
+    const int32_t masked = *value & mask_of(port.bits);
+    const handshake_t& handshake = handshake_of(port.offset);
+    if (parameter.known && masked != parameter.value && (handshake.command || handshake.asked) &&
+        observation->wanted.checks) {
+        find(check_e::EARLY_PARAMETER, pc, early_parameter_text, port.offset);
+    }
+    parameter = {masked, true};
+}
+
+// The value may come from another port; then it is not known.
+void look_at_port_write(int32_t pc, int32_t address, std::optional<int32_t> value) {
+    ++observation->epoch;
+    const int32_t offset = io_offset(address);
+    const board_register_t* const port = find_register(offset);
+    if (port == nullptr) {
+        return;
+    }
+    if (port->kind == register_e::COMMAND) {
+        look_at_command(offset, value, find_device(offset)->keeps_results);
+    } else if (port->kind == register_e::PARAMETER) {
+        look_at_parameter(pc, *port, value);
+    }
+}
+
+// ---- Instructions
+
+std::optional<int32_t> word_at(int32_t address) {
+    return in_memory(address) ? std::optional(machine.memory[address]) : std::nullopt;
+}
+
+// What the instruction will store; nullopt when that comes from a port, or when it fails.
+std::optional<int32_t> value_stored(int32_t pc, const words_t& words) {
+    const auto [opcode, arg1, arg2, arg3] = words;
+    if (opcode == K24_CALL) {
+        return pc + WORDS_PER_INSTRUCTION;
+    }
+    if (opcode == K24_CPTA) {
+        return word_at(arg1);
+    }
+    const std::optional<int32_t> right = reads_right(opcode) ? word_at(arg3) : std::optional(0);
+    if (!right) {
+        return std::nullopt;
+    }
+    if (opcode == K24_CPFA) {
+        return word_at(wrap_add(arg2, *right));
+    }
+    const bool shifts_out = (opcode == K24_SL || opcode == K24_SR) && *right >= DATA_BITS;
+    if (shifts_out) {
+        return 0;
+    }
+    const std::optional<int32_t> left = word_at(arg2);
+    return left && has_result(opcode, *right) ? std::optional(result_of(opcode, *left, *right))
+                                              : std::nullopt;
+}
+
+void look_at_read(int32_t pc, int32_t address) {
+    if (address < 0) {
+        look_at_port_read(pc, address);
+    } else if (observation->wanted.checks) {
+        check_read(pc, address);
+    }
+}
+
+void look_at_write(int32_t pc, const words_t& words, int32_t address, std::optional<int32_t> base) {
+    if (address < 0) {
+        look_at_port_write(pc, address, value_stored(pc, words));
+    } else if (observation->wanted.checks) {
+        check_write(pc, address, base);
+    }
+}
+
+void look_at_element(int32_t pc, const words_t& words) {
+    const std::optional<int32_t> index = word_at(words.arg3);
+    if (!index) {
+        return;
+    }
+    const int32_t element = wrap_add(words.arg2, *index);
+    if (words.opcode == K24_CPFA) {
+        look_at_read(pc, element);
+    } else {
+        look_at_write(pc, words, element, words.arg2);
+    }
+}
+
+void look_at(int32_t pc) {
+    const words_t words = words_at(pc);
+    if (observation->wanted.checks) {
+        check_executed(pc);
+    }
+    if (!is_opcode(words.opcode)) {
+        return;
+    }
+    const auto [reads, writes] = ACCESSES[static_cast<size_t>(words.opcode)];
+    if ((reads & ARG1) != 0) {
+        look_at_read(pc, words.arg1);
+    }
+    const bool shifts = words.opcode == K24_SL || words.opcode == K24_SR;
+    if ((reads & ARG2) != 0 && !(shifts && word_at(words.arg3).value_or(0) >= DATA_BITS)) {
+        look_at_read(pc, words.arg2);
+    }
+    if ((reads & ARG3) != 0 && ((reads & ARG2) == 0 || words.arg3 != words.arg2)) {
+        look_at_read(pc, words.arg3);
+    }
+    if (words.opcode == K24_CPFA || words.opcode == K24_CPTA) {
+        look_at_element(pc, words);
+    }
+    if ((writes & ARG1) != 0) {
+        look_at_write(pc, words, words.arg1, std::nullopt);
+    }
+    if ((writes & ARG2) != 0) {
+        look_at_write(pc, words, words.arg2, std::nullopt);
+    }
+}
+
+bool before_instruction() {
+    const int32_t pc = machine.pc;
+    if (!whole_in_memory(pc) || machine.instr_count == observation->last_count) {
+        return true;
+    }
+    observation->last_count = machine.instr_count;
+    observation->found = false;
+    take_kept_response();
+    look_at(pc);
+    if (observation->found && observation->wanted.stop) {
+        observation->stopped = true;
+        simulator.step = 0;
+        return false;
+    }
+    ++observation->profile.executions[static_cast<size_t>(pc)];
+    return true;
+}
+
+void mark_code(const source_map_t& map) {
+    for (size_t address = 0; address < map.words.size(); ++address) {
+        const word_e kind = map.words[address].kind;
+        observation->code[address] = kind != word_e::NONE && kind != word_e::DATA;
+        observation->code_begins[address] = kind == word_e::OPCODE;
+    }
+}
+
+} // namespace
+
+std::string_view name_of(check_e check) {
+    constexpr std::array<std::string_view, CHECKS> NAMES = {"unset-read", "data-executed", "code-overwritten",
+                                                            "early-result", "early-parameter"};
+    return NAMES[static_cast<size_t>(check)];
+}
+
+std::string shown(const places_t& places, const finding_t& finding) {
+    const where_t place = where(places, finding.address);
+    std::string text = place.line > 0 && places.difference.empty()
+                           ? place.file + ":" + std::to_string(place.line)
+                           : places.program;
+    text += ": check: ";
+    text += place.label.empty() ? "address " + std::to_string(place.address) : place.label;
+    return text + " " + finding.what + " [" + std::string(name_of(finding.check)) + "]";
+}
+
+void observe(const places_t& places, const observing_t& wanted) {
+    observation = std::make_unique<observation_t>();
+    observation->wanted = wanted;
+    observation->places = &places;
+    observation->finding_at.fill(std::vector<int32_t>(MEMORY_SIZE, -1));
+    const source_map_t& map = places.analysis.map;
+    if (!map.words.empty() && places.difference.empty()) {
+        observation->program = read_program(map);
+        mark_code(map);
+    }
+    observer = before_instruction;
+}
+
+void observe_no_more() { observer = nullptr; }
+
+const std::vector<finding_t>& findings() { return observation->findings; }
+
+bool stopped_by_finding() { return observation != nullptr && observation->stopped; }
+
+const profile_t& profile() { return observation->profile; }
