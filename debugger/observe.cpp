@@ -62,6 +62,60 @@ struct poll_t {
     uint64_t epoch = 0;
 };
 
+// Where a device keeps what its response was when it was last read. The others can be asked at any time.
+const int32_t* kept_response(int32_t offset) {
+    switch (offset) {
+    case 0x21:
+        return &machine.ps2_response;
+    case 0x31:
+        return &machine.sdram_response;
+    case 0x51:
+        return &machine.microphone_response;
+    case 0x61:
+        return &machine.vga_response;
+    case 0x71:
+        return &machine.mouse_response;
+    case 0x81:
+        return &machine.sd_response;
+    case 0x91:
+        return &machine.serial_receive_response;
+    case 0xa1:
+        return &machine.serial_send_response;
+    case 0xd1:
+        return &machine.fft_receive_response;
+    case 0xe1:
+        return &machine.touch_response;
+    default:
+        return nullptr;
+    }
+}
+
+// All bits of a register that count: "9-0", "0".
+int32_t mask_of(std::string_view bits) {
+    int highest = 0;
+    std::from_chars(bits.data(), bits.data() + bits.size(), highest);
+    return static_cast<int32_t>(UINT32_MAX >> (DATA_BITS - 1 - highest));
+}
+
+// A register, found only once.
+struct known_port_t {
+    const device_t* device = nullptr;
+    const board_register_t* as_listed = nullptr; // nullptr: there is none
+    const int32_t* kept_response = nullptr;
+    int32_t mask = 0;
+};
+
+std::array<known_port_t, IO_SLOTS> list_ports() {
+    std::array<known_port_t, IO_SLOTS> ports{};
+    for (const device_t& device : board_devices()) {
+        for (const board_register_t& one : device.registers) {
+            ports[static_cast<size_t>(one.offset)] = {&device, &one, kept_response(one.offset),
+                                                      mask_of(one.bits)};
+        }
+    }
+    return ports;
+}
+
 enum class executed_e : uint8_t { NEVER, FINE, NOT_FINE };
 
 struct observation_t {
@@ -76,13 +130,15 @@ struct observation_t {
     bool stopped = false;
 
     std::array<executed_e, MEMORY_SIZE> executed{};
+    std::bitset<MEMORY_SIZE> reserved;     // where an array of zeros begins
     std::bitset<MEMORY_SIZE> stored;       // by the program
     std::bitset<MEMORY_SIZE> made;         // by its cpta: it may be making an instruction
     std::bitset<MEMORY_SIZE> code;         // words of instructions
     std::bitset<MEMORY_SIZE> code_begins;  // the first ones of them
+    std::array<known_port_t, IO_SLOTS> ports = list_ports();
     std::array<handshake_t, IO_SLOTS> handshakes{}; // by the device's first offset
     std::array<parameter_value_t, IO_SLOTS> parameters{};
-    int32_t response_read = -1; // the offset of a response whose value is not yet known
+    const known_port_t* response_read = nullptr; // whose value is not yet known
     std::array<poll_t, IO_SLOTS> polls{};
     uint64_t epoch = 0; // counts the accesses to ports that do more than poll
     profile_t profile{};
@@ -118,8 +174,9 @@ std::string unset_text(int32_t address) {
 }
 
 // The image's words and those that the program writes are marked as modified.
-void check_read(int32_t pc, int32_t address) {
-    if (in_memory(address) && !machine.modified[address]) [[unlikely]] {
+void check_read(int32_t pc, int32_t address, int32_t base) {
+    const bool unset = in_memory(address) && !machine.modified[address];
+    if (unset && !(in_memory(base) && observation->reserved[static_cast<size_t>(base)])) [[unlikely]] {
         find(check_e::UNSET_READ, pc, unset_text, address);
     }
 }
@@ -186,63 +243,44 @@ void check_executed(int32_t pc) {
 
 // ---- Ports
 
-handshake_t& handshake_of(int32_t offset) {
-    return observation->handshakes[static_cast<size_t>(find_device(offset)->first)];
+handshake_t& handshake_of(const known_port_t& port) {
+    return observation->handshakes[static_cast<size_t>(port.device->first)];
 }
 
-std::string name_of_register(int32_t offset) {
-    return "the " + std::string(find_device(offset)->name) + "'s " + std::string(find_register(offset)->name);
+// The register at an address; nullptr when there is none.
+const known_port_t* port_at(int32_t address) {
+    const int32_t offset = io_offset(address);
+    const known_port_t* const port =
+        offset < IO_SLOTS ? &observation->ports[static_cast<size_t>(offset)] : nullptr;
+    return port != nullptr && port->as_listed != nullptr ? port : nullptr;
+}
+
+std::string name_of_register(const known_port_t& port) {
+    return "the " + std::string(port.device->name) + "'s " + std::string(port.as_listed->name);
 }
 
 std::string early_result_text(int32_t offset) {
-    return "reads " + name_of_register(offset) + " before the response is 1";
+    return "reads " + name_of_register(*port_at(offset)) + " before the response is 1";
 }
 
 std::string early_parameter_text(int32_t offset) {
-    return "changes " + name_of_register(offset) +
-           (handshake_of(offset).command ? " while the command is 1"
-                                         : " before the response to the last command was 1");
+    const known_port_t& port = *port_at(offset);
+    return "changes " + name_of_register(port) +
+           (handshake_of(port).command ? " while the command is 1"
+                                       : " before the response to the last command was 1");
 }
 
-// Where a device keeps what its response was when it was last read. The others can be asked at any time.
-const int32_t* kept_response(int32_t offset) {
-    switch (offset) {
-    case 0x21:
-        return &machine.ps2_response;
-    case 0x31:
-        return &machine.sdram_response;
-    case 0x51:
-        return &machine.microphone_response;
-    case 0x61:
-        return &machine.vga_response;
-    case 0x71:
-        return &machine.mouse_response;
-    case 0x81:
-        return &machine.sd_response;
-    case 0x91:
-        return &machine.serial_receive_response;
-    case 0xa1:
-        return &machine.serial_send_response;
-    case 0xd1:
-        return &machine.fft_receive_response;
-    case 0xe1:
-        return &machine.touch_response;
-    default:
-        return nullptr;
-    }
-}
-
-void take_response(int32_t offset, int32_t response) {
-    handshake_t& handshake = handshake_of(offset);
+void take_response(const known_port_t& port, int32_t response) {
+    handshake_t& handshake = handshake_of(port);
     handshake.result = response != 0;
     handshake.asked = handshake.asked && response == 0;
 }
 
 // The response that the last instruction has read.
 void take_kept_response() {
-    if (observation->response_read >= 0) {
-        const int32_t offset = std::exchange(observation->response_read, -1);
-        take_response(offset, *kept_response(offset));
+    if (observation->response_read != nullptr) {
+        const known_port_t& port = *std::exchange(observation->response_read, nullptr);
+        take_response(port, *port.kept_response);
     }
 }
 
@@ -257,64 +295,58 @@ void count_poll(int32_t pc, int32_t offset) {
     poll = {pc, machine.instr_count, observation->epoch};
 }
 
+void look_at_result(int32_t pc, const known_port_t& port) {
+    ++observation->epoch;
+    const handshake_t& handshake = handshake_of(port);
+    if (observation->wanted.checks && !handshake.result && !handshake.uncertain) {
+        find(check_e::EARLY_RESULT, pc, early_result_text, port.as_listed->offset);
+    }
+}
+
 void look_at_port_read(int32_t pc, int32_t address) {
-    const int32_t offset = io_offset(address);
-    const board_register_t* const port = find_register(offset);
-    if (port == nullptr || port->access != direction_e::READ) {
+    const known_port_t* const port = port_at(address);
+    if (port == nullptr || port->as_listed->access != direction_e::READ) {
         return;
     }
-    if (port->kind != register_e::RESULT) {
-        count_poll(pc, offset);
-    } else {
-        ++observation->epoch;
+    if (port->as_listed->kind == register_e::RESULT) {
+        look_at_result(pc, *port);
+        return;
     }
-    if (port->kind == register_e::RESPONSE && kept_response(offset) != nullptr) {
-        observation->response_read = offset;
-    } else if (port->kind == register_e::RESPONSE) {
-        take_response(offset, io_port(address).polled.read());
-    } else if (port->kind == register_e::RESULT && observation->wanted.checks) {
-        const handshake_t& handshake = handshake_of(offset);
-        if (!handshake.result && !handshake.uncertain) {
-            find(check_e::EARLY_RESULT, pc, early_result_text, offset);
-        }
+    count_poll(pc, port->as_listed->offset);
+    if (port->kept_response != nullptr) {
+        observation->response_read = port;
+    } else if (port->as_listed->kind == register_e::RESPONSE) {
+        take_response(*port, io_port(address).polled.read());
     }
 }
 
-// All bits of a register that count: "9-0", "0".
-int32_t mask_of(std::string_view bits) {
-    int highest = 0;
-    std::from_chars(bits.data(), bits.data() + bits.size(), highest);
-    return static_cast<int32_t>(UINT32_MAX >> (DATA_BITS - 1 - highest));
-}
-
-void look_at_command(int32_t offset, std::optional<int32_t> value, bool keeps_results) {
-    handshake_t& handshake = handshake_of(offset);
+void look_at_command(const known_port_t& port, std::optional<int32_t> value) {
+    handshake_t& handshake = handshake_of(port);
     if (!value) {
         handshake = {.uncertain = true};
         return;
     }
     const bool command = (*value & 1) != 0;
+    const bool begins = command && !handshake.command;
+    const bool gives_up = !command && !port.device->keeps_results;
     handshake.uncertain = false;
-    if (command && !handshake.command) {
-        handshake.asked = true;
-        handshake.result = false;
-    } else if (!command && !keeps_results) {
-        handshake.result = false;
-    }
+    handshake.asked = handshake.asked || begins;
+    handshake.result = handshake.result && !begins && !gives_up;
     handshake.command = command;
 }
 
-void look_at_parameter(int32_t pc, const board_register_t& port, std::optional<int32_t> value) {
-    parameter_value_t& parameter = observation->parameters[static_cast<size_t>(port.offset)];
+void look_at_parameter(int32_t pc, const known_port_t& port, std::optional<int32_t> value) {
+    const int32_t offset = port.as_listed->offset;
+    parameter_value_t& parameter = observation->parameters[static_cast<size_t>(offset)];
     if (!value) {
         parameter.known = false;
         return;
     }
-    const int32_t masked = *value & mask_of(port.bits);
-    const handshake_t& handshake = handshake_of(port.offset);
-    if (parameter.known && masked != parameter.value && (handshake.command || handshake.asked) &&
-        observation->wanted.checks) {
-        find(check_e::EARLY_PARAMETER, pc, early_parameter_text, port.offset);
+    const int32_t masked = *value & port.mask;
+    const handshake_t& handshake = handshake_of(port);
+    const bool too_early = handshake.command || handshake.asked;
+    if (observation->wanted.checks && too_early && parameter.known && masked != parameter.value) {
+        find(check_e::EARLY_PARAMETER, pc, early_parameter_text, offset);
     }
     parameter = {masked, true};
 }
@@ -322,14 +354,13 @@ void look_at_parameter(int32_t pc, const board_register_t& port, std::optional<i
 // The value may come from another port; then it is not known.
 void look_at_port_write(int32_t pc, int32_t address, std::optional<int32_t> value) {
     ++observation->epoch;
-    const int32_t offset = io_offset(address);
-    const board_register_t* const port = find_register(offset);
+    const known_port_t* const port = port_at(address);
     if (port == nullptr) {
         return;
     }
-    if (port->kind == register_e::COMMAND) {
-        look_at_command(offset, value, find_device(offset)->keeps_results);
-    } else if (port->kind == register_e::PARAMETER) {
+    if (port->as_listed->kind == register_e::COMMAND) {
+        look_at_command(*port, value);
+    } else if (port->as_listed->kind == register_e::PARAMETER) {
         look_at_parameter(pc, *port, value);
     }
 }
@@ -365,11 +396,12 @@ std::optional<int32_t> value_stored(int32_t pc, const words_t& words) {
                                               : std::nullopt;
 }
 
-void look_at_read(int32_t pc, int32_t address) {
+// With the base of the array to which the word belongs.
+void look_at_read(int32_t pc, int32_t address, int32_t base = -1) {
     if (address < 0) {
         look_at_port_read(pc, address);
     } else if (observation->wanted.checks) {
-        check_read(pc, address);
+        check_read(pc, address, base);
     }
 }
 
@@ -388,7 +420,7 @@ void look_at_element(int32_t pc, const words_t& words) {
     }
     const int32_t element = wrap_add(words.arg2, *index);
     if (words.opcode == K24_CPFA) {
-        look_at_read(pc, element);
+        look_at_read(pc, element, words.arg2);
     } else {
         look_at_write(pc, words, element, words.arg2);
     }
@@ -442,6 +474,16 @@ bool before_instruction() {
     return true;
 }
 
+// A label behind which the program has no line is an array that begins as zeros, on purpose, if the program
+// stores into it.
+void mark_reserved() {
+    for (const auto& [name, address] : observation->places->labels) {
+        const auto word = static_cast<size_t>(address);
+        const bool filled = !observation->program || (observation->program->words[word] & IN_ARRAY) != 0;
+        observation->reserved[word] = !machine.modified[address] && filled;
+    }
+}
+
 void mark_code(const source_map_t& map) {
     for (size_t address = 0; address < map.words.size(); ++address) {
         const word_e kind = map.words[address].kind;
@@ -478,6 +520,7 @@ void observe(const places_t& places, const observing_t& wanted) {
         observation->program = read_program(map);
         mark_code(map);
     }
+    mark_reserved();
     observer = before_instruction;
 }
 
