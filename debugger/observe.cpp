@@ -1,6 +1,5 @@
 #include "debugger/observe.h"
 
-#include <bitset>
 #include <charconv>
 #include <memory>
 #include <optional>
@@ -118,6 +117,13 @@ std::array<known_port_t, IO_SLOTS> list_ports() {
 
 enum class executed_e : uint8_t { NEVER, FINE, NOT_FINE };
 
+// What is known of a word, as bits.
+constexpr uint8_t CODE = 1;        // it belongs to an instruction
+constexpr uint8_t CODE_BEGINS = 2; // it is the first of one
+constexpr uint8_t BY_STORE = 4;    // the program has stored into it
+constexpr uint8_t BY_CPTA = 8;     // by cpta: it may be making an instruction
+constexpr uint8_t RESERVED = 16;   // an array of zeros begins there
+
 struct observation_t {
     observing_t wanted;
     const places_t* places = nullptr;
@@ -130,11 +136,7 @@ struct observation_t {
     bool stopped = false;
 
     std::array<executed_e, MEMORY_SIZE> executed{};
-    std::bitset<MEMORY_SIZE> reserved;     // where an array of zeros begins
-    std::bitset<MEMORY_SIZE> stored;       // by the program
-    std::bitset<MEMORY_SIZE> made;         // by its cpta: it may be making an instruction
-    std::bitset<MEMORY_SIZE> code;         // words of instructions
-    std::bitset<MEMORY_SIZE> code_begins;  // the first ones of them
+    std::array<uint8_t, MEMORY_SIZE> marks{};
     std::array<known_port_t, IO_SLOTS> ports = list_ports();
     std::array<handshake_t, IO_SLOTS> handshakes{}; // by the device's first offset
     std::array<parameter_value_t, IO_SLOTS> parameters{};
@@ -145,6 +147,12 @@ struct observation_t {
 };
 
 std::unique_ptr<observation_t> observation;
+
+bool is_marked(int32_t address, uint8_t mark) {
+    return in_memory(address) && (observation->marks[static_cast<size_t>(address)] & mark) != 0;
+}
+
+void mark_word(int32_t address, uint8_t mark) { observation->marks[static_cast<size_t>(address)] |= mark; }
 
 std::string name_of_word(int32_t address) {
     const std::string label = nearest_label(address, observation->places->labels);
@@ -176,14 +184,14 @@ std::string unset_text(int32_t address) {
 // The image's words and those that the program writes are marked as modified.
 void check_read(int32_t pc, int32_t address, int32_t base) {
     const bool unset = in_memory(address) && !machine.modified[address];
-    if (unset && !(in_memory(base) && observation->reserved[static_cast<size_t>(base)])) [[unlikely]] {
+    if (unset && !is_marked(base, RESERVED)) [[unlikely]] {
         find(check_e::UNSET_READ, pc, unset_text, address);
     }
 }
 
 std::string overwritten_text(int32_t address) {
-    const bool begins = observation->code_begins[static_cast<size_t>(address)];
-    return std::string("writes over ") + (begins ? "the instruction at " : "a word of an instruction, ") +
+    return std::string("writes over ") +
+           (is_marked(address, CODE_BEGINS) ? "the instruction at " : "a word of an instruction, ") +
            name_of_word(address);
 }
 
@@ -192,19 +200,13 @@ void check_write(int32_t pc, int32_t address, std::optional<int32_t> base) {
     if (!in_memory(address)) {
         return;
     }
-    const auto word = static_cast<size_t>(address);
-    if (observation->code[word]) [[unlikely]] {
-        const bool operand = base && in_memory(*base) &&
-                             observation->code_begins[static_cast<size_t>(*base)] &&
-                             !observation->code_begins[word];
+    if (is_marked(address, CODE)) [[unlikely]] {
+        const bool operand = base && is_marked(*base, CODE_BEGINS) && !is_marked(address, CODE_BEGINS);
         if (!operand) {
             find(check_e::CODE_OVERWRITTEN, pc, overwritten_text, address);
         }
     }
-    observation->stored.set(word);
-    if (base) {
-        observation->made.set(word);
-    }
+    mark_word(address, base ? BY_STORE | BY_CPTA : BY_STORE);
 }
 
 std::string executed_text(int32_t address) {
@@ -223,12 +225,11 @@ std::string executed_text(int32_t address) {
 }
 
 bool is_instruction(int32_t pc) {
-    const auto word = static_cast<size_t>(pc);
     if (!observation->program) {
         return machine.modified[pc];
     }
-    return instruction_at(*observation->program, pc) != NOTHING || observation->made[word] ||
-           (observation->stored[word] && may_be_made(*observation->program, pc));
+    return instruction_at(*observation->program, pc) != NOTHING || is_marked(pc, BY_CPTA) ||
+           (is_marked(pc, BY_STORE) && may_be_made(*observation->program, pc));
 }
 
 void check_executed(int32_t pc) {
@@ -426,12 +427,28 @@ void look_at_element(int32_t pc, const words_t& words) {
     }
 }
 
+// An instruction without arrays and ports, which most are, is looked at in one go. Returns whether this is
+// one, of which there is nothing to say.
+bool is_plain(const words_t& words) {
+    if (!is_opcode(words.opcode) || !in_memory(words.arg1 | words.arg2 | words.arg3) ||
+        !(computes(words.opcode) || is_branch(words.opcode))) {
+        return false;
+    }
+    const bool writes = computes(words.opcode);
+    const bool fine = machine.modified[words.arg2] && machine.modified[words.arg3] &&
+                      !(writes && is_marked(words.arg1, CODE));
+    if (fine && writes) {
+        mark_word(words.arg1, BY_STORE);
+    }
+    return fine;
+}
+
 void look_at(int32_t pc) {
     const words_t words = words_at(pc);
     if (observation->wanted.checks) {
         check_executed(pc);
     }
-    if (!is_opcode(words.opcode)) {
+    if (!is_opcode(words.opcode) || is_plain(words)) {
         return;
     }
     const auto [reads, writes] = ACCESSES[static_cast<size_t>(words.opcode)];
@@ -478,17 +495,20 @@ bool before_instruction() {
 // stores into it.
 void mark_reserved() {
     for (const auto& [name, address] : observation->places->labels) {
-        const auto word = static_cast<size_t>(address);
-        const bool filled = !observation->program || (observation->program->words[word] & IN_ARRAY) != 0;
-        observation->reserved[word] = !machine.modified[address] && filled;
+        const bool filled = !observation->program ||
+                            (observation->program->words[static_cast<size_t>(address)] & IN_ARRAY) != 0;
+        if (!machine.modified[address] && filled) {
+            mark_word(address, RESERVED);
+        }
     }
 }
 
 void mark_code(const source_map_t& map) {
-    for (size_t address = 0; address < map.words.size(); ++address) {
-        const word_e kind = map.words[address].kind;
-        observation->code[address] = kind != word_e::NONE && kind != word_e::DATA;
-        observation->code_begins[address] = kind == word_e::OPCODE;
+    for (int32_t address = 0; address < MEMORY_SIZE; ++address) {
+        const word_e kind = map.words[static_cast<size_t>(address)].kind;
+        if (kind != word_e::NONE && kind != word_e::DATA) {
+            mark_word(address, kind == word_e::OPCODE ? CODE | CODE_BEGINS : CODE);
+        }
     }
 }
 
