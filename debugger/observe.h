@@ -45,15 +45,14 @@ struct profile_t {
 
 struct observing_t {
     bool checks = false;
-    bool stop = false; // before the first instruction with a finding
-    bool profile = false;
+    bool stop = false;                                 // before the first instruction with a finding
     void (*found)(const finding_t& finding) = nullptr; // called for each new finding
 };
 
 // From now on, for the program that has just been loaded; `places` must live as long. Checks that need a
-// source are left out without one, or when it is not what was loaded.
+// source are left out without one, or when it is not what was loaded. What a comment at the end of the line
+// allows, as tovik-check has it, is not found.
 void observe(const places_t& places, const observing_t& wanted);
-void observe_no_more();
 
 const std::vector<finding_t>& findings();
 bool stopped_by_finding(); // whether the run was

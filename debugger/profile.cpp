@@ -72,7 +72,8 @@ std::vector<row_t> waiting_rows(const profile_t& profile) {
     for (const device_t& device : board_devices()) {
         for (const board_register_t& port : device.registers) {
             if (const uint64_t waited = profile.waited[static_cast<size_t>(port.offset)]; waited > 0) {
-                rows.push_back({std::string(port.kind == register_e::PLAIN ? port.name : device.name), waited});
+                rows.push_back(
+                    {std::string(port.kind == register_e::PLAIN ? port.name : device.name), waited});
             }
         }
     }
@@ -83,8 +84,7 @@ std::vector<row_t> waiting_rows(const profile_t& profile) {
 } // namespace
 
 std::string profile_table(const places_t& places, const profile_t& profile) {
-    const uint64_t all =
-        std::accumulate(profile.executions.begin(), profile.executions.end(), uint64_t{0});
+    const uint64_t all = std::accumulate(profile.executions.begin(), profile.executions.end(), uint64_t{0});
     std::string text = places.difference.empty() ? "" : places.difference + "\n\n";
     text += "    executions    share  line\n";
     for (const row_t& row : rows_of(places, profile)) {
@@ -122,8 +122,8 @@ std::string profile_lcov(const places_t& places, const profile_t& profile) {
         for (const auto& [line, count] : lines[file]) {
             text += "DA:" + std::to_string(line) + "," + std::to_string(count) + "\n";
         }
-        text += "LF:" + std::to_string(lines[file].size()) + "\nLH:" + std::to_string(hit) +
-                "\nend_of_record\n";
+        text +=
+            "LF:" + std::to_string(lines[file].size()) + "\nLH:" + std::to_string(hit) + "\nend_of_record\n";
     }
     return text;
 }

@@ -9,25 +9,6 @@
 
 namespace {
 
-// Whether a comment at the end of the line allows it.
-bool is_allowed(std::string_view line, std::string_view code) {
-    const size_t comment = line.find("//");
-    const size_t allow = comment == std::string_view::npos ? comment : line.find(ALLOW, comment);
-    if (allow == std::string_view::npos) {
-        return false;
-    }
-    std::string_view codes = line.substr(allow + ALLOW.size());
-    while (!codes.empty()) {
-        const size_t begin = std::min(codes.find_first_not_of(CODE_ENDS), codes.size());
-        const size_t end = std::min(codes.find_first_of(CODE_ENDS, begin), codes.size());
-        if (codes.substr(begin, end - begin) == code) {
-            return true;
-        }
-        codes.remove_prefix(end);
-    }
-    return false;
-}
-
 bool comes_before(const found_t& left, const found_t& right) {
     const auto place_of = [](const found_t& found) {
         return std::tuple(found.statement, found.diagnostic.place.line, found.diagnostic.place.first);
@@ -65,6 +46,24 @@ std::string_view ordinal(uint8_t operand) {
 }
 
 } // namespace
+
+bool is_allowed(std::string_view line, std::string_view code) {
+    const size_t comment = line.find("//");
+    const size_t allow = comment == std::string_view::npos ? comment : line.find(ALLOW, comment);
+    if (allow == std::string_view::npos) {
+        return false;
+    }
+    std::string_view codes = line.substr(allow + ALLOW.size());
+    while (!codes.empty()) {
+        const size_t begin = std::min(codes.find_first_not_of(CODE_ENDS), codes.size());
+        const size_t end = std::min(codes.find_first_of(CODE_ENDS, begin), codes.size());
+        if (codes.substr(begin, end - begin) == code) {
+            return true;
+        }
+        codes.remove_prefix(end);
+    }
+    return false;
+}
 
 operand_place_t place_of_operand(const program_t& program, const instruction_t& instruction, size_t operand) {
     const int32_t address = instruction.address + 1 + static_cast<int32_t>(operand);

@@ -15,3 +15,6 @@ using is_wanted_t = std::function<bool(std::string_view code)>;
 // comment "// tovik: allow CODE" or "// tovik: allow CODE, CODE" that names the code. Of a file that is
 // included twice each warning is given once. To be called once for an analysis.
 void add_warnings(analysis_t& analysis, const is_wanted_t& is_wanted = {});
+
+// Whether a comment at the end of the line allows what a code stands for.
+[[nodiscard]] bool is_allowed(std::string_view line, std::string_view code);

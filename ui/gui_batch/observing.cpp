@@ -40,14 +40,11 @@ void begin_observing(const options_t& options) {
                             (places.difference.empty() ? "" : "; " + places.difference)};
     }
     if (!options.checks.empty() && !has_source()) {
-        std::cerr << "tovik-run: " << options.program << ": warning: "
-                  << (places.difference.empty() ? "there is no source" : places.difference)
+        std::cerr << "tovik-run: " << options.program
+                  << ": warning: " << (places.difference.empty() ? "there is no source" : places.difference)
                   << ", not all checks are made\n";
     }
-    observe(places, {.checks = !options.checks.empty(),
-                     .stop = options.checks == "error",
-                     .profile = options.profile_file.has_value(),
-                     .found = print});
+    observe(places, {.checks = !options.checks.empty(), .stop = options.checks == "error", .found = print});
 }
 
 std::optional<std::vector<check_t>> checks_of(const options_t& options) {

@@ -62,6 +62,14 @@ CLI::Validator report_check() {
             ""};
 }
 
+// The library's value for a flag that is given none is "true".
+CLI::Validator checks_check() {
+    return {[](const std::string& text) {
+                return text == "true" || text == "error" ? "" : "'" + text + "' is not error";
+            },
+            ""};
+}
+
 // The library calls the value of an unknown option a program; the option is what is wrong.
 void check_arguments(const std::string& program, const std::vector<std::string>& unexpected) {
     const auto is_option = [](const std::string& argument) { return argument.starts_with('-'); };
@@ -126,10 +134,9 @@ std::optional<options_t> parse_options(int argc, char** argv) {
     app.add_option("--memory", options.memory, "FIRST-LAST: words for the report; may be repeated")
         ->allow_extra_args(false);
     app.add_option("--report", report, "text, json or none; with :FILE into a file")->check(report_check());
-    // The library's way to give a flag a value when it has none.
-    app.add_flag("--checks{on}", options.checks,
+    app.add_flag("--checks", options.checks,
                  "say what the program does that it should not; with =error stop there")
-        ->check(CLI::IsMember({"on", "error"}));
+        ->check(checks_check());
     app.add_option("--profile", options.profile_file,
                    "how often each line is executed; for lcov if the name ends in .info");
     app.add_flag("--trace", options.trace, "print every instruction and memory write");

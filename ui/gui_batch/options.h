@@ -11,7 +11,7 @@ struct options_t {
     std::string program; // ends in ".k" or ".mif"
     bool assemble_only = false;
     bool trace = false;
-    std::string checks; // "on", "error", or empty for none
+    std::string checks; // "true", "error" where the first finding stops the run, or empty for none
     std::optional<int64_t> limit;
     int32_t switches = 0;
     uint64_t seed = 1;

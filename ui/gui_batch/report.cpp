@@ -96,6 +96,8 @@ std::string text_report(const run_t& run) {
     if (run.reason == "error") {
         text += last_stop().error;
         text += text.ends_with('\n') ? "" : "\n";
+    } else if (run.reason == "check") {
+        text += run.checks->back().text + "\n";
     }
     text += "  at              " + place(run) + "\n";
     text += "  instructions    " + std::to_string(machine.instr_count) +
@@ -130,7 +132,7 @@ std::string json_report(const run_t& run) {
     nlohmann::ordered_json report;
     report["status"] = status_of(run);
     report["reason"] = run.reason;
-    report["message"] = last_stop().error;
+    report["message"] = run.reason == "check" ? run.checks->back().text : last_stop().error;
     report["pc"] = machine.pc;
     report["instructions"] = machine.instr_count;
     report["switches"] = machine.sw;
