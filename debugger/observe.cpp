@@ -139,6 +139,7 @@ struct observation_t {
     std::array<std::vector<int32_t>, CHECKS> finding_at; // index by address
     bool found = false;                                  // at the current instruction
     bool stopped = false;
+    bool in_data = false; // that is executed: what comes of it is no finding of its own
 
     std::array<executed_e, MEMORY_SIZE> executed{};
     std::array<uint8_t, MEMORY_SIZE> marks{};
@@ -173,6 +174,9 @@ bool is_allowed_at(int32_t pc, check_e check) {
 }
 
 void find(check_e check, int32_t pc, std::string (*what)(int32_t about), int32_t about) {
+    if (observation->in_data && check != check_e::DATA_EXECUTED) {
+        return;
+    }
     std::vector<int32_t>& finding_at = observation->finding_at[static_cast<size_t>(check)];
     int32_t& index = finding_at[static_cast<size_t>(pc)];
     if (index == ALLOWED || (index == NOT_FOUND && is_allowed_at(pc, check))) {
@@ -226,17 +230,16 @@ void check_write(int32_t pc, int32_t address, std::optional<int32_t> base) {
 }
 
 std::string executed_text(int32_t address) {
-    const std::string name = name_of_word(address);
     if (!observation->program) {
-        return "executes " + name + ", which nothing has written";
+        return "is executed, but nothing has written it";
     }
     switch (observation->program->map->words[static_cast<size_t>(address)].kind) {
     case word_e::NONE:
-        return "executes " + name + ", where the program has no line";
+        return "is executed, but the program has no line there";
     case word_e::DATA:
-        return "executes " + name + ", which is data";
+        return "is executed, but is data";
     default:
-        return "executes " + name + ", which is inside of an instruction";
+        return "is executed, but is inside of an instruction";
     }
 }
 
@@ -253,7 +256,8 @@ void check_executed(int32_t pc) {
     if (executed == executed_e::NEVER) {
         executed = is_instruction(pc) ? executed_e::FINE : executed_e::NOT_FINE;
     }
-    if (executed == executed_e::NOT_FINE) {
+    const bool was_in_data = std::exchange(observation->in_data, executed == executed_e::NOT_FINE);
+    if (observation->in_data && !was_in_data) {
         find(check_e::DATA_EXECUTED, pc, executed_text, pc);
     }
 }
@@ -517,10 +521,15 @@ bool before_instruction() {
 // A label behind which the program has no line is an array that begins as zeros, on purpose, if the program
 // stores into it.
 void mark_reserved() {
+    std::vector<bool> filled(MEMORY_SIZE, !observation->program);
+    for (size_t i = 0; observation->program && i < observation->program->code.size(); ++i) {
+        const instruction_t& instruction = observation->program->code[i];
+        if (has_opcode(instruction, K24_CPTA) && in_memory(instruction.operands[1])) {
+            filled[static_cast<size_t>(instruction.operands[1])] = true;
+        }
+    }
     for (const auto& [name, address] : observation->places->labels) {
-        const bool filled = !observation->program ||
-                            (observation->program->words[static_cast<size_t>(address)] & IN_ARRAY) != 0;
-        if (!machine.modified[address] && filled) {
+        if (!machine.modified[address] && filled[static_cast<size_t>(address)]) {
             mark_word(address, RESERVED);
         }
     }

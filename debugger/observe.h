@@ -15,7 +15,7 @@
 
 enum class check_e : uint8_t {
     UNSET_READ,       // a word is read that neither the image nor the program has written
-    DATA_EXECUTED,    // an instruction is executed that the source does not have
+    DATA_EXECUTED,    // what is executed is no instruction of the source; only where it begins
     CODE_OVERWRITTEN, // an instruction is written over, other than its operands by cpta
     EARLY_RESULT,     // a port's result is read before its response
     EARLY_PARAMETER,  // a port's parameter is changed before its response

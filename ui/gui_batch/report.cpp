@@ -89,6 +89,8 @@ std::string characters(std::span<const uint8_t> line) {
     return text;
 }
 
+std::string message_of(const check_t& check) { return check.place + ": " + check.text; }
+
 } // namespace
 
 std::string text_report(const run_t& run) {
@@ -97,7 +99,7 @@ std::string text_report(const run_t& run) {
         text += last_stop().error;
         text += text.ends_with('\n') ? "" : "\n";
     } else if (run.reason == "check") {
-        text += run.checks->back().text + "\n";
+        text += message_of(run.checks->back()) + "\n";
     }
     text += "  at              " + place(run) + "\n";
     text += "  instructions    " + std::to_string(machine.instr_count) +
@@ -132,7 +134,7 @@ std::string json_report(const run_t& run) {
     nlohmann::ordered_json report;
     report["status"] = status_of(run);
     report["reason"] = run.reason;
-    report["message"] = run.reason == "check" ? run.checks->back().text : last_stop().error;
+    report["message"] = run.reason == "check" ? message_of(run.checks->back()) : last_stop().error;
     report["pc"] = machine.pc;
     report["instructions"] = machine.instr_count;
     report["switches"] = machine.sw;
