@@ -1,5 +1,6 @@
 #include "debugger/observe.h"
 
+#include <algorithm>
 #include <charconv>
 #include <memory>
 #include <optional>
@@ -45,7 +46,7 @@ constexpr auto ACCESSES = [] {
 // How far the handshake of a device has come.
 struct handshake_t {
     bool command = false;   // is 1
-    bool asked = false;     // the response has not been 1 since the command became so
+    bool asked = false;     // the command came, and went back to 0 if it did, before the device had answered
     bool result = false;    // the response was 1 when it was last read, and the command was not given up
     bool uncertain = false; // a command came of which only the device knows what it was
 };
@@ -341,6 +342,16 @@ void look_at_port_read(int32_t pc, int32_t address) {
     }
 }
 
+// Whether a program that read the response now would find 1. A device that is never busy need not be asked.
+bool has_answered(const device_t& device) {
+    const auto response =
+        std::find_if(device.registers.begin(), device.registers.end(),
+                     [](const board_register_t& one) { return one.kind == register_e::RESPONSE; });
+    const polled_t& polled = io_port(IO_BASE + response->offset).polled;
+    return kept_response(response->offset) != nullptr ? polled.steady_until() == UNTIL_EVENT
+                                                      : polled.read() != 0;
+}
+
 void look_at_command(const known_port_t& port, std::optional<int32_t> value) {
     handshake_t& handshake = handshake_of(port);
     if (!value) {
@@ -351,7 +362,11 @@ void look_at_command(const known_port_t& port, std::optional<int32_t> value) {
     const bool begins = command && !handshake.command;
     const bool gives_up = !command && !port.device->keeps_results;
     handshake.uncertain = false;
-    handshake.asked = handshake.asked || begins;
+    if (begins) {
+        handshake.asked = true;
+    } else if (!command && handshake.asked) {
+        handshake.asked = !has_answered(*port.device);
+    }
     handshake.result = handshake.result && !begins && !gives_up;
     handshake.command = command;
 }
