@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "assembler/operations.h"
+#include "base/text.h"
 #include "debugger/observe.h"
 #include "devices/registers.h"
 
@@ -35,6 +36,18 @@ bool is_known(const places_t& places) {
     return !places.analysis.map.words.empty() && places.difference.empty();
 }
 
+// The columns of a source are for many lines.
+std::string on_one_blank(const std::string& text) {
+    std::string words;
+    for (const char c : text) {
+        const bool blank = WHITE_SPACE.find(c) != std::string_view::npos;
+        if (!blank || !words.ends_with(' ')) {
+            words += blank ? ' ' : c;
+        }
+    }
+    return words;
+}
+
 std::string name_of_place(const places_t& places, int32_t address) {
     where_t place = where(places, address);
     if (!is_known(places)) {
@@ -43,7 +56,7 @@ std::string name_of_place(const places_t& places, int32_t address) {
     if (place.line == 0) {
         return shown(place);
     }
-    return place.file + ":" + std::to_string(place.line) + ": " + place.text;
+    return place.file + ":" + std::to_string(place.line) + ": " + on_one_blank(place.text);
 }
 
 // The instructions of one line, also where its file is included several times, are one row.
