@@ -1,0 +1,352 @@
+#include "debugger/adapter.h"
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+#include "base/machine.h"
+#include "debugger/adapter_internal.h"
+#include "debugger/front.h"
+
+namespace {
+
+struct request_t {
+    std::string_view command;
+    json (*handle)(adapter_t&, const json&);
+};
+
+constexpr request_t REQUESTS[] = {
+    {"initialize", initialize},
+    {"launch", launch},
+    {"attach", attach},
+    {"configurationDone", configuration_done},
+    {"restart", restart},
+    {"terminate", terminate_program},
+    {"disconnect", disconnect},
+    {"setBreakpoints", set_breakpoints},
+    {"setInstructionBreakpoints", set_instruction_breakpoints},
+    {"setExceptionBreakpoints", set_exception_breakpoints},
+    {"dataBreakpointInfo", data_breakpoint_info},
+    {"setDataBreakpoints", set_data_breakpoints},
+    {"threads", threads},
+    {"stackTrace", stack_trace},
+    {"continue", continue_program},
+    {"next", next_instruction},
+    {"stepIn", step_in},
+    {"stepOut", step_out},
+    {"stepBack", step_back},
+    {"reverseContinue", reverse_continue},
+    {"pause", pause_program},
+    {"gotoTargets", goto_targets},
+    {"goto", goto_target},
+    {"exceptionInfo", exception_info},
+    {"cancel", cancel},
+    {"scopes", scopes},
+    {"variables", variables},
+    {"setVariable", set_variable},
+    {"setExpression", set_expression},
+    {"evaluate", evaluate_text},
+    {"completions", completions},
+    {"disassemble", disassemble},
+    {"readMemory", read_memory},
+    {"writeMemory", write_memory},
+    {"source", source},
+    {"loadedSources", loaded_sources},
+    {"tovik/switch", board_switch},
+    {"tovik/key", board_key},
+    {"tovik/pointer", board_pointer},
+    {"tovik/serial", board_serial},
+    {"tovik/goTo", go_to_moment},
+    {"tovik/history", history_bounds},
+    {"tovik/lastWrite", last_write},
+};
+
+void check_phase(const adapter_t& adapter, std::string_view command) {
+    const bool begins = command == "initialize";
+    if (adapter.phase == phase_e::STARTED && !begins && command != "disconnect") {
+        throw refused_t{"initialize comes first"};
+    }
+    if (adapter.phase != phase_e::STARTED && begins) {
+        throw refused_t{"initialize has been done"};
+    }
+}
+
+json handle(adapter_t& adapter, const std::string& command, const json& arguments) {
+    check_phase(adapter, command);
+    const auto* const request = std::find_if(std::begin(REQUESTS), std::end(REQUESTS),
+                                             [&](const request_t& one) { return one.command == command; });
+    if (request == std::end(REQUESTS)) {
+        throw refused_t{"there is no request " + command};
+    }
+    if (!arguments.is_object() && !arguments.is_null()) {
+        throw refused_t{"the arguments are not an object"};
+    }
+    return request->handle(adapter, arguments.is_null() ? json::object() : arguments);
+}
+
+json failure(json response, const std::string& message) {
+    constexpr int ID = 1; // of the text, for clients that translate; there is but the one form
+    response["success"] = false;
+    response["message"] = message;
+    response["body"]["error"] = {
+        {"id", ID}, {"format", "{text}"}, {"variables", {{"text", message}}}, {"showUser", true}};
+    return response;
+}
+
+// The answer comes before what the request leads to.
+json answer(adapter_t& adapter, const json& response, const std::string& command, const json& arguments) {
+    try {
+        json good = response;
+        good["success"] = true;
+        if (json body = handle(adapter, command, arguments); !body.is_null()) {
+            good["body"] = std::move(body);
+        }
+        return good;
+    } catch (const refused_t& error) {
+        return failure(response, error.message);
+    } catch (const tovik_error& error) {
+        return failure(response, error.message);
+    } catch (const host_failure_t&) {
+        const std::string text = front.messages.empty() ? "the computer fails" : front.messages.back().text;
+        return failure(response, text);
+    } catch (const std::exception& error) {
+        return failure(response, error.what());
+    }
+}
+
+constexpr bool NO_EXCEPTIONS = false;
+
+json parse_message(std::string_view text) {
+    constexpr int DEEPEST = 100; // what copies a value does it by recursion
+    bool too_deep = false;
+    const auto keep = [&](int depth, json::parse_event_t /*event*/, json& /*value*/) {
+        too_deep |= depth > DEEPEST;
+        return !too_deep;
+    };
+    json message = json::parse(text, keep, NO_EXCEPTIONS);
+    return too_deep ? json(json::value_t::discarded) : message;
+}
+
+void take(adapter_t& adapter, std::string_view text) {
+    const json message = parse_message(text);
+    json response = {{"type", "response"}, {"request_seq", 0}, {"command", ""}};
+    if (message.is_discarded()) {
+        adapter.messages.push_back(failure(response, "this is not JSON, or too deep"));
+        return;
+    }
+    const json& type = member(message, "type");
+    if (type == "response" || type == "event") {
+        return;
+    }
+    const json& seq = member(message, "seq");
+    const json& command = member(message, "command");
+    response["request_seq"] = seq.is_number_integer() ? seq : json(0);
+    if (type != "request" || !command.is_string() || !seq.is_number_integer()) {
+        adapter.messages.push_back(
+            failure(response, "a request has the type request, a number seq and a command"));
+        return;
+    }
+    response["command"] = command;
+    const size_t place = adapter.messages.size();
+    json answered = answer(adapter, response, command, member(message, "arguments"));
+    adapter.messages.insert(adapter.messages.begin() + static_cast<std::ptrdiff_t>(place),
+                            std::move(answered));
+}
+
+std::vector<std::string> take_messages(adapter_t& adapter) {
+    std::vector<std::string> texts;
+    texts.reserve(adapter.messages.size());
+    for (json& message : adapter.messages) {
+        message["seq"] = adapter.next_seq++;
+        // Sources and serial bytes need not be UTF-8.
+        texts.push_back(message.dump(-1, ' ', false, json::error_handler_t::replace));
+    }
+    adapter.messages.clear();
+    return texts;
+}
+
+// ---- The run
+
+constexpr uint64_t US_PER_PIECE = 10'000;
+constexpr int32_t FIRST_PIECE = 200'000;
+constexpr int32_t LEAST_PIECE = 1000;
+constexpr int32_t MOST_PIECE = 20'000'000;
+
+// A front end that has slept gets no more than this at once.
+constexpr uint64_t MOST_BEHIND_US = 500'000;
+
+// So long that it takes about the time of a piece, judged by the last one.
+void adapt_piece(adapter_t& adapter, uint64_t now_us) {
+    if (adapter.piece_at_us != 0) {
+        const uint64_t took = std::max<uint64_t>(now_us - adapter.piece_at_us, 1);
+        const double better = static_cast<double>(adapter.piece) * static_cast<double>(US_PER_PIECE) /
+                              static_cast<double>(took);
+        adapter.piece = static_cast<int32_t>(std::clamp(
+            better, static_cast<double>(LEAST_PIECE),
+            std::min(static_cast<double>(MOST_PIECE), static_cast<double>(adapter.piece) * 2)));
+    } else {
+        adapter.piece = FIRST_PIECE;
+    }
+    adapter.piece_at_us = now_us;
+}
+
+// How many instructions the board's own clock is ahead of them.
+int64_t owed(adapter_t& adapter, uint64_t now_us) {
+    constexpr uint64_t NS_PER_US = 1000;
+    const moment_t now = history_now();
+    const bool is_new = adapter.paced_us == 0 || now < adapter.paced_moment;
+    if (!is_new) {
+        const uint64_t due = (now_us - adapter.paced_us) * NS_PER_US / NS_PER_INSTRUCTION;
+        const int64_t behind = static_cast<int64_t>(due) - static_cast<int64_t>(now - adapter.paced_moment);
+        if (behind <= static_cast<int64_t>(MOST_BEHIND_US * NS_PER_US / NS_PER_INSTRUCTION)) {
+            return behind;
+        }
+    }
+    adapter.paced_us = now_us;
+    adapter.paced_moment = now;
+    return FIRST_PIECE;
+}
+
+session_pass_t run_piece(int32_t most) {
+    try {
+        return session_run(most);
+    } catch (const host_failure_t&) {
+        const std::string text = front.messages.empty() ? "the computer fails" : front.messages.back().text;
+        return {.stop = {.why = stop_e::FAULT, .ids = {}, .description = text}};
+    } catch (const tovik_error& error) {
+        return {.stop = {.why = stop_e::FAULT, .ids = {}, .description = error.message}};
+    }
+}
+
+// Returns after how many milliseconds to go on.
+std::optional<int> run(adapter_t& adapter, uint64_t now_us, adapter_pass_t& pass) {
+    constexpr int64_t INSTRUCTIONS_PER_MS = 1'000'000 / NS_PER_INSTRUCTION;
+    constexpr int64_t LEAST_AT_ONCE = INSTRUCTIONS_PER_MS * 2;
+    if (adapter.phase != phase_e::RUNNING) {
+        return std::nullopt;
+    }
+    int64_t most = MOST_PIECE;
+    if (adapter.at_board_speed) {
+        most = owed(adapter, now_us);
+        if (most < LEAST_AT_ONCE) {
+            return static_cast<int>((LEAST_AT_ONCE - most) / INSTRUCTIONS_PER_MS + 1);
+        }
+    }
+    adapt_piece(adapter, now_us);
+    const session_pass_t piece = run_piece(static_cast<int32_t>(std::min<int64_t>(most, adapter.piece)));
+    pass.wait = piece.wait;
+    if (piece.stop.why == stop_e::NONE) {
+        return 0;
+    }
+    tell_stop(adapter, piece.stop);
+    return std::nullopt;
+}
+
+} // namespace
+
+void tell(adapter_t& adapter, const char* event, json body) {
+    adapter.messages.push_back({{"type", "event"}, {"event", event}, {"body", std::move(body)}});
+}
+
+void tell_output(adapter_t& adapter, const char* category, const std::string& text) {
+    tell(adapter, "output", {{"category", category}, {"output", text}});
+}
+
+void tell_what_was_said(adapter_t& adapter) {
+    for (const front_message_t& message : std::exchange(front.messages, {})) {
+        const bool ends = message.text.ends_with('\n');
+        tell_output(adapter, message.error ? "stderr" : "console", message.text + (ends ? "" : "\n"));
+    }
+    if (!front.serial.empty()) {
+        tell_output(adapter, "stdout", std::exchange(front.serial, {}));
+    }
+}
+
+const json& member(const json& object, const char* name) {
+    static const json nothing;
+    if (!object.is_object()) {
+        return nothing;
+    }
+    const auto found = object.find(name);
+    return found == object.end() ? nothing : *found;
+}
+
+std::string text_in(const json& arguments, const char* name) {
+    const json& text = member(arguments, name);
+    if (!text.is_string()) {
+        throw refused_t{std::string(name) + " is not a text"};
+    }
+    return text;
+}
+
+std::string text_in(const json& arguments, const char* name, const std::string& otherwise) {
+    return member(arguments, name).is_null() ? otherwise : text_in(arguments, name);
+}
+
+int64_t number_in(const json& arguments, const char* name, int64_t lowest, int64_t highest) {
+    const json& number = member(arguments, name);
+    const bool too_high =
+        number.is_number_unsigned() && number.get<uint64_t>() > static_cast<uint64_t>(INT64_MAX);
+    if (!number.is_number_integer() || too_high || number.get<int64_t>() < lowest ||
+        number.get<int64_t>() > highest) {
+        throw refused_t{std::string(name) + " is not a number from " + std::to_string(lowest) + " to " +
+                        std::to_string(highest)};
+    }
+    return number;
+}
+
+int64_t number_in(const json& arguments, const char* name, int64_t lowest, int64_t highest,
+                  int64_t otherwise) {
+    return member(arguments, name).is_null() ? otherwise : number_in(arguments, name, lowest, highest);
+}
+
+bool flag_in(const json& arguments, const char* name, bool otherwise) {
+    const json& flag = member(arguments, name);
+    if (!flag.is_null() && !flag.is_boolean()) {
+        throw refused_t{std::string(name) + " is neither true nor false"};
+    }
+    return flag.is_null() ? otherwise : flag.get<bool>();
+}
+
+void check_launched(const adapter_t& adapter) {
+    if (adapter.phase < phase_e::LAUNCHED || adapter.phase == phase_e::ENDED) {
+        throw refused_t{"there is no program"};
+    }
+}
+
+void check_stopped(const adapter_t& adapter) {
+    check_launched(adapter);
+    if (adapter.phase == phase_e::RUNNING) {
+        throw refused_t{"the program runs"};
+    }
+}
+
+std::vector<std::string> adapter_take(adapter_t& adapter, std::string_view message) {
+    take(adapter, message);
+    return take_messages(adapter);
+}
+
+adapter_pass_t adapter_run(adapter_t& adapter, uint64_t now_us) {
+    adapter_pass_t pass{};
+    pass.next_ms = run(adapter, now_us, pass);
+    if (adapter.phase >= phase_e::LAUNCHED && adapter.phase != phase_e::ENDED) {
+        tell_what_was_said(adapter);
+        const std::optional<int> board_ms = tell_board(adapter, now_us);
+        if (board_ms && !pass.next_ms) {
+            pass.next_ms = board_ms;
+        }
+    }
+    pass.messages = take_messages(adapter);
+    return pass;
+}
+
+bool adapter_interrupts(std::string_view text) {
+    const json message = json::parse(text, nullptr, NO_EXCEPTIONS);
+    const json& command = message.is_discarded() ? message : member(message, "command");
+    for (const char* const one : {"cancel", "pause", "disconnect", "terminate", "restart"}) {
+        if (command == one) {
+            return true;
+        }
+    }
+    return false;
+}

@@ -1,0 +1,99 @@
+#pragma once
+
+// The Debug Adapter Protocol for a K24 program: messages in, messages out, and a run in pieces. It has no input,
+// output, threads or clock of its own: whoever carries the messages calls it.
+//
+// A program begins with the request `launch` and is then a session of debugger/session.h. What is not in the
+// protocol, the board with its lamps, keys and screen, has requests and an event of its own: docs/tovik-dap.md.
+//
+// The board's addresses count words. Addresses in the protocol count bytes, in `memoryReference` and
+// `instructionReference`: word N is the bytes 4 N to 4 N + 3, the lowest one first.
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "debugger/session.h"
+
+enum class phase_e : uint8_t {
+    STARTED,     // before `initialize`
+    INITIALIZED, // before `launch`
+    LAUNCHED,    // before `configurationDone`
+    STOPPED,
+    RUNNING,
+    ENDED, // there is no program any more
+};
+
+struct client_says_t {
+    int first_line = 1;
+    int first_column = 1;
+    bool invalidated = false; // takes the event of this name
+};
+
+// What the front end has been told of the board.
+struct board_told_t {
+    bool wanted = false;
+    bool sound = false;
+    uint64_t at_us = 0; // of the last event
+    nlohmann::json members = nlohmann::json::object();
+    size_t sound_runs = 0;    // of machine.speaker_samples
+    uint32_t sound_times = 0; // of the last of these
+};
+
+struct adapter_t {
+    std::string version{};
+
+    // Called during long ways through the history, with how much is done, 0 to 1; whether to go on.
+    progress_t go_on{};
+
+    bool over = false; // the client has disconnected, and the program that carries the messages is to end
+
+    // The adapter's own.
+    phase_e phase = phase_e::STARTED;
+    client_says_t client{};
+    int64_t next_seq = 1;
+    std::vector<nlohmann::json> messages{}; // to be sent
+    nlohmann::json launch{};                // the arguments of this request, for `restart`
+    bool ends_at_halt = false;
+    bool at_board_speed = false;
+    session_stop_t stop{}; // where it has stopped
+    std::map<std::string, nlohmann::json> breakpoints{}; // the arguments of the last requests, by file
+    nlohmann::json address_breakpoints{};
+    nlohmann::json watches{};
+    board_told_t board{};
+    std::string lcd_told{};
+    moment_t went_at = 0;      // where the board was when it last went on
+    int32_t piece = 0;         // instructions
+    uint64_t piece_at_us = 0;  // when the last one began; 0 for none
+    uint64_t paced_us = 0;     // when the board's clock and its instructions agreed; 0 for not yet
+    moment_t paced_moment = 0; // and where it was then
+};
+
+// Takes a message, and returns those to be sent. A message that cannot be understood or carried out has the
+// answer that it failed; nothing that comes ends the adapter.
+[[nodiscard]] std::vector<std::string> adapter_take(adapter_t& adapter, std::string_view message);
+
+// What is to be done after a piece of a run.
+struct adapter_pass_t {
+    std::vector<std::string> messages; // to be sent
+
+    // After how many milliseconds to call it again, unless a message comes before; none while nothing runs.
+    std::optional<int> next_ms;
+
+    // What the program waits for at the computer: until this returns true. It waits so many milliseconds at
+    // most. Else nullptr.
+    bool (*wait)(int most_ms) = nullptr;
+};
+
+// Goes on with what runs, for about 10 ms; to be called after messages, too. `now_us` is the time on a clock that
+// never goes back, in microseconds from anywhere.
+[[nodiscard]] adapter_pass_t adapter_run(adapter_t& adapter, uint64_t now_us);
+
+// Whether a message that has come is reason enough to give up a long way, before it is taken: one that asks for
+// an end or a pause.
+[[nodiscard]] bool adapter_interrupts(std::string_view message);

@@ -1,0 +1,257 @@
+// The board itself, for front ends that draw it: what it shows, and what its user does.
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <utility>
+
+#include "base/machine.h"
+#include "debugger/adapter_internal.h"
+#include "debugger/history.h"
+#include "devices/ledswitchtimer.h"
+#include "devices/mouse.h"
+#include "devices/ps2.h"
+#include "devices/serial.h"
+#include "ui/screen.h"
+
+namespace {
+
+constexpr uint64_t US_BETWEEN_EVENTS = 1'000'000 / 30;
+constexpr int US_PER_MS = 1000;
+
+// At most so many in one event: ten seconds.
+constexpr size_t MOST_SAMPLES = 80'000;
+
+std::string lcd_line(int line) {
+    std::string text;
+    for (const uint8_t character : machine.lcd_ram[line]) {
+        text += character >= ' ' && character <= '~' ? static_cast<char>(character) : ' ';
+    }
+    return text;
+}
+
+std::string digits(int32_t value) {
+    std::array<char, 8> text{};
+    std::snprintf(text.data(), text.size(), "%04X", static_cast<uint32_t>(value) & 0xffff);
+    return text.data();
+}
+
+// All but the screen and the sound.
+json members_now() {
+    return {{"switches", machine.sw},
+            {"ledRed", machine.led_red},
+            {"ledGreen", machine.led_green},
+            {"hex", digits(machine.hex74) + digits(machine.hex30)},
+            {"lcd", {lcd_line(0), lcd_line(1)}},
+            {"mouseActive", machine.mouse_active == 1}};
+}
+
+std::string color_text(uint32_t color) {
+    std::array<char, 8> text{};
+    std::snprintf(text.data(), text.size(), "#%06x", color & 0xffffff);
+    return text.data();
+}
+
+json rectangle(const box_t& box) {
+    return {{"x", box.x1}, {"y", box.y1}, {"width", box.x2 - box.x1 + 1}, {"height", box.y2 - box.y1 + 1}};
+}
+
+std::string pixels_in(const box_t& box) {
+    std::string bytes;
+    for (int32_t y = box.y1; y <= box.y2; ++y) {
+        for (int32_t x = box.x1; x <= box.x2; ++x) {
+            const uint32_t color = machine.vga_picture[y][x];
+            bytes += {static_cast<char>(color >> 16), static_cast<char>(color >> 8), static_cast<char>(color)};
+        }
+    }
+    return bytes;
+}
+
+json screen_rectangles() {
+    const screen_changes_t changes = take_screen_changes();
+    json rectangles = json::array();
+    if (changes.copy) {
+        json one = rectangle(changes.area);
+        one["rgb"] = base64_of(pixels_in(changes.area));
+        rectangles.push_back(std::move(one));
+        return rectangles;
+    }
+    for (const colored_box_t& fill : changes.fills) {
+        json one = rectangle(fill.box);
+        one["color"] = color_text(true_color(fill.color));
+        rectangles.push_back(std::move(one));
+    }
+    return rectangles;
+}
+
+// The samples that the speaker has played since the last call, 16 bits each, the low byte first. Where the board
+// has gone back, none.
+std::string new_sound(board_told_t& told) {
+    const auto& runs = machine.speaker_samples;
+    std::string bytes;
+    if (told.sound_runs > runs.size()) {
+        told.sound_runs = runs.size();
+        told.sound_times = runs.empty() ? 0 : runs.back().times;
+    }
+    size_t at = told.sound_runs == 0 ? 0 : told.sound_runs - 1;
+    uint32_t done = told.sound_runs == 0 ? 0 : told.sound_times;
+    for (; at < runs.size() && bytes.size() < MOST_SAMPLES * 2; ++at, done = 0) {
+        for (; done < runs[at].times && bytes.size() < MOST_SAMPLES * 2; ++done) {
+            const auto sample = static_cast<uint16_t>(runs[at].sample);
+            bytes += {static_cast<char>(sample & 0xff), static_cast<char>(sample >> 8)};
+        }
+        told.sound_runs = at + 1;
+        told.sound_times = done;
+    }
+    return bytes;
+}
+
+// An act of the user's, at the board.
+void act(adapter_t& adapter, std::function<void()> what) {
+    check_launched(adapter);
+    history_act(std::move(what));
+    if (adapter.phase != phase_e::RUNNING) {
+        tell_changed(adapter, "variables");
+    }
+}
+
+json go_to(adapter_t& adapter, moment_t moment) {
+    adapter.went_at = history_now();
+    const bool arrived = session_go_to(moment, adapter.go_on);
+    adapter.stop = {};
+    tell_stopped(adapter, "goto", arrived ? "" : "Given up on the way");
+    return {{"now", history_now()}};
+}
+
+} // namespace
+
+std::string lcd_text() { return lcd_line(0) + "|" + lcd_line(1); }
+
+std::optional<int> tell_board(adapter_t& adapter, uint64_t now_us) {
+    board_told_t& board = adapter.board;
+    if (!board.wanted) {
+        return std::nullopt;
+    }
+    if (board.at_us != 0 && now_us - board.at_us < US_BETWEEN_EVENTS) {
+        return static_cast<int>((US_BETWEEN_EVENTS - (now_us - board.at_us)) / US_PER_MS + 1);
+    }
+    const json now = members_now();
+    json body = json::object();
+    for (const auto& [name, value] : now.items()) {
+        if (member(board.members, name.c_str()) != value) {
+            body[name] = value;
+        }
+    }
+    if (json rectangles = screen_rectangles(); !rectangles.empty()) {
+        body["screen"] = std::move(rectangles);
+    }
+    if (board.sound) {
+        if (const std::string sound = new_sound(board); !sound.empty()) {
+            body["sound"] = base64_of(sound);
+        }
+    }
+    if (body.empty()) {
+        return std::nullopt;
+    }
+    board.members = now;
+    board.at_us = now_us;
+    body["moment"] = history_now();
+    tell(adapter, "tovik/board", std::move(body));
+    return static_cast<int>(US_BETWEEN_EVENTS / US_PER_MS + 1);
+}
+
+json board_switch(adapter_t& adapter, const json& arguments) {
+    const auto number = static_cast<int>(number_in(arguments, "number", 0, SWITCHES - 1));
+    const bool on = flag_in(arguments, "on", (machine.sw >> number & 1) == 0);
+    act(adapter, [=] {
+        if ((machine.sw >> number & 1) != (on ? 1 : 0)) {
+            io_sw_toggle(number);
+        }
+    });
+    return {{"switches", machine.sw}};
+}
+
+json board_key(adapter_t& adapter, const json& arguments) {
+    constexpr int HIGHEST_CODE = 255;
+    if (flag_in(arguments, "controlM")) {
+        act(adapter, [] { io_ps2_ctrlm(); });
+        return nullptr;
+    }
+    if (const std::string text = text_in(arguments, "text", ""); !text.empty()) {
+        act(adapter, [text] {
+            for (const char c : text) {
+                io_ps2_press(c);
+                io_ps2_release(c);
+            }
+        });
+        return nullptr;
+    }
+    const auto c = static_cast<char>(number_in(arguments, "code", 0, HIGHEST_CODE));
+    const bool down = flag_in(arguments, "down", true);
+    act(adapter, [=] { (down ? io_ps2_press : io_ps2_release)(c); });
+    return nullptr;
+}
+
+json board_pointer(adapter_t& adapter, const json& arguments) {
+    constexpr int BUTTONS = 3;
+    constexpr int FARTHEST = 1 << 20;
+    const bool moves = !member(arguments, "x").is_null() || !member(arguments, "y").is_null();
+    const auto x = moves ? static_cast<int>(number_in(arguments, "x", -FARTHEST, FARTHEST)) : 0;
+    const auto y = moves ? static_cast<int>(number_in(arguments, "y", -FARTHEST, FARTHEST)) : 0;
+    const auto button = static_cast<int>(number_in(arguments, "button", 1, BUTTONS, 0));
+    const bool down = flag_in(arguments, "down", true);
+    const json& inside = member(arguments, "inside");
+    const bool enters = flag_in(arguments, "inside");
+    const bool crosses = !inside.is_null();
+    act(adapter, [=] {
+        if (crosses && !enters) {
+            io_mouse_deactivate();
+        } else if (crosses && machine.mouse_active == 0) {
+            io_mouse_activate();
+        }
+        if (moves) {
+            io_mouse_motion(x, y);
+        }
+        if (button != 0) {
+            (down ? io_mouse_press : io_mouse_release)(button - 1);
+        }
+    });
+    return nullptr;
+}
+
+json board_serial(adapter_t& adapter, const json& arguments) {
+    std::string bytes = text_in(arguments, "text", "");
+    if (!member(arguments, "data").is_null()) {
+        const std::optional<std::string> data = bytes_of_base64(text_in(arguments, "data"));
+        if (!data) {
+            throw refused_t{"data is not base64"};
+        }
+        bytes = *data;
+    }
+    act(adapter, [bytes] { std::for_each(bytes.begin(), bytes.end(), io_serial_press); });
+    return nullptr;
+}
+
+json go_to_moment(adapter_t& adapter, const json& arguments) {
+    check_stopped(adapter);
+    return go_to(adapter, static_cast<moment_t>(number_in(arguments, "moment", 0, INT64_MAX)));
+}
+
+json history_bounds(adapter_t& adapter, const json& /*arguments*/) {
+    check_launched(adapter);
+    return {{"first", history_first()}, {"now", history_now()}, {"newest", history_newest()}};
+}
+
+json last_write(adapter_t& adapter, const json& arguments) {
+    check_stopped(adapter);
+    const int32_t place = place_named(text_in(arguments, "expression"));
+    const std::optional<written_t> written = session_last_write(place, adapter.go_on);
+    if (!written) {
+        return {{"found", false}};
+    }
+    return {{"found", true},
+            {"moment", written->moment},
+            {"count", written->count},
+            {"instructionReference", memory_reference(written->pc)},
+            {"place", shown(where(session_places(), written->pc))}};
+}

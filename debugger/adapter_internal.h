@@ -1,0 +1,153 @@
+#pragma once
+
+// What the parts of the adapter share.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "debugger/adapter.h"
+
+using nlohmann::json;
+
+// Thrown by a handler, which has then changed nothing; the request is answered with it.
+struct refused_t {
+    std::string message;
+};
+
+// The only thread of the protocol.
+constexpr int THREAD = 1;
+
+// ---- Messages
+
+// Queues an event.
+void tell(adapter_t& adapter, const char* event, json body = json::object());
+
+// Queues a text for the console.
+void tell_output(adapter_t& adapter, const char* category, const std::string& text);
+
+// What the board and the logs have said since the last call.
+void tell_what_was_said(adapter_t& adapter);
+
+// A member of an object, or null; an object that is none has no members.
+const json& member(const json& object, const char* name);
+
+// Members of the arguments. Throw refused_t when they are of another kind, or outside of the range.
+std::string text_in(const json& arguments, const char* name);
+std::string text_in(const json& arguments, const char* name, const std::string& otherwise);
+int64_t number_in(const json& arguments, const char* name, int64_t lowest, int64_t highest);
+int64_t number_in(const json& arguments, const char* name, int64_t lowest, int64_t highest, int64_t otherwise);
+bool flag_in(const json& arguments, const char* name, bool otherwise = false);
+
+// Throw refused_t unless there is a program, and unless it stands still.
+void check_launched(const adapter_t& adapter);
+void check_stopped(const adapter_t& adapter);
+
+// ---- Launch
+
+void set_phase(adapter_t& adapter, phase_e phase);
+void begin_motion(adapter_t& adapter, motion_e motion, int32_t address = -1);
+
+// Tells that the program has stopped, or is over.
+void tell_stop(adapter_t& adapter, const session_stop_t& stop);
+void tell_stopped(adapter_t& adapter, const char* reason, const std::string& description,
+                  const std::vector<int>& ids = {});
+void end_program(adapter_t& adapter);
+
+// After a change that no step has made.
+void tell_changed(adapter_t& adapter, const char* area);
+
+// Gives the session all breakpoints again, after a new beginning.
+void set_all_breakpoints(adapter_t& adapter);
+
+// ---- Places and values
+
+json source_of(const std::string& file);
+
+// What an expression says, with the labels of the program. Throws tovik_error.
+expression_t parse(const std::string& text);
+
+// The address that an expression names. Throws refused_t when it names none.
+int32_t place_named(const std::string& text);
+
+// What is at an address, without side effects; none for a register that shows nothing, and for no address.
+std::optional<int32_t> value_at(int32_t address);
+
+// A reference of the protocol to a word of memory, and the byte that one means.
+std::string memory_reference(int32_t address);
+int64_t byte_of_reference(const std::string& reference);
+
+// The place that a variable in a container has.
+int32_t place_of_variable(int64_t reference, const std::string& name);
+
+// "add sum sum one", for the word at an address, with labels where there are some; and how many words it is.
+struct decoded_t {
+    std::string text;
+    int32_t size;
+    bool is_instruction;
+};
+decoded_t decode(int32_t address);
+
+std::string base64_of(std::string_view bytes);
+std::optional<std::string> bytes_of_base64(std::string_view text);
+
+// ---- Board
+
+// The event `tovik/board`, when it is time for it. Returns after how many milliseconds the next one is due.
+std::optional<int> tell_board(adapter_t& adapter, uint64_t now_us);
+
+// What the display shows, as two lines.
+std::string lcd_text();
+
+// ---- The requests; the names are those of the protocol
+
+json initialize(adapter_t& adapter, const json& arguments);
+json launch(adapter_t& adapter, const json& arguments);
+json attach(adapter_t& adapter, const json& arguments);
+json configuration_done(adapter_t& adapter, const json& arguments);
+json restart(adapter_t& adapter, const json& arguments);
+json terminate_program(adapter_t& adapter, const json& arguments);
+json disconnect(adapter_t& adapter, const json& arguments);
+
+json set_breakpoints(adapter_t& adapter, const json& arguments);
+json set_instruction_breakpoints(adapter_t& adapter, const json& arguments);
+json set_exception_breakpoints(adapter_t& adapter, const json& arguments);
+json data_breakpoint_info(adapter_t& adapter, const json& arguments);
+json set_data_breakpoints(adapter_t& adapter, const json& arguments);
+
+json threads(adapter_t& adapter, const json& arguments);
+json stack_trace(adapter_t& adapter, const json& arguments);
+json continue_program(adapter_t& adapter, const json& arguments);
+json next_instruction(adapter_t& adapter, const json& arguments);
+json step_in(adapter_t& adapter, const json& arguments);
+json step_out(adapter_t& adapter, const json& arguments);
+json step_back(adapter_t& adapter, const json& arguments);
+json reverse_continue(adapter_t& adapter, const json& arguments);
+json pause_program(adapter_t& adapter, const json& arguments);
+json goto_targets(adapter_t& adapter, const json& arguments);
+json goto_target(adapter_t& adapter, const json& arguments);
+json exception_info(adapter_t& adapter, const json& arguments);
+json cancel(adapter_t& adapter, const json& arguments);
+
+json scopes(adapter_t& adapter, const json& arguments);
+json variables(adapter_t& adapter, const json& arguments);
+json set_variable(adapter_t& adapter, const json& arguments);
+json set_expression(adapter_t& adapter, const json& arguments);
+json evaluate_text(adapter_t& adapter, const json& arguments);
+json completions(adapter_t& adapter, const json& arguments);
+
+json disassemble(adapter_t& adapter, const json& arguments);
+json read_memory(adapter_t& adapter, const json& arguments);
+json write_memory(adapter_t& adapter, const json& arguments);
+json source(adapter_t& adapter, const json& arguments);
+json loaded_sources(adapter_t& adapter, const json& arguments);
+
+json board_switch(adapter_t& adapter, const json& arguments);
+json board_key(adapter_t& adapter, const json& arguments);
+json board_pointer(adapter_t& adapter, const json& arguments);
+json board_serial(adapter_t& adapter, const json& arguments);
+json go_to_moment(adapter_t& adapter, const json& arguments);
+json history_bounds(adapter_t& adapter, const json& arguments);
+json last_write(adapter_t& adapter, const json& arguments);

@@ -1,0 +1,224 @@
+// The beginning and the end of a program.
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+#include "base/machine.h"
+#include "debugger/adapter_internal.h"
+#include "debugger/front.h"
+#include "devices/audio.h"
+#include "devices/ledswitchtimer.h"
+#include "ui/screen.h"
+
+namespace {
+
+constexpr int64_t HIGHEST = std::numeric_limits<int64_t>::max();
+
+// One text, or a list of them.
+std::vector<std::string> texts_in(const json& arguments, const char* name) {
+    const json& texts = member(arguments, name);
+    if (texts.is_null()) {
+        return {};
+    }
+    if (texts.is_string()) {
+        return {texts.get<std::string>()};
+    }
+    std::vector<std::string> result;
+    const bool good = texts.is_array() && std::all_of(texts.begin(), texts.end(),
+                                                      [](const json& text) { return text.is_string(); });
+    if (!good) {
+        throw refused_t{std::string(name) + " is neither a text nor a list of texts"};
+    }
+    for (const json& text : texts) {
+        result.push_back(text);
+    }
+    return result;
+}
+
+session_options_t options_in(const json& arguments) {
+    session_options_t options;
+    options.program = text_in(arguments, "program");
+    if (!options.program.ends_with(".k") && !options.program.ends_with(".mif")) {
+        throw refused_t{"program: '" + options.program + "' ends neither in .k nor in .mif"};
+    }
+    if (!member(arguments, "limit").is_null()) {
+        options.limit = number_in(arguments, "limit", 1, HIGHEST);
+    }
+    options.switches =
+        static_cast<int32_t>(number_in(arguments, "switches", 0, (int64_t{1} << SWITCHES) - 1, 0));
+    options.seed = static_cast<uint64_t>(number_in(arguments, "seed", 0, HIGHEST, 1));
+    if (!member(arguments, "script").is_null()) {
+        options.script = text_in(arguments, "script");
+    }
+    return options;
+}
+
+std::map<std::string, std::vector<std::string>> answers_in(const json& arguments) {
+    // A file over a source would destroy a student's work.
+    for (const std::string& card : texts_in(arguments, "sd")) {
+        if (card.ends_with(".k")) {
+            throw refused_t{"sd: " + card + " is a source"};
+        }
+    }
+    return {{"Choose SD card file", texts_in(arguments, "sd")},
+            {"Choose microphone .wav file", texts_in(arguments, "microphone")},
+            {"Choose kmovie file", texts_in(arguments, "camera")},
+            {SERIAL_PORT, texts_in(arguments, "serial")}};
+}
+
+// What the assembler and the loader have said belongs to the failure.
+void begin(adapter_t& adapter, const json& arguments) {
+    const session_options_t options = options_in(arguments);
+    const std::string speed = text_in(arguments, "speed", "max");
+    if (speed != "max" && speed != "board") {
+        throw refused_t{"speed: '" + speed + "' is neither max nor board"};
+    }
+    const bool ends_at_halt =
+        flag_in(arguments, "noDebug") || !flag_in(arguments, "stopAtEnd", true);
+    board_told_t board;
+    board.wanted = flag_in(arguments, "board");
+    board.sound = flag_in(arguments, "sound");
+    flag_in(arguments, "stopOnEntry");
+    front = {};
+    front.answers = answers_in(arguments);
+
+    speaker_recording = board.sound;
+    screen_open = true;
+    session_log = [&adapter](const std::string& text) { tell_output(adapter, "console", text + "\n"); };
+    try {
+        session_begin(options);
+    } catch (const tovik_error& error) {
+        std::string text = error.message;
+        for (const front_message_t& message : std::exchange(front.messages, {})) {
+            text = message.text + (message.text == text ? "" : "\n" + text);
+        }
+        throw refused_t{text};
+    }
+    repaint_screen();
+    adapter.launch = arguments;
+    adapter.ends_at_halt = ends_at_halt;
+    adapter.at_board_speed = speed == "board";
+    adapter.board = std::move(board);
+    adapter.lcd_told = lcd_text();
+    adapter.stop = {.why = stop_e::ENTRY, .ids = {}, .description = {}};
+    set_phase(adapter, phase_e::LAUNCHED);
+    if (const std::string& difference = session_places().difference; !difference.empty()) {
+        tell_output(adapter, "important", difference + "\n");
+    }
+}
+
+void end_session(adapter_t& adapter) {
+    if (adapter.phase >= phase_e::LAUNCHED && adapter.phase != phase_e::ENDED) {
+        tell_what_was_said(adapter);
+        session_end();
+        set_phase(adapter, phase_e::ENDED);
+    }
+}
+
+void set_out(adapter_t& adapter) {
+    if (flag_in(adapter.launch, "stopOnEntry")) {
+        tell_stop(adapter, {.why = stop_e::ENTRY, .ids = {}, .description = {}});
+    } else {
+        begin_motion(adapter, motion_e::CONTINUE);
+    }
+}
+
+} // namespace
+
+json initialize(adapter_t& adapter, const json& arguments) {
+    adapter.client.first_line = flag_in(arguments, "linesStartAt1", true) ? 1 : 0;
+    adapter.client.first_column = flag_in(arguments, "columnsStartAt1", true) ? 1 : 0;
+    adapter.client.invalidated = flag_in(arguments, "supportsInvalidatedEvent");
+    if (text_in(arguments, "pathFormat", "path") != "path") {
+        throw refused_t{"files are named by paths"};
+    }
+    set_phase(adapter, phase_e::INITIALIZED);
+    json capabilities = {{"exceptionBreakpointFilters", json::array()},
+                         {"completionTriggerCharacters", {".", "&", "["}},
+                         {"tovikVersion", adapter.version}};
+    for (const char* const supported :
+         {"supportsConfigurationDoneRequest", "supportsConditionalBreakpoints",
+          "supportsHitConditionalBreakpoints", "supportsLogPoints", "supportsInstructionBreakpoints",
+          "supportsDataBreakpoints", "supportsEvaluateForHovers", "supportsStepBack", "supportsSetVariable",
+          "supportsSetExpression", "supportsGotoTargetsRequest", "supportsCompletionsRequest",
+          "supportsRestartRequest", "supportsExceptionInfoRequest", "supportsTerminateRequest",
+          "supportsReadMemoryRequest", "supportsWriteMemoryRequest", "supportsDisassembleRequest",
+          "supportsCancelRequest", "supportsLoadedSourcesRequest", "supportsSteppingGranularity",
+          "supportsValueFormattingOptions", "supportsClipboardContext"}) {
+        capabilities[supported] = true;
+    }
+    return capabilities;
+}
+
+json launch(adapter_t& adapter, const json& arguments) {
+    if (adapter.phase != phase_e::INITIALIZED) {
+        throw refused_t{"a program has been launched"};
+    }
+    begin(adapter, arguments);
+    // Breakpoints need the program.
+    tell(adapter, "initialized");
+    return nullptr;
+}
+
+json attach(adapter_t& /*adapter*/, const json& /*arguments*/) {
+    throw refused_t{"the board belongs to the debugger: a program is launched, there is none to attach to"};
+}
+
+json configuration_done(adapter_t& adapter, const json& /*arguments*/) {
+    if (adapter.phase != phase_e::LAUNCHED) {
+        throw refused_t{"configurationDone comes once, after launch"};
+    }
+    set_out(adapter);
+    return nullptr;
+}
+
+json restart(adapter_t& adapter, const json& arguments) {
+    check_launched(adapter);
+    const json& given = member(arguments, "arguments");
+    const json with = member(given, "program").is_string() ? given : adapter.launch;
+    options_in(with); // what is wrong with them leaves the program as it is
+    answers_in(with);
+    const bool configured = adapter.phase != phase_e::LAUNCHED;
+    end_session(adapter);
+    try {
+        begin(adapter, with);
+    } catch (const refused_t& error) {
+        tell_output(adapter, "stderr", error.message + "\n");
+        tell(adapter, "terminated");
+        throw;
+    }
+    set_all_breakpoints(adapter);
+    if (configured) {
+        set_out(adapter);
+    }
+    if (adapter.phase == phase_e::RUNNING) {
+        tell(adapter, "continued", {{"threadId", THREAD}, {"allThreadsContinued", true}});
+    }
+    return nullptr;
+}
+
+json terminate_program(adapter_t& adapter, const json& /*arguments*/) {
+    check_launched(adapter);
+    end_session(adapter);
+    tell(adapter, "terminated");
+    return nullptr;
+}
+
+json disconnect(adapter_t& adapter, const json& /*arguments*/) {
+    end_session(adapter);
+    adapter.over = true;
+    return nullptr;
+}
+
+void set_phase(adapter_t& adapter, phase_e phase) {
+    adapter.phase = phase;
+    adapter.piece_at_us = 0;
+    adapter.paced_us = 0;
+}
+
+void end_program(adapter_t& adapter) {
+    end_session(adapter);
+    tell(adapter, "exited", {{"exitCode", 0}});
+    tell(adapter, "terminated");
+}

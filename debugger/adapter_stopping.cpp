@@ -1,0 +1,200 @@
+// How the program goes on, where it stops and why.
+
+#include <utility>
+
+#include "base/machine.h"
+#include "debugger/adapter_internal.h"
+
+namespace {
+
+struct reason_text_t {
+    stop_e why;
+    const char* reason; // of the protocol, where it has one
+    const char* description;
+};
+
+constexpr reason_text_t REASONS[] = {
+    {stop_e::ENTRY, "entry", "At the beginning"},
+    {stop_e::STEP, "step", ""},
+    {stop_e::PAUSE, "pause", "Paused"},
+    {stop_e::BREAKPOINT, "breakpoint", "At a breakpoint"},
+    {stop_e::WATCH, "data breakpoint", "At a data breakpoint"},
+    {stop_e::HALT, "halt", "Halted"},
+    {stop_e::FAULT, "exception", "Stopped by a fault"},
+    {stop_e::LIMIT, "limit", "The limit of instructions is reached"},
+    {stop_e::BEGINNING, "entry", "At the beginning of the history"},
+};
+
+json go(adapter_t& adapter, motion_e motion, int32_t address = -1) {
+    check_stopped(adapter);
+    if (adapter.phase == phase_e::LAUNCHED) {
+        throw refused_t{"configurationDone comes first"};
+    }
+    begin_motion(adapter, motion, address);
+    return nullptr;
+}
+
+std::string first_line(const std::string& text) { return text.substr(0, text.find('\n')); }
+
+void tell_lcd(adapter_t& adapter) {
+    if (const std::string text = lcd_text(); text != adapter.lcd_told) {
+        adapter.lcd_told = text;
+        tell_output(adapter, "console", "LCD: " + text + "\n");
+    }
+}
+
+json shown_frame(const adapter_t& adapter, const frame_t& frame, size_t index) {
+    const where_t place = where(session_places(), frame.address);
+    json shown = {{"id", index + 1},
+                  {"name", frame.subroutine.empty() ? "main" : frame.subroutine},
+                  {"line", 0},
+                  {"column", 0},
+                  {"instructionPointerReference", memory_reference(frame.address)}};
+    if (place.line > 0) {
+        shown["line"] = place.line - 1 + adapter.client.first_line;
+        shown["column"] = adapter.client.first_column;
+        shown["source"] = source_of(place.file);
+        if (const std::string& difference = session_places().difference; !difference.empty()) {
+            shown["source"]["origin"] = difference;
+            shown["source"]["presentationHint"] = "deemphasize";
+        }
+    } else {
+        shown["name"] = shown["name"].get<std::string>() + ", address " + std::to_string(frame.address);
+    }
+    return shown;
+}
+
+} // namespace
+
+void begin_motion(adapter_t& adapter, motion_e motion, int32_t address) {
+    adapter.went_at = history_now();
+    session_go(motion, address);
+    set_phase(adapter, phase_e::RUNNING);
+}
+
+void tell_stopped(adapter_t& adapter, const char* reason, const std::string& description,
+                  const std::vector<int>& ids) {
+    tell_what_was_said(adapter);
+    tell_lcd(adapter);
+    set_phase(adapter, phase_e::STOPPED);
+    json body = {{"reason", reason}, {"threadId", THREAD}, {"allThreadsStopped", true}};
+    if (!description.empty()) {
+        body["description"] = first_line(description);
+        body["text"] = description;
+    }
+    if (!ids.empty()) {
+        body["hitBreakpointIds"] = ids;
+    }
+    tell(adapter, "stopped", std::move(body));
+    if (history_now() < adapter.went_at) {
+        tell_changed(adapter, "all");
+    }
+}
+
+void tell_stop(adapter_t& adapter, const session_stop_t& stop) {
+    adapter.stop = stop;
+    if (adapter.ends_at_halt && (stop.why == stop_e::HALT || stop.why == stop_e::LIMIT)) {
+        tell_what_was_said(adapter);
+        tell_lcd(adapter);
+        end_program(adapter);
+        return;
+    }
+    for (const reason_text_t& text : REASONS) {
+        if (text.why == stop.why) {
+            tell_stopped(adapter, text.reason, stop.description.empty() ? text.description : stop.description,
+                         stop.ids);
+        }
+    }
+}
+
+void tell_changed(adapter_t& adapter, const char* area) {
+    if (adapter.client.invalidated) {
+        tell(adapter, "invalidated", {{"areas", {area}}});
+    }
+}
+
+json threads(adapter_t& /*adapter*/, const json& /*arguments*/) {
+    return {{"threads", {{{"id", THREAD}, {"name", "K24"}}}}};
+}
+
+json stack_trace(adapter_t& adapter, const json& arguments) {
+    check_stopped(adapter);
+    const auto first = static_cast<size_t>(number_in(arguments, "startFrame", 0, INT32_MAX, 0));
+    const auto levels = static_cast<size_t>(number_in(arguments, "levels", 0, INT32_MAX, 0));
+    const std::vector<frame_t> frames = session_frames();
+    json shown = json::array();
+    for (size_t i = first; i < frames.size() && (levels == 0 || i - first < levels); ++i) {
+        shown.push_back(shown_frame(adapter, frames[i], i));
+    }
+    return {{"stackFrames", shown}, {"totalFrames", frames.size()}};
+}
+
+json continue_program(adapter_t& adapter, const json& /*arguments*/) {
+    go(adapter, motion_e::CONTINUE);
+    return {{"allThreadsContinued", true}};
+}
+
+json next_instruction(adapter_t& adapter, const json& /*arguments*/) { return go(adapter, motion_e::STEP_OVER); }
+
+json step_in(adapter_t& adapter, const json& /*arguments*/) { return go(adapter, motion_e::STEP_IN); }
+
+json step_out(adapter_t& adapter, const json& /*arguments*/) { return go(adapter, motion_e::STEP_OUT); }
+
+// Line by line a call behind is gone over, instruction by instruction it is gone into.
+json step_back(adapter_t& adapter, const json& arguments) {
+    const bool into = text_in(arguments, "granularity", "statement") == "instruction";
+    return go(adapter, into ? motion_e::STEP_BACK : motion_e::STEP_BACK_OVER);
+}
+
+json reverse_continue(adapter_t& adapter, const json& /*arguments*/) {
+    return go(adapter, motion_e::REVERSE_CONTINUE);
+}
+
+json pause_program(adapter_t& adapter, const json& /*arguments*/) {
+    check_launched(adapter);
+    if (adapter.phase != phase_e::RUNNING) {
+        throw refused_t{"the program does not run"};
+    }
+    session_pause();
+    return nullptr;
+}
+
+json goto_targets(adapter_t& adapter, const json& arguments) {
+    check_launched(adapter);
+    const std::string file = text_in(member(arguments, "source"), "path");
+    const auto line =
+        static_cast<int32_t>(number_in(arguments, "line", adapter.client.first_line, INT32_MAX));
+    const line_address_t found =
+        address_of_line(session_places(), file, line + 1 - adapter.client.first_line);
+    json targets = json::array();
+    if (found.address >= 0) {
+        // The numbers of targets must not be 0 everywhere.
+        targets.push_back({{"id", found.address + 1},
+                           {"label", shown(where(session_places(), found.address))},
+                           {"line", found.line - 1 + adapter.client.first_line},
+                           {"instructionPointerReference", memory_reference(found.address)}});
+    }
+    return {{"targets", targets}};
+}
+
+json goto_target(adapter_t& adapter, const json& arguments) {
+    check_stopped(adapter);
+    session_set_pc(static_cast<int32_t>(number_in(arguments, "targetId", 1, MEMORY_SIZE) - 1));
+    tell_stopped(adapter, "goto", "");
+    return nullptr;
+}
+
+json exception_info(adapter_t& adapter, const json& /*arguments*/) {
+    check_stopped(adapter);
+    if (adapter.stop.why != stop_e::FAULT) {
+        throw refused_t{"no fault has stopped the program"};
+    }
+    const std::string& text = adapter.stop.description;
+    return {{"exceptionId", first_line(text)},
+            {"description", text},
+            {"breakMode", "always"},
+            {"details", {{"message", text}}}};
+}
+
+// What takes long is given up when this comes, and is over by now.
+json cancel(adapter_t& /*adapter*/, const json& /*arguments*/) { return nullptr; }

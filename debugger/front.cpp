@@ -1,0 +1,3 @@
+#include "debugger/front.h"
+
+front_t front;
