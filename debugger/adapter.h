@@ -45,6 +45,12 @@ struct board_told_t {
     uint32_t sound_times = 0; // of the last of these
 };
 
+// A request that has set breakpoints, and the numbers that these have for the client.
+struct breakpoints_told_t {
+    nlohmann::json arguments{};
+    std::vector<int> ids{};
+};
+
 struct adapter_t {
     std::string version{};
 
@@ -62,9 +68,11 @@ struct adapter_t {
     bool ends_at_halt = false;
     bool at_board_speed = false;
     session_stop_t stop{}; // where it has stopped
-    std::map<std::string, nlohmann::json> breakpoints{}; // the arguments of the last requests, by file
-    nlohmann::json address_breakpoints{};
-    nlohmann::json watches{};
+    std::map<std::string, breakpoints_told_t> breakpoints{}; // by file
+    breakpoints_told_t address_breakpoints{};
+    breakpoints_told_t watches{};
+    std::map<int, int> ids{}; // from the session's numbers to those, which outlive it
+    int next_id = 1;
     board_told_t board{};
     std::string lcd_told{};
     moment_t went_at = 0;      // where the board was when it last went on

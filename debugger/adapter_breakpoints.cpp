@@ -30,8 +30,19 @@ const json& list_in(const json& arguments) {
     return list.is_null() ? none : list;
 }
 
+// Breakpoints that are set `again` for a new session have the numbers that they had.
+int told_id(adapter_t& adapter, int id, const std::vector<int>& again, size_t index) {
+    const auto known = adapter.ids.find(id);
+    if (known != adapter.ids.end()) {
+        return known->second;
+    }
+    const int told = index < again.size() ? again[index] : adapter.next_id++;
+    adapter.ids.emplace(id, told);
+    return told;
+}
+
 json shown_breakpoint(const adapter_t& adapter, const breakpoint_t& breakpoint, const char* nowhere) {
-    json shown = {{"id", breakpoint.id}, {"verified", false}};
+    json shown = {{"verified", false}};
     if (breakpoint.address < 0) {
         shown["message"] = nowhere;
         return shown;
@@ -50,11 +61,22 @@ json shown_breakpoint(const adapter_t& adapter, const breakpoint_t& breakpoint, 
     return shown;
 }
 
+template <typename stop_t> std::vector<int> told_ids(adapter_t& adapter, const std::vector<stop_t>& stops,
+                                                     const std::vector<int>& again) {
+    std::vector<int> ids;
+    for (const stop_t& stop : stops) {
+        ids.push_back(told_id(adapter, stop.id, again, ids.size()));
+    }
+    return ids;
+}
+
 json shown_breakpoints(const adapter_t& adapter, const std::vector<breakpoint_t>& breakpoints,
-                       const char* nowhere) {
+                       const std::vector<int>& ids, const char* nowhere) {
     json list = json::array();
-    for (const breakpoint_t& breakpoint : breakpoints) {
-        list.push_back(shown_breakpoint(adapter, breakpoint, nowhere));
+    for (size_t i = 0; i < breakpoints.size(); ++i) {
+        json shown = shown_breakpoint(adapter, breakpoints[i], nowhere);
+        shown["id"] = ids[i];
+        list.push_back(std::move(shown));
     }
     return {{"breakpoints", list}};
 }
@@ -95,26 +117,24 @@ int32_t place_of_data(const std::string& id) {
     return static_cast<int32_t>(place);
 }
 
-} // namespace
-
-json set_breakpoints(adapter_t& adapter, const json& arguments) {
-    check_launched(adapter);
+json set_in_file(adapter_t& adapter, const json& arguments, const std::vector<int>& again) {
     const std::string file = text_in(member(arguments, "source"), "path");
     std::vector<breakpoint_t> wanted;
     for (const json& one : list_in(arguments)) {
         breakpoint_t breakpoint = breakpoint_in(one);
-        const auto line = static_cast<int32_t>(number_in(one, "line", adapter.client.first_line, HIGHEST_LINE));
+        const auto line =
+            static_cast<int32_t>(number_in(one, "line", adapter.client.first_line, HIGHEST_LINE));
         breakpoint.address =
             address_of_line(session_places(), file, line + 1 - adapter.client.first_line).address;
         wanted.push_back(std::move(breakpoint));
     }
     const std::vector<breakpoint_t> set = session_set_breakpoints(file, std::move(wanted));
-    adapter.breakpoints[file] = arguments;
-    return shown_breakpoints(adapter, set, "the program has no instruction here or below");
+    const std::vector<int> ids = told_ids(adapter, set, again);
+    adapter.breakpoints[file] = {arguments, ids};
+    return shown_breakpoints(adapter, set, ids, "the program has no instruction here or below");
 }
 
-json set_instruction_breakpoints(adapter_t& adapter, const json& arguments) {
-    check_launched(adapter);
+json set_at_addresses(adapter_t& adapter, const json& arguments, const std::vector<int>& again) {
     std::vector<breakpoint_t> wanted;
     for (const json& one : list_in(arguments)) {
         breakpoint_t breakpoint = breakpoint_in(one);
@@ -123,8 +143,50 @@ json set_instruction_breakpoints(adapter_t& adapter, const json& arguments) {
         wanted.push_back(std::move(breakpoint));
     }
     const std::vector<breakpoint_t> set = session_set_address_breakpoints(std::move(wanted));
-    adapter.address_breakpoints = arguments;
-    return shown_breakpoints(adapter, set, "this is no address in memory");
+    const std::vector<int> ids = told_ids(adapter, set, again);
+    adapter.address_breakpoints = {arguments, ids};
+    return shown_breakpoints(adapter, set, ids, "this is no address in memory");
+}
+
+json set_on_data(adapter_t& adapter, const json& arguments, const std::vector<int>& again) {
+    std::vector<watch_t> wanted;
+    for (const json& one : list_in(arguments)) {
+        watch_t watch;
+        watch.address = place_of_data(text_in(one, "dataId"));
+        watch.kind = access_in(one);
+        watch.condition = text_in(one, "condition", "");
+        watch.hits = text_in(one, "hitCondition", "");
+        wanted.push_back(std::move(watch));
+    }
+    const std::vector<watch_t> set = session_set_watches(std::move(wanted));
+    const std::vector<int> ids = told_ids(adapter, set, again);
+    adapter.watches = {arguments, ids};
+    json list = json::array();
+    for (size_t i = 0; i < set.size(); ++i) {
+        json shown = {{"id", ids[i]}, {"verified", set[i].fault.empty()}};
+        if (!set[i].fault.empty()) {
+            shown["message"] = set[i].fault;
+        }
+        list.push_back(std::move(shown));
+    }
+    return {{"breakpoints", list}};
+}
+
+} // namespace
+
+json set_breakpoints(adapter_t& adapter, const json& arguments) {
+    check_launched(adapter);
+    return set_in_file(adapter, arguments, {});
+}
+
+json set_instruction_breakpoints(adapter_t& adapter, const json& arguments) {
+    check_launched(adapter);
+    return set_at_addresses(adapter, arguments, {});
+}
+
+json set_data_breakpoints(adapter_t& adapter, const json& arguments) {
+    check_launched(adapter);
+    return set_on_data(adapter, arguments, {});
 }
 
 // There are none to choose from: a fault always stops.
@@ -151,45 +213,23 @@ json data_breakpoint_info(adapter_t& adapter, const json& arguments) {
             {"canPersist", true}};
 }
 
-json set_data_breakpoints(adapter_t& adapter, const json& arguments) {
-    check_launched(adapter);
-    std::vector<watch_t> wanted;
-    for (const json& one : list_in(arguments)) {
-        watch_t watch;
-        watch.address = place_of_data(text_in(one, "dataId"));
-        watch.kind = access_in(one);
-        watch.condition = text_in(one, "condition", "");
-        watch.hits = text_in(one, "hitCondition", "");
-        wanted.push_back(std::move(watch));
-    }
-    const std::vector<watch_t> set = session_set_watches(std::move(wanted));
-    adapter.watches = arguments;
-    json list = json::array();
-    for (const watch_t& watch : set) {
-        json shown = {{"id", watch.id}, {"verified", watch.fault.empty()}};
-        if (!watch.fault.empty()) {
-            shown["message"] = watch.fault;
-        }
-        list.push_back(std::move(shown));
-    }
-    return {{"breakpoints", list}};
-}
-
 // The program may have changed: lines have other addresses, and what has moved is told.
 void set_all_breakpoints(adapter_t& adapter) {
-    const auto tell_all = [&](const json& body) {
+    adapter.ids.clear();
+    const auto set_again = [&](json (*set)(adapter_t&, const json&, const std::vector<int>&),
+                               const breakpoints_told_t& told) {
+        if (told.arguments.is_null()) {
+            return;
+        }
+        const json body = set(adapter, told.arguments, told.ids);
         for (const json& breakpoint : body.at("breakpoints")) {
             tell(adapter, "breakpoint", {{"reason", "changed"}, {"breakpoint", breakpoint}});
         }
     };
-    const std::map<std::string, json> by_file = adapter.breakpoints;
-    for (const auto& [file, arguments] : by_file) {
-        tell_all(set_breakpoints(adapter, arguments));
+    const std::map<std::string, breakpoints_told_t> by_file = adapter.breakpoints;
+    for (const auto& [file, told] : by_file) {
+        set_again(set_in_file, told);
     }
-    if (const json arguments = adapter.address_breakpoints; !arguments.is_null()) {
-        tell_all(set_instruction_breakpoints(adapter, arguments));
-    }
-    if (const json arguments = adapter.watches; !arguments.is_null()) {
-        tell_all(set_data_breakpoints(adapter, arguments));
-    }
+    set_again(set_at_addresses, breakpoints_told_t(adapter.address_breakpoints));
+    set_again(set_on_data, breakpoints_told_t(adapter.watches));
 }

@@ -82,8 +82,11 @@ void tell_stopped(adapter_t& adapter, const char* reason, const std::string& des
         body["description"] = first_line(description);
         body["text"] = description;
     }
-    if (!ids.empty()) {
-        body["hitBreakpointIds"] = ids;
+    for (const int id : ids) {
+        const auto told = adapter.ids.find(id);
+        if (told != adapter.ids.end()) {
+            body["hitBreakpointIds"].push_back(told->second);
+        }
     }
     tell(adapter, "stopped", std::move(body));
     if (history_now() < adapter.went_at) {
