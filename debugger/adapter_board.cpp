@@ -109,7 +109,7 @@ std::string new_sound(board_told_t& told) {
 // An act of the user's, at the board.
 void act(adapter_t& adapter, std::function<void()> what) {
     check_launched(adapter);
-    history_act(std::move(what));
+    session_act(std::move(what));
     if (adapter.phase != phase_e::RUNNING) {
         tell_changed(adapter, "variables");
     }

@@ -131,6 +131,8 @@ void session_set_pc(int32_t address) {
         -1);
 }
 
+void session_act(std::function<void()> what) { act(std::move(what), -1); }
+
 void session_set_word(int32_t address, int32_t value) {
     act(
         [address, value] {

@@ -119,6 +119,9 @@ bool session_go_to(moment_t moment, const progress_t& progress = nullptr);
 // The next instruction is the one at an address: an act of the user's.
 void session_set_pc(int32_t address);
 
+// The user does something else at the board: an act. Throws what the act throws.
+void session_act(std::function<void()> what);
+
 // ---- Looking
 
 struct frame_t {
