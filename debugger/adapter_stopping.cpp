@@ -124,7 +124,11 @@ json stack_trace(adapter_t& adapter, const json& arguments) {
     check_stopped(adapter);
     const auto first = static_cast<size_t>(number_in(arguments, "startFrame", 0, INT32_MAX, 0));
     const auto levels = static_cast<size_t>(number_in(arguments, "levels", 0, INT32_MAX, 0));
-    const std::vector<frame_t> frames = session_frames();
+    std::vector<frame_t> frames = session_frames();
+    // The next instruction would be whatever stands behind the halt.
+    if (machine.halted && !frames.empty() && frames.front().address >= WORDS_PER_INSTRUCTION) {
+        frames.front().address -= WORDS_PER_INSTRUCTION;
+    }
     json shown = json::array();
     for (size_t i = first; i < frames.size() && (levels == 0 || i - first < levels); ++i) {
         shown.push_back(shown_frame(adapter, frames[i], i));
