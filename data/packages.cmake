@@ -38,8 +38,9 @@ source for it and runs it on the simulated board: with input at given
 times, limits, breakpoints, and reports for automatic grading.
 .
 tovik-check, which finds faults and traps without running a program,
-tovik-lsp, the language server for editors, tovik-relay, the server that
-connects the serial ports of two simulators, the manual, the examples and
-the library of subroutines are here too.")
+tovik-lsp and tovik-dap, the language server and the debug adapter for
+editors, tovik-relay, the server that connects the serial ports of two
+simulators, the manual, the examples and the library of subroutines are
+here too.")
 
 include(CPack)

@@ -252,6 +252,7 @@ json last_write(adapter_t& adapter, const json& arguments) {
     return {{"found", true},
             {"moment", written->moment},
             {"count", written->count},
+            {"byUser", written->by_user},
             {"instructionReference", memory_reference(written->pc)},
             {"place", shown(where(session_places(), written->pc))}};
 }

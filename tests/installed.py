@@ -35,6 +35,7 @@ COMPLETIONS = [
     ("tovik -a pri", "tovik -a primes.k "),
     ("tovik-relay --max-c", "tovik-relay --max-clients "),
     ("tovik-lsp --vers", "tovik-lsp --version "),
+    ("tovik-dap --vers", "tovik-dap --version "),
     ("tovik-relay --log-level de", "tovik-relay --log-level debug "),
 ]
 SHOW = "\x14"  # Control+T shows the line and empties it.
