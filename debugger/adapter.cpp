@@ -181,9 +181,9 @@ void adapt_piece(adapter_t& adapter, uint64_t now_us) {
         const uint64_t took = std::max<uint64_t>(now_us - adapter.piece_at_us, 1);
         const double better = static_cast<double>(adapter.piece) * static_cast<double>(US_PER_PIECE) /
                               static_cast<double>(took);
-        adapter.piece = static_cast<int32_t>(std::clamp(
-            better, static_cast<double>(LEAST_PIECE),
-            std::min(static_cast<double>(MOST_PIECE), static_cast<double>(adapter.piece) * 2)));
+        adapter.piece = static_cast<int32_t>(
+            std::clamp(better, static_cast<double>(LEAST_PIECE),
+                       std::min(static_cast<double>(MOST_PIECE), static_cast<double>(adapter.piece) * 2)));
     } else {
         adapter.piece = FIRST_PIECE;
     }

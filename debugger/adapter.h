@@ -1,10 +1,11 @@
 #pragma once
 
-// The Debug Adapter Protocol for a K24 program: messages in, messages out, and a run in pieces. It has no input,
-// output, threads or clock of its own: whoever carries the messages calls it.
+// The Debug Adapter Protocol for a K24 program: messages in, messages out, and a run in pieces. It has no
+// input, output, threads or clock of its own: whoever carries the messages calls it.
 //
 // A program begins with the request `launch` and is then a session of debugger/session.h. What is not in the
-// protocol, the board with its lamps, keys and screen, has requests and an event of its own: docs/tovik-dap.md.
+// protocol, the board with its lamps, keys and screen, has requests and an event of its own:
+// docs/tovik-dap.md.
 //
 // The board's addresses count words. Addresses in the protocol count bytes, in `memoryReference` and
 // `instructionReference`: word N is the bytes 4 N to 4 N + 3, the lowest one first.
@@ -67,7 +68,7 @@ struct adapter_t {
     nlohmann::json launch{};                // the arguments of this request, for `restart`
     bool ends_at_halt = false;
     bool at_board_speed = false;
-    session_stop_t stop{}; // where it has stopped
+    session_stop_t stop{};                                   // where it has stopped
     std::map<std::string, breakpoints_told_t> breakpoints{}; // by file
     breakpoints_told_t address_breakpoints{};
     breakpoints_told_t watches{};
@@ -98,10 +99,10 @@ struct adapter_pass_t {
     bool (*wait)(int most_ms) = nullptr;
 };
 
-// Goes on with what runs, for about 10 ms; to be called after messages, too. `now_us` is the time on a clock that
-// never goes back, in microseconds from anywhere.
+// Goes on with what runs, for about 10 ms; to be called after messages, too. `now_us` is the time on a clock
+// that never goes back, in microseconds from anywhere.
 [[nodiscard]] adapter_pass_t adapter_run(adapter_t& adapter, uint64_t now_us);
 
-// Whether a message that has come is reason enough to give up a long way, before it is taken: one that asks for
-// an end or a pause.
+// Whether a message that has come is reason enough to give up a long way, before it is taken: one that asks
+// for an end or a pause.
 [[nodiscard]] bool adapter_interrupts(std::string_view message);

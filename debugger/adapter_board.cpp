@@ -61,7 +61,8 @@ std::string pixels_in(const box_t& box) {
     for (int32_t y = box.y1; y <= box.y2; ++y) {
         for (int32_t x = box.x1; x <= box.x2; ++x) {
             const uint32_t color = machine.vga_picture[y][x];
-            bytes += {static_cast<char>(color >> 16), static_cast<char>(color >> 8), static_cast<char>(color)};
+            bytes +=
+                {static_cast<char>(color >> 16), static_cast<char>(color >> 8), static_cast<char>(color)};
         }
     }
     return bytes;
@@ -84,8 +85,8 @@ json screen_rectangles() {
     return rectangles;
 }
 
-// The samples that the speaker has played since the last call, 16 bits each, the low byte first. Where the board
-// has gone back, none.
+// The samples that the speaker has played since the last call, 16 bits each, the low byte first. Where the
+// board has gone back, none.
 std::string new_sound(board_told_t& told) {
     const auto& runs = machine.speaker_samples;
     std::string bytes;

@@ -61,8 +61,9 @@ json shown_breakpoint(const adapter_t& adapter, const breakpoint_t& breakpoint, 
     return shown;
 }
 
-template <typename stop_t> std::vector<int> told_ids(adapter_t& adapter, const std::vector<stop_t>& stops,
-                                                     const std::vector<int>& again) {
+template <typename stop_t>
+std::vector<int> told_ids(adapter_t& adapter, const std::vector<stop_t>& stops,
+                          const std::vector<int>& again) {
     std::vector<int> ids;
     for (const stop_t& stop : stops) {
         ids.push_back(told_id(adapter, stop.id, again, ids.size()));

@@ -38,7 +38,8 @@ const json& member(const json& object, const char* name);
 std::string text_in(const json& arguments, const char* name);
 std::string text_in(const json& arguments, const char* name, const std::string& otherwise);
 int64_t number_in(const json& arguments, const char* name, int64_t lowest, int64_t highest);
-int64_t number_in(const json& arguments, const char* name, int64_t lowest, int64_t highest, int64_t otherwise);
+int64_t number_in(const json& arguments, const char* name, int64_t lowest, int64_t highest,
+                  int64_t otherwise);
 bool flag_in(const json& arguments, const char* name, bool otherwise = false);
 
 // Throw refused_t unless there is a program, and unless it stands still.

@@ -74,8 +74,7 @@ void begin(adapter_t& adapter, const json& arguments) {
     if (speed != "max" && speed != "board") {
         throw refused_t{"speed: '" + speed + "' is neither max nor board"};
     }
-    const bool ends_at_halt =
-        flag_in(arguments, "noDebug") || !flag_in(arguments, "stopAtEnd", true);
+    const bool ends_at_halt = flag_in(arguments, "noDebug") || !flag_in(arguments, "stopAtEnd", true);
     board_told_t board;
     board.wanted = flag_in(arguments, "board");
     board.sound = flag_in(arguments, "sound");
@@ -137,15 +136,29 @@ json initialize(adapter_t& adapter, const json& arguments) {
     json capabilities = {{"exceptionBreakpointFilters", json::array()},
                          {"completionTriggerCharacters", {".", "&", "["}},
                          {"tovikVersion", adapter.version}};
-    for (const char* const supported :
-         {"supportsConfigurationDoneRequest", "supportsConditionalBreakpoints",
-          "supportsHitConditionalBreakpoints", "supportsLogPoints", "supportsInstructionBreakpoints",
-          "supportsDataBreakpoints", "supportsEvaluateForHovers", "supportsStepBack", "supportsSetVariable",
-          "supportsSetExpression", "supportsGotoTargetsRequest", "supportsCompletionsRequest",
-          "supportsRestartRequest", "supportsExceptionInfoRequest", "supportsTerminateRequest",
-          "supportsReadMemoryRequest", "supportsWriteMemoryRequest", "supportsDisassembleRequest",
-          "supportsCancelRequest", "supportsLoadedSourcesRequest", "supportsSteppingGranularity",
-          "supportsValueFormattingOptions", "supportsClipboardContext"}) {
+    for (const char* const supported : {"supportsConfigurationDoneRequest",
+                                        "supportsConditionalBreakpoints",
+                                        "supportsHitConditionalBreakpoints",
+                                        "supportsLogPoints",
+                                        "supportsInstructionBreakpoints",
+                                        "supportsDataBreakpoints",
+                                        "supportsEvaluateForHovers",
+                                        "supportsStepBack",
+                                        "supportsSetVariable",
+                                        "supportsSetExpression",
+                                        "supportsGotoTargetsRequest",
+                                        "supportsCompletionsRequest",
+                                        "supportsRestartRequest",
+                                        "supportsExceptionInfoRequest",
+                                        "supportsTerminateRequest",
+                                        "supportsReadMemoryRequest",
+                                        "supportsWriteMemoryRequest",
+                                        "supportsDisassembleRequest",
+                                        "supportsCancelRequest",
+                                        "supportsLoadedSourcesRequest",
+                                        "supportsSteppingGranularity",
+                                        "supportsValueFormattingOptions",
+                                        "supportsClipboardContext"}) {
         capabilities[supported] = true;
     }
     return capabilities;

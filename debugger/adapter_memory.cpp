@@ -103,8 +103,9 @@ int64_t byte_of_reference(const std::string& reference) {
 decoded_t decode(int32_t address) {
     const int32_t word = machine.memory[address];
     const statement_t* const statement = statement_at(session_places(), address);
-    const bool begins = statement == nullptr || (statement->address == address && statement->operation != nullptr &&
-                                                 !is_data(*statement->operation));
+    const bool begins =
+        statement == nullptr ||
+        (statement->address == address && statement->operation != nullptr && !is_data(*statement->operation));
     if (!begins || !is_opcode(word) || !whole_in_memory(address)) {
         return {".data " + std::to_string(word), 1, false};
     }
@@ -112,12 +113,12 @@ decoded_t decode(int32_t address) {
     const words_t words = words_at(address);
     std::string text(mnemonic_of(word));
     if (is_named && words.arg2 == address + CPDATA_VALUE_OFFSET) {
-        return {"cpdata " + operand(words.arg1) + " " + std::to_string(words.arg3), WORDS_PER_INSTRUCTION, true};
+        return {"cpdata " + operand(words.arg1) + " " + std::to_string(words.arg3), WORDS_PER_INSTRUCTION,
+                true};
     }
     const uses_t uses = uses_of(word);
-    for (const auto& [used, value] : {std::pair{uses.arg1, words.arg1},
-                                      {uses.arg2, words.arg2},
-                                      {uses.arg3, words.arg3}}) {
+    for (const auto& [used, value] :
+         {std::pair{uses.arg1, words.arg1}, {uses.arg2, words.arg2}, {uses.arg3, words.arg3}}) {
         text += used ? " " + operand(value) : "";
     }
     return {text, WORDS_PER_INSTRUCTION, true};
@@ -139,7 +140,8 @@ json disassemble(adapter_t& adapter, const json& arguments) {
         if (i >= 0 && i < static_cast<int64_t>(begins.size())) {
             instructions.push_back(shown_instruction(adapter, begins[static_cast<size_t>(i)]));
         } else {
-            const int64_t beyond = i < 0 ? 0 : MEMORY_BYTES + (i - static_cast<int64_t>(begins.size())) * BYTES;
+            const int64_t beyond =
+                i < 0 ? 0 : MEMORY_BYTES + (i - static_cast<int64_t>(begins.size())) * BYTES;
             instructions.push_back({{"address", reference_of_byte(beyond)},
                                     {"instruction", "no memory"},
                                     {"presentationHint", "invalid"}});
@@ -178,7 +180,8 @@ json write_memory(adapter_t& adapter, const json& arguments) {
     const int64_t room = begin >= 0 && begin < MEMORY_BYTES ? MEMORY_BYTES - begin : 0;
     if (static_cast<int64_t>(bytes->size()) > room) {
         if (!partly) {
-            throw refused_t{"that is outside of memory, which has " + std::to_string(MEMORY_BYTES) + " bytes"};
+            throw refused_t{"that is outside of memory, which has " + std::to_string(MEMORY_BYTES) +
+                            " bytes"};
         }
         bytes->resize(static_cast<size_t>(room));
     }

@@ -141,7 +141,9 @@ json continue_program(adapter_t& adapter, const json& /*arguments*/) {
     return {{"allThreadsContinued", true}};
 }
 
-json next_instruction(adapter_t& adapter, const json& /*arguments*/) { return go(adapter, motion_e::STEP_OVER); }
+json next_instruction(adapter_t& adapter, const json& /*arguments*/) {
+    return go(adapter, motion_e::STEP_OVER);
+}
 
 json step_in(adapter_t& adapter, const json& /*arguments*/) { return go(adapter, motion_e::STEP_IN); }
 

@@ -17,7 +17,7 @@ constexpr int64_t LABELS = 1;
 constexpr int64_t MEMORY = 2;
 constexpr int64_t FIRST_DEVICE = 16;
 
-constexpr int64_t WORDS_MARK = int64_t{1} << 29;  // with the address and the count of the words
+constexpr int64_t WORDS_MARK = int64_t{1} << 29;   // with the address and the count of the words
 constexpr int64_t STRETCH_MARK = int64_t{1} << 30; // the same, of a part of memory that is no array
 constexpr int COUNT_BITS = 15;
 static_assert(MEMORY_SIZE < 1 << COUNT_BITS && COUNT_BITS + ADDRESS_BITS <= 29);
@@ -39,8 +39,12 @@ int64_t reference_of(int32_t address, int32_t count, int64_t mark) {
 }
 
 bool is_plain_name(const std::string& name) {
-    const auto is_letter = [](char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0 || c == '_'; };
-    const auto goes_on = [&](char c) { return is_letter(c) || std::isdigit(static_cast<unsigned char>(c)) != 0; };
+    const auto is_letter = [](char c) {
+        return std::isalpha(static_cast<unsigned char>(c)) != 0 || c == '_';
+    };
+    const auto goes_on = [&](char c) {
+        return is_letter(c) || std::isdigit(static_cast<unsigned char>(c)) != 0;
+    };
     return !name.empty() && is_letter(name.front()) && std::all_of(name.begin(), name.end(), goes_on) &&
            name != "pc" && name != "instructions" && !find_register_name(name);
 }
@@ -82,8 +86,9 @@ std::vector<child_t> array_children(int32_t address, int32_t count) {
     std::vector<child_t> children;
     for (int32_t i = 0; i < count; ++i) {
         const std::string index = "[" + std::to_string(i) + "]";
-        children.push_back({index, address + i, 1,
-                            named ? name_in_expressions(name) + index : "[" + std::to_string(address + i) + "]"});
+        children.push_back(
+            {index, address + i, 1,
+             named ? name_in_expressions(name) + index : "[" + std::to_string(address + i) + "]"});
     }
     return children;
 }
@@ -272,10 +277,8 @@ size_t bytes_of_units(std::string_view text, int64_t units) {
 }
 
 std::vector<std::pair<std::string, const char*>> all_names() {
-    std::vector<std::pair<std::string, const char*>> names = {{"pc", "keyword"},
-                                                              {"instructions", "keyword"},
-                                                              {"last write ", "keyword"},
-                                                              {"when ", "keyword"}};
+    std::vector<std::pair<std::string, const char*>> names = {
+        {"pc", "keyword"}, {"instructions", "keyword"}, {"last write ", "keyword"}, {"when ", "keyword"}};
     for (const auto& [label, address] : session_places().labels) {
         names.emplace_back(name_in_expressions(label), "variable");
     }

@@ -1,7 +1,7 @@
 #pragma once
 
-// What passes between the adapter and the gui_* functions of its front ends: the answers to the board's questions,
-// and what the board has to tell its user.
+// What passes between the adapter and the gui_* functions of its front ends: the answers to the board's
+// questions, and what the board has to tell its user.
 
 #include <deque>
 #include <map>

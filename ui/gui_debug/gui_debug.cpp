@@ -1,5 +1,6 @@
-// The gui_* functions of base/gui.h for front ends of the debugger, which have no window of their own: questions are
-// answered from debugger/front.h, and what is to be told is put there. Nothing waits for anybody.
+// The gui_* functions of base/gui.h for front ends of the debugger, which have no window of their own:
+// questions are answered from debugger/front.h, and what is to be told is put there. Nothing waits for
+// anybody.
 
 #include <array>
 #include <string>
@@ -11,8 +12,8 @@
 
 namespace {
 
-// How many answers each question has had are kept in the journal, a few bits each: after going back, and a change
-// there, they are given again.
+// How many answers each question has had are kept in the journal, a few bits each: after going back, and a
+// change there, they are given again.
 constexpr std::array<const char*, 3> TITLES = {"Choose SD card file", "Choose microphone .wav file",
                                                "Choose kmovie file"};
 constexpr int COUNT_BITS = 15;
