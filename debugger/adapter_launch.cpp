@@ -4,6 +4,7 @@
 #include <limits>
 #include <utility>
 
+#include "base/gui.h"
 #include "base/machine.h"
 #include "debugger/adapter_internal.h"
 #include "debugger/front.h"
@@ -94,7 +95,7 @@ void begin(adapter_t& adapter, const json& arguments) {
         }
         throw refused_t{text};
     }
-    repaint_screen();
+    vga_repaint();
     adapter.launch = arguments;
     adapter.ends_at_halt = ends_at_halt;
     adapter.at_board_speed = speed == "board";
