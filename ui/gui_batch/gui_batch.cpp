@@ -23,9 +23,10 @@
 #include "devices/sdram.h"
 #include "devices/serial.h"
 #include "devices/vga.h"
+#include "ui/gui_batch/interrupt.h"
 #include "ui/gui_batch/observing.h"
 #include "ui/gui_batch/picture.h"
-#include "ui/gui_batch/serial_file.h"
+#include "ui/gui_batch/stream.h"
 #include "ui/gui_batch/usage.h"
 
 namespace {
@@ -37,12 +38,13 @@ struct batch_t {
     size_t next_event = 0;
     bool begun = false;
     bool output_failed = false;
+    bool interrupted = false;
     std::vector<std::string> files;                         // what the run reads and writes, but the report
     std::vector<int> outputs;                               // the descriptors of files to write
     std::vector<std::filesystem::path> created;             // those that were not there before
     std::map<std::string, std::deque<std::string>> answers; // to file choosers, by their titles
     bool console_ended = false;
-    serial_file_t serial_file;
+    stream_t serial; // of --save-serial
     run_t run{};
 };
 
@@ -89,6 +91,9 @@ ending_t ending() {
     }
     if (has_stopped_by_check()) {
         return {"check", EXIT_ERROR};
+    }
+    if (batch.interrupted) {
+        return {"interrupted", EXIT_STOPPED};
     }
     switch (last_stop().reason) {
     case stop_reason_e::ERROR:
@@ -159,7 +164,7 @@ bool write_report() {
 // Returns whether all went well.
 bool write_files() {
     std::cout.flush();
-    bool written = close_serial_file(batch.serial_file);
+    bool written = close_stream(batch.serial);
     written &= write_file(batch.options.png_file, write_picture);
     written &= write_file(batch.options.profile_file, write_profile);
     // The button would not save an empty recording.
@@ -184,6 +189,11 @@ int run_until_stop() {
         for (pass_t pass{}; !pass.idle; pass = simulate_pass(std::numeric_limits<int32_t>::max())) {
             if (pass.wait != nullptr) {
                 pass.wait(HOST_WAIT_MS);
+                // There may never be a look at the window.
+                batch.interrupted = is_interrupted();
+                if (batch.interrupted) {
+                    break;
+                }
             }
         }
     } catch (const host_failure_t&) {
@@ -286,8 +296,8 @@ void open_files() {
         }
     }
     if (options.serial_file) {
-        batch.serial_file.name = *options.serial_file;
-        batch.serial_file.descriptor = open_output("--save-serial", *options.serial_file);
+        batch.serial.name = *options.serial_file;
+        batch.serial.descriptor = open_output("--save-serial", *options.serial_file);
     }
     if (options.report_file) {
         batch.outputs.push_back(open_output("--report", *options.report_file));
@@ -304,7 +314,7 @@ void open_files_or_none() {
         open_files();
     } catch (const usage_error_t&) {
         std::ranges::for_each(batch.outputs, close);
-        close_file(batch.serial_file.descriptor);
+        close_file(batch.serial.descriptor);
         std::error_code ignored;
         for (const std::filesystem::path& file : batch.created) {
             std::filesystem::remove(file, ignored);
@@ -366,8 +376,9 @@ int run_batch(const options_t& options, const labels_t& labels, std::vector<even
     if (options.live_camera) {
         camera_connect();
     }
-    begin_serial_file(batch.serial_file);
+    begin_stream(batch.serial);
     batch.begun = true;
+    note_interrupts();
     simulator.running = true;
     const int status = run_until_stop();
     std::ranges::for_each(batch.outputs, close);
@@ -381,10 +392,14 @@ bool gui_events_pending() {
     if (batch.options.console) {
         std::cout.flush();
     }
-    flush_serial_file(batch.serial_file);
+    flush_stream(batch.serial);
     // Nobody can have any more what an endless program writes.
-    if (!std::cout || batch.serial_file.error != 0) {
+    if (!std::cout || batch.serial.error != 0) {
         batch.output_failed = true;
+        simulator.running = false;
+    }
+    if (simulator.running && is_interrupted()) {
+        batch.interrupted = true;
         simulator.running = false;
     }
     return simulator.running && event_is_due();
@@ -416,7 +431,7 @@ void gui_serial_setup() {}
 
 void gui_serial_append(char c) {
     ++batch.run.serial_bytes;
-    append_to_serial_file(batch.serial_file, c);
+    append_to_stream(batch.serial, {&c, 1});
     if (c == '\r') {
         return;
     }
@@ -431,16 +446,19 @@ void gui_serial_append(char c) {
 }
 
 void gui_serial_input() {
-    if (!batch.options.console || batch.console_ended) {
+    if (!batch.options.console || batch.console_ended || is_interrupted()) {
         return;
     }
     std::cout.flush();
-    flush_serial_file(batch.serial_file);
-    int c = std::cin.get();
+    flush_stream(batch.serial);
+    int c = read_input_byte();
     while (c == '\0') { // no key gives it
-        c = std::cin.get();
+        c = read_input_byte();
     }
-    batch.console_ended = c == std::char_traits<char>::eof();
+    if (is_interrupted()) {
+        return;
+    }
+    batch.console_ended = c < 0;
     io_serial_press(batch.console_ended ? END_OF_TRANSMISSION : static_cast<char>(c));
 }
 

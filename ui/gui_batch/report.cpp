@@ -37,6 +37,9 @@ std::string headline(const run_t& run) {
     if (run.reason == "check") {
         return "Stopped by a check";
     }
+    if (run.reason == "interrupted") {
+        return "Interrupted";
+    }
     return "Stopped by the " + (run.reason == "limit" ? "limit of instructions" : run.reason);
 }
 

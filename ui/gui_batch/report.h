@@ -28,7 +28,8 @@ struct check_t {
 
 // What the report needs beside the machine itself.
 struct run_t {
-    std::string reason; // "halt", "limit", "breakpoint", "watchpoint", "error", "check" or "script"
+    // "halt", "limit", "breakpoint", "watchpoint", "error", "check", "script" or "interrupted"
+    std::string reason;
     std::string hex74;  // the displays' digits as shown
     std::string hex30;
     std::set<int32_t> memory; // addresses of words to report

@@ -1,10 +1,11 @@
 #pragma once
 
-// The file of --save-serial: every byte that the program sends to the serial console, as it comes.
+// A file that is written while the program runs: what it sends to the serial console, or what the board does.
 
 #include <string>
+#include <string_view>
 
-struct serial_file_t {
+struct stream_t {
     std::string name;
     int descriptor = -1; // open for writing; -1: none
     std::string waiting; // until the next flush
@@ -12,15 +13,15 @@ struct serial_file_t {
 };
 
 // The run begins: the old content goes. Standard output keeps what is there, and the bytes go where it is.
-void begin_serial_file(serial_file_t& file);
+void begin_stream(stream_t& file);
 
-// One byte. It is in the file after the next flush.
-void append_to_serial_file(serial_file_t& file, char byte);
-void flush_serial_file(serial_file_t& file);
+// More for the file. It is there after the next flush.
+void append_to_stream(stream_t& file, std::string_view text);
+void flush_stream(stream_t& file);
 
 // Writes the rest and closes the file. Returns whether all of it went well since it was opened; if not,
 // standard error says so. Without a file all is well.
-[[nodiscard]] bool close_serial_file(serial_file_t& file);
+[[nodiscard]] bool close_stream(stream_t& file);
 
 // Whether a name leads to what standard output leads to.
 bool is_standard_output(const std::string& name);

@@ -1,4 +1,4 @@
-#include "ui/gui_batch/serial_file.h"
+#include "ui/gui_batch/stream.h"
 
 #include <cerrno>
 #include <filesystem>
@@ -9,7 +9,7 @@
 
 #include "base/files.h"
 
-void begin_serial_file(serial_file_t& file) {
+void begin_stream(stream_t& file) {
     if (file.descriptor < 0) {
         return;
     }
@@ -22,21 +22,21 @@ void begin_serial_file(serial_file_t& file) {
     }
 }
 
-void append_to_serial_file(serial_file_t& file, char byte) {
+void append_to_stream(stream_t& file, std::string_view text) {
     if (file.descriptor >= 0) {
-        file.waiting += byte;
+        file.waiting += text;
     }
 }
 
-void flush_serial_file(serial_file_t& file) {
+void flush_stream(stream_t& file) {
     if (file.descriptor >= 0 && file.error == 0) {
         file.error = write_all(file.descriptor, file.waiting);
     }
     file.waiting.clear();
 }
 
-bool close_serial_file(serial_file_t& file) {
-    flush_serial_file(file);
+bool close_stream(stream_t& file) {
+    flush_stream(file);
     if (file.descriptor >= 0 && close(std::exchange(file.descriptor, -1)) != 0 && file.error == 0) {
         file.error = errno;
     }
