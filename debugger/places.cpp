@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <string_view>
 
 #include "assembler/operations.h"
@@ -11,9 +12,16 @@
 
 namespace {
 
-std::string_view trimmed(std::string_view text) {
-    text.remove_prefix(std::min(text.find_first_not_of(WHITE_SPACE), text.size()));
-    return text.substr(0, text.find_last_not_of(WHITE_SPACE) + 1);
+// The words of a line with one blank between them: its columns mean nothing in a message.
+std::string words_of(std::string_view text) {
+    std::string words;
+    for (size_t begin = text.find_first_not_of(WHITE_SPACE); begin < text.size();) {
+        const size_t end = std::min(text.find_first_of(WHITE_SPACE, begin), text.size());
+        words += words.empty() ? "" : " ";
+        words += text.substr(begin, end - begin);
+        begin = text.find_first_not_of(WHITE_SPACE, end);
+    }
+    return words;
 }
 
 labels_t labels_of(const source_map_t& map) {
@@ -57,6 +65,7 @@ places_t load_places(const std::string& program) {
     const std::string base = program.substr(0, program.rfind('.'));
     places_t places;
     places.program = program;
+    places.loaded.assign(std::begin(machine.memory), std::end(machine.memory));
     places.labels = read_labels(base + ".labels");
     if (analysis_t analysis = analyse(base + ".k"); analysis.map.files.front().error == 0) {
         places.analysis = std::move(analysis);
@@ -88,7 +97,7 @@ where_t where(const places_t& places, int32_t address) {
         const source_map_t& map = places.analysis.map;
         where.file = map.files[statement->file].name;
         where.line = statement->line;
-        where.text = trimmed(without_comment(line_text(map, statement->file, statement->line_begin)));
+        where.text = words_of(without_comment(line_text(map, statement->file, statement->line_begin)));
     }
     return where;
 }

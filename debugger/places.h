@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "assembler/analyse.h"
 #include "assembler/labels.h"
@@ -14,6 +15,7 @@ struct places_t {
     labels_t labels;     // of NAME.labels, or of the source
     // Why what the source says may be wrong: it is not what was loaded. Else empty.
     std::string difference;
+    std::vector<int32_t> loaded; // the whole memory, as it was then
 };
 
 // Of the program that has just been loaded into the machine. Throws tovik_error when the label list cannot be
@@ -26,7 +28,7 @@ struct where_t {
     std::string label; // "NAME" or "NAME+OFFSET" of the nearest label
     std::string file;
     int32_t line;
-    std::string text;     // of the line, without white space around it
+    std::string text;     // of the line, without comment, one blank between words
     std::string mnemonic; // of the word that is in the machine's memory now; empty when it is no opcode
 };
 

@@ -143,6 +143,7 @@ void write_profile(saved_file_t& file) { file.write(profile_text(*batch.options.
 void write_picture(saved_file_t& file) { file.write(png_of_screen(*batch.options.png_file)); }
 
 std::string report() {
+    batch.run.why = reason_of(batch.run.places);
     return batch.options.report_format == "json" ? json_report(batch.run) : text_report(batch.run);
 }
 
@@ -351,11 +352,12 @@ void collect_memory() {
 
 } // namespace
 
-int run_batch(const options_t& options, const labels_t& labels, std::vector<event_t> events) {
+int run_batch(const options_t& options, const labels_t& labels, places_t places, std::vector<event_t> events) {
     batch = {};
     batch.options = options;
     batch.events = std::move(events);
     batch.run.labels = labels;
+    batch.run.places = std::move(places);
     collect_memory();
     simulator.verbose = options.trace;
     simulator.breakpoint = address_of("--break", options.breakpoint, labels);

@@ -21,6 +21,7 @@
 #include "core/loader.h"
 #include "core/script.h"
 #include "core/simulate.h"
+#include "debugger/places.h"
 #include "devices/audio.h"
 #include "devices/sdram.h"
 #include "devices/vga.h"
@@ -72,6 +73,20 @@ labels_t labels_beside(const std::string& base) {
     }
 }
 
+// What the report says of the program. Where the source is not what was loaded, its lines would mislead.
+places_t places_for_report(const options_t& options, const labels_t& labels) {
+    places_t places;
+    if (options.report_format == "none") {
+        return places;
+    }
+    places = load_places(options.program);
+    if (!places.difference.empty()) {
+        places.analysis = {};
+        places.labels = labels;
+    }
+    return places;
+}
+
 [[noreturn]] void out_of_memory() {
     print_message("out of memory");
     // What would be written at the end needs memory too.
@@ -110,7 +125,8 @@ int assemble_and_run(const options_t& options) {
         return EXIT_USAGE;
     }
     check_image(base + ".mif", load);
-    return run_batch(options, labels_beside(base), std::move(events));
+    const labels_t labels = labels_beside(base);
+    return run_batch(options, labels, places_for_report(options, labels), std::move(events));
 }
 
 } // namespace

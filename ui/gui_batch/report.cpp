@@ -6,9 +6,11 @@
 
 #include <nlohmann/json.hpp>
 
-#include "assembler/operations.h"
+#include "base/arithmetic.h"
 #include "base/machine.h"
 #include "core/simulate.h"
+#include "devices/io.h"
+#include "devices/registers.h"
 
 namespace {
 
@@ -43,21 +45,50 @@ std::string headline(const run_t& run) {
     return "Stopped by the " + (run.reason == "limit" ? "limit of instructions" : run.reason);
 }
 
-// Where the program is: its address, and the nearest label and the instruction if it can go on from there.
+// Where the program is: its address, and what is known of the instruction there, or of the `halt` before it.
 std::string place(const run_t& run) {
+    const where_t& where = run.why.place;
     std::string text = "PC " + std::to_string(machine.pc);
-    if (run.reason == "halt") {
-        return text;
+    if (run.reason == "halt" && where.line > 0) {
+        text += ", after " + where.label + (where.label.empty() ? "" : ": ") + where.mnemonic;
+    } else if (run.reason != "halt") {
+        text += where.label.empty() ? "" : ", " + where.label;
+        if (machine.pc >= 0 && machine.pc < MEMORY_SIZE) {
+            text += ": " + (where.mnemonic.empty() ? "no instruction" : where.mnemonic);
+        }
     }
-    if (const std::string label = nearest_label(machine.pc, run.labels); !label.empty()) {
-        text += ", " + label;
-    }
-    if (machine.pc >= 0 && machine.pc < MEMORY_SIZE) {
-        const std::string_view mnemonic = mnemonic_of(machine.memory[machine.pc]);
-        text += ": ";
-        text += mnemonic.empty() ? "no instruction" : mnemonic;
+    if (where.line > 0) {
+        text += " (" + where.file + ":" + std::to_string(where.line) + ": " + where.text + ")";
     }
     return text;
+}
+
+nlohmann::ordered_json place_object(const run_t& run) {
+    const where_t& where = run.why.place;
+    const std::string name = run.places.labels.contains(where.label)
+                                 ? where.label
+                                 : where.label.substr(0, where.label.rfind('+'));
+    const auto label = run.places.labels.find(name);
+    nlohmann::ordered_json place;
+    place["address"] = where.address;
+    place["label"] = name;
+    place["offset"] = label == run.places.labels.end() ? 0 : where.address - label->second;
+    place["file"] = where.file;
+    place["line"] = where.line;
+    place["text"] = where.text;
+    place["mnemonic"] = where.mnemonic;
+    return place;
+}
+
+nlohmann::ordered_json awaited_array(const run_t& run) {
+    nlohmann::ordered_json registers = nlohmann::ordered_json::array();
+    for (const int32_t offset : run.why.waits_for) {
+        const device_t& device = *find_device(offset);
+        registers.push_back({{"address", wrap_add(IO_BASE, offset)},
+                             {"device", device.name},
+                             {"register", find_register(offset)->name}});
+    }
+    return registers;
 }
 
 std::span<const uint8_t> bytes_of(const std::string& text) {
@@ -105,6 +136,12 @@ std::string text_report(const run_t& run) {
         text += message_of(run.checks->back()) + "\n";
     }
     text += "  at              " + place(run) + "\n";
+    if (!run.why.text.empty()) {
+        text += "  reason          " + run.why.text + "\n";
+    }
+    if (!run.places.difference.empty()) {
+        text += "  source          " + run.places.difference + "\n";
+    }
     text += "  instructions    " + std::to_string(machine.instr_count) +
             format(" (%.6f s of board time)\n",
                    static_cast<double>(machine.instr_count) * SECONDS_PER_INSTRUCTION);
@@ -159,6 +196,10 @@ std::string json_report(const run_t& run) {
     }
     report["serial_bytes"] = run.serial_bytes;
     report["serial_truncated"] = run.serial_truncated;
+    report["place"] = place_object(run);
+    report["reason_text"] = run.why.text;
+    report["waits_for"] = awaited_array(run);
+    report["source_differs"] = run.places.difference;
     if (run.checks) {
         report["checks"] = nlohmann::ordered_json::array();
         for (const auto& [kind, place, label, address, text, count] : *run.checks) {

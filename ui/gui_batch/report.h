@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "assembler/labels.h"
+#include "debugger/places.h"
+#include "debugger/reasons.h"
 
 // A dialog that a window would have shown.
 struct message_t {
@@ -39,6 +41,8 @@ struct run_t {
     bool serial_truncated;     // there was more than `serial_output` holds
     labels_t labels;
     std::optional<std::vector<check_t>> checks; // only where they were asked for
+    places_t places;
+    reason_t why;
 };
 
 // What `serial_output` holds at most: an endless sender must not fill the memory.

@@ -1,0 +1,33 @@
+#pragma once
+
+// Why a run has stopped, or what it waits for, in sentences: only what is certain.
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "debugger/places.h"
+
+// Who wrote a word of memory.
+struct writer_t {
+    int32_t pc;     // of the instruction
+    uint64_t count; // which instruction of the run it was, from 1
+};
+
+// Who wrote a word last; none when nobody has since the history began. The board is afterwards as it was.
+using last_writer_t = std::function<std::optional<writer_t>(int32_t address)>;
+
+struct reason_t {
+    where_t place;                  // of the next instruction, or of the one that failed or halted
+    std::string text;               // sentences; empty when there is nothing to add to last_stop()
+    std::vector<int32_t> waits_for; // offsets of the registers that a loop reads which does nothing else
+};
+
+// Of the last run, which has stopped, or of the next instructions of one that has been interrupted. Changes
+// nothing on the board. Without `last_writer` an overwritten word is only told by what was loaded.
+[[nodiscard]] reason_t reason_of(const places_t& places, const last_writer_t& last_writer = nullptr);
+
+// "0x80000021, the keyboard's response".
+[[nodiscard]] std::string register_in_words(int32_t offset);
