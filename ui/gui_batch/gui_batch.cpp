@@ -198,11 +198,13 @@ int run_until_stop() {
             }
         }
     } catch (const host_failure_t&) {
+        end_at_interrupts();
         batch.run.reason = "error";
         batch.run.checks = checks_of(batch.options);
         write_files();
         return EXIT_ERROR;
     }
+    end_at_interrupts();
     const auto [reason, status] = ending();
     batch.run.reason = reason;
     batch.run.checks = checks_of(batch.options);

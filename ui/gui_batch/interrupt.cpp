@@ -14,9 +14,11 @@ namespace {
 constexpr std::array SIGNALS = {SIGINT, SIGTERM};
 
 volatile std::sig_atomic_t interrupted = 0;
+volatile std::sig_atomic_t next_ends = 0;
 
 void note(int signal) {
-    if (interrupted == 0) {
+    if (next_ends == 0) {
+        next_ends = 1;
         interrupted = 1;
         return;
     }
@@ -64,6 +66,8 @@ void note_interrupts() {
         }
     }
 }
+
+void end_at_interrupts() { next_ends = 1; }
 
 bool is_interrupted() { return interrupted != 0; }
 
