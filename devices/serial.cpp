@@ -32,6 +32,8 @@
 #include "host/clock.h"
 #include "host/line.h"
 
+void (*serial_sent)(char byte) = nullptr;
+
 namespace {
 
 constexpr int32_t RECEIVE_COMMAND = 0x90;
@@ -172,6 +174,9 @@ void write_send_command(int32_t command) {
             throw tovik_error("error sending data to serial port");
         }
         machine.serial_send_response_instr += INSTRUCTIONS_PER_BYTE;
+        if (serial_sent != nullptr) {
+            serial_sent(byte);
+        }
     }
     machine.serial_send_command = command;
 }

@@ -5,6 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 
+// Told of each byte that has been sent, wherever the port leads; nullptr: nobody.
+extern void (*serial_sent)(char byte);
+
 // The register handlers of the I/O bus. The first access asks the user where the port leads. They throw
 // tovik_error "error sending data to serial port", and what the functions below throw; also when the relay
 // cannot be reached.

@@ -13,6 +13,7 @@
 #include "devices/vga.h"
 
 bool screen_open = true;
+void (*screen_painted)(const box_t& box, const uint16_t* color) = nullptr;
 
 namespace {
 
@@ -104,6 +105,12 @@ void vga_refresh(unsigned x_start, unsigned y_start, unsigned x_size, unsigned y
     if (!screen_open) {
         return;
     }
+    if (screen_painted != nullptr && y_size > 0) {
+        const auto x = static_cast<int32_t>(x_start);
+        const auto y = static_cast<int32_t>(y_start);
+        screen_painted({x, y, x + static_cast<int32_t>(x_size) - 1, y + static_cast<int32_t>(y_size) - 1},
+                       nullptr);
+    }
     switch_to_copy();
     if (y_size == 0 || refresh_pixels(x_start, y_start, x_size, y_size)) {
         add_to_area(WHOLE_SCREEN);
@@ -122,6 +129,9 @@ void vga_box(int32_t x1, int32_t y1, int32_t x2, int32_t y2, uint16_t color) {
         return;
     }
     const colored_box_t fill = {{x1, y1, x2, y2}, static_cast<uint16_t>(color & COLOR_MASK)};
+    if (screen_painted != nullptr) {
+        screen_painted(fill.box, &fill.color);
+    }
     if (fill.box == WHOLE_SCREEN) {
         machine.vga_pending.clear();
         changes.copy = false;

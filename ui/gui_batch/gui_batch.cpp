@@ -23,11 +23,13 @@
 #include "devices/sdram.h"
 #include "devices/serial.h"
 #include "devices/vga.h"
+#include "ui/gui_batch/events.h"
 #include "ui/gui_batch/interrupt.h"
 #include "ui/gui_batch/observing.h"
 #include "ui/gui_batch/picture.h"
 #include "ui/gui_batch/stream.h"
 #include "ui/gui_batch/usage.h"
+#include "ui/gui_batch/waves.h"
 
 namespace {
 
@@ -45,6 +47,8 @@ struct batch_t {
     std::map<std::string, std::deque<std::string>> answers; // to file choosers, by their titles
     bool console_ended = false;
     stream_t serial; // of --save-serial
+    stream_t events_file; // until the run begins
+    stream_t waves_file;
     run_t run{};
 };
 
@@ -166,6 +170,8 @@ bool write_report() {
 bool write_files() {
     std::cout.flush();
     bool written = close_stream(batch.serial);
+    written &= end_events();
+    written &= end_waves();
     written &= write_file(batch.options.png_file, write_picture);
     written &= write_file(batch.options.profile_file, write_profile);
     // The button would not save an empty recording.
@@ -182,20 +188,33 @@ bool write_files() {
     return written;
 }
 
+pass_t simulate_some() {
+    if (!waves_on()) {
+        return simulate_pass(std::numeric_limits<int32_t>::max());
+    }
+    prepare_waves();
+    const pass_t pass = simulate_pass(1);
+    note_waves();
+    return pass;
+}
+
+// Returns whether the run goes on. Only sound sets the pace here: whatever a pass wants to sleep is not waited
+// for.
+bool run_pass() {
+    const pass_t pass = simulate_some();
+    if (pass.wait != nullptr) {
+        pass.wait(HOST_WAIT_MS);
+        // There may never be a look at the window.
+        batch.interrupted = is_interrupted();
+    }
+    return !pass.idle && !batch.interrupted;
+}
+
 // Returns the exit status.
 int run_until_stop() {
     try {
         simulate_begin();
-        // Only sound sets the pace here: whatever a pass wants to sleep is not waited for.
-        for (pass_t pass{}; !pass.idle; pass = simulate_pass(std::numeric_limits<int32_t>::max())) {
-            if (pass.wait != nullptr) {
-                pass.wait(HOST_WAIT_MS);
-                // There may never be a look at the window.
-                batch.interrupted = is_interrupted();
-                if (batch.interrupted) {
-                    break;
-                }
-            }
+        while (run_pass()) {
         }
     } catch (const host_failure_t&) {
         end_at_interrupts();
@@ -253,6 +272,15 @@ int open_output(const std::string& option, const std::string& file) {
     return descriptor;
 }
 
+stream_t open_stream(const std::string& option, const std::optional<std::string>& file) {
+    stream_t stream;
+    if (file) {
+        stream.name = *file;
+        stream.descriptor = open_output(option, *file);
+    }
+    return stream;
+}
+
 // A file for a device that asks for one.
 void offer_file(const std::string& title, const std::string& file) {
     const int descriptor = open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
@@ -298,10 +326,9 @@ void open_files() {
             batch.outputs.push_back(open_output(option, *file));
         }
     }
-    if (options.serial_file) {
-        batch.serial.name = *options.serial_file;
-        batch.serial.descriptor = open_output("--save-serial", *options.serial_file);
-    }
+    batch.serial = open_stream("--save-serial", options.serial_file);
+    batch.events_file = open_stream("--events", options.events_file);
+    batch.waves_file = open_stream("--vcd", options.vcd_file);
     if (options.report_file) {
         batch.outputs.push_back(open_output("--report", *options.report_file));
         // Another place in the same file would write over what the trace has written there.
@@ -317,7 +344,9 @@ void open_files_or_none() {
         open_files();
     } catch (const usage_error_t&) {
         std::ranges::for_each(batch.outputs, close);
-        close_file(batch.serial.descriptor);
+        for (stream_t* const stream : {&batch.serial, &batch.events_file, &batch.waves_file}) {
+            close_file(stream->descriptor);
+        }
         std::error_code ignored;
         for (const std::filesystem::path& file : batch.created) {
             std::filesystem::remove(file, ignored);
@@ -381,6 +410,8 @@ int run_batch(const options_t& options, const labels_t& labels, places_t places,
         camera_connect();
     }
     begin_stream(batch.serial);
+    begin_events(std::move(batch.events_file), options.speaker_file.has_value());
+    begin_waves(std::move(batch.waves_file));
     batch.begun = true;
     note_interrupts();
     simulator.running = true;
@@ -398,7 +429,9 @@ bool gui_events_pending() {
     }
     flush_stream(batch.serial);
     // Nobody can have any more what an endless program writes.
-    if (!std::cout || batch.serial.error != 0) {
+    const bool events_written = write_events();
+    const bool waves_written = write_waves();
+    if (!std::cout || batch.serial.error != 0 || !events_written || !waves_written) {
         batch.output_failed = true;
         simulator.running = false;
     }
@@ -409,16 +442,31 @@ bool gui_events_pending() {
     return simulator.running && event_is_due();
 }
 
-void gui_handle_event() { happen_next(); }
+void gui_handle_event() {
+    happen_next();
+    note_user();
+}
 
 void gui_message(std::string text, bool error) {
     std::cerr << text << (text.ends_with('\n') ? "" : "\n") << std::flush;
     batch.run.messages.push_back({error, std::move(text)});
 }
 
-void gui_hex74_set(std::string text) { batch.run.hex74 = std::move(text); }
+void gui_hex74_set(std::string text) {
+    batch.run.hex74 = std::move(text);
+    note_lamps();
+}
 
-void gui_hex30_set(std::string text) { batch.run.hex30 = std::move(text); }
+void gui_hex30_set(std::string text) {
+    batch.run.hex30 = std::move(text);
+    note_lamps();
+}
+
+void gui_led_red_draw(int /*i*/) { note_lamps(); }
+
+void gui_led_green_draw(int /*i*/) { note_lamps(); }
+
+void gui_lcd_set(std::string /*text*/) { note_lamps(); }
 
 bool gui_choosefile(bool /*save*/, std::string title, std::string /*filter_name*/, std::string /*extension*/,
                     std::string& filename) {
@@ -472,9 +520,6 @@ void gui_status_set(std::string /*text*/) {}
 void gui_pc_set(std::string /*text*/) {}
 void gui_time_set(std::string /*text*/) {}
 void gui_sw_draw(int /*i*/) {}
-void gui_led_red_draw(int /*i*/) {}
-void gui_led_green_draw(int /*i*/) {}
-void gui_lcd_set(std::string /*text*/) {}
 void gui_vga_cursor(bool /*active*/) {}
 void gui_camera_set(bool /*on*/) {}
 void gui_mic_set(bool /*on*/) {}

@@ -28,6 +28,8 @@ struct options_t {
     std::vector<std::string> camera_files;   // the movies that the camera plays, likewise
     std::optional<std::string> serial_file;
     std::optional<std::string> profile_file;
+    std::optional<std::string> events_file;
+    std::optional<std::string> vcd_file;
     bool live_sound = false;
     bool live_camera = false;
     std::vector<std::string> serial_names; // the answers to the serial port's questions

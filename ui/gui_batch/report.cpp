@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cstdio>
-#include <span>
 
 #include <nlohmann/json.hpp>
 
@@ -111,7 +110,8 @@ std::string quoted(std::span<const uint8_t> line) {
     return text + "\"";
 }
 
-// Each byte as the character of that number, in UTF-8.
+} // namespace
+
 std::string characters(std::span<const uint8_t> line) {
     std::string text;
     for (const uint8_t byte : line) {
@@ -124,8 +124,6 @@ std::string characters(std::span<const uint8_t> line) {
 }
 
 std::string message_of(const check_t& check) { return check.place + ": " + check.text; }
-
-} // namespace
 
 std::string text_report(const run_t& run) {
     std::string text = headline(run) + "\n";

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <set>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -47,6 +48,9 @@ struct run_t {
 
 // What `serial_output` holds at most: an endless sender must not fill the memory.
 constexpr size_t MOST_SERIAL_OUTPUT = size_t{16} << 20;
+
+// Each byte as the character of that number, in UTF-8.
+std::string characters(std::span<const uint8_t> line);
 
 // The report for a person, and as one JSON object. Each ends with a line feed.
 std::string text_report(const run_t& run);
