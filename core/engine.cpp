@@ -80,9 +80,11 @@ void take_over_controls() {
 // A slice that begins at a breakpoint executes the instruction there.
 bool is_at_breakpoint() { return is_breakpoint(machine.pc); }
 
-// The slice may have ended before the engine came to the breakpoint.
+// The slice may have ended before the engine came to the breakpoint. That of the simulator, which may have
+// been set in a dialog of the last instruction, is not asked.
 bool ask_at_breakpoint() {
-    return machine.pc != breakpoint && is_at_breakpoint() && !machine.halted && stops->at_breakpoint();
+    return machine.pc != simulator.breakpoint && is_at_breakpoint() && !machine.halted &&
+           stops->at_breakpoint();
 }
 
 void execute_until_over() {
