@@ -1,5 +1,6 @@
-// What the history of a run costs: millions of instructions a second of processor time with and without it, the
-// ratio, and how long a jump to any moment of the newest 10^9 instructions and a step back from there take.
+// What the history of a run costs: millions of instructions a second of processor time with and without it,
+// the ratio, and how long a jump to any moment of the newest 10^9 instructions and a step back from there
+// take.
 
 #include <algorithm>
 #include <cstdio>

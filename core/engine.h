@@ -29,8 +29,8 @@ slice_t run_slice(int32_t count);
 // once more each time that it is tried.
 using observer_t = bool (*)();
 
-// nullptr for none. With one the plain way executes all instructions, and no waiting is passed over. It is set
-// while nothing runs.
+// nullptr for none. With one the plain way executes all instructions, and no waiting is passed over. It is
+// set while nothing runs.
 extern observer_t observer;
 
 // Whoever writes machine.memory or clears machine.modified, other than by memwrite in an instruction, calls

@@ -90,7 +90,8 @@ class parser_t {
     // A '<' of "<<" and a '&' of "&&" are not signs of their own.
     bool is_whole(std::string_view sign) const {
         const char next = at_ + sign.size() < text_.size() ? text_[at_ + sign.size()] : ' ';
-        return sign.size() > 1 || std::string_view("<>|&").find(sign) == std::string_view::npos || next != sign[0];
+        return sign.size() > 1 || std::string_view("<>|&").find(sign) == std::string_view::npos ||
+               next != sign[0];
     }
 
     const binary_t* take_binary(size_t level) {
@@ -256,8 +257,8 @@ class parser_t {
     // The address is what has been parsed last. One that is known is read without being computed.
     void add_load() {
         std::vector<step_t>& steps = expression_.steps;
-        const bool sums = steps.size() >= 3 && steps.back().op == ADD && steps[steps.size() - 2].op == NUMBER &&
-                          steps[steps.size() - 3].op == NUMBER;
+        const bool sums = steps.size() >= 3 && steps.back().op == ADD &&
+                          steps[steps.size() - 2].op == NUMBER && steps[steps.size() - 3].op == NUMBER;
         if (sums) {
             const int32_t sum = wrap_add(steps[steps.size() - 3].value, steps[steps.size() - 2].value);
             steps.resize(steps.size() - 2);

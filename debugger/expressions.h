@@ -10,9 +10,9 @@
 //   keyboard.response  what a register holds, see ports.h
 //   pc, instructions   the program counter, and how many instructions have been executed
 //
-// with the operators of C, but no assignment: || && | ^ & == != < <= > >= << >> + - * / % ! ~ - and parentheses.
-// Words wrap around at 32 bits, comparisons have a sign, >> brings in zeros as the processor does; false is 0 and
-// true 1. A label that is called pc or instructions needs its quotes.
+// with the operators of C, but no assignment: || && | ^ & == != < <= > >= << >> + - * / % ! ~ - and
+// parentheses. Words wrap around at 32 bits, comparisons have a sign, >> brings in zeros as the processor
+// does; false is 0 and true 1. A label that is called pc or instructions needs its quotes.
 
 #include <cstdint>
 #include <functional>
@@ -22,13 +22,34 @@
 #include <vector>
 
 enum class operator_e : uint8_t {
-    NUMBER, WORD, PORT, PC, INSTRUCTIONS, LOAD, // operands; LOAD takes its address from the stack
-    NEGATE, NOT, INVERT,
-    MULTIPLY, DIVIDE, REMAINDER, ADD, SUBTRACT, SHIFT_LEFT, SHIFT_RIGHT,
-    LESS, LESS_EQUAL, GREATER, GREATER_EQUAL, EQUAL, NOT_EQUAL,
-    BIT_AND, BIT_XOR, BIT_OR,
-    AND_SKIP, OR_SKIP, // leave 0 or 1 and skip `value` steps when that is the result, else take it away
-    TRUTH,             // makes 0 or 1 of a value
+    NUMBER,
+    WORD,
+    PORT,
+    PC,
+    INSTRUCTIONS,
+    LOAD, // operands; LOAD takes its address from the stack
+    NEGATE,
+    NOT,
+    INVERT,
+    MULTIPLY,
+    DIVIDE,
+    REMAINDER,
+    ADD,
+    SUBTRACT,
+    SHIFT_LEFT,
+    SHIFT_RIGHT,
+    LESS,
+    LESS_EQUAL,
+    GREATER,
+    GREATER_EQUAL,
+    EQUAL,
+    NOT_EQUAL,
+    BIT_AND,
+    BIT_XOR,
+    BIT_OR,
+    AND_SKIP,
+    OR_SKIP, // leave 0 or 1 and skip `value` steps when that is the result, else take it away
+    TRUTH,   // makes 0 or 1 of a value
 };
 
 struct step_t {
@@ -40,7 +61,8 @@ struct expression_t {
     std::vector<step_t> steps; // in reverse Polish order
     std::string text;
     std::vector<int32_t> words; // the addresses in memory that it reads
-    bool reads_others = false;  // also what these do not tell: addresses that it computes, ports, pc, instructions
+    bool reads_others =
+        false; // also what these do not tell: addresses that it computes, ports, pc, instructions
 };
 
 // Finds the address of a label.
@@ -52,6 +74,6 @@ using find_label_t = std::function<std::optional<int32_t>(std::string_view name)
 // Throws tovik_error: a division by zero, an address of nothing.
 [[nodiscard]] int32_t evaluate(const expression_t& expression);
 
-// The same of one that is known to be the address of something: `list[2]`, `count`, `[8]`, `keyboard.response`.
-// Empty for one that is not.
+// The same of one that is known to be the address of something: `list[2]`, `count`, `[8]`,
+// `keyboard.response`. Empty for one that is not.
 [[nodiscard]] std::optional<int32_t> address_of(const expression_t& expression);

@@ -6,8 +6,8 @@
 #include <string_view>
 
 #include "assembler/operations.h"
-#include "base/machine.h"
 #include "assembler/source.h"
+#include "base/machine.h"
 #include "base/text.h"
 
 namespace {

@@ -41,8 +41,8 @@ struct where_t {
 // The statement whose word an address holds; nullptr when none does.
 [[nodiscard]] const statement_t* statement_at(const places_t& places, int32_t address);
 
-// The address of the first instruction at or after a line of a file, and the line on which it is; -1 when none
-// follows. The file may be named in any way that leads to it.
+// The address of the first instruction at or after a line of a file, and the line on which it is; -1 when
+// none follows. The file may be named in any way that leads to it.
 struct line_address_t {
     int32_t address;
     int32_t line;

@@ -173,8 +173,8 @@ std::vector<access_t> accesses_of(const words_t& words) {
 
 // Begins a sentence.
 std::string shown_access(const places_t& places, const words_t& words, const access_t& access) {
-    const std::string address = access.address < 0 ? hexadecimal(access.address)
-                                                   : std::to_string(access.address);
+    const std::string address =
+        access.address < 0 ? hexadecimal(access.address) : std::to_string(access.address);
     if (!access.computed) {
         return "Operand " + std::to_string(access.operand) + " is " + address;
     }
@@ -215,10 +215,10 @@ bool is_too_early(const access_t& access) {
 }
 
 void say_illegal(telling_t& telling, const words_t& words, const access_t& access) {
-    say(telling, shown_access(telling.places, words, access) +
-                     (access.address < 0 ? ", where no device is."
-                                         : std::string(", beyond the last word of memory, ") + LAST_ADDRESS +
-                                               "."));
+    say(telling,
+        shown_access(telling.places, words, access) +
+            (access.address < 0 ? ", where no device is."
+                                : std::string(", beyond the last word of memory, ") + LAST_ADDRESS + "."));
     if (access.computed) {
         say_writer(telling, words.arg3);
     }
@@ -242,8 +242,8 @@ void say_too_early(telling_t& telling, const words_t& /*words*/, const access_t&
     say(telling, register_in_words(offset) + ", " +
                      (access.write ? "can only change while the command is 0, and that is "
                                    : "can only be read while the response is 1; the command is ") +
-                     std::to_string(command_of(device)) + ". The whole way: " +
-                     std::string(device.handshake) + ".");
+                     std::to_string(command_of(device)) +
+                     ". The whole way: " + std::string(device.handshake) + ".");
 }
 
 struct explained_t {
@@ -431,7 +431,8 @@ std::string register_in_words(int32_t offset) {
     // Of a device in two parts the name says which after a comma.
     const std::string_view name = device->name;
     const size_t comma = std::min(name.find(", "), name.size());
-    std::string text = address + ", the " + std::string(name.substr(0, comma)) + "'s " + std::string(found->name);
+    std::string text =
+        address + ", the " + std::string(name.substr(0, comma)) + "'s " + std::string(found->name);
     if (comma < name.size()) {
         text += " (" + std::string(name.substr(comma + 2)) + ")";
     }

@@ -20,8 +20,8 @@ struct screen_changes_t {
 // Whether there is a screen to paint on; false once its window is closed. Painting does nothing then.
 extern bool screen_open;
 
-// Told of each box of one colour, and (with nullptr) of each picture of many, that is painted on the screen; its
-// corners lie within 1024x1024. nullptr: nobody.
+// Told of each box of one colour, and (with nullptr) of each picture of many, that is painted on the screen;
+// its corners lie within 1024x1024. nullptr: nobody.
 extern void (*screen_painted)(const box_t& box, const uint16_t* color);
 
 // Takes what changed since the last call; `fills` is empty and `copy` false when nothing did. All of it is in

@@ -63,7 +63,8 @@ std::string seconds_at(uint64_t count) {
     constexpr uint64_t NS_PER_SECOND = 1'000'000'000;
     const uint64_t ns = count * NS_PER_INSTRUCTION;
     std::array<char, 40> text{};
-    std::snprintf(text.data(), text.size(), "%llu.%09llu", static_cast<unsigned long long>(ns / NS_PER_SECOND),
+    std::snprintf(text.data(), text.size(), "%llu.%09llu",
+                  static_cast<unsigned long long>(ns / NS_PER_SECOND),
                   static_cast<unsigned long long>(ns % NS_PER_SECOND));
     return text.data();
 }
@@ -95,9 +96,7 @@ lamps_t lamps_now() {
     return lamps;
 }
 
-void note_sent(char byte) {
-    add(machine.instr_count, "serial", {{"byte", static_cast<uint8_t>(byte)}});
-}
+void note_sent(char byte) { add(machine.instr_count, "serial", {{"byte", static_cast<uint8_t>(byte)}}); }
 
 void note_painted(const box_t& box, const uint16_t* color) {
     json_t facts = {{"x1", box.x1}, {"y1", box.y1}, {"x2", box.x2}, {"y2", box.y2}};
@@ -167,7 +166,8 @@ void write_until(uint64_t count) {
 } // namespace
 
 void begin_events(stream_t file, bool keep_sound) {
-    events = {.file = std::move(file), .keep_sound = keep_sound, .waiting = {}, .lamps = lamps_now(), .sound = {}};
+    events = {
+        .file = std::move(file), .keep_sound = keep_sound, .waiting = {}, .lamps = lamps_now(), .sound = {}};
     if (!is_on()) {
         return;
     }
@@ -189,14 +189,14 @@ void note_lamps() {
             add(machine.instr_count, name, {{"value", now.*lamp}});
         }
     }
-    for (const auto& [name, display] :
-         {std::pair{"hex74", &lamps_t::hex74}, {"hex30", &lamps_t::hex30}}) {
+    for (const auto& [name, display] : {std::pair{"hex74", &lamps_t::hex74}, {"hex30", &lamps_t::hex30}}) {
         if (now.*display != before.*display) {
             add(machine.instr_count, name, {{"digits", four_digits(now.*display)}});
         }
     }
     if (now.lcd != before.lcd) {
-        add(machine.instr_count, "lcd", {{"lines", {characters(machine.lcd_ram[0]), characters(machine.lcd_ram[1])}}});
+        add(machine.instr_count, "lcd",
+            {{"lines", {characters(machine.lcd_ram[0]), characters(machine.lcd_ram[1])}}});
     }
 }
 

@@ -46,7 +46,7 @@ struct batch_t {
     std::vector<std::filesystem::path> created;             // those that were not there before
     std::map<std::string, std::deque<std::string>> answers; // to file choosers, by their titles
     bool console_ended = false;
-    stream_t serial; // of --save-serial
+    stream_t serial;      // of --save-serial
     stream_t events_file; // until the run begins
     stream_t waves_file;
     run_t run{};
@@ -198,8 +198,8 @@ pass_t simulate_some() {
     return pass;
 }
 
-// Returns whether the run goes on. Only sound sets the pace here: whatever a pass wants to sleep is not waited
-// for.
+// Returns whether the run goes on. Only sound sets the pace here: whatever a pass wants to sleep is not
+// waited for.
 bool run_pass() {
     const pass_t pass = simulate_some();
     if (pass.wait != nullptr) {
@@ -383,7 +383,8 @@ void collect_memory() {
 
 } // namespace
 
-int run_batch(const options_t& options, const labels_t& labels, places_t places, std::vector<event_t> events) {
+int run_batch(const options_t& options, const labels_t& labels, places_t places,
+              std::vector<event_t> events) {
     batch = {};
     batch.options = options;
     batch.events = std::move(events);

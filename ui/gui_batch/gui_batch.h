@@ -8,8 +8,9 @@
 #include "ui/gui_batch/options.h"
 #include "ui/gui_batch/report.h"
 
-// Labels are what the options name; the places are for the report alone. Opens what the run will write, runs the loaded machine until the program stops, writes the files and the
-// report, and returns the exit status. Throws usage_error_t before anything runs.
+// Labels are what the options name; the places are for the report alone. Opens what the run will write, runs
+// the loaded machine until the program stops, writes the files and the report, and returns the exit status.
+// Throws usage_error_t before anything runs.
 int run_batch(const options_t& options, const labels_t& labels, places_t places, std::vector<event_t> events);
 
 // Whether the program has begun to run: what goes wrong since then is no fault of the usage.

@@ -2,8 +2,8 @@
 
 // Ctrl+C and SIGTERM end a run, not the process: what the run has found is still written.
 
-// From now on the first of the two signals is only noted, and the second one ends the process at once: what has
-// not been written whole by then is lost. One that is ignored stays so.
+// From now on the first of the two signals is only noted, and the second one ends the process at once: what
+// has not been written whole by then is lost. One that is ignored stays so.
 void note_interrupts();
 
 // The run is over: from now on the next signal ends the process.

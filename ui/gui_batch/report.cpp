@@ -64,9 +64,8 @@ std::string place(const run_t& run) {
 
 nlohmann::ordered_json place_object(const run_t& run) {
     const where_t& where = run.why.place;
-    const std::string name = run.places.labels.contains(where.label)
-                                 ? where.label
-                                 : where.label.substr(0, where.label.rfind('+'));
+    const std::string name =
+        run.places.labels.contains(where.label) ? where.label : where.label.substr(0, where.label.rfind('+'));
     const auto label = run.places.labels.find(name);
     nlohmann::ordered_json place;
     place["address"] = where.address;

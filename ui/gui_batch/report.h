@@ -33,7 +33,7 @@ struct check_t {
 struct run_t {
     // "halt", "limit", "breakpoint", "watchpoint", "error", "check", "script" or "interrupted"
     std::string reason;
-    std::string hex74;  // the displays' digits as shown
+    std::string hex74; // the displays' digits as shown
     std::string hex30;
     std::set<int32_t> memory; // addresses of words to report
     std::vector<message_t> messages;

@@ -27,8 +27,8 @@ struct wave_t {
 
 struct waves_t {
     stream_t file;
-    std::vector<wave_t> waves;                         // in the order of their offsets
-    std::vector<std::pair<int32_t, int32_t>> touched;  // by the instruction that comes: devices' offsets
+    std::vector<wave_t> waves;                        // in the order of their offsets
+    std::vector<std::pair<int32_t, int32_t>> touched; // by the instruction that comes: devices' offsets
     bool all_touched = false;
     uint64_t next_response = UINT64_MAX; // when a busy device answers
     uint64_t written_time = 0;           // instruction count of the last time mark
@@ -37,8 +37,8 @@ struct waves_t {
 waves_t waves;
 
 bool is_shown(const board_register_t& one) {
-    return one.kind == register_e::COMMAND || one.kind == register_e::RESPONSE || one.offset == SPEAKER_SAMPLE ||
-           (one.kind == register_e::PLAIN && one.name != "timer");
+    return one.kind == register_e::COMMAND || one.kind == register_e::RESPONSE ||
+           one.offset == SPEAKER_SAMPLE || (one.kind == register_e::PLAIN && one.name != "timer");
 }
 
 // "17-0" or "0"
@@ -131,8 +131,8 @@ void write_head() {
         std::string variables;
         for (const board_register_t& one : device.registers) {
             if (is_shown(one)) {
-                const wave_t& wave = waves.waves.emplace_back(
-                    wave_t{one.offset, bits_of(one), identifier(static_cast<int32_t>(waves.waves.size())), 0});
+                const wave_t& wave = waves.waves.emplace_back(wave_t{
+                    one.offset, bits_of(one), identifier(static_cast<int32_t>(waves.waves.size())), 0});
                 variables += "$var wire " + std::to_string(wave.bits) + " " + wave.identifier + " " +
                              plain_name(one.name) + " $end\n";
             }
