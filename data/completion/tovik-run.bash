@@ -8,7 +8,7 @@ _tovik_run() {
     --png) _filedir png ;;
     --save-vga | --save-sdram) _filedir dat ;;
     --save-speaker | --mic) _filedir wav ;;
-    --script | --camera | --sd | --serial | --save-serial | --profile) _filedir ;;
+    --script | --camera | --sd | --serial | --save-serial | --profile | --events | --vcd) _filedir ;;
     --report) COMPREPLY=($(compgen -W "text json none" -- "$cur")) ;;
     --limit | --break | --watch | --switches | --seed | --memory) ;;
     *)
