@@ -321,6 +321,13 @@ void check_stopped(const adapter_t& adapter) {
     }
 }
 
+void check_begun(const adapter_t& adapter) {
+    check_stopped(adapter);
+    if (adapter.phase == phase_e::LAUNCHED) {
+        throw refused_t{"configurationDone comes first"};
+    }
+}
+
 std::vector<std::string> adapter_take(adapter_t& adapter, std::string_view message) {
     take(adapter, message);
     return take_messages(adapter);
@@ -331,6 +338,7 @@ adapter_pass_t adapter_run(adapter_t& adapter, uint64_t now_us) {
     pass.next_ms = run(adapter, now_us, pass);
     if (adapter.phase >= phase_e::LAUNCHED && adapter.phase != phase_e::ENDED) {
         tell_what_was_said(adapter);
+        tell_lcd_at_rest(adapter, now_us);
         const std::optional<int> board_ms = tell_board(adapter, now_us);
         if (board_ms && !pass.next_ms) {
             pass.next_ms = board_ms;

@@ -76,6 +76,8 @@ struct adapter_t {
     int next_id = 1;
     board_told_t board{};
     std::string lcd_told{};
+    std::string lcd_seen{}; // the last time, and since when
+    uint64_t lcd_seen_us = 0;
     moment_t went_at = 0;      // where the board was when it last went on
     int32_t piece = 0;         // instructions
     uint64_t piece_at_us = 0;  // when the last one began; 0 for none

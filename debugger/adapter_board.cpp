@@ -128,6 +128,23 @@ json go_to(adapter_t& adapter, moment_t moment) {
 
 std::string lcd_text() { return lcd_line(0) + "|" + lcd_line(1); }
 
+void tell_lcd(adapter_t& adapter) {
+    if (const std::string text = lcd_text(); text != adapter.lcd_told) {
+        adapter.lcd_told = text;
+        tell_output(adapter, "console", "LCD: " + text + "\n");
+    }
+}
+
+void tell_lcd_at_rest(adapter_t& adapter, uint64_t now_us) {
+    constexpr uint64_t REST_US = 200'000;
+    if (const std::string text = lcd_text(); text != adapter.lcd_seen) {
+        adapter.lcd_seen = text;
+        adapter.lcd_seen_us = now_us;
+    } else if (adapter.phase == phase_e::RUNNING && now_us - adapter.lcd_seen_us >= REST_US) {
+        tell_lcd(adapter);
+    }
+}
+
 std::optional<int> tell_board(adapter_t& adapter, uint64_t now_us) {
     board_told_t& board = adapter.board;
     if (!board.wanted) {
@@ -234,7 +251,7 @@ json board_serial(adapter_t& adapter, const json& arguments) {
 }
 
 json go_to_moment(adapter_t& adapter, const json& arguments) {
-    check_stopped(adapter);
+    check_begun(adapter);
     return go_to(adapter, static_cast<moment_t>(number_in(arguments, "moment", 0, INT64_MAX)));
 }
 

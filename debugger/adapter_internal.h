@@ -42,9 +42,10 @@ int64_t number_in(const json& arguments, const char* name, int64_t lowest, int64
                   int64_t otherwise);
 bool flag_in(const json& arguments, const char* name, bool otherwise = false);
 
-// Throw refused_t unless there is a program, and unless it stands still.
+// Throw refused_t unless there is a program, unless it stands still, and unless it has also been begun.
 void check_launched(const adapter_t& adapter);
 void check_stopped(const adapter_t& adapter);
+void check_begun(const adapter_t& adapter);
 
 // ---- Launch
 
@@ -99,8 +100,12 @@ std::optional<std::string> bytes_of_base64(std::string_view text);
 // The event `tovik/board`, when it is time for it. Returns after how many milliseconds the next one is due.
 std::optional<int> tell_board(adapter_t& adapter, uint64_t now_us);
 
-// What the display shows, as two lines.
+// What the display shows, as two lines, and the output of that when it is new.
 std::string lcd_text();
+void tell_lcd(adapter_t& adapter);
+
+// The same when the text has stayed for a while, so that nobody gets it character by character.
+void tell_lcd_at_rest(adapter_t& adapter, uint64_t now_us);
 
 // ---- The requests; the names are those of the protocol
 

@@ -16,6 +16,32 @@ namespace {
 
 constexpr int64_t HIGHEST = std::numeric_limits<int64_t>::max();
 
+constexpr const char* SUPPORTED[] = {
+    "supportsConfigurationDoneRequest",
+    "supportsConditionalBreakpoints",
+    "supportsHitConditionalBreakpoints",
+    "supportsLogPoints",
+    "supportsInstructionBreakpoints",
+    "supportsDataBreakpoints",
+    "supportsEvaluateForHovers",
+    "supportsStepBack",
+    "supportsSetVariable",
+    "supportsSetExpression",
+    "supportsGotoTargetsRequest",
+    "supportsCompletionsRequest",
+    "supportsRestartRequest",
+    "supportsExceptionInfoRequest",
+    "supportsTerminateRequest",
+    "supportsReadMemoryRequest",
+    "supportsWriteMemoryRequest",
+    "supportsDisassembleRequest",
+    "supportsCancelRequest",
+    "supportsLoadedSourcesRequest",
+    "supportsSteppingGranularity",
+    "supportsValueFormattingOptions",
+    "supportsClipboardContext",
+};
+
 // One text, or a list of them.
 std::vector<std::string> texts_in(const json& arguments, const char* name) {
     const json& texts = member(arguments, name);
@@ -137,29 +163,7 @@ json initialize(adapter_t& adapter, const json& arguments) {
     json capabilities = {{"exceptionBreakpointFilters", json::array()},
                          {"completionTriggerCharacters", {".", "&", "["}},
                          {"tovikVersion", adapter.version}};
-    for (const char* const supported : {"supportsConfigurationDoneRequest",
-                                        "supportsConditionalBreakpoints",
-                                        "supportsHitConditionalBreakpoints",
-                                        "supportsLogPoints",
-                                        "supportsInstructionBreakpoints",
-                                        "supportsDataBreakpoints",
-                                        "supportsEvaluateForHovers",
-                                        "supportsStepBack",
-                                        "supportsSetVariable",
-                                        "supportsSetExpression",
-                                        "supportsGotoTargetsRequest",
-                                        "supportsCompletionsRequest",
-                                        "supportsRestartRequest",
-                                        "supportsExceptionInfoRequest",
-                                        "supportsTerminateRequest",
-                                        "supportsReadMemoryRequest",
-                                        "supportsWriteMemoryRequest",
-                                        "supportsDisassembleRequest",
-                                        "supportsCancelRequest",
-                                        "supportsLoadedSourcesRequest",
-                                        "supportsSteppingGranularity",
-                                        "supportsValueFormattingOptions",
-                                        "supportsClipboardContext"}) {
+    for (const char* const supported : SUPPORTED) {
         capabilities[supported] = true;
     }
     return capabilities;

@@ -26,22 +26,12 @@ constexpr reason_text_t REASONS[] = {
 };
 
 json go(adapter_t& adapter, motion_e motion, int32_t address = -1) {
-    check_stopped(adapter);
-    if (adapter.phase == phase_e::LAUNCHED) {
-        throw refused_t{"configurationDone comes first"};
-    }
+    check_begun(adapter);
     begin_motion(adapter, motion, address);
     return nullptr;
 }
 
 std::string first_line(const std::string& text) { return text.substr(0, text.find('\n')); }
-
-void tell_lcd(adapter_t& adapter) {
-    if (const std::string text = lcd_text(); text != adapter.lcd_told) {
-        adapter.lcd_told = text;
-        tell_output(adapter, "console", "LCD: " + text + "\n");
-    }
-}
 
 json shown_frame(const adapter_t& adapter, const frame_t& frame, size_t index) {
     const where_t place = where(session_places(), frame.address);
@@ -187,7 +177,7 @@ json goto_targets(adapter_t& adapter, const json& arguments) {
 }
 
 json goto_target(adapter_t& adapter, const json& arguments) {
-    check_stopped(adapter);
+    check_begun(adapter);
     session_set_pc(static_cast<int32_t>(number_in(arguments, "targetId", 1, MEMORY_SIZE) - 1));
     tell_stopped(adapter, "goto", "");
     return nullptr;

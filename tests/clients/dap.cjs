@@ -35,10 +35,25 @@ zero    .data   0
 spin    cp      switches 0x80000000
         be      spin one one
 `;
+const PARROT = `next    cp      0x80000090 one
+wait    cp      got 0x80000091
+        be      wait got zero
+        cp      0x800000a2 0x80000092
+        cp      0x80000090 zero
+        cp      0x800000a0 one
+busy    cp      got 0x800000a1
+        be      busy got zero
+        cp      0x800000a0 zero
+        be      next zero zero
+got     .data   0
+one     .data   1
+zero    .data   0
+`;
 const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'dap '));
 fs.cpSync(process.env.TOVIK_EXAMPLES, folder, { recursive: true });
 const pathOf = (name) => path.join(folder, name);
 fs.writeFileSync(pathOf('broken.k'), BROKEN);
+fs.writeFileSync(pathOf('parrot.k'), PARROT);
 // From 1.
 function lineOf(name, text) {
     const line = fs.readFileSync(pathOf(name), 'utf8').split('\n').findIndex((one) => one.includes(text)) + 1;
@@ -222,6 +237,38 @@ async function faultAndBoard() {
     await end();
 }
 
+// What the user does at the board while the program runs.
+async function input() {
+    const until = async (holds) => { while (!holds()) await new Promise((resolve) => setTimeout(resolve, 10)); };
+    await begin('parrot.k', { speed: 'board' });
+    await client.configurationDoneRequest();
+    await ask('tovik/serial', { text: 'hi' });
+    await until(() => output.stdout.includes('hi'));
+    await ask('tovik/serial', { data: Buffer.from('ho').toString('base64') });
+    await until(() => output.stdout.includes('ho'));
+    await go('pause');
+    const { now } = await ask('tovik/history');
+    await client.continueRequest({ threadId: 1 });
+    const start = Date.now();
+    await new Promise((resolve) => setTimeout(resolve, 500));
+    await go('pause');
+    const speed = ((await ask('tovik/history')).now - now) / (Date.now() - start);
+    assert(speed > 1000 && speed < 10000, `${speed} instructions a millisecond`);
+    await end();
+
+    events.length = 0;
+    await begin('keyboard_echo.k', { board: true });
+    await client.configurationDoneRequest();
+    await ask('tovik/key', { code: 'o'.charCodeAt(0) });
+    await ask('tovik/key', { code: 'o'.charCodeAt(0), down: false });
+    await ask('tovik/key', { text: 'k' });
+    await until(() => /LCD: ok/.test(output.console));
+    assert.equal(output.console.match(/LCD: o/g).length, 1);
+    await ask('tovik/pointer', { inside: true, x: 10, y: 10, button: 1 });
+    await until(() => events.some(([, body]) => body.mouseActive));
+    await end();
+}
+
 const REFUSED = [
     ['launch', { program: 'a.k' }, /has been launched/],
     ['initialize', {}, /has been done/],
@@ -260,12 +307,18 @@ async function refusals() {
     const early = new DebugClient('env', path.join(process.env.TOVIK_BIN, 'tovik-dap'), 'k24');
     await early.start();
     await assert.rejects(early.launchRequest({ program: 'a.k' }), /initialize comes first/);
-    await early.initializeRequest();
+    await early.initializeRequest({ adapterID: 'k24', linesStartAt1: false });
     await assert.rejects(early.customRequest('stackTrace', { threadId: 1 }), /no program/);
     for (const [wrong, why] of [[{}, /program/], [{ program: 'a.txt' }, /neither/], [{ program: pathOf('none.k') }, /none\.k/],
         [{ program: pathOf('broken.k'), limit: 0 }, /limit/], [{ program: pathOf('broken.k'), speed: 'fast' }, /fast/],
         [{ program: pathOf('broken.k'), sd: pathOf('broken.k') }, /source/], [{ program: pathOf('broken.k'), serial: [1] }, /serial/]]) {
         await assert.rejects(early.launchRequest(wrong), why);
+    }
+    await early.launchRequest({ program: pathOf('broken.k') });
+    const source = { path: pathOf('broken.k') };
+    assert.equal((await early.customRequest('setBreakpoints', { source, breakpoints: [{ line: 0 }] })).body.breakpoints[0].line, 1);
+    for (const [command, args] of [['continue', {}], ['goto', { targetId: 5 }], ['tovik/goTo', { moment: 0 }]]) {
+        await assert.rejects(early.customRequest(command, args), /configurationDone comes first/);
     }
     await early.stop();
 
@@ -289,6 +342,7 @@ async function refusals() {
 async function walk() {
     await forwardsAndBackwards();
     await faultAndBoard();
+    await input();
     await refusals();
 }
 
