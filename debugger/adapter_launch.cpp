@@ -115,11 +115,12 @@ void begin(adapter_t& adapter, const json& arguments) {
     try {
         session_begin(options);
     } catch (const tovik_error& error) {
-        std::string text = error.message;
+        std::string text;
         for (const front_message_t& message : std::exchange(front.messages, {})) {
-            text = message.text + (message.text == text ? "" : "\n" + text);
+            text += message.text;
+            text += '\n';
         }
-        throw refused_t{text};
+        throw refused_t{text + error.message};
     }
     vga_repaint();
     adapter.launch = arguments;
