@@ -35,8 +35,9 @@ std::string first_line(const std::string& text) { return text.substr(0, text.fin
 
 json shown_frame(const adapter_t& adapter, const frame_t& frame, size_t index) {
     const where_t place = where(session_places(), frame.address);
+    const std::string name = frame.subroutine.empty() ? "main" : frame.subroutine;
     json shown = {{"id", index + 1},
-                  {"name", frame.subroutine.empty() ? "main" : frame.subroutine},
+                  {"name", frame.guessed ? name + "?" : name},
                   {"line", 0},
                   {"column", 0},
                   {"instructionPointerReference", memory_reference(frame.address)}};
@@ -114,7 +115,7 @@ json stack_trace(adapter_t& adapter, const json& arguments) {
     check_stopped(adapter);
     const auto first = static_cast<size_t>(number_in(arguments, "startFrame", 0, INT32_MAX, 0));
     const auto levels = static_cast<size_t>(number_in(arguments, "levels", 0, INT32_MAX, 0));
-    std::vector<frame_t> frames = session_frames();
+    std::vector<frame_t> frames = session_frames(adapter.go_on);
     // The next instruction would be whatever stands behind the halt.
     if (machine.halted && !frames.empty() && frames.front().address >= WORDS_PER_INSTRUCTION) {
         frames.front().address -= WORDS_PER_INSTRUCTION;
