@@ -1,12 +1,16 @@
 // The ways forward and back.
 
 #include <algorithm>
+#include <optional>
+#include <string>
 #include <utility>
 
 #include "base/machine.h"
 #include "core/instructions.h"
 #include "core/simulate.h"
+#include "debugger/reasons.h"
 #include "debugger/session_state.h"
+#include "host/clock.h"
 
 namespace session {
 namespace {
@@ -56,15 +60,40 @@ session_stop_t stop_for(stop_e why, std::string description = {}) {
     return {.why = why, .ids = state.met.ids, .description = std::move(description)};
 }
 
+// Nobody waits longer for a reason.
+constexpr uint64_t MOST_SEARCH_US = 500000;
+
+std::optional<writer_t> find_writer(int32_t address) {
+    const uint64_t begin = stopwatch_us();
+    bool gave_up = false;
+    const auto goes_on = [&](double /*done*/) {
+        gave_up = stopwatch_us() - begin >= MOST_SEARCH_US;
+        return !gave_up;
+    };
+    const std::optional<written_t> written = session_last_write(address, goes_on);
+    if (gave_up || (written && written->by_user) || (!written && history_first() > 0)) {
+        return std::nullopt;
+    }
+    return written ? writer_t{written->pc, written->count} : writer_t{NOBODY, 0};
+}
+
+session_stop_t stop_at_fault() {
+    std::string text = last_stop().error;
+    text += (text.ends_with('\n') ? "" : "\n") + shown(where(state.places, machine.pc));
+    const reason_t reason = reason_of(state.places, find_writer);
+    text += (reason.text.empty() ? "" : "\n") + reason.text;
+    return stop_for(stop_e::FAULT, std::move(text));
+}
+
 session_stop_t stop_before_run() {
     if (machine.halted) {
         return stop_for(stop_e::HALT);
     }
     if (state.motion.paused) {
-        return stop_for(stop_e::PAUSE);
+        return stop_for(stop_e::PAUSE, waiting_in_words(state.places));
     }
     if (state.limit && machine.instr_count >= *state.limit) {
-        return stop_for(stop_e::LIMIT);
+        return stop_for(stop_e::LIMIT, waiting_in_words(state.places));
     }
     if (state.script_stop && *state.script_stop <= history_now()) {
         state.script_stop.reset();
@@ -90,8 +119,7 @@ session_stop_t stop_after_run(const pass_t& pass) {
         return stop_for(stop_e::HALT);
     }
     if (pass.idle && last_stop().reason == stop_reason_e::ERROR) {
-        return stop_for(stop_e::FAULT, last_stop().error + (last_stop().error.ends_with('\n') ? "" : "\n") +
-                                           shown(where(state.places, machine.pc)));
+        return stop_at_fault();
     }
     if (state.met.by_write && is_breakpoint(machine.pc)) {
         ask_here();

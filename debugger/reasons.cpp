@@ -72,9 +72,13 @@ void say_writer(telling_t& telling, int32_t address) {
         return;
     }
     const std::optional<writer_t> writer = telling.last_writer(address);
-    say(telling, writer ? "Instruction " + std::to_string(writer->count) + " of the run wrote it last, at " +
-                              shown(where(telling.places, writer->pc)) + "."
-                        : "Nothing has written it during the run.");
+    if (!writer) {
+        return;
+    }
+    say(telling, writer->pc == NOBODY
+                     ? "Nothing has written it during the run."
+                     : "Instruction " + std::to_string(writer->count) + " of the run wrote it last, at " +
+                           shown(where(telling.places, writer->pc)) + ".");
 }
 
 // Says of a word of an instruction that it is no longer what was loaded, if so.
@@ -439,13 +443,19 @@ std::string register_in_words(int32_t offset) {
     return text;
 }
 
+std::string waiting_in_words(const places_t& places) {
+    telling_t telling = {places, nullptr, ""};
+    say_waiting(telling);
+    return telling.text;
+}
+
 reason_t reason_of(const places_t& places, const last_writer_t& last_writer) {
     telling_t telling = {places, last_writer, ""};
     reason_t reason;
     int32_t pc = machine.pc;
     switch (last_stop().reason) {
     case stop_reason_e::ERROR:
-        say_fault(telling, last_stop().error);
+        say_fault(telling, std::string(last_stop().error)); // looking for a writer changes that one
         break;
     case stop_reason_e::HALT:
         pc = wrap_sub(machine.pc, WORDS_PER_INSTRUCTION);

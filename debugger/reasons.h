@@ -10,13 +10,15 @@
 
 #include "debugger/places.h"
 
+constexpr int32_t NOBODY = -1;
+
 // Who wrote a word of memory.
 struct writer_t {
-    int32_t pc;     // of the instruction
+    int32_t pc;     // of the instruction; NOBODY when nothing has written it since the program was loaded
     uint64_t count; // which instruction of the run it was, from 1
 };
 
-// Who wrote a word last; none when nobody has since the history began. The board is afterwards as it was.
+// Who wrote a word last; none when it is not known. The board is afterwards as it was.
 using last_writer_t = std::function<std::optional<writer_t>(int32_t address)>;
 
 struct reason_t {
@@ -28,6 +30,9 @@ struct reason_t {
 // Of the last run, which has stopped, or of the next instructions of one that has been interrupted. Changes
 // nothing on the board. Without `last_writer` an overwritten word is only told by what was loaded.
 [[nodiscard]] reason_t reason_of(const places_t& places, const last_writer_t& last_writer = nullptr);
+
+// What the next instructions do if they wait or go round for ever: "The program waits at ..."; else empty.
+[[nodiscard]] std::string waiting_in_words(const places_t& places);
 
 // "0x80000021, the keyboard's response".
 [[nodiscard]] std::string register_in_words(int32_t offset);

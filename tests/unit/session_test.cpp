@@ -261,7 +261,8 @@ TEST_F(session, answers_each_command) {
         {"continue", "breakpoint #2 at 10 double"},
         {"out", "step at 12 loop+8"},
         {"continue", "i is 2, 60; i is 3, 6; fault at 25 loop+28: error at PC 32\ndivision by zero\nloop+28 "
-                     "(address 32), program.k:9: div i i zero"},
+                     "(address 32), program.k:9: div i i zero\nThe divisor, zero (address 55), holds 0. "
+                     "Nothing has written it during the run."},
         {"reverse", "breakpoint #2 at 10 double"},
         {"reverse", "breakpoint #1 at 9 loop+4"},
         {"reverse", "beginning at 0 "},
@@ -284,7 +285,8 @@ TEST_F(session, answers_each_command) {
         {"back-over", "step at 14 loop+16"},
         {"to 32", "step at 24 loop+28"},
         {"continue", "fault at 25 loop+28: error at PC 32\ndivision by zero\nloop+28 (address 32), "
-                     "program.k:9: div i i zero"},
+                     "program.k:9: div i i zero\nThe divisor, zero (address 55), holds 0. "
+                     "Nothing has written it during the run."},
         {"? last write value",
          "double (address 40), program.k:11: double add value value value, instruction 18"},
         {"? last write keyboard.command", "nobody has written it since the history began"},
@@ -332,7 +334,8 @@ TEST_F(session, answers_each_command) {
         {"back", "step at 22 loop+20"},
         {"set i 5", "22 loop+20"},
         {"continue", "fault at 25 loop+28: error at PC 32\ndivision by zero\nloop+28 (address 32), "
-                     "program.k:9: div i i zero"},
+                     "program.k:9: div i i zero\nThe divisor, zero (address 55), holds 0. "
+                     "Nothing has written it during the run."},
         {"back", "step at 24 loop+28"},
         {"pc 36", "24 loop+32"},
         {"continue", "halt at 25 double"},
