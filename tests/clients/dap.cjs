@@ -269,6 +269,37 @@ async function input() {
     await end();
 }
 
+// The manual's page about going backwards, and its two exercises.
+async function debuggingPage() {
+    const page = fs.readFileSync(process.env.TOVIK_EXAMPLES + '/../docs/debugging.md', 'utf8');
+    const name = 'exercises/average.k';
+    assert(page.includes(fs.readFileSync(pathOf(name), 'utf8')));
+    await begin(name);
+    assert.equal(await go('configurationDone'), 'halt average.k: halt');
+    assert.match(await value('count'), /^36 /);
+    assert.match(await value('sum'), /^16206 /);
+    const answer = (await value('last write count', 'repl')).replace(/, [^,]*\/average\.k/, ', average.k');
+    assert(page.includes(`    ${answer}\n`), answer);
+    const { dataId } = await ask('dataBreakpointInfo', { name: 'count' });
+    await ask('setDataBreakpoints', { breakpoints: [{ dataId, accessType: 'write' }] });
+    assert.equal(await go('reverseContinue'), 'data breakpoint average.k: cp i n');
+    assert.deepEqual([await value('i'), await value('n')], ['5 (0x5)', '6 (0x6)']);
+    await end();
+
+    await begin('exercises/minutes.k');
+    await client.configurationDoneRequest();
+    assert.match(await go('pause'), /^pause minutes\.k: (add seconds seconds more|ret return)$/);
+    assert.match(await value('last write return', 'repl'), /minutes\.k:\d+: call from_hours return/);
+    await end();
+
+    await begin('exercises/keys.k');
+    await client.configurationDoneRequest();
+    await ask('tovik/key', { text: 'ab' });
+    assert.match(await go('pause'), /^pause keys\.k: /);
+    assert.deepEqual([await value('count'), await value('keyboard.command')], ['1 (0x1)', '1 (0x1)']);
+    await end();
+}
+
 const REFUSED = [
     ['launch', { program: 'a.k' }, /has been launched/],
     ['initialize', {}, /has been done/],
@@ -343,6 +374,7 @@ async function walk() {
     await forwardsAndBackwards();
     await faultAndBoard();
     await input();
+    await debuggingPage();
     await refusals();
 }
 
