@@ -65,6 +65,7 @@ template <typename stop_t>
 std::vector<int> told_ids(adapter_t& adapter, const std::vector<stop_t>& stops,
                           const std::vector<int>& again) {
     std::vector<int> ids;
+    ids.reserve(stops.size());
     for (const stop_t& stop : stops) {
         ids.push_back(told_id(adapter, stop.id, again, ids.size()));
     }
