@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cassert>
 #include <deque>
+#include <string>
 
 namespace {
 
@@ -18,7 +19,7 @@ struct journal_t {
 journal_t journal;
 
 size_t size_of(const passed_t& passed) {
-    return sizeof passed + (passed.bytes == nullptr ? 0 : passed.bytes->size() + sizeof *passed.bytes);
+    return sizeof passed + (passed.bytes == nullptr ? 0 : passed.bytes->size() + sizeof(std::string));
 }
 
 uint64_t end_of_entries() { return journal.forgotten + journal.entries.size(); }
