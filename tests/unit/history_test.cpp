@@ -106,7 +106,7 @@ station_t station() {
 }
 
 void poke(int32_t address, int32_t value) {
-    machine.memory[address] = value;
+    machine.memory[address % MEMORY_SIZE] = value;
     forget_proofs();
 }
 
