@@ -137,7 +137,7 @@ template <typename stop_t> std::vector<stop_t> parse_stops(std::istream& words) 
         stop_t stop;
         const auto cut = [&](const std::string& name) {
             const size_t begin = text.find(" " + name + " ");
-            const std::string part = begin < text.size() ? text.substr(begin + name.size() + 2) : "";
+            std::string part = begin < text.size() ? text.substr(begin + name.size() + 2) : "";
             text.resize(std::min(begin, text.size()));
             return part;
         };
