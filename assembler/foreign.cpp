@@ -1,7 +1,6 @@
 #include "assembler/foreign.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <limits>
 
@@ -35,12 +34,6 @@ digits_t notation_of(std::string_view text) {
         return {text.substr(0, text.size() - 1), 16};
     }
     return {text, 10};
-}
-
-std::string in_hexadecimal(uint64_t value) {
-    std::array<char, 16> digits;
-    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value, 16).ptr;
-    return "0x" + std::string(digits.data(), end);
 }
 
 // Offset in a token of what begins a comment elsewhere, or npos.
@@ -80,7 +73,7 @@ std::string right_form(std::string_view number) {
     if (value > std::numeric_limits<uint32_t>::max()) {
         return {};
     }
-    return base == 16 || value > MOST_POSITIVE ? in_hexadecimal(value) : std::to_string(value);
+    return base == 16 || value > MOST_POSITIVE ? hexadecimal(value) : std::to_string(value);
 }
 
 std::optional<span_t> foreign_comment(const source_map_t& map, const statement_t& statement) {

@@ -27,9 +27,6 @@
 
 namespace {
 
-// Turns of the run loop, one an instruction or an event, between two looks at the window.
-constexpr int32_t TURNS_PER_LOOK = 100000;
-
 // One second of the simulated clock, rounded down to a whole number.
 constexpr int32_t INSTRUCTIONS_PER_SECOND = 6666666;
 constexpr uint32_t MS_PER_MILLION_INSTRUCTIONS = NS_PER_INSTRUCTION;

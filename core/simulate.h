@@ -5,6 +5,9 @@
 #include <cstdint>
 #include <string>
 
+// Turns of the run loop, one an instruction or an event, between two looks at the window.
+constexpr int32_t TURNS_PER_LOOK = 100000;
+
 // Limits the process's processor time, and clears the controls of the simulation: no trace, no breakpoint, no
 // watchpoint, no step.
 void simulate_init();

@@ -9,7 +9,9 @@
 #include "debugger/adapter_internal.h"
 #include "debugger/front.h"
 #include "devices/audio.h"
+#include "devices/camera.h"
 #include "devices/ledswitchtimer.h"
+#include "devices/sd.h"
 #include "ui/screen.h"
 
 namespace {
@@ -88,9 +90,9 @@ std::map<std::string, std::vector<std::string>> answers_in(const json& arguments
             throw refused_t{"sd: " + card + " is a source"};
         }
     }
-    return {{"Choose SD card file", texts_in(arguments, "sd")},
-            {"Choose microphone .wav file", texts_in(arguments, "microphone")},
-            {"Choose kmovie file", texts_in(arguments, "camera")},
+    return {{SD_QUESTION, texts_in(arguments, "sd")},
+            {MICROPHONE_QUESTION, texts_in(arguments, "microphone")},
+            {CAMERA_QUESTION, texts_in(arguments, "camera")},
             {SERIAL_PORT, texts_in(arguments, "serial")}};
 }
 

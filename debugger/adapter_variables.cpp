@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "base/machine.h"
+#include "base/text.h"
 #include "debugger/adapter_internal.h"
 #include "debugger/ports.h"
 #include "devices/io.h"
@@ -125,16 +126,6 @@ std::vector<child_t> children_of(int64_t reference) {
         }
     }
     throw refused_t{"variablesReference: there is nothing with this number"};
-}
-
-std::string hexadecimal(int32_t value) {
-    std::string text;
-    auto rest = static_cast<uint32_t>(value);
-    do {
-        text.insert(text.begin(), "0123456789abcdef"[rest & 0xf]);
-        rest >>= 4;
-    } while (rest != 0);
-    return "0x" + text;
 }
 
 std::string value_text(std::optional<int32_t> value, bool hex) {

@@ -109,9 +109,7 @@ void copy_if_due() {
     }
 }
 
-// Turns of the run loop in which it sees that nothing runs count there, and are no part of the board's way.
-constexpr int32_t TURNS_PER_LOOK = 100000;
-
+// A turn in which the run loop sees that nothing runs counts there, and is no part of the board's way.
 pass_t run_piece(int32_t most) {
     simulator.step = -1;
     simulator.running = true;

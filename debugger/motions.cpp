@@ -15,13 +15,8 @@
 namespace session {
 namespace {
 
-// At every so many instructions a run without a debugger looks for what happens at the window.
-constexpr uint64_t INSTRUCTIONS_PER_LOOK = 100000;
-
-// The first count at or after one at which the run looks.
-uint64_t look_at_or_after(uint64_t count) {
-    return count + (INSTRUCTIONS_PER_LOOK - 1 - count % INSTRUCTIONS_PER_LOOK);
-}
+// The first count at or after one at which a run without a debugger looks for what happens at the window.
+uint64_t look_at_or_after(uint64_t count) { return count + (TURNS_PER_LOOK - 1 - count % TURNS_PER_LOOK); }
 
 // Those of the very beginning have happened then.
 bool is_timed(const event_t& event) { return event.count > 0; }

@@ -1,9 +1,7 @@
 #include "debugger/reasons.h"
 
 #include <algorithm>
-#include <array>
 #include <cassert>
-#include <cstdio>
 #include <map>
 #include <string_view>
 
@@ -11,6 +9,7 @@
 #include "assembler/operations.h"
 #include "base/arithmetic.h"
 #include "base/machine.h"
+#include "base/text.h"
 #include "core/instructions.h"
 #include "core/simulate.h"
 #include "debugger/ports.h"
@@ -34,12 +33,6 @@ struct telling_t {
 
 void say(telling_t& telling, const std::string& sentence) {
     telling.text += (telling.text.empty() ? "" : " ") + sentence;
-}
-
-std::string hexadecimal(int32_t value) {
-    std::array<char, 16> text{};
-    std::snprintf(text.data(), text.size(), "0x%08x", static_cast<unsigned>(value));
-    return text.data();
 }
 
 // "zero (address 24)"

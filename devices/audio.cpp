@@ -154,8 +154,7 @@ void read_recording() {
 
 // All samples of a file; none when there is something wrong with it.
 void read_file() {
-    if (!gui_choosefile(false, "Choose microphone .wav file", "WAV file", "wav",
-                        machine.microphone_filename)) {
+    if (!gui_choosefile(false, MICROPHONE_QUESTION, "WAV file", "wav", machine.microphone_filename)) {
         throw tovik_error("user cancelled microphone file read");
     }
     try {

@@ -23,6 +23,9 @@ void advance_audio();
 // host sets the pace.
 [[nodiscard]] bool speaker_waits();
 
+// The title of the question for the microphone's file.
+constexpr const char* MICROPHONE_QUESTION = "Choose microphone .wav file";
+
 // The register handlers of the I/O bus. That of the microphone asks the user for a file, or waits for the
 // sound server, when the program reads a sample and there is none.
 int32_t io_speaker(bool write, int32_t address, int32_t data);

@@ -116,7 +116,7 @@ void open_movie() {
 void ask_for_movie() {
     while (!machine.camera_ram_valid) {
         close_movie();
-        if (!gui_choosefile(false, "Choose kmovie file", "KMOVIE file", "kmovie", machine.camera_filename)) {
+        if (!gui_choosefile(false, CAMERA_QUESTION, "KMOVIE file", "kmovie", machine.camera_filename)) {
             throw tovik_error("user cancelled camera file read");
         }
         open_movie();

@@ -8,6 +8,9 @@
 // Instructions between two frames, of which 30 are a second of the board's time.
 constexpr int32_t INSTRUCTIONS_PER_FRAME = 222222;
 
+// The title of the question for its file.
+constexpr const char* CAMERA_QUESTION = "Choose kmovie file";
+
 // The register handler of the I/O bus. Asks the user for a kmovie file when the program takes a frame and
 // there is none; throws tovik_error "user cancelled camera file read".
 int32_t io_camera(bool write, int32_t address, int32_t data);

@@ -52,7 +52,7 @@ constexpr uint64_t NOISE_PLACE = uint64_t{2} << 32;
 static_assert(std::endian::native == std::endian::little); // the buffer has the bytes of the file
 
 void open_file() {
-    if (!gui_choosefile(false, "Choose SD card file", "SD card file", "", machine.sd_filename)) {
+    if (!gui_choosefile(false, SD_QUESTION, "SD card file", "", machine.sd_filename)) {
         throw tovik_error("user cancelled SD card operation");
     }
     const int64_t size = storage_open(storage_e::CARD, machine.sd_filename);

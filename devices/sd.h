@@ -4,6 +4,9 @@
 
 #include <cstdint>
 
+// The title of the question for its file.
+constexpr const char* SD_QUESTION = "Choose SD card file";
+
 // The register handler of the I/O bus. Throws tovik_error as it says, and "Can't read SD card file NAME:
 // REASON" or "Can't write SD card file NAME: REASON" when the file behind the card fails: the command is then
 // still 0 and nothing is lost, so the program may try again.

@@ -2,23 +2,14 @@
 
 #include "language/features.h"
 
-#include <array>
-#include <charconv>
-
 #include "assembler/numbers.h"
 #include "assembler/operations.h"
+#include "base/text.h"
 #include "language/protocol.h"
 
 namespace {
 
 using paragraphs_t = std::vector<std::string>;
-
-std::string hexadecimal(int32_t value) {
-    std::array<char, 8> digits;
-    const auto end =
-        std::to_chars(digits.data(), digits.data() + digits.size(), static_cast<uint32_t>(value), 16).ptr;
-    return "0x" + std::string(digits.data(), end);
-}
 
 // "65 = 0x41 = 'A'"
 std::string in_all_forms(int32_t value) {

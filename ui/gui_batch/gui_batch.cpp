@@ -20,6 +20,7 @@
 #include "core/simulate.h"
 #include "devices/audio.h"
 #include "devices/camera.h"
+#include "devices/sd.h"
 #include "devices/sdram.h"
 #include "devices/serial.h"
 #include "devices/vga.h"
@@ -297,17 +298,17 @@ void offer_file(const std::string& title, const std::string& file) {
 
 void offer_files() {
     for (const std::string& recording : batch.options.mic_files) {
-        offer_file("Choose microphone .wav file", recording);
+        offer_file(MICROPHONE_QUESTION, recording);
     }
     for (const std::string& movie : batch.options.camera_files) {
-        offer_file("Choose kmovie file", movie);
+        offer_file(CAMERA_QUESTION, movie);
     }
     // A card is written to, so what holds for outputs holds for it, but the next card may be the same.
     for (const std::string& card : batch.options.sd_files) {
         check_output("--sd", card);
     }
     for (const std::string& card : batch.options.sd_files) {
-        offer_file("Choose SD card file", card);
+        offer_file(SD_QUESTION, card);
     }
 }
 
@@ -394,7 +395,7 @@ int run_batch(const options_t& options, const labels_t& labels, places_t places,
     simulator.verbose = options.trace;
     simulator.breakpoint = address_of("--break", options.breakpoint, labels);
     simulator.watchpoint = address_of("--watch", options.watchpoint, labels);
-    begin_observing(options);
+    begin_observing(options, batch.run.places);
     open_files_or_none();
 
     machine.sw = options.switches;

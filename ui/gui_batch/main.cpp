@@ -26,6 +26,7 @@
 #include "devices/sdram.h"
 #include "devices/vga.h"
 #include "ui/gui_batch/gui_batch.h"
+#include "ui/gui_batch/observing.h"
 #include "ui/gui_batch/options.h"
 #include "ui/gui_batch/usage.h"
 
@@ -73,10 +74,11 @@ labels_t labels_beside(const std::string& base) {
     }
 }
 
-// What the report says of the program. Where the source is not what was loaded, its lines would mislead.
-places_t places_for_report(const options_t& options, const labels_t& labels) {
+// What report, checks and profile say of the program. Where the source is not what was loaded, its lines
+// would mislead.
+places_t places_for_run(const options_t& options, const labels_t& labels) {
     places_t places;
-    if (options.report_format == "none") {
+    if (options.report_format == "none" && !is_to_be_observed(options)) {
         return places;
     }
     places = load_places(options.program);
@@ -126,7 +128,7 @@ int assemble_and_run(const options_t& options) {
     }
     check_image(base + ".mif", load);
     const labels_t labels = labels_beside(base);
-    return run_batch(options, labels, places_for_report(options, labels), std::move(events));
+    return run_batch(options, labels, places_for_run(options, labels), std::move(events));
 }
 
 } // namespace

@@ -8,16 +8,16 @@
 
 namespace {
 
-places_t places;
+const places_t* observed = nullptr;
 
 bool is_for_lcov(const std::string& file_name) { return file_name.ends_with(".info"); }
 
-bool has_source() { return !places.analysis.map.words.empty() && places.difference.empty(); }
+bool has_source() { return !observed->analysis.map.words.empty() && observed->difference.empty(); }
 
-void print(const finding_t& finding) { std::cerr << shown(places, finding) + "\n" << std::flush; }
+void print(const finding_t& finding) { std::cerr << shown(*observed, finding) + "\n" << std::flush; }
 
 check_t check_of(const finding_t& finding) {
-    const where_t place = where(places, finding.address);
+    const where_t place = where(*observed, finding.address);
     const bool known = place.line > 0 && has_source();
     return {.kind = std::string(name_of(finding.check)),
             .place = known ? place.file + ":" + std::to_string(place.line)
@@ -30,11 +30,15 @@ check_t check_of(const finding_t& finding) {
 
 } // namespace
 
-void begin_observing(const options_t& options) {
-    if (options.checks.empty() && !options.profile_file) {
+bool is_to_be_observed(const options_t& options) {
+    return !options.checks.empty() || options.profile_file.has_value();
+}
+
+void begin_observing(const options_t& options, const places_t& places) {
+    if (!is_to_be_observed(options)) {
         return;
     }
-    places = load_places(options.program);
+    observed = &places;
     if (options.profile_file && is_for_lcov(*options.profile_file) && !has_source()) {
         throw usage_error_t{"--profile: " + *options.profile_file + " needs the source of the program" +
                             (places.difference.empty() ? "" : "; " + places.difference)};
@@ -61,5 +65,5 @@ std::optional<std::vector<check_t>> checks_of(const options_t& options) {
 bool has_stopped_by_check() { return stopped_by_finding(); }
 
 std::string profile_text(const std::string& file_name) {
-    return is_for_lcov(file_name) ? profile_lcov(places, profile()) : profile_table(places, profile());
+    return is_for_lcov(file_name) ? profile_lcov(*observed, profile()) : profile_table(*observed, profile());
 }

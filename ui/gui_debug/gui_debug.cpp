@@ -8,14 +8,16 @@
 
 #include "base/gui.h"
 #include "debugger/front.h"
+#include "devices/audio.h"
+#include "devices/camera.h"
+#include "devices/sd.h"
 #include "host/journal.h"
 
 namespace {
 
 // How many answers each question has had are kept in the journal, a few bits each: after going back, and a
 // change there, they are given again.
-constexpr std::array<const char*, 3> TITLES = {"Choose SD card file", "Choose microphone .wav file",
-                                               "Choose kmovie file"};
+constexpr std::array<const char*, 3> TITLES = {SD_QUESTION, MICROPHONE_QUESTION, CAMERA_QUESTION};
 constexpr int COUNT_BITS = 15;
 constexpr int64_t MOST_ANSWERS = (int64_t{1} << COUNT_BITS) - 1;
 constexpr int64_t ANSWERED = int64_t{1} << 62;
