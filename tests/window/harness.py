@@ -247,8 +247,14 @@ class WindowTest(unittest.TestCase):
         if name is None:
             self.answer("Cancel", title)
             return
-        Atspi.EditableText.set_text_contents(self.find(title, Atspi.Role.TEXT), str(name))
-        Atspi.Action.do_action(self.find(title, Atspi.Role.PUSH_BUTTON, "Open", "Save"), 0)
+        before = set(self.frames())
+        for _ in range(4):
+            Atspi.EditableText.set_text_contents(self.find(title, Atspi.Role.TEXT), str(name))
+            Atspi.Action.do_action(self.find(title, Atspi.Role.PUSH_BUTTON, "Open", "Save"), 0)
+            # An answer may be lost that is given while the toolkit still reads the folder.
+            with contextlib.suppress(AssertionError):
+                return wait_until(lambda: set(self.frames()) not in (set(), before), 5)
+        raise AssertionError(f"{title} stays")
 
     def close(self, title):
         output("wmctrl", "-i", "-c", self.id(title))
