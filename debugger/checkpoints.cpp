@@ -216,15 +216,18 @@ auto drop(std::map<moment_t, checkpoint_t>::iterator checkpoint) {
     return checkpoints.erase(checkpoint);
 }
 
+moment_t distance(moment_t one, moment_t other) { return std::max(one, other) - std::min(one, other); }
+
 // The one without which the distances between the others differ least from what they should be: in proportion
-// to how far back they are.
-auto least_missed() {
+// to how far they are from the newest, or from where the board is if that is nearer.
+auto least_missed(moment_t here) {
     const moment_t newest = checkpoints.rbegin()->first;
     auto least = std::next(checkpoints.begin());
     double least_weight = 0;
     for (auto at = least; std::next(at) != checkpoints.end(); ++at) {
         const auto gap = static_cast<double>(std::next(at)->first - std::prev(at)->first);
-        const double weight = static_cast<double>(newest - at->first) / gap;
+        const double weight =
+            static_cast<double>(std::min(newest - at->first, distance(here, at->first))) / gap;
         if (weight > least_weight) {
             least = at;
             least_weight = weight;
@@ -318,9 +321,9 @@ void drop_checkpoints_before(moment_t moment) {
     }
 }
 
-void thin_checkpoints(size_t most_bytes) {
+void thin_checkpoints(size_t most_bytes, moment_t here) {
     while (checkpoints.size() > 2 && checkpoints_size() > most_bytes) {
-        drop(least_missed());
+        drop(least_missed(here));
     }
 }
 

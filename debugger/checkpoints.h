@@ -40,9 +40,9 @@ struct marks_t {
 void drop_checkpoints_after(moment_t moment);
 void drop_checkpoints_before(moment_t moment);
 
-// Drops copies until all take so many bytes at most, or only two are left: the farther back, the wider apart
-// are those that stay. The oldest stays.
-void thin_checkpoints(size_t most_bytes);
+// Drops copies until all take so many bytes at most, or only two are left: the farther from the newest, and
+// from the moment where the board is, the wider apart are those that stay. The oldest stays.
+void thin_checkpoints(size_t most_bytes, moment_t here);
 
 // How many there are, and what they take of memory, about, in bytes.
 [[nodiscard]] size_t checkpoint_count();

@@ -90,7 +90,7 @@ void forget_oldest() {
 
 void thin() {
     const size_t others = journal_size() + storage_size();
-    thin_checkpoints(history.most_bytes - std::min(others, history.most_bytes));
+    thin_checkpoints(history.most_bytes - std::min(others, history.most_bytes), now());
 }
 
 void copy() {
