@@ -218,8 +218,8 @@ void start_afresh() {
         proof_t* const first = proofs + (row << ROW_BITS);
         std::fill(first, first + ROW_PROOFS + 1, UNPROVEN);
     }
-    std::ranges::fill(histories, history_t{});
-    std::ranges::fill(store_kinds, HEED);
+    std::fill(std::begin(histories), std::end(histories), history_t{});
+    std::fill(std::begin(store_kinds), std::end(store_kinds), HEED);
     forget_doubted();
     breakpoint = NONE;
     watchpoint = NONE;

@@ -116,8 +116,8 @@ load_t simulate_load(const std::string& filename) {
             throw tovik_error("Can't read " + name + ": " + system_error_text(errno));
         }
         clear_memory();
-        std::ranges::copy(content.memory, machine.memory);
-        std::ranges::copy(content.given, machine.modified);
+        std::copy(content.memory.begin(), content.memory.end(), machine.memory);
+        std::copy(content.given.begin(), content.given.end(), machine.modified);
         forget_proofs();
         reset_machine();
         return content.load;

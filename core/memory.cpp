@@ -48,6 +48,6 @@ void check_range(int32_t address) {
 }
 
 void clear_memory() {
-    std::ranges::fill(machine.memory, 0);
-    std::ranges::fill(machine.modified, false);
+    std::fill(std::begin(machine.memory), std::end(machine.memory), 0);
+    std::fill(std::begin(machine.modified), std::end(machine.modified), false);
 }

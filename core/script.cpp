@@ -116,7 +116,8 @@ int key(const std::string& word) {
     if (word.size() == 1 && static_cast<unsigned char>(word[0]) <= '~') {
         return word[0];
     }
-    const auto* const named = std::ranges::find(NAMED, word, &std::pair<std::string_view, char>::first);
+    const auto* const named = std::find_if(std::begin(NAMED), std::end(NAMED),
+                                           [&word](const auto& one) { return one.first == word; });
     if (named != std::end(NAMED)) {
         return named->second;
     }
@@ -148,7 +149,9 @@ void type(const event_t& event) {
     }
 }
 
-void type_in_console(const event_t& event) { std::ranges::for_each(event.text, io_serial_press); }
+void type_in_console(const event_t& event) {
+    std::for_each(event.text.begin(), event.text.end(), io_serial_press);
+}
 
 void ctrl_m(const event_t& /*event*/) { io_ps2_ctrlm(); }
 
@@ -197,7 +200,8 @@ const form_t& find_form(const std::string& name) {
     if (name.empty()) {
         throw malformed_t{"expected an event after the instruction count"};
     }
-    const auto* const form = std::ranges::find(FORMS, name, &form_t::name);
+    const auto* const form = std::find_if(std::begin(FORMS), std::end(FORMS),
+                                          [&name](const form_t& one) { return one.name == name; });
     if (form == std::end(FORMS)) {
         throw malformed_t{"'" + name + "' is not an event"};
     }

@@ -44,7 +44,8 @@ std::vector<std::span<std::byte>> find_plain_stretches() {
         bytes_of(machine.camera_ram),      bytes_of(machine.fft_send),          bytes_of(machine.fft_receive),
         bytes_of(machine.speaker_samples), bytes_of(machine.microphone_samples)};
     std::apply([&](auto&... part) { (others.push_back(bytes_of(part)), ...); }, containers());
-    std::ranges::sort(others, {}, [](std::span<std::byte> other) { return other.data(); });
+    std::sort(others.begin(), others.end(),
+              [](std::span<std::byte> one, std::span<std::byte> other) { return one.data() < other.data(); });
     std::vector<std::span<std::byte>> plain;
     std::byte* begin = bytes_of(machine).data();
     for (const std::span<std::byte> other : others) {

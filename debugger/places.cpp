@@ -47,9 +47,10 @@ std::string find_difference(const places_t& places, const labels_t& listed) {
             return says("word " + std::to_string(address) + " differs");
         }
     }
-    const auto difference = std::ranges::mismatch(listed, labels_of(places.analysis.map));
-    if (difference.in1 != listed.end()) {
-        return says("label " + difference.in1->first + " differs");
+    const auto labels = labels_of(places.analysis.map);
+    const auto differs = std::mismatch(listed.begin(), listed.end(), labels.begin(), labels.end()).first;
+    if (differs != listed.end()) {
+        return says("label " + differs->first + " differs");
     }
     return "";
 }

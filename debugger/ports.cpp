@@ -69,9 +69,11 @@ int32_t peek_polled(int32_t offset, int32_t (*read)()) {
     }
 }
 
-bool is_same_letter(char left, char right) {
+// But for the case of letters.
+bool is_same_name(std::string_view one, std::string_view other) {
     const auto lower = [](char c) { return std::tolower(static_cast<unsigned char>(c)); };
-    return lower(left) == lower(right);
+    return std::equal(one.begin(), one.end(), other.begin(), other.end(),
+                      [lower](char left, char right) { return lower(left) == lower(right); });
 }
 
 } // namespace
@@ -81,7 +83,9 @@ std::optional<int32_t> peek_register(int32_t offset) {
         return std::nullopt;
     }
     const port_t& port = io_port(IO_BASE + offset);
-    if (const auto* const written = std::ranges::find(WRITTEN, offset, &command_t::offset);
+    if (const auto* const written =
+            std::find_if(std::begin(WRITTEN), std::end(WRITTEN),
+                         [offset](const command_t& command) { return command.offset == offset; });
         written != std::end(WRITTEN)) {
         return *written->field;
     }
@@ -119,14 +123,14 @@ std::string register_name(int32_t offset) {
     name += name.empty() ? "" : ".";
     name += found->name;
     std::erase(name, ',');
-    std::ranges::replace(name, ' ', '_');
+    std::replace(name.begin(), name.end(), ' ', '_');
     return name;
 }
 
 std::optional<int32_t> find_register_name(std::string_view name) {
     for (const device_t& device : board_devices()) {
         for (const board_register_t& one : device.registers) {
-            if (std::ranges::equal(register_name(one.offset), name, is_same_letter)) {
+            if (is_same_name(register_name(one.offset), name)) {
                 return one.offset;
             }
         }

@@ -180,7 +180,9 @@ std::string shown_access(const places_t& places, const words_t& words, const acc
 }
 
 int32_t command_of(const device_t& device) {
-    const auto found = std::ranges::find(device.registers, register_e::COMMAND, &board_register_t::kind);
+    const auto found =
+        std::find_if(device.registers.begin(), device.registers.end(),
+                     [](const board_register_t& one) { return one.kind == register_e::COMMAND; });
     return found == device.registers.end() ? 0 : peek_register(found->offset).value_or(0);
 }
 
@@ -251,7 +253,7 @@ struct explained_t {
 // The first access of the failed instruction that cannot be done.
 void say_access(telling_t& telling, const words_t& words, const explained_t& explained) {
     const std::vector<access_t> accesses = accesses_of(words);
-    const auto failed = std::ranges::find_if(accesses, explained.fails);
+    const auto failed = std::find_if(accesses.begin(), accesses.end(), explained.fails);
     if (failed == accesses.end()) {
         return;
     }
@@ -315,7 +317,7 @@ int32_t read_on_way(way_t& way, int32_t at, int32_t address) {
         return 0;
     }
     way.first_read = way.first_read < 0 ? at : way.first_read;
-    if (std::ranges::find(way.ports, io_offset(address)) == way.ports.end()) {
+    if (std::find(way.ports.begin(), way.ports.end(), io_offset(address)) == way.ports.end()) {
         way.ports.push_back(io_offset(address));
     }
     return *value;

@@ -75,13 +75,14 @@ void transform() {
 
     block_t points;
     block_t results;
-    std::ranges::transform(machine.fft_send, points.begin(),
-                           [](const kiss_fft_cpx& point) { return std::complex(point.r, point.i); });
+    std::transform(std::begin(machine.fft_send), std::end(machine.fft_send), points.begin(),
+                   [](const kiss_fft_cpx& point) { return std::complex(point.r, point.i); });
     kiss_cfg->transform(points.data(), results.data());
     const double scale = inverse ? 1 : FORWARD_SCALE;
-    std::ranges::transform(results, machine.fft_receive, [scale](const std::complex<double>& result) {
-        return kiss_fft_cpx{.r = result.real() * scale, .i = result.imag() * scale};
-    });
+    std::transform(results.begin(), results.end(), machine.fft_receive,
+                   [scale](const std::complex<double>& result) {
+                       return kiss_fft_cpx{.r = result.real() * scale, .i = result.imag() * scale};
+                   });
 
     machine.fft_receive_count = 0;
     machine.fft_send_count = 0;

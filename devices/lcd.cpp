@@ -56,7 +56,7 @@ void reset_lcd() {
     machine.lcd_y = 0;
     machine.lcd_ascii = 0;
     for (auto& line : machine.lcd_ram) {
-        std::ranges::fill(line, ' ');
+        std::fill(std::begin(line), std::end(line), ' ');
     }
 }
 
@@ -64,7 +64,8 @@ void print_lcd() {
     const auto& [first, second] = machine.lcd_ram;
     std::string text(std::size(first) + 1 + std::size(second), '\n');
     // A carriage return in the display would break the two lines of the label.
-    const auto second_line = std::ranges::replace_copy(first, text.begin(), '\r', ' ').out + 1;
-    std::ranges::replace_copy(second, second_line, '\r', ' ');
+    const auto second_line =
+        std::replace_copy(std::begin(first), std::end(first), text.begin(), '\r', ' ') + 1;
+    std::replace_copy(std::begin(second), std::end(second), second_line, '\r', ' ');
     gui_lcd_set(std::move(text));
 }

@@ -95,7 +95,7 @@ void load(int32_t first_word) {
                               system_error_text(error));
         }
     }
-    std::ranges::copy(block, machine.sd_buffer);
+    std::copy(block.begin(), block.end(), machine.sd_buffer);
     machine.sd_buffer_address = first_word;
 }
 
