@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -78,6 +79,7 @@ struct adapter_t {
     std::string lcd_told{};
     std::string lcd_seen{}; // the last time, and since when
     uint64_t lcd_seen_us = 0;
+    std::set<std::string> sources_told{};
     moment_t went_at = 0;      // where the board was when it last went on
     int32_t piece = 0;         // instructions
     uint64_t piece_at_us = 0;  // when the last one began; 0 for none

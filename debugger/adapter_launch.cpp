@@ -96,6 +96,15 @@ std::map<std::string, std::vector<std::string>> answers_in(const json& arguments
             {SERIAL_PORT, texts_in(arguments, "serial")}};
 }
 
+// Clients show the sources from these events.
+void tell_new_sources(adapter_t& adapter) {
+    for (const source_file_t& file : session_places().analysis.map.files) {
+        if (adapter.sources_told.insert(file.name).second) {
+            tell(adapter, "loadedSource", {{"reason", "new"}, {"source", source_of(file.name)}});
+        }
+    }
+}
+
 // What the assembler and the loader have said belongs to the failure.
 void begin(adapter_t& adapter, const json& arguments) {
     const session_options_t options = options_in(arguments);
@@ -135,6 +144,7 @@ void begin(adapter_t& adapter, const json& arguments) {
     if (const std::string& difference = session_places().difference; !difference.empty()) {
         tell_output(adapter, "important", difference + "\n");
     }
+    tell_new_sources(adapter);
 }
 
 void end_session(adapter_t& adapter) {

@@ -189,9 +189,11 @@ json exception_info(adapter_t& adapter, const json& /*arguments*/) {
     if (adapter.stop.why != stop_e::FAULT) {
         throw refused_t{"no fault has stopped the program"};
     }
+    // Clients show both, one below the other.
     const std::string& text = adapter.stop.description;
-    return {{"exceptionId", first_line(text)},
-            {"description", text},
+    const std::string id = first_line(text);
+    return {{"exceptionId", id},
+            {"description", id == text ? text : text.substr(id.size() + 1)},
             {"breakMode", "always"},
             {"details", {{"message", text}}}};
 }
