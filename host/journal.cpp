@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cassert>
 #include <deque>
+#include <map>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -14,6 +16,7 @@ struct journal_t {
     uint64_t forgotten = 0; // entries before the first of these
     journal_mark_t mark;
     size_t bytes = 0; // of all entries
+    std::map<door_e, passed_t> last_forgotten;
 };
 
 journal_t journal;
@@ -63,7 +66,9 @@ void journal_cut() {
 
 void journal_forget_before(const journal_mark_t& mark) {
     for (; journal.forgotten < mark.position; ++journal.forgotten) {
-        journal.bytes -= size_of(journal.entries.front());
+        passed_t& oldest = journal.entries.front();
+        journal.bytes -= size_of(oldest);
+        journal.last_forgotten.insert_or_assign(oldest.door, std::move(oldest));
         journal.entries.pop_front();
     }
 }
@@ -76,7 +81,8 @@ const passed_t* journal_last(door_e door) {
             return &journal.entries[index - 1];
         }
     }
-    return nullptr;
+    const auto forgotten = journal.last_forgotten.find(door);
+    return forgotten == journal.last_forgotten.end() ? nullptr : &forgotten->second;
 }
 
 bool journal_has_due(door_e door) {

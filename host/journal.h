@@ -72,7 +72,8 @@ void journal_forget_before(const journal_mark_t& mark);
 // What it takes of memory, about, in bytes.
 [[nodiscard]] size_t journal_size();
 
-// The newest entry of a door before where the journal stands; nullptr when there is none.
+// The newest entry of a door before where the journal stands, also one that has been forgotten; nullptr when
+// there is none.
 [[nodiscard]] const passed_t* journal_last(door_e door);
 
 // ---- For the doors

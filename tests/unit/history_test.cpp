@@ -31,6 +31,7 @@
 #include "devices/sdram.h"
 #include "devices/serial.h"
 #include "devices/vga.h"
+#include "host/journal.h"
 #include "tests/support/bus.h"
 #include "tests/support/gui_recording.h"
 #include "tests/support/host_standin.h"
@@ -259,5 +260,17 @@ TEST_P(History, IsExactBackAndForth) {
 
 INSTANTIATE_TEST_SUITE_P(Programs, History, testing::ValuesIn(PROGRAM_KINDS),
                          [](const auto& of) { return std::string(of.param.name); });
+
+// The front end counts by them which file it gives next.
+TEST(Journal, KeepsTheNewestOfEachDoor) {
+    journal_begin();
+    journal_note(door_e::QUESTION, 1);
+    journal_note(door_e::QUESTION, 2);
+    journal_note(door_e::LINE, 3);
+    journal_forget_before(journal_mark());
+    EXPECT_EQ(journal_last(door_e::QUESTION)->value, 2);
+    EXPECT_EQ(journal_last(door_e::RECORDING), nullptr);
+    journal_end();
+}
 
 } // namespace
