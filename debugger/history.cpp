@@ -204,8 +204,7 @@ void forget_future(bool card_goes_back) {
     if (at_newest()) {
         return;
     }
-    const int64_t size_then = machine.sd_filesize;
-    const bool card_differs = !card_goes_back && storage_has_future();
+    const bool card_stays = !card_goes_back && storage_has_future();
     const int error = storage_cut(card_goes_back);
     if (error != 0) {
         throw tovik_error("can't write the card back: " + system_error_text(error));
@@ -216,9 +215,11 @@ void forget_future(bool card_goes_back) {
         history.acts.pop_back();
     }
     history.newest = now();
-    if (card_differs && machine.sd_file_open && storage_card_size() != size_then) {
-        const int64_t size = storage_card_size();
-        history_act([size] { machine.sd_filesize = size; });
+    if (card_stays) {
+        history_act([mark = storage_mark(), size = storage_card_size()] {
+            storage_go_to(mark);
+            machine.sd_filesize = machine.sd_file_open ? size : machine.sd_filesize;
+        });
     }
 }
 
@@ -308,7 +309,11 @@ bool history_search(moment_t before, const std::function<bool()>& found, const p
         if (begins) {
             begins();
         }
-        if (!repeat_until(end, false, progress)) {
+        const auto of_all = [&](double share) {
+            const double done = static_cast<double>(before - end) + share * static_cast<double>(end - begin);
+            return progress(done / static_cast<double>(before - history_first()));
+        };
+        if (!repeat_until(end, false, progress ? progress_t(of_all) : nullptr)) {
             break;
         }
         is_found = found();
