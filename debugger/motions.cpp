@@ -163,7 +163,7 @@ bool move_to(moment_t moment, const progress_t& progress = nullptr) {
 
 // The moment of the call from which the instruction before now, at machine.pc, returns, if it does and the
 // call was one.
-std::optional<moment_t> call_returned_from(moment_t now) {
+std::optional<moment_t> call_returned_from(moment_t now, const progress_t& progress) {
     if (!whole_in_memory(machine.pc) || words_at(machine.pc).opcode != K24_RET) {
         return std::nullopt;
     }
@@ -172,21 +172,21 @@ std::optional<moment_t> call_returned_from(moment_t now) {
         return std::nullopt;
     }
     const int32_t behind = machine.memory[return_word];
-    const std::optional<written_t> written = session_last_write(return_word);
+    const std::optional<written_t> written = session_last_write(return_word, progress);
     const bool is_call = written && written->moment < now && !written->by_user &&
                          written->pc == behind - WORDS_PER_INSTRUCTION && whole_in_memory(written->pc) &&
                          words_at(written->pc).opcode == K24_CALL;
     return is_call ? std::optional(written->moment - 1) : std::nullopt;
 }
 
-session_stop_t step_back(bool over) {
+session_stop_t step_back(bool over, const progress_t& progress = nullptr) {
     const moment_t now = history_now();
     if (now <= history_first()) {
         return {.why = stop_e::BEGINNING, .ids = {}, .description = {}};
     }
     move_to(now - 1);
     if (over) {
-        if (const std::optional<moment_t> call = call_returned_from(now)) {
+        if (const std::optional<moment_t> call = call_returned_from(now, progress)) {
             move_to(*call);
         }
     }
@@ -201,8 +201,15 @@ struct collecting_t {
     ~collecting_t() { state.collecting = false; }
 };
 
+// What a share of the way that is left to the beginning of the history is of the whole motion.
+double share_of_motion(double share_of_rest) {
+    const auto whole = static_cast<double>(state.motion.before - history_first());
+    const auto rest = static_cast<double>(state.motion.frontier - history_first());
+    return 1 - (1 - share_of_rest) * rest / whole;
+}
+
 // Looks through one stretch of the past.
-session_stop_t search_stretch() {
+session_stop_t search_stretch(const progress_t& progress) {
     motion_t& motion = state.motion;
     state.met = {};
     if (motion.paused) {
@@ -220,7 +227,10 @@ session_stop_t search_stretch() {
             begin = history_now();
             settle_watches();
         };
-        const auto goes_on = [&](double /*share*/) { return !motion.paused; };
+        const auto goes_on = [&](double share) {
+            motion.paused |= progress && !progress(share_of_motion(share));
+            return !motion.paused;
+        };
         if (!history_search(
                 motion.frontier, [] { return true; }, goes_on, begins)) {
             return {};
@@ -231,19 +241,21 @@ session_stop_t search_stretch() {
         return {};
     }
     const meeting_t met = state.met;
-    move_to(met.moment);
+    if (!move_to(met.moment, progress)) {
+        return stop_for(stop_e::PAUSE);
+    }
     state.met = met;
     return stop_of_meeting();
 }
 
-session_pass_t carry_out(int32_t most) {
+session_pass_t carry_out(int32_t most, const progress_t& progress) {
     switch (state.motion.kind) {
     case motion_e::STEP_BACK:
         return {.stop = step_back(false)};
     case motion_e::STEP_BACK_OVER:
-        return {.stop = step_back(true)};
+        return {.stop = step_back(true, progress)};
     case motion_e::REVERSE_CONTINUE:
-        return {.stop = search_stretch()};
+        return {.stop = search_stretch(progress)};
     default:
         return run_forward(most);
     }
@@ -257,8 +269,8 @@ void aim_over() {
     }
 }
 
-void aim_out() {
-    const std::vector<frame_t> frames = session_frames();
+void aim_out(const progress_t& progress) {
+    const std::vector<frame_t> frames = session_frames(progress);
     if (frames.size() > 1) {
         state.motion.target = frames[1].address + WORDS_PER_INSTRUCTION;
         state.motion.return_word = frames[0].return_word;
@@ -270,7 +282,7 @@ void aim_out() {
 
 using namespace session;
 
-void session_go(motion_e motion, int32_t address) {
+void session_go(motion_e motion, int32_t address, const progress_t& progress) {
     remember_values();
     state.motion = {};
     state.motion.kind = motion;
@@ -279,7 +291,7 @@ void session_go(motion_e motion, int32_t address) {
     if (motion == motion_e::STEP_OVER) {
         aim_over();
     } else if (motion == motion_e::STEP_OUT) {
-        aim_out();
+        aim_out(progress);
     } else if (motion == motion_e::RUN_TO) {
         state.motion.target = address;
     }
@@ -288,12 +300,12 @@ void session_go(motion_e motion, int32_t address) {
 
 void session_pause() { state.motion.paused = true; }
 
-session_pass_t session_run(int32_t most) {
+session_pass_t session_run(int32_t most, const progress_t& progress) {
     if (!state.motion.going) {
         return {.stop = state.last};
     }
     put_stops();
-    session_pass_t pass = carry_out(most);
+    session_pass_t pass = carry_out(most, progress);
     if (pass.stop.why != stop_e::NONE) {
         state.last = pass.stop;
         state.motion = {};

@@ -14,10 +14,15 @@
 #include "core/loader.h"
 #include "core/memory.h"
 #include "core/simulate.h"
+#include "debugger/ports.h"
 #include "debugger/session_state.h"
 #include "devices/io.h"
+#include "devices/ledswitchtimer.h"
+#include "devices/registers.h"
 #include "devices/sdram.h"
 #include "devices/vga.h"
+
+std::function<bool()> session_card_goes_back = [] { return true; };
 
 namespace session {
 
@@ -61,15 +66,40 @@ void deliver_first_events() {
 
 // What is done changes what comes later, and the copies of the board know it.
 void act(std::function<void()> what, int32_t written) {
+    const bool card_goes_back = !history_card_has_future() || session_card_goes_back();
     state.stacks.erase(state.stacks.upper_bound(history_now()), state.stacks.end());
     forget_hits_after(history_now());
-    history_act([what = std::move(what), written] {
+    const auto act = [what = std::move(what), written] {
         what();
         if (act_done) {
             act_done(written);
         }
-    });
+    };
+    history_act(act, card_goes_back);
     settle_watches();
+}
+
+// No program can write them, but a user turns them over.
+constexpr int32_t SWITCHES_ADDRESS = IO_BASE;
+
+void set_switches(int32_t value) {
+    for (int i = 0; i < SWITCHES; ++i) {
+        if (((machine.sw ^ value) >> i & 1) != 0) {
+            io_sw_toggle(i);
+        }
+    }
+}
+
+// What cannot be done must not cost the future.
+void check_word(int32_t address, int32_t value) {
+    const board_register_t* const found = address < 0 ? find_register(io_offset(address)) : nullptr;
+    if (address == SWITCHES_ADDRESS) {
+        if (value < 0 || value >= 1 << SWITCHES) {
+            throw tovik_error("there are but " + std::to_string(SWITCHES) + " switches");
+        }
+    } else if (found != nullptr && found->access == direction_e::READ) {
+        throw tovik_error(register_name(found->offset) + " can only be read");
+    }
 }
 
 } // namespace
@@ -134,8 +164,13 @@ void session_set_pc(int32_t address) {
 void session_act(std::function<void()> what) { act(std::move(what), -1); }
 
 void session_set_word(int32_t address, int32_t value) {
+    check_word(address, value);
     act(
         [address, value] {
+            if (address == SWITCHES_ADDRESS) {
+                set_switches(value);
+                return;
+            }
             try {
                 memwrite(address, value);
             } catch (const host_wait_t&) {

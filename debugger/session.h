@@ -79,8 +79,9 @@ enum class motion_e : uint8_t {
     REVERSE_CONTINUE, // to the last stop before, or the beginning of the history
 };
 
-// Begins a motion; session_run carries it out.
-void session_go(motion_e motion, int32_t address = -1);
+// Begins a motion; session_run carries it out. Looks for the caller first, to step out: if the progress says
+// that it is enough, it is guessed.
+void session_go(motion_e motion, int32_t address = -1, const progress_t& progress = nullptr);
 
 // The motion ends at the next instruction.
 void session_pause();
@@ -105,13 +106,14 @@ struct session_stop_t {
 };
 
 // Executes at most about so many instructions of the motion; on the way back, one stretch of the history,
-// however long. Returns why it has ended, or NONE; without a motion, why the last one has ended. `wait` is
+// however long: progress is called meanwhile, with its share of the way to the beginning, and when it says that
+// it is enough the motion ends as with session_pause. Returns why it has ended, or NONE; without a motion, why the last one has ended. `wait` is
 // what the program waits for at the computer, if it does, see pass_t.
 struct session_pass_t {
     session_stop_t stop;
     bool (*wait)(int most_ms) = nullptr;
 };
-session_pass_t session_run(int32_t most);
+session_pass_t session_run(int32_t most, const progress_t& progress = nullptr);
 
 // Goes to a moment of the history. As history_go_to.
 bool session_go_to(moment_t moment, const progress_t& progress = nullptr);
@@ -121,6 +123,11 @@ void session_set_pc(int32_t address);
 
 // The user does something else at the board: an act. Throws what the act throws.
 void session_act(std::function<void()> what);
+
+// Asked before an act in the past that leaves behind what the SD card got later: whether the card goes back,
+// too, or stays as it is. What this throws comes out of the act, and nothing has changed. Without anybody to
+// ask it goes back.
+extern std::function<bool()> session_card_goes_back;
 
 // ---- Looking
 
@@ -155,13 +162,13 @@ struct variable_t {
 // A value in every way: "65 (0x41, 'A')".
 [[nodiscard]] std::string shown_value(int32_t value);
 
-// Changes a word of memory, or writes a register as the program would: an act of the user's. Throws
-// tovik_error.
+// Changes a word of memory, or writes a register as the program would, or turns switches over: an act of the
+// user's. Throws tovik_error.
 void session_set_word(int32_t address, int32_t value);
 
 // The text for a {log}, or an evaluation in the console: an expression, or "last write LABEL" and "when
 // EXPRESSION", which say who wrote a word last and when a condition became true.
-[[nodiscard]] std::string session_evaluate(const std::string& text);
+[[nodiscard]] std::string session_evaluate(const std::string& text, const progress_t& progress = nullptr);
 
 struct written_t {
     moment_t moment;      // after the instruction that wrote it

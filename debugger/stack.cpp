@@ -121,9 +121,9 @@ bool find_stack(const progress_t& progress) {
         return false;
     };
     add_calls_in_memory(question);
-    history_go_to(reaches ? known->first : history_first());
+    const bool begins = history_go_to(reaches ? known->first : history_first(), progress);
     add_calls_in_memory(question);
-    if (!follow_to(here, question, progress)) {
+    if (!begins || !follow_to(here, question, progress)) {
         history_go_to(here);
         return false;
     }

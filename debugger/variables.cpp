@@ -21,9 +21,9 @@ bool continues_array(int32_t address, const std::vector<bool>& is_labelled) {
            !is_labelled[static_cast<size_t>(address)];
 }
 
-std::string when_text(const std::string& text) {
+std::string when_text(const std::string& text, const progress_t& progress) {
     const expression_t condition = parse(text);
-    const std::optional<moment_t> moment = session_became_true(condition);
+    const std::optional<moment_t> moment = session_became_true(condition, progress);
     if (!moment) {
         return "it has been " + std::string(evaluate(condition) != 0 ? "true" : "false") +
                " since the history began, or became no longer true only";
@@ -31,12 +31,12 @@ std::string when_text(const std::string& text) {
     return "after instruction " + std::to_string(*moment);
 }
 
-std::string last_write_text(const std::string& text) {
+std::string last_write_text(const std::string& text, const progress_t& progress) {
     const std::optional<int32_t> address = address_of(parse(text));
     if (!address) {
         throw tovik_error("'" + text + "' is no word and no register");
     }
-    const std::optional<written_t> written = session_last_write(*address);
+    const std::optional<written_t> written = session_last_write(*address, progress);
     if (!written) {
         return "nobody has written it since the history began";
     }
@@ -106,14 +106,14 @@ std::string shown_value(int32_t value) {
     return std::to_string(value) + rest.data();
 }
 
-std::string session_evaluate(const std::string& text) {
+std::string session_evaluate(const std::string& text, const progress_t& progress) {
     constexpr std::string_view LAST_WRITE = "last write ";
     constexpr std::string_view WHEN = "when ";
     if (text.starts_with(LAST_WRITE)) {
-        return last_write_text(text.substr(LAST_WRITE.size()));
+        return last_write_text(text.substr(LAST_WRITE.size()), progress);
     }
     if (text.starts_with(WHEN)) {
-        return when_text(text.substr(WHEN.size()));
+        return when_text(text.substr(WHEN.size()), progress);
     }
     return shown_value(evaluate(parse(text)));
 }
