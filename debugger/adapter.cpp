@@ -56,6 +56,7 @@ constexpr request_t REQUESTS[] = {
     {"tovik/key", board_key},
     {"tovik/pointer", board_pointer},
     {"tovik/serial", board_serial},
+    {"tovik/card", board_card},
     {"tovik/goTo", go_to_moment},
     {"tovik/history", history_bounds},
     {"tovik/lastWrite", last_write},
@@ -84,12 +85,15 @@ json handle(adapter_t& adapter, const std::string& command, const json& argument
     return request->handle(adapter, arguments.is_null() ? json::object() : arguments);
 }
 
-json failure(json response, const std::string& message) {
-    constexpr int ID = 1; // of the text, for clients that translate; there is but the one form
+// All kinds have the one form, which clients might translate.
+json failure(json response, const std::string& message, refusal_e kind = refusal_e::GENERAL) {
     response["success"] = false;
     response["message"] = message;
     response["body"]["error"] = {
-        {"id", ID}, {"format", "{text}"}, {"variables", {{"text", message}}}, {"showUser", true}};
+        {"id", static_cast<int>(kind)},
+        {"format", "{text}"},
+        {"variables", {{"text", message}}},
+        {"showUser", kind != refusal_e::CANCELLED}};
     return response;
 }
 
@@ -103,7 +107,7 @@ json answer(adapter_t& adapter, const json& response, const std::string& command
         }
         return good;
     } catch (const refused_t& error) {
-        return failure(response, error.message);
+        return failure(response, error.message, error.kind);
     } catch (const tovik_error& error) {
         return failure(response, error.message);
     } catch (const host_failure_t&) {
@@ -147,22 +151,11 @@ void take(adapter_t& adapter, std::string_view text) {
         return;
     }
     response["command"] = command;
+    adapter.request = seq;
     const size_t place = adapter.messages.size();
     json answered = answer(adapter, response, command, member(message, "arguments"));
     adapter.messages.insert(adapter.messages.begin() + static_cast<std::ptrdiff_t>(place),
                             std::move(answered));
-}
-
-std::vector<std::string> take_messages(adapter_t& adapter) {
-    std::vector<std::string> texts;
-    texts.reserve(adapter.messages.size());
-    for (json& message : adapter.messages) {
-        message["seq"] = adapter.next_seq++;
-        // Sources and serial bytes need not be UTF-8.
-        texts.push_back(message.dump(-1, ' ', false, json::error_handler_t::replace));
-    }
-    adapter.messages.clear();
-    return texts;
 }
 
 // ---- The run
@@ -207,9 +200,9 @@ int64_t owed(adapter_t& adapter, uint64_t now_us) {
     return FIRST_PIECE;
 }
 
-session_pass_t run_piece(int32_t most) {
+session_pass_t run_piece(adapter_t& adapter, int32_t most) {
     try {
-        return session_run(most);
+        return session_run(most, [&](double share) { return go_on(adapter, share); });
     } catch (const host_failure_t&) {
         const std::string text = front.messages.empty() ? "the computer fails" : front.messages.back().text;
         return {.stop = {.why = stop_e::FAULT, .ids = {}, .description = text}};
@@ -233,7 +226,7 @@ std::optional<int> run(adapter_t& adapter, uint64_t now_us, adapter_pass_t& pass
         }
     }
     adapt_piece(adapter, now_us);
-    const session_pass_t piece = run_piece(static_cast<int32_t>(std::min<int64_t>(most, adapter.piece)));
+    const session_pass_t piece = run_piece(adapter, static_cast<int32_t>(std::min<int64_t>(most, adapter.piece)));
     pass.wait = piece.wait;
     if (piece.stop.why == stop_e::NONE) {
         return 0;
@@ -243,6 +236,18 @@ std::optional<int> run(adapter_t& adapter, uint64_t now_us, adapter_pass_t& pass
 }
 
 } // namespace
+
+std::vector<std::string> take_messages(adapter_t& adapter) {
+    std::vector<std::string> texts;
+    texts.reserve(adapter.messages.size());
+    for (json& message : adapter.messages) {
+        message["seq"] = adapter.next_seq++;
+        // Sources and serial bytes need not be UTF-8.
+        texts.push_back(message.dump(-1, ' ', false, json::error_handler_t::replace));
+    }
+    adapter.messages.clear();
+    return texts;
+}
 
 void tell(adapter_t& adapter, const char* event, json body) {
     adapter.messages.push_back({{"type", "event"}, {"event", event}, {"body", std::move(body)}});
@@ -348,10 +353,15 @@ adapter_pass_t adapter_run(adapter_t& adapter, uint64_t now_us) {
     return pass;
 }
 
-bool adapter_interrupts(std::string_view text) {
-    const json message = json::parse(text, nullptr, NO_EXCEPTIONS);
+bool adapter_interrupts(const adapter_t& adapter, std::string_view text) {
+    const json message = parse_message(text);
     const json& command = message.is_discarded() ? message : member(message, "command");
-    for (const char* const one : {"cancel", "pause", "disconnect", "terminate", "restart"}) {
+    if (command == "cancel") {
+        const json& arguments = member(message, "arguments");
+        const json& way = member(arguments, "progressId");
+        return way.is_null() ? member(arguments, "requestId") == adapter.way.request : way == adapter.way.id;
+    }
+    for (const char* const one : {"pause", "disconnect", "terminate", "restart"}) {
         if (command == one) {
             return true;
         }

@@ -11,6 +11,7 @@
 // `instructionReference`: word N is the bytes 4 N to 4 N + 3, the lowest one first.
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -35,6 +36,7 @@ struct client_says_t {
     int first_line = 1;
     int first_column = 1;
     bool invalidated = false; // takes the event of this name
+    bool progress = false;    // and these
 };
 
 // What the front end has been told of the board.
@@ -53,11 +55,22 @@ struct breakpoints_told_t {
     std::vector<int> ids{};
 };
 
+// A long way through the history, as the client is told of it.
+struct way_t {
+    std::string title{};
+    int64_t request = 0;   // the number of the one that leads there
+    uint64_t began_us = 0;
+    uint64_t told_us = 0; // the last time; 0 for never
+    std::string id{};     // once it has been told
+    bool given_up = false;
+};
+
 struct adapter_t {
     std::string version{};
 
-    // Called during long ways through the history, with how much is done, 0 to 1; whether to go on.
-    progress_t go_on{};
+    // Called during long ways through the history, with messages that are to be sent at once; whether to go
+    // on. Without it all ways are gone to their ends.
+    std::function<bool(const std::vector<std::string>& messages)> go_on{};
 
     bool over = false; // the client has disconnected, and the program that carries the messages is to end
 
@@ -65,10 +78,15 @@ struct adapter_t {
     phase_e phase = phase_e::STARTED;
     client_says_t client{};
     int64_t next_seq = 1;
+    int64_t request = 0; // the number of the last
+    way_t way{};
+    int next_way = 1;
     std::vector<nlohmann::json> messages{}; // to be sent
     nlohmann::json launch{};                // the arguments of this request, for `restart`
     bool ends_at_halt = false;
     bool at_board_speed = false;
+    std::optional<bool> card_goes_back{}; // with a change in the past; none: the user is asked
+    std::optional<bool> card_answer{};    // his answer, for the next change
     session_stop_t stop{};                                   // where it has stopped
     std::map<std::string, breakpoints_told_t> breakpoints{}; // by file
     breakpoints_told_t address_breakpoints{};
@@ -107,6 +125,6 @@ struct adapter_pass_t {
 // that never goes back, in microseconds from anywhere.
 [[nodiscard]] adapter_pass_t adapter_run(adapter_t& adapter, uint64_t now_us);
 
-// Whether a message that has come is reason enough to give up a long way, before it is taken: one that asks
-// for an end or a pause.
-[[nodiscard]] bool adapter_interrupts(std::string_view message);
+// Whether a message that has come is reason enough to give up the way that is gone, before it is taken: one
+// that asks for an end or a pause, or cancels this way.
+[[nodiscard]] bool adapter_interrupts(const adapter_t& adapter, std::string_view message);

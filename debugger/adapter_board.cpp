@@ -118,7 +118,8 @@ void act(adapter_t& adapter, std::function<void()> what) {
 
 json go_to(adapter_t& adapter, moment_t moment) {
     adapter.went_at = history_now();
-    const bool arrived = session_go_to(moment, adapter.go_on);
+    going_t going(adapter, "Going to another moment");
+    const bool arrived = session_go_to(moment, going.progress());
     adapter.stop = {};
     tell_stopped(adapter, "goto", arrived ? "" : "Given up on the way");
     return {{"now", history_now()}};
@@ -250,6 +251,21 @@ json board_serial(adapter_t& adapter, const json& arguments) {
     return nullptr;
 }
 
+json board_card(adapter_t& adapter, const json& arguments) {
+    check_launched(adapter);
+    if (member(arguments, "goesBack").is_null()) {
+        throw refused_t{"goesBack is neither true nor false"};
+    }
+    answer_card(adapter, flag_in(arguments, "goesBack"));
+    return nullptr;
+}
+
+json answer_card(adapter_t& adapter, bool goes_back) {
+    adapter.card_answer = goes_back;
+    const std::string does = goes_back ? "goes back with" : "stays as it is at";
+    return {{"result", "The card " + does + " the next change."}, {"variablesReference", 0}};
+}
+
 json go_to_moment(adapter_t& adapter, const json& arguments) {
     check_begun(adapter);
     return go_to(adapter, static_cast<moment_t>(number_in(arguments, "moment", 0, INT64_MAX)));
@@ -263,7 +279,9 @@ json history_bounds(adapter_t& adapter, const json& /*arguments*/) {
 json last_write(adapter_t& adapter, const json& arguments) {
     check_stopped(adapter);
     const int32_t place = place_named(text_in(arguments, "expression"));
-    const std::optional<written_t> written = session_last_write(place, adapter.go_on);
+    going_t going(adapter, LOOKS_BACK);
+    const std::optional<written_t> written = session_last_write(place, going.progress());
+    going.check();
     if (!written) {
         return {{"found", false}};
     }

@@ -12,10 +12,20 @@
 
 using nlohmann::json;
 
+// What a failure is for programs that read it.
+enum class refusal_e : uint8_t {
+    GENERAL = 1,
+    CARD = 2,      // it has first to be said whether the card goes back
+    CANCELLED = 3, // and then the message is the protocol's
+};
+
 // Thrown by a handler, which has then changed nothing; the request is answered with it.
 struct refused_t {
     std::string message;
+    refusal_e kind = refusal_e::GENERAL;
 };
+
+constexpr const char* LOOKS_BACK = "Looking back";
 
 // The only thread of the protocol.
 constexpr int THREAD = 1;
@@ -27,6 +37,9 @@ void tell(adapter_t& adapter, const char* event, json body = json::object());
 
 // Queues a text for the console.
 void tell_output(adapter_t& adapter, const char* category, const std::string& text);
+
+// Numbers the messages that are queued, and takes them.
+std::vector<std::string> take_messages(adapter_t& adapter);
 
 // What the board and the logs have said since the last call.
 void tell_what_was_said(adapter_t& adapter);
@@ -47,6 +60,31 @@ void check_launched(const adapter_t& adapter);
 void check_stopped(const adapter_t& adapter);
 void check_begun(const adapter_t& adapter);
 
+// ---- Long ways
+
+// While it lives, a way through the history is gone that may be long: the client is told, and can give it up.
+class going_t {
+  public:
+    going_t(adapter_t& adapter, const char* title);
+    going_t(const going_t&) = delete;
+    going_t& operator=(const going_t&) = delete;
+    ~going_t();
+
+    // For what goes the way.
+    [[nodiscard]] progress_t progress();
+
+    // Throws refused_t if the way was given up.
+    void check() const;
+
+  private:
+    adapter_t& adapter_;
+};
+
+// The same for a motion, from when it begins until it ends.
+void begin_way(adapter_t& adapter, const char* title);
+bool go_on(adapter_t& adapter, double share);
+void end_way(adapter_t& adapter);
+
 // ---- Launch
 
 void set_phase(adapter_t& adapter, phase_e phase);
@@ -60,6 +98,10 @@ void end_program(adapter_t& adapter);
 
 // After a change that no step has made.
 void tell_changed(adapter_t& adapter, const char* area);
+
+// The user says whether the card goes back with the next change in the past.
+json board_card(adapter_t& adapter, const json& arguments);
+json answer_card(adapter_t& adapter, bool goes_back);
 
 // Gives the session all breakpoints again, after a new beginning.
 void set_all_breakpoints(adapter_t& adapter);

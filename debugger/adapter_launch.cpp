@@ -12,6 +12,7 @@
 #include "devices/camera.h"
 #include "devices/ledswitchtimer.h"
 #include "devices/sd.h"
+#include "host/line.h"
 #include "ui/screen.h"
 
 namespace {
@@ -105,6 +106,19 @@ void tell_new_sources(adapter_t& adapter) {
     }
 }
 
+// The question can only be put as a failure: the protocol has no others.
+bool card_goes_back_now(adapter_t& adapter) {
+    if (adapter.card_goes_back) {
+        return *adapter.card_goes_back;
+    }
+    if (!adapter.card_answer) {
+        throw refused_t{"The program writes to the SD card later than now. Say \"card goes back\" or \"card "
+                        "stays\" in the console, and then make the change again.",
+                        refusal_e::CARD};
+    }
+    return *std::exchange(adapter.card_answer, std::nullopt);
+}
+
 // What the assembler and the loader have said belongs to the failure.
 void begin(adapter_t& adapter, const json& arguments) {
     const session_options_t options = options_in(arguments);
@@ -117,9 +131,12 @@ void begin(adapter_t& adapter, const json& arguments) {
     board.wanted = flag_in(arguments, "board");
     board.sound = flag_in(arguments, "sound");
     flag_in(arguments, "stopOnEntry");
+    const bool asks_for_card = member(arguments, "cardGoesBack").is_null();
+    const bool card_goes_back = flag_in(arguments, "cardGoesBack");
     front = {};
     front.answers = answers_in(arguments);
 
+    line_failure_is_fault = true;
     speaker_recording = board.sound;
     screen_open = true;
     session_log = [&adapter](const std::string& text) { tell_output(adapter, "console", text + "\n"); };
@@ -138,6 +155,9 @@ void begin(adapter_t& adapter, const json& arguments) {
     adapter.ends_at_halt = ends_at_halt;
     adapter.at_board_speed = speed == "board";
     adapter.board = std::move(board);
+    adapter.card_goes_back = asks_for_card ? std::nullopt : std::optional(card_goes_back);
+    adapter.card_answer.reset();
+    session_card_goes_back = [&adapter] { return card_goes_back_now(adapter); };
     adapter.lcd_told = lcd_text();
     adapter.stop = {.why = stop_e::ENTRY, .ids = {}, .description = {}};
     set_phase(adapter, phase_e::LAUNCHED);
@@ -168,6 +188,7 @@ void set_out(adapter_t& adapter) {
 json initialize(adapter_t& adapter, const json& arguments) {
     adapter.client.first_line = flag_in(arguments, "linesStartAt1", true) ? 1 : 0;
     adapter.client.first_column = flag_in(arguments, "columnsStartAt1", true) ? 1 : 0;
+    adapter.client.progress = flag_in(arguments, "supportsProgressReporting");
     adapter.client.invalidated = flag_in(arguments, "supportsInvalidatedEvent");
     if (text_in(arguments, "pathFormat", "path") != "path") {
         throw refused_t{"files are named by paths"};
@@ -243,6 +264,7 @@ json disconnect(adapter_t& adapter, const json& /*arguments*/) {
 }
 
 void set_phase(adapter_t& adapter, phase_e phase) {
+    end_way(adapter);
     adapter.phase = phase;
     adapter.piece_at_us = 0;
     adapter.paced_us = 0;

@@ -25,6 +25,8 @@ constexpr reason_text_t REASONS[] = {
     {stop_e::BEGINNING, "entry", "At the beginning of the history"},
 };
 
+constexpr const char* LOOKS_FOR_CALLER = "Looking for the callers";
+
 json go(adapter_t& adapter, motion_e motion, int32_t address = -1) {
     check_begun(adapter);
     begin_motion(adapter, motion, address);
@@ -59,8 +61,14 @@ json shown_frame(const adapter_t& adapter, const frame_t& frame, size_t index) {
 
 void begin_motion(adapter_t& adapter, motion_e motion, int32_t address) {
     adapter.went_at = history_now();
-    session_go(motion, address);
+    if (motion == motion_e::STEP_OUT) {
+        going_t going(adapter, LOOKS_FOR_CALLER);
+        session_go(motion, address, going.progress());
+    } else {
+        session_go(motion, address);
+    }
     set_phase(adapter, phase_e::RUNNING);
+    begin_way(adapter, "Going back");
 }
 
 void tell_stopped(adapter_t& adapter, const char* reason, const std::string& description,
@@ -115,7 +123,8 @@ json stack_trace(adapter_t& adapter, const json& arguments) {
     check_stopped(adapter);
     const auto first = static_cast<size_t>(number_in(arguments, "startFrame", 0, INT32_MAX, 0));
     const auto levels = static_cast<size_t>(number_in(arguments, "levels", 0, INT32_MAX, 0));
-    std::vector<frame_t> frames = session_frames(adapter.go_on);
+    going_t going(adapter, LOOKS_FOR_CALLER);
+    std::vector<frame_t> frames = session_frames(going.progress());
     // The next instruction would be whatever stands behind the halt.
     if (machine.halted && !frames.empty() && frames.front().address >= WORDS_PER_INSTRUCTION) {
         frames.front().address -= WORDS_PER_INSTRUCTION;
@@ -198,5 +207,11 @@ json exception_info(adapter_t& adapter, const json& /*arguments*/) {
             {"details", {{"message", text}}}};
 }
 
-// What takes long is given up when this comes, and is over by now.
-json cancel(adapter_t& /*adapter*/, const json& /*arguments*/) { return nullptr; }
+// What a request does at once has been given up when this is taken, or is done.
+json cancel(adapter_t& adapter, const json& arguments) {
+    const std::string way = text_in(arguments, "progressId", "");
+    if (adapter.phase == phase_e::RUNNING && !way.empty() && way == adapter.way.id) {
+        session_pause();
+    }
+    return nullptr;
+}

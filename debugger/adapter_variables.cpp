@@ -23,6 +23,9 @@ constexpr int64_t STRETCH_MARK = int64_t{1} << 30; // the same, of a part of mem
 constexpr int COUNT_BITS = 15;
 static_assert(MEMORY_SIZE < 1 << COUNT_BITS && COUNT_BITS + ADDRESS_BITS <= 29);
 
+// The user turns over what a program only reads.
+constexpr int32_t SWITCHES_OFFSET = 0;
+
 // So many words of memory are one line of the scope.
 constexpr int32_t STRETCH = 256;
 
@@ -98,7 +101,7 @@ std::vector<child_t> device_children(const device_t& device) {
     std::vector<child_t> children;
     for (const board_register_t& one : device.registers) {
         children.push_back({std::string(one.name), IO_BASE + one.offset, 1, register_name(one.offset), false,
-                            one.access == direction_e::READ});
+                            one.access == direction_e::READ && one.offset != SWITCHES_OFFSET});
     }
     return children;
 }
@@ -244,6 +247,9 @@ json evaluated(const std::string& text, bool hex) {
     return body;
 }
 
+constexpr const char* CARD_GOES_BACK = "card goes back";
+constexpr const char* CARD_STAYS = "card stays";
+
 bool is_command(const std::string& text) {
     return text.starts_with("last write ") || text.starts_with("when ");
 }
@@ -269,7 +275,8 @@ size_t bytes_of_units(std::string_view text, int64_t units) {
 
 std::vector<std::pair<std::string, const char*>> all_names() {
     std::vector<std::pair<std::string, const char*>> names = {
-        {"pc", "keyword"}, {"instructions", "keyword"}, {"last write ", "keyword"}, {"when ", "keyword"}};
+        {"pc", "keyword"}, {"instructions", "keyword"}, {"last write ", "keyword"}, {"when ", "keyword"},
+        {CARD_GOES_BACK, "keyword"}, {CARD_STAYS, "keyword"}};
     for (const auto& [label, address] : session_places().labels) {
         names.emplace_back(name_in_expressions(label), "variable");
     }
@@ -386,7 +393,13 @@ json evaluate_text(adapter_t& adapter, const json& arguments) {
     }
     if (is_command(text)) {
         check_stopped(adapter);
-        return {{"result", session_evaluate(text)}, {"variablesReference", 0}};
+        going_t going(adapter, LOOKS_BACK);
+        const std::string result = session_evaluate(text, going.progress());
+        going.check();
+        return {{"result", result}, {"variablesReference", 0}};
+    }
+    if (text == CARD_GOES_BACK || text == CARD_STAYS) {
+        return answer_card(adapter, text == CARD_GOES_BACK);
     }
     if (const size_t equals = find_assignment(text); equals != std::string::npos) {
         check_stopped(adapter);

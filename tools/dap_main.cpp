@@ -81,10 +81,10 @@ bool send(const std::vector<std::string>& messages) {
     return true;
 }
 
-bool is_interrupted(input_t& input) {
+bool is_interrupted(const adapter_t& adapter, input_t& input) {
     receive(input, 0);
     for (const std::string& message : input.messages) {
-        if (adapter_interrupts(message)) {
+        if (adapter_interrupts(adapter, message)) {
             return true;
         }
     }
@@ -96,7 +96,9 @@ int serve() {
     input_t input;
     adapter_t adapter;
     adapter.version = TOVIK_VERSION;
-    adapter.go_on = [&input](double /*done*/) { return !is_interrupted(input); };
+    adapter.go_on = [&](const std::vector<std::string>& messages) {
+        return send(messages) && !is_interrupted(adapter, input);
+    };
     for (;;) {
         while (!input.messages.empty() && !adapter.over) {
             const std::string message = std::move(input.messages.front());

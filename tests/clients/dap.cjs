@@ -49,11 +49,31 @@ got     .data   0
 one     .data   1
 zero    .data   0
 `;
+// Writes the first word of four blocks; the last one stays in the buffer.
+const NOTES = `next    cp      0x80000083 place
+        cp      0x80000084 word
+        cp      0x80000082 one
+        cp      0x80000080 one
+wait    cp      got 0x80000081
+        be      wait got zero
+        cp      0x80000080 zero
+        add     place place block
+        bne     next place end
+        halt
+place   .data   0
+word    .data   5
+block   .data   128
+end     .data   512
+got     .data   0
+one     .data   1
+zero    .data   0
+`;
 const folder = fs.mkdtempSync(path.join(os.tmpdir(), 'dap '));
 fs.cpSync(process.env.TOVIK_EXAMPLES, folder, { recursive: true });
 const pathOf = (name) => path.join(folder, name);
 fs.writeFileSync(pathOf('broken.k'), BROKEN);
 fs.writeFileSync(pathOf('parrot.k'), PARROT);
+fs.writeFileSync(pathOf('notes.k'), NOTES);
 // From 1.
 function lineOf(name, text) {
     const line = fs.readFileSync(pathOf(name), 'utf8').split('\n').findIndex((one) => one.includes(text)) + 1;
@@ -269,6 +289,39 @@ async function input() {
     await end();
 }
 
+// What the SD card's file holds after a change in the past.
+async function card() {
+    const file = pathOf('card');
+    const first = () => fs.readFileSync(file).readInt32LE(0);
+    const afterChange = async (word) => {
+        assert.equal(await go('continue'), 'halt notes.k: halt');
+        assert.equal(await go('reverseContinue'), 'entry notes.k: next cp 0x80000083 place');
+        await ask('setExpression', { expression: 'word', value: word });
+        return first();
+    };
+    fs.writeFileSync(file, Buffer.alloc(2048, 1));
+    await begin('notes.k', { sd: file, stopOnEntry: true });
+    await to(client.configurationDoneRequest());
+    await assert.rejects(afterChange('6'), /"card goes back" or "card stays"/);
+    const { newest } = await ask('tovik/history');
+    assert(newest > 0);
+    assert.match(await value('card stays', 'repl'), /stays/);
+    await ask('setExpression', { expression: 'word', value: '6' });
+    assert.equal(first(), 5);
+    await assert.rejects(afterChange('7'), /card/);
+    assert.equal(first(), 6);
+    await ask('tovik/card', { goesBack: true });
+    assert.equal(await afterChange('7'), 5);
+    await end();
+    for (const [cardGoesBack, left] of [[true, 5], [false, 7]]) {
+        await begin('notes.k', { sd: file, stopOnEntry: true, cardGoesBack });
+        await to(client.configurationDoneRequest());
+        await ask('setExpression', { expression: 'word', value: '7' });
+        assert.equal(await afterChange('8'), left);
+        await end();
+    }
+}
+
 // The manual's page about going backwards, and its two exercises.
 async function debuggingPage() {
     const page = fs.readFileSync(process.env.TOVIK_EXAMPLES + '/../docs/debugging.md', 'utf8');
@@ -317,7 +370,6 @@ const REFUSED = [
     ['setVariable', { variablesReference: 1, name: 'nobody', value: '1' }, /no variable nobody/],
     ['setVariable', { variablesReference: 1, name: 'one', value: '1 / zero' }, /zero/],
     ['setExpression', { expression: 'one + 1', value: '1' }, /no word/],
-    ['setExpression', { expression: 'LCD.response', value: '1' }, /./],
     ['evaluate', { expression: 'one +' }, /column/],
     ['evaluate', { expression: '('.repeat(100000) }, /./],
     ['goto', { targetId: 99999 }, /targetId/],
@@ -329,7 +381,9 @@ const REFUSED = [
     ['disassemble', { memoryReference: '0x0', instructionCount: 1e9 }, /instructionCount/],
     ['source', { source: { path: '/etc/passwd' } }, /no source/],
     ['restart', { arguments: { program: 'a.txt' } }, /neither/],
+    ['setExpression', { expression: 'LCD.response', value: '1' }, /can only be read/],
     ['tovik/switch', { number: 18 }, /number/],
+    ['tovik/card', {}, /goesBack/],
     ['tovik/key', { code: -1 }, /code/],
     ['tovik/serial', { data: '*' }, /base64/],
 ];
@@ -374,6 +428,7 @@ async function walk() {
     await forwardsAndBackwards();
     await faultAndBoard();
     await input();
+    await card();
     await debuggingPage();
     await refusals();
 }

@@ -68,6 +68,41 @@ class Serial(unittest.TestCase):
         os.close(master)
         self.assertEqual((3, "limit", ""), self.end(process))
 
+    def test_device_that_goes_under_the_debugger(self):
+        """It is a fault of the program, which can be gone back from."""
+        master, line = os.openpty()
+        (self.folder / "flood.k").write_text(FLOOD)
+        process = subprocess.Popen([BIN / "tovik-dap"], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.addCleanup(process.kill)
+
+        def message(awaited):
+            while True:
+                header = process.stdout.readline() + process.stdout.readline()
+                body = json.loads(process.stdout.read(int(header.split()[1])))
+                if awaited in (body.get("event"), body.get("command")):
+                    return body["body"]
+
+        def ask(command, **arguments):
+            body = json.dumps({"type": "request", "seq": 1, "command": command, "arguments": arguments}).encode()
+            process.stdin.write(b"Content-Length: %d\r\n\r\n%s" % (len(body), body))
+            process.stdin.flush()
+
+        ask("initialize")
+        ask("launch", program=str(self.folder / "flood.k"), serial=os.ttyname(line))
+        ask("configurationDone")
+        os.read(master, 1)
+        os.close(line)
+        os.close(master)
+        for command in ("continue", "stepBack", "continue"):
+            stopped = message("stopped")
+            reason = {"exception": "error at PC 32\nwrite: Input/output error\n", "step": ""}[stopped["reason"]]
+            self.assertTrue(stopped.get("text", "").startswith(reason), stopped)
+            ask(command, threadId=1)
+        ask("evaluate", expression="pc")
+        self.assertEqual("32 (0x20, ' ')", message("evaluate")["result"])
+        ask("disconnect")
+        self.assertEqual(b"", process.communicate(timeout=60)[1])
+
     def test_device_that_cannot_be_used(self):
         (self.folder / "file1").touch()
         process = self.start(NEXT_LETTER, "--serial", "./none", "--serial", "file1", "--console", "--limit", "1000000")
