@@ -89,11 +89,10 @@ json handle(adapter_t& adapter, const std::string& command, const json& argument
 json failure(json response, const std::string& message, refusal_e kind = refusal_e::GENERAL) {
     response["success"] = false;
     response["message"] = message;
-    response["body"]["error"] = {
-        {"id", static_cast<int>(kind)},
-        {"format", "{text}"},
-        {"variables", {{"text", message}}},
-        {"showUser", kind != refusal_e::CANCELLED}};
+    response["body"]["error"] = {{"id", static_cast<int>(kind)},
+                                 {"format", "{text}"},
+                                 {"variables", {{"text", message}}},
+                                 {"showUser", kind != refusal_e::CANCELLED}};
     return response;
 }
 
@@ -226,7 +225,8 @@ std::optional<int> run(adapter_t& adapter, uint64_t now_us, adapter_pass_t& pass
         }
     }
     adapt_piece(adapter, now_us);
-    const session_pass_t piece = run_piece(adapter, static_cast<int32_t>(std::min<int64_t>(most, adapter.piece)));
+    const session_pass_t piece =
+        run_piece(adapter, static_cast<int32_t>(std::min<int64_t>(most, adapter.piece)));
     pass.wait = piece.wait;
     if (piece.stop.why == stop_e::NONE) {
         return 0;

@@ -58,7 +58,7 @@ struct breakpoints_told_t {
 // A long way through the history, as the client is told of it.
 struct way_t {
     std::string title{};
-    int64_t request = 0;   // the number of the one that leads there
+    int64_t request = 0; // the number of the one that leads there
     uint64_t began_us = 0;
     uint64_t told_us = 0; // the last time; 0 for never
     std::string id{};     // once it has been told
@@ -87,7 +87,7 @@ struct adapter_t {
     bool at_board_speed = false;
     std::optional<bool> card_goes_back{}; // with a change in the past; none: the user is asked
     std::optional<bool> card_answer{};    // his answer, for the next change
-    session_stop_t stop{};                                   // where it has stopped
+    session_stop_t stop{};                // where it has stopped
     std::map<std::string, breakpoints_told_t> breakpoints{}; // by file
     breakpoints_told_t address_breakpoints{};
     breakpoints_told_t watches{};

@@ -20,8 +20,8 @@ void tell_progress(adapter_t& adapter, double share) {
     constexpr double PERCENT = 100;
     way_t& way = adapter.way;
     const uint64_t now_us = stopwatch_us();
-    const bool is_due = way.id.empty() ? now_us - way.began_us >= LEAST_US
-                                       : now_us - way.told_us >= US_BETWEEN_UPDATES;
+    const bool is_due =
+        way.id.empty() ? now_us - way.began_us >= LEAST_US : now_us - way.told_us >= US_BETWEEN_UPDATES;
     if (!adapter.client.progress || !is_due) {
         return;
     }

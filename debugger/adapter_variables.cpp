@@ -275,8 +275,8 @@ size_t bytes_of_units(std::string_view text, int64_t units) {
 
 std::vector<std::pair<std::string, const char*>> all_names() {
     std::vector<std::pair<std::string, const char*>> names = {
-        {"pc", "keyword"}, {"instructions", "keyword"}, {"last write ", "keyword"}, {"when ", "keyword"},
-        {CARD_GOES_BACK, "keyword"}, {CARD_STAYS, "keyword"}};
+        {"pc", "keyword"},    {"instructions", "keyword"}, {"last write ", "keyword"},
+        {"when ", "keyword"}, {CARD_GOES_BACK, "keyword"}, {CARD_STAYS, "keyword"}};
     for (const auto& [label, address] : session_places().labels) {
         names.emplace_back(name_in_expressions(label), "variable");
     }

@@ -297,6 +297,8 @@ bool history_go_to(moment_t moment, const progress_t& progress) {
     return arrived;
 }
 
+moment_t history_copy_until(moment_t moment) { return *checkpoint_until(moment); }
+
 bool history_search(moment_t before, const std::function<bool()>& found, const progress_t& progress,
                     const std::function<void()>& begins) {
     check_files();

@@ -56,11 +56,15 @@ using progress_t = std::function<bool(double)>;
 // from which the board has read is no longer what it was.
 bool history_go_to(moment_t moment, const progress_t& progress = nullptr);
 
+// The moment of the newest copy of the board that is not after one of the history: from there the way on is
+// the shortest.
+[[nodiscard]] moment_t history_copy_until(moment_t moment);
+
 // Executes the past before a moment again, stretch by stretch, the newest first, with the stops of
 // core/stops.h in force that the caller has set, until `found` says after a stretch that it was in there.
-// Returns whether it was, and false, too, when the progress has said that it is enough: all of it would be the
-// whole way to the beginning. `begins` is called
-// where each stretch begins. The board is afterwards at any moment. Throws as history_go_to.
+// Returns whether it was, and false, too, when the progress has said that it is enough: all of it would be
+// the whole way to the beginning. `begins` is called where each stretch begins. The board is afterwards at
+// any moment. Throws as history_go_to.
 bool history_search(moment_t before, const std::function<bool()>& found, const progress_t& progress = nullptr,
                     const std::function<void()>& begins = nullptr);
 

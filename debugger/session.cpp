@@ -67,7 +67,7 @@ void deliver_first_events() {
 // What is done changes what comes later, and the copies of the board know it.
 void act(std::function<void()> what, int32_t written) {
     const bool card_goes_back = !history_card_has_future() || session_card_goes_back();
-    state.stacks.erase(state.stacks.upper_bound(history_now()), state.stacks.end());
+    forget_uses_after(history_now());
     forget_hits_after(history_now());
     const auto act = [what = std::move(what), written] {
         what();
@@ -128,7 +128,6 @@ void session_begin(const session_options_t& options) {
     state.limit = options.limit ? std::optional(static_cast<uint64_t>(*options.limit)) : std::nullopt;
     state.events = std::move(events);
     state.first_at.assign(MEMORY_SIZE, -1);
-    state.stacks[0] = {};
     state.last.why = stop_e::ENTRY;
     machine.sw = options.switches;
     deliver_first_events();

@@ -106,9 +106,10 @@ struct session_stop_t {
 };
 
 // Executes at most about so many instructions of the motion; on the way back, one stretch of the history,
-// however long: progress is called meanwhile, with its share of the way to the beginning, and when it says that
-// it is enough the motion ends as with session_pause. Returns why it has ended, or NONE; without a motion, why the last one has ended. `wait` is
-// what the program waits for at the computer, if it does, see pass_t.
+// however long: progress is called meanwhile, with its share of the way to the beginning, and when it says
+// that it is enough the motion ends as with session_pause. Returns why it has ended, or NONE; without a
+// motion, why the last one has ended. `wait` is what the program waits for at the computer, if it does, see
+// pass_t.
 struct session_pass_t {
     session_stop_t stop;
     bool (*wait)(int most_ms) = nullptr;
@@ -138,12 +139,13 @@ struct frame_t {
     bool guessed = false;     // nobody has looked whether it was called from there
 };
 
-// The innermost first. Made of the calls and returns since the history began: they are executed again from
-// the last moment for which they were asked, so it takes time in proportion to the way from there. Where the
-// program writes call instructions itself they may be missing. A subroutine whose return word another call
-// has overwritten, because it was left with a branch or calls itself, is no longer there. When
-// the progress has said that it is enough, they are guessed from the return words; what was found out
-// meanwhile shortens the next way. Throws as history_go_to.
+// The innermost first. Made of the calls and returns since the history began: a subroutine is there when the
+// last that used its return word was its call, and when none that was under way then has returned or been
+// called again since, as happens when it is left with a branch. The past is executed again from now back to
+// the last use of each return word, as far as it is not known from before; when some subroutine was called
+// but long ago, that takes its time. Where the program writes call instructions itself they may be missing.
+// When the progress has said that it is enough, the callers are guessed from the return words; what was found
+// out meanwhile shortens the next way. Throws as history_go_to.
 [[nodiscard]] std::vector<frame_t> session_frames(const progress_t& progress = nullptr);
 
 // The label list as variables: a label of one word, or an array that a label begins.

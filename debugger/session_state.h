@@ -77,6 +77,13 @@ struct call_t {
     int32_t return_word;
 };
 
+// The last use of a return word before all moments until one.
+struct use_t {
+    moment_t until = 0;
+    int32_t call = -1; // where it was called; -1 for a return, or nobody since the history began
+    int32_t target = -1;
+};
+
 struct state_t {
     bool begun = false;
     std::optional<uint64_t> limit;
@@ -93,8 +100,8 @@ struct state_t {
     bool collecting =
         false; // the past is searched: nothing stops, and `met` is the last meeting before `before`
     session_stop_t last;
-    std::map<moment_t, std::vector<call_t>> stacks;
-    std::vector<int32_t> memory_before; // as it was when the run last stopped
+    std::map<int32_t, std::map<moment_t, use_t>> uses; // of return words, and from just behind each
+    std::vector<int32_t> memory_before;                // as it was when the run last stopped
     std::vector<int32_t> registers_before;
 };
 
@@ -137,6 +144,10 @@ class other_stops_t {
 
 // Whoever looks at the past hears of what the user did there, too: of a word that he wrote, or -1.
 extern std::function<void(int32_t written)> act_done;
+
+// ---- stack
+
+void forget_uses_after(moment_t moment);
 
 // ---- variables
 

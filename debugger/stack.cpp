@@ -1,9 +1,9 @@
-// The calls that have not returned. Nobody follows them while the program runs: when someone asks, the past
-// is executed again from the last moment of which the stack is known, and each call and return on the way is
-// looked at.
+// The calls that have not returned. Nobody follows them while the program runs: when someone asks, it is
+// looked up in the past who used each return word last. Most were used just now; the farther back, the fewer
+// words are still sought, and the faster it is executed again.
 
 #include <algorithm>
-#include <iterator>
+#include <set>
 #include <utility>
 
 #include "base/machine.h"
@@ -13,122 +13,234 @@
 namespace session {
 namespace {
 
+constexpr moment_t FIRST_STRETCH = 1000;
+constexpr moment_t STRETCH_GROWS = 4;
+constexpr moment_t LONG_STRETCH = 1000000; // it may as well begin at a copy of the board
 constexpr moment_t MOST_AT_ONCE = 5000000;
-constexpr size_t MOST_STACKS = 1000;
+constexpr size_t MOST_USES = 1000; // of each word
+
+using words_sought_t = std::set<int32_t>;
 
 // An instruction that is executed next, unless the user sets another.
 struct upcoming_t {
     moment_t moment = 0;
-    int32_t pc = -1; // -1: it is neither a call nor a return
+    int32_t pc = -1; // -1: none of the sought
     words_t words{};
 };
 
-struct following_t {
-    std::vector<call_t> stack;
-    upcoming_t upcoming;
+struct looking_t {
+    const words_sought_t* sought = nullptr;
     moment_t end = 0;
+    upcoming_t upcoming;
+    std::map<int32_t, upcoming_t> newest; // by return word
 };
 
-following_t following;
+looking_t looking;
 
-// A subroutine whose return word is used again cannot return from its first call any more.
-void drop_from(int32_t return_word) {
-    std::vector<call_t>& stack = following.stack;
-    stack.erase(std::find_if(stack.begin(), stack.end(),
-                             [&](const call_t& call) { return call.return_word == return_word; }),
-                stack.end());
-}
+int32_t return_word_of(const words_t& words) { return words.opcode == K24_CALL ? words.arg2 : words.arg1; }
 
-void follow_upcoming() {
-    const upcoming_t upcoming = std::exchange(following.upcoming, {});
-    if (upcoming.pc < 0 || upcoming.moment >= history_now()) {
-        return;
-    }
-    drop_from(upcoming.words.opcode == K24_CALL ? upcoming.words.arg2 : upcoming.words.arg1);
-    if (upcoming.words.opcode == K24_CALL) {
-        following.stack.push_back({upcoming.pc, upcoming.words.arg1, upcoming.words.arg2});
+void keep_upcoming() {
+    const upcoming_t upcoming = std::exchange(looking.upcoming, {});
+    if (upcoming.pc >= 0 && upcoming.moment < history_now()) {
+        looking.newest[return_word_of(upcoming.words)] = upcoming;
     }
 }
 
 void look_at_next() {
-    follow_upcoming();
-    if (!whole_in_memory(machine.pc) || history_now() >= following.end) {
+    keep_upcoming();
+    if (!whole_in_memory(machine.pc) || history_now() >= looking.end) {
         return;
     }
     const words_t words = words_at(machine.pc);
-    if (words.opcode == K24_CALL || words.opcode == K24_RET) {
-        following.upcoming = {history_now(), machine.pc, words};
+    if ((words.opcode == K24_CALL || words.opcode == K24_RET) &&
+        looking.sought->contains(return_word_of(words))) {
+        looking.upcoming = {history_now(), machine.pc, words};
     }
 }
 
-void add_calls_in_memory(stops_t& question) {
-    for (int32_t pc = 0; pc <= MEMORY_SIZE - WORDS_PER_INSTRUCTION; ++pc) {
-        if (machine.memory[pc] == K24_CALL || machine.memory[pc] == K24_RET) {
-            question.breakpoints.set(static_cast<size_t>(pc));
-        }
-    }
-}
-
-void keep() {
-    if (state.stacks.size() >= MOST_STACKS) {
-        state.stacks.erase(std::next(state.stacks.begin()));
-    }
-    state.stacks[history_now()] = following.stack;
-}
-
-// Executes on to the end, from a moment whose stack is known. Returns whether it got there.
-bool follow_to(moment_t end, const stops_t& question, const progress_t& progress) {
-    const other_stops_t others(question);
-    act_done = [](int32_t /*written*/) { look_at_next(); };
-    following.end = end;
-    look_at_next(); // nobody asks where a run begins
-    const moment_t begin = history_now();
-    moment_t next = begin;
-    while (history_now() < end) {
-        next = std::min(next + MOST_AT_ONCE, end);
-        while (history_now() < next) {
-            history_run(static_cast<int32_t>(next - history_now()));
-        }
-        if (following.upcoming.moment < history_now()) {
-            follow_upcoming();
-        }
-        if (history_now() < end) {
-            keep();
-        }
-        if (progress &&
-            !progress(static_cast<double>(history_now() - begin) / static_cast<double>(end - begin))) {
-            return history_now() >= end;
-        }
-    }
-    return true;
-}
-
-// Makes known the stack at this moment. Returns whether the progress has let it.
-bool find_stack(const progress_t& progress) {
-    const moment_t here = history_now();
-    const auto after = state.stacks.upper_bound(here);
-    const auto known = after == state.stacks.begin() ? state.stacks.end() : std::prev(after);
-    if (known != state.stacks.end() && known->first == here) {
-        return true;
-    }
-    // What was called before the history began is not known.
-    const bool reaches = known != state.stacks.end() && known->first >= history_first();
-    following = {};
-    following.stack = reaches ? known->second : std::vector<call_t>{};
+stops_t stops_at_uses(const words_sought_t& sought) {
     stops_t question;
     question.at_breakpoint = [] {
         look_at_next();
         return false;
     };
-    add_calls_in_memory(question);
-    const bool begins = history_go_to(reaches ? known->first : history_first(), progress);
-    add_calls_in_memory(question);
-    if (!begins || !follow_to(here, question, progress)) {
-        history_go_to(here);
+    for (int32_t pc = 0; pc <= MEMORY_SIZE - WORDS_PER_INSTRUCTION; ++pc) {
+        const words_t words = words_at(pc);
+        if ((words.opcode == K24_CALL || words.opcode == K24_RET) && sought.contains(return_word_of(words))) {
+            question.breakpoints.set(static_cast<size_t>(pc));
+        }
+    }
+    return question;
+}
+
+// Executes a stretch of the past again and keeps the newest use of each word that is sought. Returns whether
+// the progress has let it.
+bool look_through(moment_t begin, moment_t end, const words_sought_t& sought, const progress_t& progress) {
+    const auto wants_end = [&] {
+        const double done = static_cast<double>(history_now() - begin) / static_cast<double>(end - begin);
+        return progress && !progress(done);
+    };
+    if (!history_go_to(begin, progress ? [&](double /*way there*/) { return progress(0); } : progress_t())) {
         return false;
     }
-    keep();
+    const stops_t question = stops_at_uses(sought);
+    const other_stops_t others(question);
+    act_done = [](int32_t /*written*/) { look_at_next(); };
+    looking = {.sought = &sought, .end = end, .upcoming = {}, .newest = {}};
+    look_at_next(); // nobody asks where a run begins
+    while (history_now() < end) {
+        const moment_t next = std::min(history_now() + MOST_AT_ONCE, end);
+        while (history_now() < next) {
+            history_run(static_cast<int32_t>(next - history_now()));
+        }
+        if (wants_end()) {
+            return false;
+        }
+    }
+    keep_upcoming();
     return true;
+}
+
+// The words of the calls in memory.
+words_sought_t return_words() {
+    words_sought_t words;
+    for (int32_t pc = 0; pc <= MEMORY_SIZE - WORDS_PER_INSTRUCTION; ++pc) {
+        if (machine.memory[pc] == K24_CALL && in_memory(words_at(pc).arg2)) {
+            words.insert(words_at(pc).arg2);
+        }
+    }
+    return words;
+}
+
+// The last use of a word before a moment, if it is known, with the moment just behind it.
+std::optional<std::pair<moment_t, use_t>> known_use(int32_t word, moment_t moment) {
+    const std::map<moment_t, use_t>& uses = state.uses[word];
+    const auto after = uses.upper_bound(moment);
+    if (after == uses.begin() || std::prev(after)->second.until < moment) {
+        return std::nullopt;
+    }
+    return *std::prev(after);
+}
+
+void note_use(int32_t word, moment_t behind, const use_t& use) {
+    std::map<moment_t, use_t>& uses = state.uses[word];
+    if (uses.size() >= MOST_USES) {
+        uses.erase(uses.begin());
+    }
+    const auto [place, is_new] = uses.try_emplace(behind, use);
+    place->second.until = std::max(place->second.until, use.until);
+}
+
+// Makes known the last use of each word before a moment. Returns whether the progress has let it.
+bool find_uses(moment_t moment, words_sought_t sought, const progress_t& progress) {
+    const moment_t first = history_first();
+    moment_t begin = moment;
+    const auto is_known = [&](int32_t word) {
+        const auto known = known_use(word, begin);
+        if (known) {
+            note_use(word, known->first, {moment, known->second.call, known->second.target});
+        }
+        return known.has_value();
+    };
+    std::erase_if(sought, is_known);
+    for (moment_t length = FIRST_STRETCH; !sought.empty() && begin > first; length *= STRETCH_GROWS) {
+        const moment_t end = begin;
+        begin = end - std::min(length, end - first);
+        if (length >= LONG_STRETCH) {
+            begin = history_copy_until(begin);
+        }
+        if (!look_through(begin, end, sought, progress ? [&](double done) {
+                const double way = static_cast<double>(moment - end) + done * static_cast<double>(end - begin);
+                return progress(way / static_cast<double>(moment - first));
+            } : progress_t())) {
+            return false;
+        }
+        for (const auto& [word, use] : looking.newest) {
+            const bool is_call = use.words.opcode == K24_CALL;
+            note_use(word, use.moment + 1, {moment, is_call ? use.pc : -1, is_call ? use.words.arg1 : -1});
+            sought.erase(word);
+        }
+        std::erase_if(sought, is_known);
+    }
+    for (const int32_t word : sought) {
+        note_use(word, first, {.until = moment});
+    }
+    return true;
+}
+
+// The last use of a word of those before a moment, and the moment just behind it.
+struct last_use_t {
+    moment_t behind;
+    call_t call; // `address` is -1 when it was none
+};
+
+// The newest first.
+std::vector<last_use_t> last_uses(const words_sought_t& words, moment_t moment) {
+    std::vector<last_use_t> uses;
+    for (const int32_t word : words) {
+        if (const auto known = known_use(word, moment)) {
+            uses.push_back({known->first, {known->second.call, known->second.target, word}});
+        }
+    }
+    std::ranges::sort(uses, std::ranges::greater{}, &last_use_t::behind);
+    return uses;
+}
+
+void cut_off(std::vector<call_t>& stack, int32_t return_word) {
+    stack.erase(std::ranges::find(stack, return_word, &call_t::return_word), stack.end());
+}
+
+// Those that may be under way, the outermost first: whose last use was their call.
+std::vector<call_t> open_calls(const words_sought_t& words, moment_t moment) {
+    std::vector<call_t> calls;
+    for (const last_use_t& use : last_uses(words, moment)) {
+        if (use.call.address >= 0) {
+            calls.insert(calls.begin(), use.call);
+        }
+    }
+    return calls;
+}
+
+// Programs that leave subroutines with branches are followed so many calls back, beside those under way.
+constexpr int DEEPEST = 3;
+
+// The stack at a moment; none when the progress has said that it is enough. The board is afterwards at any
+// moment.
+std::optional<std::vector<call_t>> find_stack(moment_t moment, const words_sought_t& words, int depth,
+                                              const progress_t& progress) {
+    if (!find_uses(moment, words, progress)) {
+        return std::nullopt;
+    }
+    const std::vector<last_use_t> uses = last_uses(words, moment);
+    std::vector<call_t> stack;
+    for (const last_use_t& use : uses) {
+        const moment_t call_moment = use.behind - 1;
+        if (use.call.address < 0) {
+            continue;
+        }
+        if (!find_uses(call_moment, words, progress)) {
+            return std::nullopt;
+        }
+        // It is over if one that was under way then has been used since.
+        const auto is_used_since = [&](const call_t& other) {
+            return std::ranges::any_of(uses, [&](const last_use_t& later) {
+                return later.behind > use.behind && later.call.return_word == other.return_word;
+            });
+        };
+        std::vector<call_t> under_way = open_calls(words, call_moment);
+        if (depth > 0 && std::ranges::any_of(under_way, is_used_since)) {
+            std::optional<std::vector<call_t>> known = find_stack(call_moment, words, depth - 1, progress);
+            if (!known) {
+                return std::nullopt;
+            }
+            under_way = std::move(*known);
+        }
+        cut_off(under_way, use.call.return_word);
+        if (std::ranges::none_of(under_way, is_used_since)) {
+            stack.insert(stack.begin(), use.call);
+        }
+    }
+    return stack;
 }
 
 // The subroutine in which an address probably is begins where the last call before it leads, and was called
@@ -170,13 +282,26 @@ std::string name_of(int32_t address) {
 }
 
 } // namespace
+
+void forget_uses_after(moment_t moment) {
+    for (auto& [word, uses] : state.uses) {
+        uses.erase(uses.upper_bound(moment), uses.end());
+        for (auto& [behind, use] : uses) {
+            use.until = std::min(use.until, moment);
+        }
+    }
+}
+
 } // namespace session
 
 using namespace session;
 
 std::vector<frame_t> session_frames(const progress_t& progress) {
-    const bool is_known = find_stack(progress);
-    const std::vector<call_t> stack = is_known ? state.stacks[history_now()] : guess_stack();
+    const moment_t here = history_now();
+    const std::optional<std::vector<call_t>> found = find_stack(here, return_words(), DEEPEST, progress);
+    history_go_to(here);
+    const bool is_known = found.has_value();
+    const std::vector<call_t> stack = is_known ? *found : guess_stack();
     std::vector<frame_t> frames;
     int32_t address = machine.pc;
     for (size_t i = stack.size(); i > 0; --i) {

@@ -47,7 +47,8 @@ class Adapter : public testing::Test {
 
     json ask(const std::string& command, const json& arguments = json::object()) {
         told.clear();
-        const json request = {{"type", "request"}, {"seq", 7}, {"command", command}, {"arguments", arguments}};
+        const json request = {
+            {"type", "request"}, {"seq", 7}, {"command", command}, {"arguments", arguments}};
         keep(adapter_take(adapter, request.dump()));
         for (uint64_t now_us = 1; adapter.phase == phase_e::RUNNING; now_us += 10000) {
             keep(adapter_run(adapter, now_us).messages);

@@ -84,6 +84,15 @@ one     .data   1
 zero    .data   0
 )";
 
+// Goes back to the beginning out of two calls.
+constexpr const char* LEFT = R"(loop    call    outer back1
+outer   call    inner back2
+inner   be      loop zero zero
+back1   .data   0
+back2   .data   0
+zero    .data   0
+)";
+
 std::string said; // by log points
 
 std::string place() {
@@ -370,6 +379,18 @@ TEST_F(session, finds_what_was_long_ago) {
         {"? count", "1499999 (0x16e35f)"},
     };
     session_begin({.program = write("program.k", NESTED), .limit = 6000002, .script = {}});
+    for (const auto& [command, answer] : EXCHANGES) {
+        EXPECT_EQ(obey(command), answer) << command;
+    }
+}
+
+TEST_F(session, leaves_out_of_the_stack_what_was_left_with_a_branch) {
+    constexpr exchange_t EXCHANGES[] = {
+        {"to 8", "step at 2 inner"}, {"stack", "inner@8, outer@4, @0"}, {"to 4", "step at 4 outer"},
+        {"stack", "outer@4, @0"},    {"to 8", "step at 5 inner"},       {"pc 4", "5 outer"},
+        {"in", "step at 6 inner"},   {"stack", "inner@8, outer@4, @0"},
+    };
+    session_begin({.program = write("left.k", LEFT), .limit = {}, .script = {}});
     for (const auto& [command, answer] : EXCHANGES) {
         EXPECT_EQ(obey(command), answer) << command;
     }
