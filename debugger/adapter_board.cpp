@@ -129,7 +129,11 @@ json go_to(adapter_t& adapter, moment_t moment) {
 
 std::string lcd_text() { return lcd_line(0) + "|" + lcd_line(1); }
 
+// What it showed in the past has been told.
 void tell_lcd(adapter_t& adapter) {
+    if (history_now() < history_newest()) {
+        return;
+    }
     if (const std::string text = lcd_text(); text != adapter.lcd_told) {
         adapter.lcd_told = text;
         tell_output(adapter, "console", "LCD: " + text + "\n");

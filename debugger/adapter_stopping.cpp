@@ -95,6 +95,10 @@ void tell_stopped(adapter_t& adapter, const char* reason, const std::string& des
 
 void tell_stop(adapter_t& adapter, const session_stop_t& stop) {
     adapter.stop = stop;
+    if (stop.why == stop_e::BEGINNING && history_first() > 0) {
+        adapter.stop.description = "The history begins here, after instruction " +
+                                   std::to_string(history_first()) + ": it had no room for more";
+    }
     if (adapter.ends_at_halt && (stop.why == stop_e::HALT || stop.why == stop_e::LIMIT)) {
         tell_what_was_said(adapter);
         tell_lcd(adapter);
@@ -103,7 +107,7 @@ void tell_stop(adapter_t& adapter, const session_stop_t& stop) {
     }
     for (const reason_text_t& text : REASONS) {
         if (text.why == stop.why) {
-            tell_stopped(adapter, text.reason, stop.description.empty() ? text.description : stop.description,
+            tell_stopped(adapter, text.reason, adapter.stop.description.empty() ? text.description : adapter.stop.description,
                          stop.ids);
         }
     }

@@ -66,6 +66,10 @@ void deliver_first_events() {
 
 // What is done changes what comes later, and the copies of the board know it.
 void act(std::function<void()> what, int32_t written) {
+    // The board is then at some moment of the search.
+    if (state.motion.going && state.motion.kind == motion_e::REVERSE_CONTINUE) {
+        throw tovik_error("the program is going back");
+    }
     const bool card_goes_back = !history_card_has_future() || session_card_goes_back();
     forget_uses_after(history_now());
     forget_hits_after(history_now());

@@ -21,12 +21,16 @@ bool continues_array(int32_t address, const std::vector<bool>& is_labelled) {
            !is_labelled[static_cast<size_t>(address)];
 }
 
+std::string since_begin() {
+    const moment_t first = history_first();
+    return "since the history began" + (first > 0 ? ", after instruction " + std::to_string(first) : "");
+}
+
 std::string when_text(const std::string& text, const progress_t& progress) {
     const expression_t condition = parse(text);
     const std::optional<moment_t> moment = session_became_true(condition, progress);
     if (!moment) {
-        return "it has been " + std::string(evaluate(condition) != 0 ? "true" : "false") +
-               " since the history began, or became no longer true only";
+        return (evaluate(condition) != 0 ? "it has been true " : "it has not become true ") + since_begin();
     }
     return "after instruction " + std::to_string(*moment);
 }
@@ -38,7 +42,7 @@ std::string last_write_text(const std::string& text, const progress_t& progress)
     }
     const std::optional<written_t> written = session_last_write(*address, progress);
     if (!written) {
-        return "nobody has written it since the history began";
+        return "nobody has written it " + since_begin();
     }
     const std::string who = written->by_user ? "the user, before " : "";
     return who + shown(where(state.places, written->pc)) + ", instruction " + std::to_string(written->count);

@@ -239,6 +239,10 @@ async function faultAndBoard() {
     assert.deepEqual([board().switches, board().screen[0].width], [0, 640]);
 
     // Back before the fault it is another program; what is sent again is not told again.
+    output.console = '';
+    assert.equal(await go('reverseContinue'), 'entry broken.k: start be start switches one');
+    assert.equal(await go('continue'), 'exception broken.k: div letter letter zero');
+    assert.equal(output.console, '');
     assert.equal(await go('stepBack'), 'step broken.k: div letter letter zero');
     await ask('setExpression', { expression: 'zero', value: '3' });
     assert.equal(await go('continue'), 'halt broken.k: halt');

@@ -137,6 +137,9 @@ TEST_F(Adapter, TellsOfLongWaysAndGivesThemUp) {
     EXPECT_EQ(told.back()["body"]["reason"], "pause");
     EXPECT_GT(history_now(), 0);
     cancels.clear();
+    session_go(motion_e::REVERSE_CONTINUE);
+    static_cast<void>(session_run(1));
+    EXPECT_EQ(ask("tovik/switch", {{"number", 0}})["message"], "the program is going back");
     ask("reverseContinue");
     EXPECT_EQ(events(), "response, progressStart, progressUpdate, progressEnd, stopped");
     EXPECT_EQ(history_now(), 0);

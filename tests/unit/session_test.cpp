@@ -303,6 +303,8 @@ TEST_F(session, answers_each_command) {
         {"? when i == 2", "after instruction 14"},
         {"? when instructions == 9", "after instruction 9"},
         {"? when [0x80000001]", "after instruction 23"},
+        {"? when one", "it has been true since the history began"},
+        {"? when i == 99", "it has not become true since the history began"},
         {"? last write sum", "loop+24 (address 28), program.k:8: cp sum 0x80000000, instruction 24"},
         {"? i +", "column 4: the expression ends too early"},
         {"goto 0", "0 "},

@@ -18,6 +18,7 @@ namespace {
 // How many answers each question has had are kept in the journal, a few bits each: after going back, and a
 // change there, they are given again.
 constexpr std::array<const char*, 3> TITLES = {SD_QUESTION, MICROPHONE_QUESTION, CAMERA_QUESTION};
+constexpr std::array<const char*, 3> ARGUMENTS = {"sd", "microphone", "camera"}; // of the launch
 constexpr int COUNT_BITS = 15;
 constexpr int64_t MOST_ANSWERS = (int64_t{1} << COUNT_BITS) - 1;
 constexpr int64_t ANSWERED = int64_t{1} << 62;
@@ -68,6 +69,9 @@ bool gui_choosefile(bool save, std::string title, std::string /*filter_name*/, s
     }
     const given_t given = answer_to(title);
     const bool answered = (given.value & ANSWERED) != 0;
+    if (const size_t place = place_of(title); !answered && place < ARGUMENTS.size()) {
+        gui_message("The launch has no further file for its argument \"" + std::string(ARGUMENTS[place]) + "\".", false);
+    }
     filename = answered ? given.bytes : filename;
     return answered;
 }
