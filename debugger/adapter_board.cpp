@@ -251,6 +251,9 @@ json board_serial(adapter_t& adapter, const json& arguments) {
         }
         bytes = *data;
     }
+    // The port's queue has no room for more.
+    constexpr size_t QUEUE_BYTES = 1024;
+    bytes.resize(std::min(bytes.size(), QUEUE_BYTES));
     act(adapter, [bytes] { std::for_each(bytes.begin(), bytes.end(), io_serial_press); });
     return nullptr;
 }

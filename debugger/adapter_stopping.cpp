@@ -107,7 +107,8 @@ void tell_stop(adapter_t& adapter, const session_stop_t& stop) {
     }
     for (const reason_text_t& text : REASONS) {
         if (text.why == stop.why) {
-            tell_stopped(adapter, text.reason, adapter.stop.description.empty() ? text.description : adapter.stop.description,
+            tell_stopped(adapter, text.reason,
+                         adapter.stop.description.empty() ? text.description : adapter.stop.description,
                          stop.ids);
         }
     }

@@ -75,9 +75,15 @@ void perform_again() {
     }
 }
 
+// What came from outside takes, about: what an act holds cannot be seen.
+size_t outside_size() {
+    constexpr size_t HELD = 64;
+    return journal_size() + storage_size() + history.acts.size() * (sizeof(act_t) + HELD);
+}
+
 void forget_oldest() {
     const size_t most = history.most_bytes / JOURNALS_SHARE;
-    while (journal_size() + storage_size() > most && checkpoint_count() > 2) {
+    while (outside_size() > most && checkpoint_count() > 2) {
         drop_checkpoints_before(*checkpoint_after(oldest_checkpoint()));
         const marks_t marks = oldest_marks();
         journal_forget_before(marks.journal);
@@ -89,7 +95,7 @@ void forget_oldest() {
 }
 
 void thin() {
-    const size_t others = journal_size() + storage_size();
+    const size_t others = outside_size();
     thin_checkpoints(history.most_bytes - std::min(others, history.most_bytes), now());
 }
 
@@ -325,4 +331,4 @@ bool history_search(moment_t before, const std::function<bool()>& found, const p
     return is_found;
 }
 
-size_t history_size() { return journal_size() + storage_size() + checkpoints_size(); }
+size_t history_size() { return outside_size() + checkpoints_size(); }

@@ -122,8 +122,8 @@ bool session_go_to(moment_t moment, const progress_t& progress = nullptr);
 // The next instruction is the one at an address: an act of the user's.
 void session_set_pc(int32_t address);
 
-// The user does something else at the board: an act. Throws what the act throws, and tovik_error while a motion
-// searches the past.
+// The user does something else at the board: an act. Throws what the act throws, and tovik_error while a
+// motion searches the past.
 void session_act(std::function<void()> what);
 
 // Asked before an act in the past that leaves behind what the SD card got later: whether the card goes back,

@@ -70,7 +70,9 @@ bool gui_choosefile(bool save, std::string title, std::string /*filter_name*/, s
     const given_t given = answer_to(title);
     const bool answered = (given.value & ANSWERED) != 0;
     if (const size_t place = place_of(title); !answered && place < ARGUMENTS.size()) {
-        gui_message("The launch has no further file for its argument \"" + std::string(ARGUMENTS[place]) + "\".", false);
+        gui_message("The launch has no further file for its argument \"" + std::string(ARGUMENTS[place]) +
+                        "\".",
+                    false);
     }
     filename = answered ? given.bytes : filename;
     return answered;
