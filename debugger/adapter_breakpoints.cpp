@@ -10,7 +10,6 @@
 
 namespace {
 
-constexpr int64_t HIGHEST_LINE = INT32_MAX;
 constexpr int64_t MOST_OFFSET = int64_t{1} << 32;
 
 breakpoint_t breakpoint_in(const json& wanted) {

@@ -30,6 +30,9 @@ constexpr const char* LOOKS_BACK = "Looking back";
 // The only thread of the protocol.
 constexpr int THREAD = 1;
 
+// Lines are counted from 0 or from 1.
+constexpr int64_t HIGHEST_LINE = INT32_MAX - 1;
+
 // ---- Messages
 
 // Queues an event.

@@ -177,7 +177,7 @@ json goto_targets(adapter_t& adapter, const json& arguments) {
     check_launched(adapter);
     const std::string file = text_in(member(arguments, "source"), "path");
     const auto line =
-        static_cast<int32_t>(number_in(arguments, "line", adapter.client.first_line, INT32_MAX));
+        static_cast<int32_t>(number_in(arguments, "line", adapter.client.first_line, HIGHEST_LINE));
     const line_address_t found =
         address_of_line(session_places(), file, line + 1 - adapter.client.first_line);
     json targets = json::array();

@@ -1,6 +1,8 @@
 // Where a session stops, and what is asked there.
 
 #include <algorithm>
+#include <map>
+#include <tuple>
 #include <utility>
 
 #include "base/arithmetic.h"
@@ -242,14 +244,17 @@ bool at_write(int32_t address, uint64_t count) {
     return stops_here && !state.collecting;
 }
 
-bool is_as(const breakpoint_t& one, const breakpoint_t& other) {
-    return one.address == other.address && one.condition == other.condition && one.hits == other.hits &&
-           one.log == other.log;
-}
+auto asked_in(const breakpoint_t& one) { return std::tuple(one.address, one.condition, one.hits, one.log); }
 
-bool is_as(const watch_t& one, const watch_t& other) {
-    return one.address == other.address && one.kind == other.kind && one.condition == other.condition &&
-           one.hits == other.hits;
+auto asked_in(const watch_t& one) { return std::tuple(one.address, one.kind, one.condition, one.hits); }
+
+// Those that are there, in their order, by what they ask.
+template <typename stop_t> auto by_question(std::vector<stop_t>& stops_there) {
+    std::multimap<decltype(asked_in(stops_there.front().told)), stop_t*> stops_by_question;
+    for (stop_t& stop : stops_there) {
+        stops_by_question.emplace(asked_in(stop.told), &stop);
+    }
+    return stops_by_question;
 }
 
 void parse_parts(stop_place_t& place) {
@@ -271,16 +276,14 @@ void parse_parts(data_stop_t& watch) {
                      (watch.condition && watch.condition->reads_others);
 }
 
-template <typename told_t, typename stop_t>
-stop_t made_of(const told_t& told, const std::vector<stop_t>& old, const std::vector<stop_t>& made) {
-    const auto is_taken = [&](int id) {
-        return std::any_of(made.begin(), made.end(), [&](const stop_t& stop) { return stop.told.id == id; });
-    };
-    const auto same = std::find_if(old.begin(), old.end(), [&](const stop_t& stop) {
-        return is_as(stop.told, told) && !is_taken(stop.told.id);
-    });
-    if (same != old.end()) {
-        return *same;
+// One that is there already stays, and is taken out of `old`.
+template <typename told_t, typename key_t, typename stop_t>
+stop_t made_of(const told_t& told, std::multimap<key_t, stop_t*>& old) {
+    const key_t question = asked_in(told);
+    if (const auto same = old.lower_bound(question); same != old.end() && same->first == question) {
+        stop_t stop = std::move(*same->second);
+        old.erase(same);
+        return stop;
     }
     stop_t stop;
     stop.told = told;
@@ -316,10 +319,11 @@ std::vector<breakpoint_t> set_breakpoints(const std::string& file, const std::ve
     for (stop_place_t& place : state.breakpoints) {
         (place.file == file ? old : others).push_back(std::move(place));
     }
+    auto there = by_question(old);
     std::vector<stop_place_t> made;
     std::vector<breakpoint_t> told;
     for (const breakpoint_t& breakpoint : wanted) {
-        made.push_back(made_of(breakpoint, old, made));
+        made.push_back(made_of(breakpoint, there));
         made.back().file = file;
         told.push_back(made.back().told);
     }
@@ -396,10 +400,11 @@ std::vector<breakpoint_t> session_set_address_breakpoints(std::vector<breakpoint
 }
 
 std::vector<watch_t> session_set_watches(std::vector<watch_t> wanted) {
+    auto there = by_question(state.watches);
     std::vector<data_stop_t> made;
     std::vector<watch_t> told;
     for (const watch_t& watch : wanted) {
-        made.push_back(made_of(watch, state.watches, made));
+        made.push_back(made_of(watch, there));
         told.push_back(made.back().told);
     }
     state.watches = std::move(made);
