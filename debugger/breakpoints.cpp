@@ -21,6 +21,10 @@ namespace {
 
 constexpr size_t MOST_HITS_KEPT = 1000000;
 
+// What is done beside an expression, in steps of one.
+constexpr size_t WATCH_WORK = 5;
+constexpr size_t LOG_WORK = 500;
+
 // The record that is in force, if there is anything to stop at. The engine is told of each change.
 stops_t in_force;
 
@@ -70,8 +74,12 @@ std::vector<log_part_t> parse_log(const std::string& text) {
 
 // Whether an expression is true. One that has no value stops, so that someone sees it.
 bool holds(const std::optional<expression_t>& condition) {
+    if (!condition) {
+        return true;
+    }
+    state.work += condition->steps.size();
     try {
-        return !condition || evaluate(*condition) != 0;
+        return evaluate(*condition) != 0;
     } catch (const tovik_error&) {
         return true;
     }
@@ -118,7 +126,9 @@ std::string text_of(const std::vector<log_part_t>& parts) {
             continue;
         }
         try {
-            text += std::to_string(evaluate(std::get<expression_t>(part)));
+            const expression_t& expression = std::get<expression_t>(part);
+            state.work += expression.steps.size();
+            text += std::to_string(evaluate(expression));
         } catch (const tovik_error& error) {
             text += "(" + error.message + ")";
         }
@@ -144,6 +154,7 @@ bool meet_breakpoints(int32_t pc) {
     for (int32_t i = state.first_at[static_cast<size_t>(pc)]; i >= 0;) {
         stop_place_t& place = state.breakpoints[static_cast<size_t>(i)];
         i = place.next;
+        ++state.work;
         if (!holds(place.condition) || (state.collecting && !place.told.log.empty()) ||
             !counts(place.hits, history_now())) {
             continue;
@@ -151,7 +162,9 @@ bool meet_breakpoints(int32_t pc) {
         if (place.told.log.empty()) {
             stops_here |= meet(place.told.id, history_now());
         } else {
-            session_log(text_of(place.log));
+            const std::string text = text_of(place.log);
+            state.work += LOG_WORK + text.size();
+            session_log(text);
         }
     }
     return stops_here;
@@ -214,7 +227,11 @@ bool target_reached() {
            (motion.return_word < 0 || machine.memory[motion.return_word] == motion.target);
 }
 
+// While the past is searched, nothing stops.
+bool is_tired() { return state.work >= MOST_WORK && !state.collecting; }
+
 bool at_breakpoint() {
+    state.work += state.detailed ? state.watches.size() * WATCH_WORK : 0;
     bool stops_here = state.detailed && look_back();
     stops_here |= meet_breakpoints(machine.pc);
     stops_here = stops_here && !state.collecting;
@@ -225,7 +242,7 @@ bool at_breakpoint() {
     if (state.detailed) {
         look_ahead();
     }
-    return stops_here;
+    return stops_here || is_tired();
 }
 
 bool at_write(int32_t address, uint64_t count) {
@@ -240,6 +257,8 @@ bool at_write(int32_t address, uint64_t count) {
             stops_here |= meet_watch(watch, moment, before);
         }
     }
+    state.work += state.watches.size();
+    stops_here |= is_tired();
     state.met.by_write |= stops_here;
     return stops_here && !state.collecting;
 }

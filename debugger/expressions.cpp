@@ -18,6 +18,9 @@ using enum operator_e;
 
 constexpr size_t DEEPEST = 64; // parentheses and signs within each other
 
+// Conditions are asked again and again, and nobody waits for one.
+constexpr size_t MOST_STEPS = 1000;
+
 struct binary_t {
     std::string_view sign;
     operator_e op;
@@ -85,7 +88,12 @@ class parser_t {
         }
     }
 
-    void add(operator_e op, int32_t value = 0) { expression_.steps.push_back({op, value}); }
+    void add(operator_e op, int32_t value = 0) {
+        if (expression_.steps.size() == MOST_STEPS) {
+            fail("the expression is too long");
+        }
+        expression_.steps.push_back({op, value});
+    }
 
     // A '<' of "<<" and a '&' of "&&" are not signs of their own.
     bool is_whole(std::string_view sign) const {

@@ -128,7 +128,8 @@ session_stop_t stop_after_run(const pass_t& pass) {
 
 session_pass_t run_forward(int32_t most) {
     settle_watches();
-    while (most > 0) {
+    state.work = 0;
+    while (most > 0 && state.work < MOST_WORK) {
         state.met = {};
         if (const session_stop_t stop = stop_before_run(); stop.why != stop_e::NONE) {
             return {.stop = stop};

@@ -96,7 +96,8 @@ struct state_t {
     std::vector<data_stop_t> watches;
     bool detailed = false; // one of the watches is
     motion_t motion;
-    meeting_t met; // since the last piece began
+    meeting_t met;   // since the last piece began
+    size_t work = 0; // that the questions have made since then, about in steps of expressions
     bool collecting =
         false; // the past is searched: nothing stops, and `met` is the last meeting before `before`
     session_stop_t last;
@@ -117,6 +118,9 @@ void settle_watches();
 
 // Going back, what was met later is forgotten.
 void forget_hits_after(moment_t moment);
+
+// Who asks so much in a piece ends it, so that one who waits for it gets his turn.
+constexpr size_t MOST_WORK = 1000000;
 
 // Asks what the engine asks where a run does not begin.
 bool ask_here();
