@@ -22,7 +22,11 @@ constexpr uint64_t COPIES_SHARE = 20; // one part of so many is for copies
 
 // Pieces in which the board runs, in instructions: the clock is looked at after each.
 constexpr int32_t PIECE = 200000;
-constexpr int32_t PIECE_OF_THE_PAST = 20000000;
+constexpr moment_t PIECE_OF_THE_PAST = 20000000;
+
+// After how long, about, the progress is asked. Where every instruction is looked at, little is done then.
+constexpr uint64_t US_BETWEEN_QUESTIONS = 20000;
+constexpr moment_t LEAST_PIECE_OF_THE_PAST = 1000;
 
 // No copies are made for a shorter way.
 constexpr moment_t SHORT_WAY = 100000;
@@ -131,6 +135,10 @@ pass_t run_piece(int32_t most) {
 // before it are made: who goes to a moment mostly goes on from there backwards.
 bool repeat_until(moment_t end, bool with_copies, const progress_t& progress) {
     const moment_t begin = now();
+    moment_t piece = PIECE;
+    const auto goes_on = [&] {
+        return !progress || progress(static_cast<double>(now() - begin) / static_cast<double>(end - begin));
+    };
     for (;;) {
         while (act_is_due()) {
             perform_again();
@@ -145,15 +153,18 @@ bool repeat_until(moment_t end, bool with_copies, const progress_t& progress) {
         if (acts_done() < history.acts.size()) {
             most = std::min(most, history.acts[acts_done()].moment - now());
         }
-        const moment_t target = now() + std::min<moment_t>(most, PIECE_OF_THE_PAST);
+        const moment_t target = now() + std::min(most, PIECE_OF_THE_PAST);
         while (now() < target && !machine.halted) {
-            run_piece(static_cast<int32_t>(target - now()));
+            if (!goes_on()) {
+                return false;
+            }
+            const uint64_t begin_us = stopwatch_us();
+            run_piece(static_cast<int32_t>(std::min(target - now(), piece)));
+            const bool was_short = stopwatch_us() - begin_us < US_BETWEEN_QUESTIONS;
+            piece = std::clamp(was_short ? piece * 2 : piece / 2, LEAST_PIECE_OF_THE_PAST, PIECE_OF_THE_PAST);
         }
         if (with_copies && end - now() > SHORT_WAY / 2) {
             take_checkpoint(now());
-        }
-        if (progress && !progress(static_cast<double>(now() - begin) / static_cast<double>(end - begin))) {
-            return false;
         }
     }
     return true;

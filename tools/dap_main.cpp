@@ -1,5 +1,6 @@
 // The entry of tovik-dap: the debug adapter on standard input and output.
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -34,6 +35,7 @@ constexpr int HOST_WAIT_MS = 10;
 struct input_t {
     lsp_stream_t stream;
     std::deque<std::string> messages;
+    size_t harmless = 0; // of them, that are no reason to give up what is being done
     bool ended = false;
 };
 
@@ -83,12 +85,11 @@ bool send(const std::vector<std::string>& messages) {
 
 bool is_interrupted(const adapter_t& adapter, input_t& input) {
     receive(input, 0);
-    for (const std::string& message : input.messages) {
-        if (adapter_interrupts(adapter, message)) {
-            return true;
-        }
-    }
-    return input.ended;
+    const auto interrupting =
+        std::find_if(input.messages.begin() + static_cast<std::ptrdiff_t>(input.harmless), input.messages.end(),
+                     [&](const std::string& message) { return adapter_interrupts(adapter, message); });
+    input.harmless = static_cast<size_t>(interrupting - input.messages.begin());
+    return input.ended || interrupting != input.messages.end();
 }
 
 // Until the client disconnects, or is gone.
@@ -103,6 +104,7 @@ int serve() {
         while (!input.messages.empty() && !adapter.over) {
             const std::string message = std::move(input.messages.front());
             input.messages.pop_front();
+            input.harmless = 0;
             if (!send(adapter_take(adapter, message))) {
                 return EXIT_FAILED;
             }
