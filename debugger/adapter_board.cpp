@@ -22,6 +22,16 @@ constexpr int US_PER_MS = 1000;
 // At most so many in one event: ten seconds.
 constexpr size_t MOST_SAMPLES = 80'000;
 
+// What is typed at once: the serial port keeps no more. It is remembered as long as the history.
+constexpr size_t MOST_TYPED = 1024;
+
+std::string typed(std::string text) {
+    if (text.size() > MOST_TYPED) {
+        throw refused_t{"more than " + std::to_string(MOST_TYPED) + " characters at once"};
+    }
+    return text;
+}
+
 std::string lcd_line(int line) {
     std::string text;
     for (const uint8_t character : machine.lcd_ram[line]) {
@@ -200,7 +210,7 @@ json board_key(adapter_t& adapter, const json& arguments) {
         act(adapter, [] { io_ps2_ctrlm(); });
         return nullptr;
     }
-    if (const std::string text = text_in(arguments, "text", ""); !text.empty()) {
+    if (const std::string text = typed(text_in(arguments, "text", "")); !text.empty()) {
         act(adapter, [text] {
             for (const char c : text) {
                 io_ps2_press(c);
@@ -251,10 +261,8 @@ json board_serial(adapter_t& adapter, const json& arguments) {
         }
         bytes = *data;
     }
-    // The port's queue has no room for more.
-    constexpr size_t QUEUE_BYTES = 1024;
-    bytes.resize(std::min(bytes.size(), QUEUE_BYTES));
-    act(adapter, [bytes] { std::for_each(bytes.begin(), bytes.end(), io_serial_press); });
+    act(adapter,
+        [bytes = typed(std::move(bytes))] { std::for_each(bytes.begin(), bytes.end(), io_serial_press); });
     return nullptr;
 }
 

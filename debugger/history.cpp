@@ -81,7 +81,7 @@ void perform_again() {
 
 // What came from outside takes, about: what an act holds cannot be seen.
 size_t outside_size() {
-    constexpr size_t HELD = 64;
+    constexpr size_t HELD = 160;
     return journal_size() + storage_size() + history.acts.size() * (sizeof(act_t) + HELD);
 }
 
