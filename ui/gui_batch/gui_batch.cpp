@@ -396,6 +396,7 @@ int run_batch(const options_t& options, const labels_t& labels, places_t places,
     simulator.breakpoint = address_of("--break", options.breakpoint, labels);
     simulator.watchpoint = address_of("--watch", options.watchpoint, labels);
     begin_observing(options, batch.run.places);
+    note_interrupts(); // before a file is emptied
     open_files_or_none();
 
     machine.sw = options.switches;
@@ -415,7 +416,6 @@ int run_batch(const options_t& options, const labels_t& labels, places_t places,
     begin_events(std::move(batch.events_file), options.speaker_file.has_value());
     begin_waves(std::move(batch.waves_file));
     batch.begun = true;
-    note_interrupts();
     simulator.running = true;
     const int status = run_until_stop();
     std::ranges::for_each(batch.outputs, close);
