@@ -62,6 +62,7 @@ void note_interrupts() {
         if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_IGN) {
             action = {};
             action.sa_handler = note;
+            action.sa_flags = SA_RESTART; // what is being written goes on; ppoll ends all the same
             sigaction(signal, &action, nullptr);
         }
     }
