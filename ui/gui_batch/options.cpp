@@ -117,7 +117,7 @@ std::optional<options_t> parse_options(int argc, char** argv) {
     app.add_option("--save-serial", options.serial_file, "what the program sends to the serial console");
     app.add_option("--events", options.events_file,
                    "what the board shows, sends and plays, as lines of JSON");
-    app.add_option("--vcd", options.vcd_file, "lamps and handshakes as a value change dump");
+    app.add_option("--vcd", options.vcd_file, "what the used devices do, as a value change dump");
     app.add_flag("--live-sound", options.live_sound, "play and record through the host's sound server");
     app.add_option("--camera", options.camera_files,
                    "a kmovie file for the camera; given again, the next one")

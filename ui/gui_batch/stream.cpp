@@ -5,6 +5,7 @@
 #include <iostream>
 #include <utility>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "base/files.h"
@@ -33,6 +34,19 @@ void flush_stream(stream_t& file) {
         file.error = write_all(file.descriptor, file.waiting);
     }
     file.waiting.clear();
+}
+
+bool has_beginning(const stream_t& file) {
+    struct stat facts {};
+    return file.descriptor >= 0 && !is_standard_output(file.name) && fstat(file.descriptor, &facts) == 0 &&
+           S_ISREG(facts.st_mode);
+}
+
+void rewrite_beginning(stream_t& file, std::string_view text) {
+    flush_stream(file);
+    if (file.error == 0) {
+        file.error = write_at(file.descriptor, text, 0);
+    }
 }
 
 bool close_stream(stream_t& file) {

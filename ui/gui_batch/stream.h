@@ -19,6 +19,10 @@ void begin_stream(stream_t& file);
 void append_to_stream(stream_t& file, std::string_view text);
 void flush_stream(stream_t& file);
 
+// Whether the beginning can be written anew while the rest goes on.
+[[nodiscard]] bool has_beginning(const stream_t& file);
+void rewrite_beginning(stream_t& file, std::string_view text);
+
 // Writes the rest and closes the file. Returns whether all of it went well since it was opened; if not,
 // standard error says so. Without a file all is well.
 [[nodiscard]] bool close_stream(stream_t& file);

@@ -22,24 +22,33 @@ struct wave_t {
     int32_t offset;
     int32_t bits;
     std::string identifier;
+    int32_t first_value; // at the start
     int32_t value;
+};
+
+// A device is shown from the start of the file when the program uses it at last. So the head of the file is
+// written anew each time, into room that is kept for all devices; where that is not possible, all are shown.
+struct group_t {
+    const device_t* device;
+    bool is_shown;
+    std::vector<wave_t> waves; // in the order of their offsets
 };
 
 struct waves_t {
     stream_t file;
-    std::vector<wave_t> waves;                        // in the order of their offsets
-    std::vector<std::pair<int32_t, int32_t>> touched; // by the instruction that comes: devices' offsets
-    bool all_touched = false;
+    std::vector<group_t> groups;
+    size_t room = 0;               // of the head
+    std::vector<group_t*> touched; // by the instruction that comes
+    bool unknown_touched = false;
+    bool all_due = false;                // the user has done something
     uint64_t next_response = UINT64_MAX; // when a busy device answers
     uint64_t written_time = 0;           // instruction count of the last time mark
 };
 
 waves_t waves;
 
-bool is_shown(const board_register_t& one) {
-    return one.kind == register_e::COMMAND || one.kind == register_e::RESPONSE ||
-           one.offset == SPEAKER_SAMPLE || (one.kind == register_e::PLAIN && one.name != "timer");
-}
+// The timer would change with every tick.
+bool is_wave(const board_register_t& one) { return one.kind != register_e::PLAIN || one.name != "timer"; }
 
 // "17-0" or "0"
 int32_t bits_of(const board_register_t& one) {
@@ -73,37 +82,67 @@ int32_t value_of(const wave_t& wave) {
                                          : peek_register(wave.offset).value_or(0);
 }
 
-void write_value(const wave_t& wave) {
-    std::string line;
+std::string value_text(const wave_t& wave, int32_t value) {
+    std::string text;
     if (wave.bits == 1) {
-        line = (wave.value & 1) != 0 ? "1" : "0";
+        text = (value & 1) != 0 ? "1" : "0";
     } else {
-        line = "b";
+        text = "b";
         for (int32_t bit = wave.bits - 1; bit >= 0; --bit) {
-            line += (static_cast<uint32_t>(wave.value) >> bit & 1) != 0 ? '1' : '0';
+            text += (static_cast<uint32_t>(value) >> bit & 1) != 0 ? '1' : '0';
         }
-        line += " ";
+        text += " ";
     }
-    append_to_stream(waves.file, line + wave.identifier + "\n");
+    return text + wave.identifier + "\n";
 }
 
-void write_time(uint64_t count) {
-    append_to_stream(waves.file, "#" + std::to_string(count * NS_PER_INSTRUCTION) + "\n");
-    waves.written_time = count;
-}
+std::string time_text(uint64_t count) { return "#" + std::to_string(count * NS_PER_INSTRUCTION) + "\n"; }
 
-void note_between(int32_t first, int32_t last) {
-    auto wave = std::ranges::lower_bound(waves.waves, first, {}, &wave_t::offset);
-    for (; wave != waves.waves.end() && wave->offset <= last; ++wave) {
-        const int32_t value = value_of(*wave);
-        if (value == wave->value) {
+// Up to the values at the start.
+std::string head() {
+    std::string names = "$timescale 1 ns $end\n$scope module k24 $end\n";
+    std::string values = time_text(0) + "$dumpvars\n";
+    for (const group_t& group : waves.groups) {
+        if (!group.is_shown) {
             continue;
         }
-        if (waves.written_time != machine.instr_count) {
-            write_time(machine.instr_count);
+        names += "$scope module " + plain_name(group.device->name) + " $end\n";
+        for (const wave_t& wave : group.waves) {
+            names += "$var wire " + std::to_string(wave.bits) + " " + wave.identifier + " " +
+                     plain_name(find_register(wave.offset)->name) + " $end\n";
+            values += value_text(wave, wave.first_value);
         }
-        wave->value = value;
-        write_value(*wave);
+        names += "$upscope $end\n";
+    }
+    return names + "$upscope $end\n$enddefinitions $end\n" + values + "$end\n";
+}
+
+void write_head() {
+    std::string text = head();
+    text.insert(text.size() - 1, waves.room - text.size(), ' ');
+    rewrite_beginning(waves.file, text);
+}
+
+void write_time() {
+    if (std::exchange(waves.written_time, machine.instr_count) != machine.instr_count) {
+        append_to_stream(waves.file, time_text(machine.instr_count));
+    }
+}
+
+void show(group_t& group) {
+    if (!std::exchange(group.is_shown, true)) {
+        write_head();
+    }
+}
+
+void note(group_t& group) {
+    for (wave_t& wave : group.waves) {
+        const int32_t value = value_of(wave);
+        if (std::exchange(wave.value, value) != value) {
+            show(group);
+            write_time();
+            append_to_stream(waves.file, value_text(wave, value));
+        }
     }
 }
 
@@ -120,28 +159,28 @@ void find_next_response() {
 
 void touch(int32_t address) {
     const device_t* const device = address < 0 ? find_device(io_offset(address)) : nullptr;
-    if (device != nullptr) {
-        waves.touched.emplace_back(device->first, device->last);
+    const auto group = std::ranges::find(waves.groups, device, &group_t::device);
+    if (group != waves.groups.end()) {
+        show(*group);
+        waves.touched.push_back(&*group);
     }
 }
 
-void write_head() {
-    std::string head = "$timescale 1 ns $end\n$scope module k24 $end\n";
+void make_groups() {
+    int32_t number = 0;
     for (const device_t& device : board_devices()) {
-        std::string variables;
+        group_t group = {.device = &device, .is_shown = true, .waves = {}};
         for (const board_register_t& one : device.registers) {
-            if (is_shown(one)) {
-                const wave_t& wave = waves.waves.emplace_back(wave_t{
-                    one.offset, bits_of(one), identifier(static_cast<int32_t>(waves.waves.size())), 0});
-                variables += "$var wire " + std::to_string(wave.bits) + " " + wave.identifier + " " +
-                             plain_name(one.name) + " $end\n";
+            if (is_wave(one)) {
+                wave_t wave = {one.offset, bits_of(one), identifier(number++), 0, 0};
+                wave.first_value = wave.value = value_of(wave);
+                group.waves.push_back(std::move(wave));
             }
         }
-        if (!variables.empty()) {
-            head += "$scope module " + plain_name(device.name) + " $end\n" + variables + "$upscope $end\n";
+        if (!group.waves.empty()) {
+            waves.groups.push_back(std::move(group));
         }
     }
-    append_to_stream(waves.file, head + "$upscope $end\n$enddefinitions $end\n");
 }
 
 } // namespace
@@ -153,14 +192,17 @@ void begin_waves(stream_t file) {
         return;
     }
     begin_stream(waves.file);
-    write_head();
-    write_time(machine.instr_count);
-    append_to_stream(waves.file, "$dumpvars\n");
-    for (wave_t& wave : waves.waves) {
-        wave.value = value_of(wave);
-        write_value(wave);
+    make_groups();
+    const std::string text = head();
+    append_to_stream(waves.file, text);
+    flush_stream(waves.file);
+    if (has_beginning(waves.file)) {
+        waves.room = text.size();
+        for (group_t& group : waves.groups) {
+            group.is_shown = group.device == find_device(0); // lamps and displays
+        }
+        write_head();
     }
-    append_to_stream(waves.file, "$end\n");
 }
 
 bool waves_on() { return waves.file.descriptor >= 0; }
@@ -169,7 +211,7 @@ bool waves_on() { return waves.file.descriptor >= 0; }
 void prepare_waves() {
     waves.touched.clear();
     if (!whole_in_memory(machine.pc)) {
-        waves.all_touched = true;
+        waves.unknown_touched = true;
         return;
     }
     const words_t words = words_at(machine.pc);
@@ -180,29 +222,31 @@ void prepare_waves() {
         if (in_memory(words.arg3)) {
             touch(wrap_add(words.arg2, machine.memory[words.arg3]));
         } else {
-            waves.all_touched = true;
+            waves.unknown_touched = true;
         }
     }
 }
 
 void note_waves() {
     // Speaker and microphone go on with each tick.
-    if (waves.all_touched || machine.instr_count % INSTRUCTIONS_PER_TICK == 0 ||
-        machine.instr_count >= waves.next_response) {
-        waves.all_touched = false;
-        note_between(0, IO_SLOTS);
-        find_next_response();
+    const bool all_due = std::exchange(waves.all_due, false) ||
+                         machine.instr_count % INSTRUCTIONS_PER_TICK == 0 ||
+                         machine.instr_count >= waves.next_response;
+    const bool unknown_touched = std::exchange(waves.unknown_touched, false);
+    if (!unknown_touched && !all_due && waves.touched.empty()) {
         return;
     }
-    for (const auto& [first, last] : waves.touched) {
-        note_between(first, last);
+    for (group_t& group : waves.groups) {
+        const bool is_due =
+            unknown_touched || std::ranges::find(waves.touched, &group) != waves.touched.end();
+        if (is_due || (all_due && group.is_shown)) {
+            note(group);
+        }
     }
-    if (!waves.touched.empty()) {
-        find_next_response();
-    }
+    find_next_response();
 }
 
-void note_user() { waves.all_touched = true; }
+void note_user() { waves.all_due = true; }
 
 bool write_waves() {
     flush_stream(waves.file);
@@ -213,8 +257,6 @@ bool end_waves() {
     if (!waves_on()) {
         return true;
     }
-    if (waves.written_time != machine.instr_count) {
-        write_time(machine.instr_count);
-    }
+    write_time();
     return close_stream(waves.file);
 }

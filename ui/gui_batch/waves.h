@@ -1,6 +1,7 @@
 #pragma once
 
-// The file of --vcd: lamps, displays and the devices' handshakes as a value change dump.
+// The file of --vcd: lamps and displays, and the registers of the devices that the program uses, as a value
+// change dump.
 
 #include "ui/gui_batch/stream.h"
 
