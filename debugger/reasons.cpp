@@ -60,7 +60,7 @@ bool is_as_loaded(const places_t& places, int32_t address) {
     return machine.memory[address] == places.loaded[static_cast<size_t>(address)];
 }
 
-void say_writer(telling_t& telling, int32_t address) {
+void say_writer(telling_t& telling, int32_t address, const std::string& word = "it") {
     if (!telling.last_writer) {
         return;
     }
@@ -69,20 +69,27 @@ void say_writer(telling_t& telling, int32_t address) {
         return;
     }
     say(telling, writer->pc == NOBODY
-                     ? "Nothing has written it during the run."
-                     : "Instruction " + std::to_string(writer->count) + " of the run wrote it last, at " +
-                           shown(where(telling.places, writer->pc)) + ".");
+                     ? "Nothing has written " + word + " during the run."
+                     : "Instruction " + std::to_string(writer->count) + " of the run wrote " + word +
+                           " last, at " + shown(where(telling.places, writer->pc)) + ".");
 }
 
-// Says of a word of an instruction that it is no longer what was loaded, if so.
-void say_overwritten(telling_t& telling, int32_t address, std::string (*shown_value)(int32_t)) {
+// Says of a word that it is no longer what was loaded, if so.
+void say_change(telling_t& telling, int32_t address, const std::string& begins,
+                std::string (*shown_value)(int32_t)) {
     if (is_as_loaded(telling.places, address)) {
         return;
     }
     const int32_t before = telling.places.loaded[static_cast<size_t>(address)];
-    say(telling, "The program has overwritten " + named(telling.places, address) + ": it was loaded with " +
-                     shown_value(before) + " and holds " + shown_value(machine.memory[address]) + ".");
+    say(telling, begins + " was loaded with " + shown_value(before) + " and holds " +
+                     shown_value(machine.memory[address]) + ".");
     say_writer(telling, address);
+}
+
+// Of a word of an instruction.
+void say_overwritten(telling_t& telling, int32_t address, std::string (*shown_value)(int32_t)) {
+    say_change(telling, address, "The program has overwritten " + named(telling.places, address) + ": it",
+               shown_value);
 }
 
 std::string shown_number(int32_t value) { return std::to_string(value); }
@@ -98,12 +105,28 @@ word_e kind_of(const places_t& places, int32_t address) {
                                                        : word_e::NONE;
 }
 
+// A halt or a jump may be missing there. A call comes back, but not by itself.
+void say_before(telling_t& telling, int32_t pc) {
+    const int32_t before = pc - WORDS_PER_INSTRUCTION;
+    if (before < 0 || kind_of(telling.places, before) != word_e::OPCODE ||
+        !is_as_loaded(telling.places, before)) {
+        return;
+    }
+    const int32_t opcode = machine.memory[before];
+    const bool goes_on = computes(opcode) || opcode == K24_CPFA || opcode == K24_CPTA;
+    if (goes_on || is_branch(opcode)) {
+        say(telling, "The instruction before, " + shown(where(telling.places, before)) + ", goes on to it" +
+                         (goes_on ? "." : " unless it branches."));
+    }
+}
+
 // Says of an instruction that it is none in the source, or another one, if so.
 void say_origin(telling_t& telling, int32_t pc) {
     const std::string place = shown(where(telling.places, pc));
     switch (kind_of(telling.places, pc)) {
     case word_e::OPCODE:
-        break;
+        say_overwritten(telling, pc, shown_opcode);
+        return;
     case word_e::DATA:
         say(telling, "The program has come to data at " + place + ".");
         break;
@@ -115,9 +138,11 @@ void say_origin(telling_t& telling, int32_t pc) {
     case word_e::OPERAND:
     case word_e::IMPLIED:
         say(telling, "The program has come into the middle of an instruction, at " + place + ".");
-        break;
+        say_overwritten(telling, pc, shown_opcode);
+        return;
     }
-    say_overwritten(telling, pc, shown_opcode);
+    say_before(telling, pc);
+    say_change(telling, pc, "The word", shown_opcode);
 }
 
 // ---- Faults
@@ -219,7 +244,7 @@ void say_illegal(telling_t& telling, const words_t& words, const access_t& acces
             (access.address < 0 ? ", where no device is."
                                 : std::string(", beyond the last word of memory, ") + LAST_ADDRESS + "."));
     if (access.computed) {
-        say_writer(telling, words.arg3);
+        say_writer(telling, words.arg3, "the index");
     }
 }
 
@@ -408,7 +433,9 @@ std::vector<int32_t> say_waiting(telling_t& telling) {
     for (const int32_t offset : way.ports) {
         const device_t& device = *find_device(offset);
         awaited += (awaited.empty() ? "" : ", and for ") + register_in_words(offset);
-        if (find_register(offset)->kind != register_e::PLAIN) {
+        if (find_register(offset)->kind == register_e::PLAIN) {
+            awaited += ", now " + std::to_string(peek_register(offset).value_or(0));
+        } else {
             awaited += "; its command is " + std::to_string(command_of(device));
         }
     }

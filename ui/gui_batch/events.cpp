@@ -213,6 +213,8 @@ bool end_events() {
     if (!is_on()) {
         return true;
     }
+    serial_sent = nullptr;
+    screen_painted = nullptr;
     follow_sound();
     write_until(UINT64_MAX);
     return close_stream(events.file);

@@ -16,7 +16,10 @@
 #include "base/files.h"
 #include "base/gui.h"
 #include "base/machine.h"
+#include "base/noise.h"
 #include "base/saved_file.h"
+#include "core/engine.h"
+#include "core/loader.h"
 #include "core/simulate.h"
 #include "devices/audio.h"
 #include "devices/camera.h"
@@ -24,6 +27,7 @@
 #include "devices/sdram.h"
 #include "devices/serial.h"
 #include "devices/vga.h"
+#include "ui/gui_batch/again.h"
 #include "ui/gui_batch/events.h"
 #include "ui/gui_batch/interrupt.h"
 #include "ui/gui_batch/observing.h"
@@ -47,8 +51,10 @@ struct batch_t {
     std::vector<std::filesystem::path> created;             // those that were not there before
     std::map<std::string, std::deque<std::string>> answers; // to file choosers, by their titles
     bool console_ended = false;
-    stream_t serial;      // of --save-serial
-    stream_t events_file; // until the run begins
+    std::string console_input;          // what the program has got of it, up to the most that is kept
+    std::optional<size_t> console_next; // in a run that is done again: what of it comes next
+    stream_t serial;                    // of --save-serial
+    stream_t events_file;               // until the run begins
     stream_t waves_file;
     run_t run{};
 };
@@ -60,6 +66,10 @@ constexpr int HOST_WAIT_MS = 1000; // where nothing else is to be done
 
 // What a terminal sends for the end of its input.
 constexpr char END_OF_TRANSMISSION = 4;
+
+// A run that is longer, or has got more of the console, is not done again: a few seconds, and a megabyte.
+constexpr uint64_t MOST_DONE_AGAIN = 500'000'000;
+constexpr size_t MOST_CONSOLE_INPUT = size_t{1} << 20;
 
 batch_t batch;
 
@@ -83,6 +93,53 @@ bool event_is_due() {
 void happen_next() {
     const event_t& event = batch.events[batch.next_event++];
     event.happen(event);
+}
+
+// The answers to file choosers and to the serial port's question.
+void prepare_answers() {
+    const options_t& options = batch.options;
+    batch.answers.clear();
+    for (const auto& [title, files] : {std::pair{MICROPHONE_QUESTION, &options.mic_files},
+                                       {CAMERA_QUESTION, &options.camera_files},
+                                       {SD_QUESTION, &options.sd_files},
+                                       {SERIAL_PORT.c_str(), &options.serial_names}}) {
+        batch.answers[title] = {files->begin(), files->end()};
+    }
+}
+
+// What has happened before the first instruction.
+void prepare_board() {
+    machine.sw = batch.options.switches;
+    batch.next_event = 0;
+    while (event_is_due()) {
+        happen_next();
+    }
+}
+
+// In a process that has no other purpose.
+bool begin_again() {
+    const std::string& program = batch.options.program;
+    observer = nullptr;
+    speaker_recording = false;
+    noise_seed = batch.options.seed;
+    clear_vga();
+    clear_sdram();
+    simulate_load(program.substr(0, program.rfind('.')) + ".k");
+    prepare_answers();
+    prepare_board();
+    batch.console_next = 0;
+    return std::ranges::equal(machine.memory, batch.run.places.loaded);
+}
+
+// Only where nothing but the script, the console and files that stay as they are have come from outside.
+std::optional<writer_t> find_writer(int32_t address) {
+    const options_t& options = batch.options;
+    const bool is_alone = options.sd_files.empty() && options.serial_names.empty() && !options.live_sound &&
+                          !options.live_camera && !is_interrupted();
+    return is_alone && machine.instr_count <= MOST_DONE_AGAIN &&
+                   batch.console_input.size() < MOST_CONSOLE_INPUT
+               ? find_writer_again(address, begin_again)
+               : std::nullopt;
 }
 
 struct ending_t {
@@ -148,7 +205,7 @@ void write_profile(saved_file_t& file) { file.write(profile_text(*batch.options.
 void write_picture(saved_file_t& file) { file.write(png_of_screen(*batch.options.png_file)); }
 
 std::string report() {
-    batch.run.why = reason_of(batch.run.places);
+    batch.run.why = reason_of(batch.run.places, find_writer);
     return batch.options.report_format == "json" ? json_report(batch.run) : text_report(batch.run);
 }
 
@@ -283,7 +340,7 @@ stream_t open_stream(const std::string& option, const std::optional<std::string>
 }
 
 // A file for a device that asks for one.
-void offer_file(const std::string& title, const std::string& file) {
+void offer_file(const std::string& file) {
     const int descriptor = open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (descriptor < 0) {
         throw usage_error_t{cant_open_text(file, errno)};
@@ -292,30 +349,29 @@ void offer_file(const std::string& title, const std::string& file) {
     if (std::error_code unknown; std::filesystem::is_directory(file, unknown)) {
         throw usage_error_t{cant_open_text(file, EISDIR)};
     }
-    batch.answers[title].push_back(file);
     batch.files.push_back(file);
 }
 
 void offer_files() {
     for (const std::string& recording : batch.options.mic_files) {
-        offer_file(MICROPHONE_QUESTION, recording);
+        offer_file(recording);
     }
     for (const std::string& movie : batch.options.camera_files) {
-        offer_file(CAMERA_QUESTION, movie);
+        offer_file(movie);
     }
     // A card is written to, so what holds for outputs holds for it, but the next card may be the same.
     for (const std::string& card : batch.options.sd_files) {
         check_output("--sd", card);
     }
     for (const std::string& card : batch.options.sd_files) {
-        offer_file(SD_QUESTION, card);
+        offer_file(card);
     }
 }
 
 void open_files() {
     const options_t& options = batch.options;
     const std::string base = options.program.substr(0, options.program.rfind('.'));
-    batch.answers[SERIAL_PORT] = {options.serial_names.begin(), options.serial_names.end()};
+    prepare_answers();
     batch.files = {base + ".k", base + ".mif", base + ".labels", options.script_file.value_or("")};
     offer_files();
     for (const auto& [option, file] : {std::pair{"--png", options.png_file},
@@ -399,12 +455,9 @@ int run_batch(const options_t& options, const labels_t& labels, places_t places,
     note_interrupts(); // before a file is emptied
     open_files_or_none();
 
-    machine.sw = options.switches;
     simulator.step = options.limit ? 1 : -1;
     fill_up_step_count();
-    while (event_is_due()) {
-        happen_next();
-    }
+    prepare_board();
     if (options.live_sound) {
         speaker_connect();
         microphone_connect();
@@ -500,6 +553,12 @@ void gui_serial_append(char c) {
 }
 
 void gui_serial_input() {
+    if (batch.console_next) {
+        if (*batch.console_next < batch.console_input.size()) {
+            io_serial_press(batch.console_input[(*batch.console_next)++]);
+        }
+        return;
+    }
     if (!batch.options.console || batch.console_ended || is_interrupted()) {
         return;
     }
@@ -513,7 +572,11 @@ void gui_serial_input() {
         return;
     }
     batch.console_ended = c < 0;
-    io_serial_press(batch.console_ended ? END_OF_TRANSMISSION : static_cast<char>(c));
+    const char key = batch.console_ended ? END_OF_TRANSMISSION : static_cast<char>(c);
+    if (batch.console_input.size() < MOST_CONSOLE_INPUT) {
+        batch.console_input += key;
+    }
+    io_serial_press(key);
 }
 
 // What these would show, the report reads from the machine itself.
