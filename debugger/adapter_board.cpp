@@ -295,7 +295,7 @@ json last_write(adapter_t& adapter, const json& arguments) {
     check_stopped(adapter);
     const int32_t place = place_named(text_in(arguments, "expression"));
     going_t going(adapter, LOOKS_BACK);
-    const std::optional<written_t> written = session_last_write(place, going.progress());
+    const std::optional<change_t> written = session_last_write(place, going.progress());
     going.check();
     if (!written) {
         return {{"found", false}};

@@ -65,7 +65,7 @@ std::optional<writer_t> find_writer(int32_t address) {
         gave_up = stopwatch_us() - begin >= MOST_SEARCH_US;
         return !gave_up;
     };
-    const std::optional<written_t> written = session_last_write(address, goes_on);
+    const std::optional<change_t> written = session_last_write(address, goes_on);
     if (gave_up || (written && written->by_user) || (!written && history_first() > 0)) {
         return std::nullopt;
     }
@@ -80,9 +80,14 @@ session_stop_t stop_at_fault() {
     return stop_for(stop_e::FAULT, std::move(text));
 }
 
+session_stop_t stop_at_halt() {
+    const std::string reason = halt_in_words(state.places, find_writer);
+    return stop_for(stop_e::HALT, reason.empty() ? "" : "Halted. " + reason);
+}
+
 session_stop_t stop_before_run() {
     if (machine.halted) {
-        return stop_for(stop_e::HALT);
+        return stop_at_halt();
     }
     if (state.motion.paused) {
         return stop_for(stop_e::PAUSE, waiting_in_words(state.places));
@@ -111,7 +116,7 @@ bool is_single_step() {
 
 session_stop_t stop_after_run(const pass_t& pass) {
     if (pass.idle && machine.halted) {
-        return stop_for(stop_e::HALT);
+        return stop_at_halt();
     }
     if (pass.idle && last_stop().reason == stop_reason_e::ERROR) {
         return stop_at_fault();
@@ -173,7 +178,7 @@ std::optional<moment_t> call_returned_from(moment_t now, const progress_t& progr
         return std::nullopt;
     }
     const int32_t behind = machine.memory[return_word];
-    const std::optional<written_t> written = session_last_write(return_word, progress);
+    const std::optional<change_t> written = session_last_write(return_word, progress);
     const bool is_call = written && written->moment < now && !written->by_user &&
                          written->pc == behind - WORDS_PER_INSTRUCTION && whole_in_memory(written->pc) &&
                          words_at(written->pc).opcode == K24_CALL;

@@ -327,7 +327,7 @@ struct way_t {
     int32_t pc;
     std::map<int32_t, int32_t> written; // words that are then not what they are now
     std::vector<int32_t> ports;         // offsets of registers read
-    int32_t first_read = -1;            // address of the first instruction that reads one
+    int32_t first_read = -1;            // the lowest address of an instruction that reads one
     bool known = true;
 };
 
@@ -341,7 +341,7 @@ int32_t read_on_way(way_t& way, int32_t at, int32_t address) {
         way.known = false;
         return 0;
     }
-    way.first_read = way.first_read < 0 ? at : way.first_read;
+    way.first_read = way.first_read < 0 ? at : std::min(way.first_read, at);
     if (std::find(way.ports.begin(), way.ports.end(), io_offset(address)) == way.ports.end()) {
         way.ports.push_back(io_offset(address));
     }
@@ -410,12 +410,31 @@ way_t follow_into_loop() {
         ++turn;
     } while (way.known && turn < LONGEST_WAY && (way.pc != start.pc || way.written != start.written));
     way.known = way.known && turn < LONGEST_WAY;
+    std::sort(way.ports.begin(), way.ports.end());
     return way;
 }
 
 std::string label_or_address(const places_t& places, int32_t address) {
     const std::string label = nearest_label(address, places.labels);
     return label.empty() ? "address " + std::to_string(address) : label;
+}
+
+// Register by register, in order; the command once for each device.
+std::string awaited_in_words(const std::vector<int32_t>& ports) {
+    std::string text;
+    for (size_t i = 0; i < ports.size(); ++i) {
+        const device_t* const device = find_device(ports[i]);
+        const register_e kind = find_register(ports[i])->kind;
+        const int32_t value = peek_register(ports[i]).value_or(0);
+        text += (i == 0 ? "" : ", and for ") + register_in_words(ports[i]);
+        // That a response is 0 goes without saying.
+        text += kind == register_e::RESPONSE && value == 0 ? "" : ", now " + std::to_string(value);
+        const bool is_last = i + 1 == ports.size() || find_device(ports[i + 1]) != device;
+        if (is_last && kind != register_e::PLAIN) {
+            text += "; its command is " + std::to_string(command_of(*device));
+        }
+    }
+    return text;
 }
 
 // Returns the registers for which the program waits.
@@ -429,18 +448,8 @@ std::vector<int32_t> say_waiting(telling_t& telling) {
                          " for ever: nothing there can change.");
         return {};
     }
-    std::string awaited;
-    for (const int32_t offset : way.ports) {
-        const device_t& device = *find_device(offset);
-        awaited += (awaited.empty() ? "" : ", and for ") + register_in_words(offset);
-        if (find_register(offset)->kind == register_e::PLAIN) {
-            awaited += ", now " + std::to_string(peek_register(offset).value_or(0));
-        } else {
-            awaited += "; its command is " + std::to_string(command_of(device));
-        }
-    }
     say(telling, "The program waits at " + in_quotes(label_or_address(telling.places, way.first_read)) +
-                     " for " + awaited + ".");
+                     " for " + awaited_in_words(way.ports) + ".");
     return way.ports;
 }
 
@@ -471,6 +480,15 @@ std::string waiting_in_words(const places_t& places) {
     return telling.text;
 }
 
+std::string halt_in_words(const places_t& places, const last_writer_t& last_writer) {
+    telling_t telling = {places, last_writer, ""};
+    const int32_t pc = wrap_sub(machine.pc, WORDS_PER_INSTRUCTION);
+    if (whole_in_memory(pc)) {
+        say_origin(telling, pc);
+    }
+    return telling.text;
+}
+
 reason_t reason_of(const places_t& places, const last_writer_t& last_writer) {
     telling_t telling = {places, last_writer, ""};
     reason_t reason;
@@ -481,9 +499,7 @@ reason_t reason_of(const places_t& places, const last_writer_t& last_writer) {
         break;
     case stop_reason_e::HALT:
         pc = wrap_sub(machine.pc, WORDS_PER_INSTRUCTION);
-        if (whole_in_memory(pc)) {
-            say_origin(telling, pc);
-        }
+        telling.text = halt_in_words(places, last_writer);
         break;
     case stop_reason_e::BREAKPOINT:
     case stop_reason_e::WATCHPOINT:

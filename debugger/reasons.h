@@ -34,5 +34,8 @@ struct reason_t {
 // What the next instructions do if they wait or go round for ever: "The program waits at ..."; else empty.
 [[nodiscard]] std::string waiting_in_words(const places_t& places);
 
+// Of a board that has just halted: what is wrong with the halt, if it is none of the source. As reason_of.
+[[nodiscard]] std::string halt_in_words(const places_t& places, const last_writer_t& last_writer = nullptr);
+
 // "0x80000021, the keyboard's response".
 [[nodiscard]] std::string register_in_words(int32_t offset);

@@ -66,10 +66,10 @@ bool is_true() {
     }
 }
 
-void look_at_condition(moment_t moment) {
+void look_at_condition(moment_t moment, bool by_user = false) {
     const bool now = is_true();
     if (now && !search.before) {
-        find(moment);
+        find(moment, by_user);
     }
     search.before = now;
 }
@@ -90,6 +90,24 @@ bool search_past(const stops_t& question, const std::function<void()>& begins,
     }
     history_go_to(here);
     return is_found;
+}
+
+// As search_past, with what was done at the moment that was found.
+std::optional<change_t> look_for_change(const stops_t& question, const std::function<void()>& begins,
+                                        std::function<void(int32_t)> user_has, const progress_t& progress) {
+    const moment_t here = history_now();
+    if (!search_past(question, begins, std::move(user_has), progress)) {
+        return std::nullopt;
+    }
+    change_t change = {.moment = *search.last, .pc = -1, .count = 0, .by_user = search.by_user};
+    history_go_to(change.moment);
+    change.count = machine.instr_count;
+    if (!change.by_user) {
+        history_go_to(change.moment - 1);
+    }
+    change.pc = machine.pc;
+    history_go_to(here);
+    return change;
 }
 
 void look_for_writes_to_word(stops_t& question) {
@@ -118,7 +136,7 @@ void look_for_writes_to_port(stops_t& question) {
 
 using namespace session;
 
-std::optional<written_t> session_last_write(int32_t address, const progress_t& progress) {
+std::optional<change_t> session_last_write(int32_t address, const progress_t& progress) {
     if (address >= MEMORY_SIZE) {
         return std::nullopt;
     }
@@ -136,22 +154,10 @@ std::optional<written_t> session_last_write(int32_t address, const progress_t& p
         }
         look_ahead();
     };
-    const moment_t here = history_now();
-    if (!search_past(question, look_ahead, user_has, progress)) {
-        return std::nullopt;
-    }
-    written_t written = {.moment = *search.last, .pc = -1, .count = 0, .by_user = search.by_user};
-    history_go_to(written.moment);
-    written.count = machine.instr_count;
-    if (!written.by_user) {
-        history_go_to(written.moment - 1);
-    }
-    written.pc = machine.pc;
-    history_go_to(here);
-    return written;
+    return look_for_change(question, look_ahead, user_has, progress);
 }
 
-std::optional<moment_t> session_became_true(const expression_t& condition, const progress_t& progress) {
+std::optional<change_t> session_became_true(const expression_t& condition, const progress_t& progress) {
     search = {};
     search.condition = &condition;
     stops_t question;
@@ -171,7 +177,6 @@ std::optional<moment_t> session_became_true(const expression_t& condition, const
         };
     }
     const auto begins = [] { search.before = is_true(); };
-    const auto user_has = [](int32_t /*written*/) { look_at_condition(history_now()); };
-    search_past(question, begins, user_has, progress);
-    return search.last;
+    const auto user_has = [](int32_t /*written*/) { look_at_condition(history_now(), true); };
+    return look_for_change(question, begins, user_has, progress);
 }

@@ -173,21 +173,21 @@ void session_set_word(int32_t address, int32_t value);
 // EXPRESSION", which say who wrote a word last and when a condition became true.
 [[nodiscard]] std::string session_evaluate(const std::string& text, const progress_t& progress = nullptr);
 
-struct written_t {
-    moment_t moment;      // after the instruction that wrote it
+struct change_t {
+    moment_t moment;      // after the instruction that did it
     int32_t pc;           // of that instruction
     uint64_t count;       // machine.instr_count then
-    bool by_user = false; // with session_set_word; `pc` is then the instruction that came next
+    bool by_user = false; // an act; `pc` is then the instruction that came next
 };
 
 // Who wrote a word of memory, or a port, last before now; none when nobody did since the history began. The
 // board is afterwards where it was.
-[[nodiscard]] std::optional<written_t> session_last_write(int32_t address,
-                                                          const progress_t& progress = nullptr);
+[[nodiscard]] std::optional<change_t> session_last_write(int32_t address,
+                                                         const progress_t& progress = nullptr);
 
-// When an expression last became true (not 0) before now; none when it has been as it is since the history
+// What made an expression true (not 0) last before now; none when it has not become true since the history
 // began.
-[[nodiscard]] std::optional<moment_t> session_became_true(const expression_t& condition,
+[[nodiscard]] std::optional<change_t> session_became_true(const expression_t& condition,
                                                           const progress_t& progress = nullptr);
 
 // Called with the text of each log that is met.

@@ -28,11 +28,12 @@ std::string since_begin() {
 
 std::string when_text(const std::string& text, const progress_t& progress) {
     const expression_t condition = parse(text);
-    const std::optional<moment_t> moment = session_became_true(condition, progress);
-    if (!moment) {
+    const std::optional<change_t> change = session_became_true(condition, progress);
+    if (!change) {
         return (evaluate(condition) != 0 ? "it has been true " : "it has not become true ") + since_begin();
     }
-    return "after instruction " + std::to_string(*moment);
+    return "after instruction " + std::to_string(change->moment) + ", " +
+           (change->by_user ? "by the user" : shown(where(state.places, change->pc)));
 }
 
 std::string last_write_text(const std::string& text, const progress_t& progress) {
@@ -40,7 +41,7 @@ std::string last_write_text(const std::string& text, const progress_t& progress)
     if (!address) {
         throw tovik_error("'" + text + "' is no word and no register");
     }
-    const std::optional<written_t> written = session_last_write(*address, progress);
+    const std::optional<change_t> written = session_last_write(*address, progress);
     if (!written) {
         return "nobody has written it " + since_begin();
     }
