@@ -383,15 +383,14 @@ json set_expression(adapter_t& adapter, const json& arguments) {
                   wants_hex(arguments));
 }
 
-// In the console also what takes a search through the past, and an assignment.
+// In the console also an assignment, and there and where something is watched what takes a search through the
+// past. A client may have a command that says "watch" instead of a console.
 json evaluate_text(adapter_t& adapter, const json& arguments) {
     check_launched(adapter);
     const std::string text(trimmed(text_in(arguments, "expression")));
     const bool hex = wants_hex(arguments);
-    if (text_in(arguments, "context", "") != "repl") {
-        return evaluated(text, hex);
-    }
-    if (is_command(text)) {
+    const std::string context = text_in(arguments, "context", "");
+    if (is_command(text) && (context == "repl" || context == "watch")) {
         check_stopped(adapter);
         going_t going(adapter, LOOKS_BACK);
         const std::string result = session_evaluate(text, going.progress());
@@ -400,6 +399,9 @@ json evaluate_text(adapter_t& adapter, const json& arguments) {
     }
     if (text == CARD_GOES_BACK || text == CARD_STAYS) {
         return answer_card(adapter, text == CARD_GOES_BACK);
+    }
+    if (context != "repl") {
+        return evaluated(text, hex);
     }
     if (const size_t equals = find_assignment(text); equals != std::string::npos) {
         check_stopped(adapter);

@@ -346,7 +346,7 @@ async function debuggingPage() {
     await begin('exercises/minutes.k');
     await client.configurationDoneRequest();
     assert.match(await go('pause'), /^pause minutes\.k: (add seconds seconds more|ret return)$/);
-    assert.match(await value('last write return', 'repl'), /minutes\.k:\d+: call from_hours return/);
+    assert.match(await value('last write return', 'watch'), /minutes\.k:\d+: call from_hours return/);
     await end();
 
     await begin('exercises/keys.k');
