@@ -9,6 +9,7 @@
 #include "base/arithmetic.h"
 #include "core/engine.h"
 #include "core/instructions.h"
+#include "debugger/reasons.h"
 #include "devices/registers.h"
 #include "language/program.h"
 #include "language/warnings.h"
@@ -277,17 +278,13 @@ const known_port_t* port_at(int32_t address) {
     return port != nullptr && port->as_listed != nullptr ? port : nullptr;
 }
 
-std::string name_of_register(const known_port_t& port) {
-    return "the " + std::string(port.device->name) + "'s " + std::string(port.as_listed->name);
-}
-
 std::string early_result_text(int32_t offset) {
-    return "reads " + name_of_register(*port_at(offset)) + " before the response is 1";
+    return "reads " + name_of_register(offset) + " before the response is 1";
 }
 
 std::string early_parameter_text(int32_t offset) {
     const known_port_t& port = *port_at(offset);
-    return "changes " + name_of_register(port) +
+    return "changes " + name_of_register(offset) +
            (handshake_of(port).command ? " while the command is 1"
                                        : " before the response to the last command was 1");
 }

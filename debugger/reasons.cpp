@@ -455,23 +455,26 @@ std::vector<int32_t> say_waiting(telling_t& telling) {
 
 } // namespace
 
-std::string register_in_words(int32_t offset) {
+std::string name_of_register(int32_t offset) {
     const device_t* const device = find_device(offset);
     const board_register_t* const found = find_register(offset);
     assert(device != nullptr && found != nullptr);
-    const std::string address = hexadecimal(wrap_add(IO_BASE, offset));
+    const std::string name(found->name);
     if (found->kind == register_e::PLAIN) {
-        return address + ", the " + std::string(found->name);
+        return "the " + name;
     }
     // Of a device in two parts the name says which after a comma.
-    const std::string_view name = device->name;
-    const size_t comma = std::min(name.find(", "), name.size());
-    std::string text =
-        address + ", the " + std::string(name.substr(0, comma)) + "'s " + std::string(found->name);
-    if (comma < name.size()) {
-        text += " (" + std::string(name.substr(comma + 2)) + ")";
+    const std::string device_name(device->name);
+    const size_t comma = device_name.find(", ");
+    std::string text = "the " + device_name.substr(0, comma) + "'s " + name;
+    if (comma != std::string::npos) {
+        text += " (" + device_name.substr(comma + 2) + ")";
     }
     return text;
+}
+
+std::string register_in_words(int32_t offset) {
+    return hexadecimal(wrap_add(IO_BASE, offset)) + ", " + name_of_register(offset);
 }
 
 std::string waiting_in_words(const places_t& places) {

@@ -37,5 +37,6 @@ struct reason_t {
 // Of a board that has just halted: what is wrong with the halt, if it is none of the source. As reason_of.
 [[nodiscard]] std::string halt_in_words(const places_t& places, const last_writer_t& last_writer = nullptr);
 
-// "0x80000021, the keyboard's response".
+// "the keyboard's response", "the serial port's byte to send (sending)", and with the address in front.
+[[nodiscard]] std::string name_of_register(int32_t offset);
 [[nodiscard]] std::string register_in_words(int32_t offset);
