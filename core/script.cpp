@@ -49,14 +49,23 @@ std::string read_word(rest_t& rest, size_t literal = 0) {
     return word;
 }
 
-char unescape(char c) {
+// The character that an escape stands for, from behind its backslash on; `at` comes to its last character.
+char unescape(std::string_view text, size_t& at) {
     constexpr std::string_view NAMES = "nt\\\"";
     constexpr std::string_view CHARACTERS = "\n\t\\\"";
-    const size_t place = NAMES.find(c);
-    if (place == std::string_view::npos) {
-        throw malformed_t{std::string("'\\") + c + R"(' is none of \n, \t, \\ and \")"};
+    const size_t place = NAMES.find(text[at]);
+    if (place != std::string_view::npos) {
+        return CHARACTERS[place];
     }
-    return CHARACTERS[place];
+    const std::optional<int64_t> number =
+        text[at] == 'x' && at + 2 < text.size()
+            ? parse_number("0x" + std::string(text.substr(at + 1, 2)), 0, 0xff)
+            : std::nullopt;
+    if (!number) {
+        throw malformed_t{std::string("'\\") + text[at] + R"(' is none of \n, \t, \\, \" and \xNN)"};
+    }
+    at += 2;
+    return static_cast<char>(*number);
 }
 
 std::string read_text(rest_t& rest) {
@@ -69,10 +78,10 @@ std::string read_text(rest_t& rest) {
         }
         // Which character several bytes are depends on the encoding.
         if (static_cast<unsigned char>(c) > '~') {
-            throw malformed_t{"a text holds characters of ASCII only; press 0xNN has the others"};
+            throw malformed_t{R"(a text holds characters of ASCII only; \xNN gives the others)"};
         }
         const bool escaped = c == '\\' && i + 1 < rest.text.size();
-        text += escaped ? unescape(rest.text[++i]) : c;
+        text += escaped ? unescape(rest.text, ++i) : c;
     }
     throw malformed_t{"the text has no closing '\"'"};
 }

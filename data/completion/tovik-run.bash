@@ -10,7 +10,7 @@ _tovik_run() {
     --save-speaker | --mic) _filedir wav ;;
     --script | --camera | --sd | --serial | --save-serial | --profile | --events | --vcd) _filedir ;;
     --report) COMPREPLY=($(compgen -W "text json none" -- "$cur")) ;;
-    --limit | --break | --watch | --switches | --seed | --memory) ;;
+    --limit | --break | --watch | --switches | --seed | --memory | --set) ;;
     *)
         if [[ $cur == -* ]]; then
             options=$("$1" --help 2> /dev/null | sed -nE 's/^ +(-h,)?(--[a-z-]+).*/\2/p')

@@ -8,11 +8,13 @@
 #include <limits>
 #include <map>
 #include <optional>
+#include <sstream>
 #include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "assembler/numbers.h"
 #include "base/files.h"
 #include "base/gui.h"
 #include "base/machine.h"
@@ -116,6 +118,33 @@ void prepare_board() {
     }
 }
 
+// Puts values into the memory as the loader does, from an address or a label on.
+void set_words(const std::string& text) {
+    const size_t equals = text.rfind('=');
+    const std::optional<int32_t> begin = find_address(text.substr(0, equals), batch.run.labels);
+    if (equals == std::string::npos || !begin) {
+        throw usage_error_t{"--set: '" + text + "' does not begin with a label or an address, and '='"};
+    }
+    int32_t address = *begin;
+    std::istringstream values(text.substr(equals + 1) + ",");
+    for (std::string word; std::getline(values, word, ','); ++address) {
+        const std::optional<int32_t> value = read_number(word);
+        if (!value) {
+            throw usage_error_t{"--set: '" + word + "' in '" + text + "' is not a number"};
+        }
+        if (address >= MEMORY_SIZE) {
+            throw usage_error_t{"--set: '" + text + "' goes beyond the memory"};
+        }
+        machine.memory[address] = *value;
+        machine.modified[address] = true;
+    }
+}
+
+void set_all_words() {
+    std::ranges::for_each(batch.options.set, set_words);
+    forget_proofs();
+}
+
 // In a process that has no other purpose.
 bool begin_again() {
     const std::string& program = batch.options.program;
@@ -125,6 +154,7 @@ bool begin_again() {
     clear_vga();
     clear_sdram();
     simulate_load(program.substr(0, program.rfind('.')) + ".k");
+    set_all_words();
     prepare_answers();
     prepare_board();
     batch.console_next = 0;
@@ -448,6 +478,8 @@ int run_batch(const options_t& options, const labels_t& labels, places_t places,
     batch.run.labels = labels;
     batch.run.places = std::move(places);
     collect_memory();
+    set_all_words();
+    batch.run.places.loaded.assign(std::begin(machine.memory), std::end(machine.memory)); // as if loaded
     simulator.verbose = options.trace;
     simulator.breakpoint = address_of("--break", options.breakpoint, labels);
     simulator.watchpoint = address_of("--watch", options.watchpoint, labels);

@@ -106,6 +106,9 @@ std::optional<options_t> parse_options(int argc, char** argv) {
     app.add_option("--watch", options.watchpoint, "stop after a write to an address or label");
     app.add_option("--switches", switches, "the slide switches at the start")
         ->check(number_check(0, HIGHEST_SWITCHES));
+    app.add_option("--set", options.set,
+                   "WHERE=VALUE[,VALUE...]: words of memory at the start; may be repeated")
+        ->allow_extra_args(false);
     app.add_option("--script", options.script_file, "timed input events");
     app.add_option("--png", options.png_file, "a picture of the screen at the end");
     app.add_option("--save-vga", options.vga_file, "FILE.dat: the video memory at the end")

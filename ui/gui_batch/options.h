@@ -14,6 +14,7 @@ struct options_t {
     std::string checks; // "true", "error" where the first finding stops the run, or empty for none
     std::optional<int64_t> limit;
     int32_t switches = 0;
+    std::vector<std::string> set; // "WHERE=VALUE,...": words of memory, before the run
     uint64_t seed = 1;
     std::optional<std::string> breakpoint; // an address or a label
     std::optional<std::string> watchpoint;
