@@ -4,6 +4,7 @@
 
 #include "base/machine.h"
 #include "debugger/adapter_internal.h"
+#include "host/clock.h"
 
 namespace {
 
@@ -24,6 +25,9 @@ constexpr reason_text_t REASONS[] = {
     {stop_e::LIMIT, "limit", "The limit of instructions is reached"},
     {stop_e::BEGINNING, "entry", "At the beginning of the history"},
 };
+
+// Editors ask for the callers at each stop, and some cannot show that it takes long.
+constexpr uint64_t MOST_US_IN_SILENCE = 2'000'000;
 
 constexpr const char* LOOKS_FOR_CALLER = "Looking for the callers";
 
@@ -129,7 +133,11 @@ json stack_trace(adapter_t& adapter, const json& arguments) {
     const auto first = static_cast<size_t>(number_in(arguments, "startFrame", 0, INT32_MAX, 0));
     const auto levels = static_cast<size_t>(number_in(arguments, "levels", 0, INT32_MAX, 0));
     going_t going(adapter, LOOKS_FOR_CALLER);
-    std::vector<frame_t> frames = session_frames(going.progress());
+    const uint64_t begin_us = stopwatch_us();
+    std::vector<frame_t> frames = session_frames([&](double share) {
+        return go_on(adapter, share) &&
+               (adapter.client.progress || stopwatch_us() - begin_us < MOST_US_IN_SILENCE);
+    });
     // The next instruction would be whatever stands behind the halt.
     if (machine.halted && !frames.empty() && frames.front().address >= WORDS_PER_INSTRUCTION) {
         frames.front().address -= WORDS_PER_INSTRUCTION;

@@ -8,6 +8,7 @@
 #include <deque>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <variant>
 #include <vector>
@@ -84,6 +85,13 @@ struct use_t {
     int32_t target = -1;
 };
 
+// A stretch of the past in which nobody has used some return words.
+struct vain_t {
+    std::set<int32_t> words;
+    moment_t from = 0;
+    moment_t until = 0;
+};
+
 struct state_t {
     bool begun = false;
     std::optional<uint64_t> limit;
@@ -102,7 +110,8 @@ struct state_t {
         false; // the past is searched: nothing stops, and `met` is the last meeting before `before`
     session_stop_t last;
     std::map<int32_t, std::map<moment_t, use_t>> uses; // of return words, and from just behind each
-    std::vector<int32_t> memory_before;                // as it was when the run last stopped
+    vain_t vain;
+    std::vector<int32_t> memory_before; // as it was when the run last stopped
     std::vector<int32_t> registers_before;
 };
 

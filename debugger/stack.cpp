@@ -15,7 +15,8 @@ namespace {
 
 constexpr moment_t FIRST_STRETCH = 1000;
 constexpr moment_t STRETCH_GROWS = 4;
-constexpr moment_t LONG_STRETCH = 1000000; // it may as well begin at a copy of the board
+constexpr moment_t LONG_STRETCH = 1000000;     // it may as well begin at a copy of the board
+constexpr moment_t LONGEST_STRETCH = 20000000; // so that little is lost when it is given up
 constexpr moment_t MOST_AT_ONCE = 5000000;
 constexpr size_t MOST_USES = 1000; // of each word
 
@@ -142,8 +143,17 @@ bool find_uses(moment_t moment, words_sought_t sought, const progress_t& progres
         }
         return known.has_value();
     };
-    std::erase_if(sought, is_known);
-    for (moment_t length = FIRST_STRETCH; !sought.empty() && begin > first; length *= STRETCH_GROWS) {
+    // What has been looked through in vain, until it was given up, need not be again.
+    const auto skip_vain = [&] {
+        const vain_t& vain = state.vain;
+        if (begin > vain.from && begin <= vain.until && std::ranges::includes(vain.words, sought)) {
+            begin = vain.from;
+        }
+        std::erase_if(sought, is_known);
+    };
+    skip_vain();
+    for (moment_t length = FIRST_STRETCH; !sought.empty() && begin > first;
+         length = std::min(length * STRETCH_GROWS, LONGEST_STRETCH)) {
         const moment_t end = begin;
         begin = end - std::min(length, end - first);
         if (length >= LONG_STRETCH) {
@@ -153,6 +163,7 @@ bool find_uses(moment_t moment, words_sought_t sought, const progress_t& progres
                 const double way = static_cast<double>(moment - end) + done * static_cast<double>(end - begin);
                 return progress(way / static_cast<double>(moment - first));
             } : progress_t())) {
+            state.vain = {sought, end, moment};
             return false;
         }
         for (const auto& [word, use] : looking.newest) {
@@ -160,7 +171,7 @@ bool find_uses(moment_t moment, words_sought_t sought, const progress_t& progres
             note_use(word, use.moment + 1, {moment, is_call ? use.pc : -1, is_call ? use.words.arg1 : -1});
             sought.erase(word);
         }
-        std::erase_if(sought, is_known);
+        skip_vain();
     }
     for (const int32_t word : sought) {
         note_use(word, first, {.until = moment});
@@ -284,6 +295,7 @@ std::string name_of(int32_t address) {
 } // namespace
 
 void forget_uses_after(moment_t moment) {
+    state.vain.until = std::min(state.vain.until, moment);
     for (auto& [word, uses] : state.uses) {
         uses.erase(uses.upper_bound(moment), uses.end());
         for (auto& [behind, use] : uses) {
