@@ -28,6 +28,11 @@ constexpr moment_t PIECE_OF_THE_PAST = 20000000;
 constexpr uint64_t US_BETWEEN_QUESTIONS = 20000;
 constexpr moment_t LEAST_PIECE_OF_THE_PAST = 1000;
 
+// A stretch that takes longer to search is searched in parts, so that whoever asks it stretch by stretch gets
+// his turn.
+constexpr uint64_t MOST_SEARCH_US = 100000;
+constexpr moment_t FIRST_LONGEST_SEARCH = 500000;
+
 // No copies are made for a shorter way.
 constexpr moment_t SHORT_WAY = 100000;
 
@@ -47,6 +52,7 @@ struct history_t {
     uint32_t acts_forgotten = 0;
     uint64_t copied_at_us = 0;
     uint64_t copy_us = 0; // that the last copy took
+    moment_t longest_search = FIRST_LONGEST_SEARCH;
 };
 
 history_t history;
@@ -217,6 +223,30 @@ class without_stops_t {
     const stops_t* stops_;
 };
 
+// Goes to the last copy before the end of a stretch, after making some on the way where it is a long one.
+// Returns false when the progress has said so.
+bool begin_search_before(moment_t end, const progress_t& progress) {
+    const moment_t begin = *checkpoint_until(end - 1);
+    restore(begin);
+    if (end - begin > history.longest_search) {
+        const without_stops_t quiet;
+        if (!repeat_until(end - 1, true, progress)) {
+            return false;
+        }
+        thin();
+        restore(*checkpoint_until(end - 1));
+    }
+    return true;
+}
+
+void adapt_search(uint64_t took_us) {
+    if (took_us > MOST_SEARCH_US) {
+        history.longest_search = std::max(history.longest_search / 2, SHORT_WAY);
+    } else if (took_us < MOST_SEARCH_US / 4) {
+        history.longest_search = std::min(history.longest_search * 2, PIECE_OF_THE_PAST);
+    }
+}
+
 void forget_future(bool card_goes_back) {
     if (at_newest()) {
         return;
@@ -323,8 +353,11 @@ bool history_search(moment_t before, const std::function<bool()>& found, const p
     moment_t end = std::min(before, history.newest);
     bool is_found = false;
     while (!is_found && end > history_first()) {
-        const moment_t begin = *checkpoint_until(end - 1);
-        restore(begin);
+        if (!begin_search_before(end, progress)) {
+            break;
+        }
+        const moment_t begin = now();
+        const uint64_t begin_us = stopwatch_us();
         if (begins) {
             begins();
         }
@@ -335,6 +368,7 @@ bool history_search(moment_t before, const std::function<bool()>& found, const p
         if (!repeat_until(end, false, progress ? progress_t(of_all) : nullptr)) {
             break;
         }
+        adapt_search(stopwatch_us() - begin_us);
         is_found = found();
         end = begin;
     }

@@ -75,7 +75,7 @@ void act(std::function<void()> what, int32_t written) {
     forget_hits_after(history_now());
     const auto act = [what = std::move(what), written] {
         what();
-        if (act_done) {
+        if (act_done && stops != nullptr) { // else nobody looks at this part of the past
             act_done(written);
         }
     };
