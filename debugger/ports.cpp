@@ -124,6 +124,7 @@ std::string register_name(int32_t offset) {
     name += found->name;
     std::erase(name, ',');
     std::replace(name.begin(), name.end(), ' ', '_');
+    std::replace(name.begin(), name.end(), '-', '_'); // it would be a minus
     return name;
 }
 

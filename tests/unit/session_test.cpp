@@ -344,6 +344,7 @@ TEST_F(session, answers_each_command) {
         {"set switches 1", "22 loop+20"},
         {"? switches", "1 (0x1)"},
         {"? red_LEDs", "1 (0x1)"},
+        {"? HEX3_HEX0", "0 (0x0)"},
         {"in", "step at 23 loop+24"},
         {"breakpoints 7", "#16 24"},
         {"back", "step at 22 loop+20"},
@@ -387,6 +388,15 @@ TEST_F(session, finds_what_was_long_ago) {
         {"breakpoints 3 hits 1500000", "#2 8"},
         {"continue", "breakpoint #2 at 6000000 outer"},
         {"? count", "1499999 (0x16e35f)"},
+        {"to 0", "limit at 6000002 inner+4"},
+        {"goto 4000001", "4000001 inner"},
+        {"set begun 5", "4000001 inner"},
+        {"breakpoints 3 if count == 1499999", "#3 8"},
+        {"continue", "breakpoint #3 at 6000000 outer"},
+        {"? when begun == 5", "after instruction 4000001"},
+        {"? last write count",
+         "inner (address 16), program.k:5: inner add count count one, instruction 5999998"},
+        {"reverse", "beginning at 0 "},
     };
     session_begin({.program = write("program.k", NESTED), .limit = 6000002, .script = {}});
     for (const auto& [command, answer] : EXCHANGES) {
