@@ -62,8 +62,11 @@ struct handshake_t {
 
 handshake_t handshake;
 
+// There is none where the board has gone back to before it was lost.
+bool is_open() { return serial_fd >= 0 || serial_sock >= 0; }
+
 int serial_linux_fd() {
-    assert(serial_fd >= 0 || serial_sock >= 0);
+    assert(is_open());
     return serial_fd >= 0 ? serial_fd : serial_sock;
 }
 
@@ -195,6 +198,7 @@ std::optional<std::string> go_on() {
 } // namespace
 
 void platform::line_open_device(const std::string& name) {
+    platform::line_close(); // where the board has gone back to before it was opened
     serial_fd = open(name.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     if (serial_fd < 0) {
         throw tovik_error("Can't open serial device");
@@ -203,6 +207,7 @@ void platform::line_open_device(const std::string& name) {
 }
 
 void platform::line_open_cable(const std::string& name) {
+    platform::line_close();
     serial_sock = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (serial_sock < 0) {
         fail_to_connect(" (error opening socket)");
@@ -228,8 +233,8 @@ std::optional<std::string> platform::line_connect() {
     const auto now = steady_clock::now();
     const bool had_break = now - std::exchange(handshake.asked, now) > LONGEST_BREAK;
     // With its name a connection may have a partner already.
-    if (had_break && handshake.awaited != awaited_e::STATUS) {
-        platform::line_close();
+    const bool has_begun = serial_sock >= 0 && handshake.awaited != awaited_e::NOTHING;
+    if (!has_begun || (had_break && handshake.awaited != awaited_e::STATUS)) {
         platform::line_open_cable(handshake.name);
     }
     const int result = wait_for_line(awaited_event(), 0);
@@ -243,11 +248,17 @@ std::optional<std::string> platform::line_connect() {
 }
 
 bool platform::line_ready(int most_ms) {
+    if (!is_open()) {
+        return true;
+    }
     const int result = wait_for_line(awaited_event(), most_ms);
     return handshake.awaited == awaited_e::NOTHING ? result > 0 : result != 0 || patience_is_over();
 }
 
 size_t platform::line_read(std::span<char> room) {
+    if (!is_open()) {
+        throw tovik_error("error receiving data from serial port");
+    }
     // In a program that polls, asking is cheaper than reading in vain.
     if (serial_sock >= 0) {
         const int result = wait_for_line(POLLIN, 0);
@@ -269,6 +280,9 @@ size_t platform::line_read(std::span<char> room) {
 }
 
 size_t platform::line_write(std::span<const char> bytes) {
+    if (!is_open()) {
+        throw platform::line_broken_t{std::string("write: ") + std::strerror(EPIPE)};
+    }
     size_t count = 0;
     while (count < bytes.size()) {
         const std::span<const char> rest = bytes.subspan(count);
