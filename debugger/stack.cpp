@@ -146,7 +146,8 @@ bool find_uses(moment_t moment, words_sought_t sought, const progress_t& progres
     // What has been looked through in vain, until it was given up, need not be again.
     const auto skip_vain = [&] {
         const vain_t& vain = state.vain;
-        if (begin > vain.from && begin <= vain.until && std::ranges::includes(vain.words, sought)) {
+        if (begin > vain.from && begin <= vain.until &&
+            std::includes(vain.words.begin(), vain.words.end(), sought.begin(), sought.end())) {
             begin = vain.from;
         }
         std::erase_if(sought, is_known);
@@ -193,7 +194,8 @@ std::vector<last_use_t> last_uses(const words_sought_t& words, moment_t moment) 
             uses.push_back({known->first, {known->second.call, known->second.target, word}});
         }
     }
-    std::ranges::sort(uses, std::ranges::greater{}, &last_use_t::behind);
+    std::sort(uses.begin(), uses.end(),
+              [](const last_use_t& one, const last_use_t& other) { return one.behind > other.behind; });
     return uses;
 }
 

@@ -3,6 +3,7 @@
 'use strict';
 const assert = require('node:assert');
 const fs = require('node:fs');
+const net = require('node:net');
 const os = require('node:os');
 const path = require('node:path');
 const { DebugClient } = require('@vscode/debugadapter-testsupport');
@@ -261,9 +262,10 @@ async function faultAndBoard() {
     await end();
 }
 
+const until = async (holds) => { while (!holds()) await new Promise((resolve) => setTimeout(resolve, 10)); };
+
 // What the user does at the board while the program runs.
 async function input() {
-    const until = async (holds) => { while (!holds()) await new Promise((resolve) => setTimeout(resolve, 10)); };
     await begin('parrot.k', { speed: 'board' });
     await client.configurationDoneRequest();
     await ask('tovik/serial', { text: 'hi' });
@@ -324,6 +326,30 @@ async function card() {
         assert.equal(await afterChange('8'), left);
         await end();
     }
+}
+
+// A line that breaks, and another future from where it was still there.
+async function lostLine() {
+    let line;
+    const relay = net.createServer((socket) => {
+        line = socket;
+        socket.write(Buffer.alloc(4));
+        socket.once('data', () => socket.write(Buffer.alloc(4)));
+    });
+    process.env.TOVIK_RELAY_HOST = '127.0.0.99';
+    await new Promise((resolve) => relay.listen(10000, process.env.TOVIK_RELAY_HOST, resolve));
+    await begin('parrot.k', { serial: ['ab', 'ab', 'ab'] });
+    await client.configurationDoneRequest();
+    await until(() => output.console.includes('Connected'));
+    await go('pause');
+    const { now } = await ask('tovik/history');
+    relay.close();
+    line.destroy();
+    assert.match(await go('continue'), /^exception /);
+    await ask('tovik/goTo', { moment: now });
+    await ask('setExpression', { expression: 'got', value: '0' });
+    assert.match(await go('continue'), /^exception /);
+    await end();
 }
 
 // The manual's page about going backwards, and its two exercises.
@@ -433,6 +459,7 @@ async function walk() {
     await faultAndBoard();
     await input();
     await card();
+    await lostLine();
     await debuggingPage();
     await refusals();
 }
