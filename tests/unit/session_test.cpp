@@ -393,7 +393,7 @@ TEST_F(session, finds_what_was_long_ago) {
         {"set begun 5", "4000001 inner"},
         {"breakpoints 3 if count == 1499999", "#3 8"},
         {"continue", "breakpoint #3 at 6000000 outer"},
-        {"? when begun == 5", "after instruction 4000001"},
+        {"? when begun == 5", "after instruction 4000001, by the user"},
         {"? last write count",
          "inner (address 16), program.k:5: inner add count count one, instruction 5999998"},
         {"reverse", "beginning at 0 "},
