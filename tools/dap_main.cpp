@@ -85,9 +85,9 @@ bool send(const std::vector<std::string>& messages) {
 
 bool is_interrupted(const adapter_t& adapter, input_t& input) {
     receive(input, 0);
-    const auto interrupting =
-        std::find_if(input.messages.begin() + static_cast<std::ptrdiff_t>(input.harmless), input.messages.end(),
-                     [&](const std::string& message) { return adapter_interrupts(adapter, message); });
+    const auto interrupting = std::find_if(
+        input.messages.begin() + static_cast<std::ptrdiff_t>(input.harmless), input.messages.end(),
+        [&](const std::string& message) { return adapter_interrupts(adapter, message); });
     input.harmless = static_cast<size_t>(interrupting - input.messages.begin());
     return input.ended || interrupting != input.messages.end();
 }
