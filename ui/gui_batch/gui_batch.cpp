@@ -153,7 +153,9 @@ bool begin_again() {
     noise_seed = batch.options.seed;
     clear_vga();
     clear_sdram();
-    simulate_load(program.substr(0, program.rfind('.')) + ".k");
+    std::string source = program.substr(0, program.rfind('.'));
+    source += ".k";
+    simulate_load(source);
     set_all_words();
     prepare_answers();
     prepare_board();
