@@ -130,7 +130,7 @@ void set_words(const std::string& text) {
     for (std::string word; std::getline(values, word, ','); ++address) {
         const std::optional<int32_t> value = read_number(word);
         if (!value) {
-            throw usage_error_t{"--set: '" + word + "' in '" + text + "' is not a number"};
+            throw usage_error_t{std::string("--set: '").append(word) + "' in '" + text + "' is not a number"};
         }
         if (address >= MEMORY_SIZE) {
             throw usage_error_t{"--set: '" + text + "' goes beyond the memory"};
@@ -153,9 +153,7 @@ bool begin_again() {
     noise_seed = batch.options.seed;
     clear_vga();
     clear_sdram();
-    std::string source = program.substr(0, program.rfind('.'));
-    source += ".k";
-    simulate_load(source);
+    simulate_load(program.substr(0, program.rfind('.')) + ".k");
     set_all_words();
     prepare_answers();
     prepare_board();
