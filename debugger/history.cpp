@@ -352,20 +352,27 @@ bool history_search(moment_t before, const std::function<bool()>& found, const p
     leave_newest();
     moment_t end = std::min(before, history.newest);
     bool is_found = false;
+    moment_t begin = end;
+    // On the way to where a part of the search begins nothing is looked through.
+    bool is_on_its_way = true;
+    const auto of_all = [&](double share) {
+        const double part = is_on_its_way ? 0 : share * static_cast<double>(end - begin);
+        return progress((static_cast<double>(before - end) + part) /
+                        static_cast<double>(before - history_first()));
+    };
+    const progress_t of_search = progress ? progress_t(of_all) : nullptr;
     while (!is_found && end > history_first()) {
-        if (!begin_search_before(end, progress)) {
+        is_on_its_way = true;
+        if (!begin_search_before(end, of_search)) {
             break;
         }
-        const moment_t begin = now();
+        is_on_its_way = false;
+        begin = now();
         const uint64_t begin_us = stopwatch_us();
         if (begins) {
             begins();
         }
-        const auto of_all = [&](double share) {
-            const double done = static_cast<double>(before - end) + share * static_cast<double>(end - begin);
-            return progress(done / static_cast<double>(before - history_first()));
-        };
-        if (!repeat_until(end, false, progress ? progress_t(of_all) : nullptr)) {
+        if (!repeat_until(end, false, of_search)) {
             break;
         }
         adapt_search(stopwatch_us() - begin_us);
