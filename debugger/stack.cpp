@@ -128,8 +128,8 @@ void note_use(int32_t word, moment_t behind, const use_t& use) {
     if (uses.size() >= MOST_USES) {
         uses.erase(uses.begin());
     }
-    const auto [place, is_new] = uses.try_emplace(behind, use);
-    place->second.until = std::max(place->second.until, use.until);
+    use_t& known = uses.try_emplace(behind, use).first->second;
+    known.until = std::max(known.until, use.until);
 }
 
 // Makes known the last use of each word before a moment. Returns whether the progress has let it.
@@ -200,7 +200,9 @@ std::vector<last_use_t> last_uses(const words_sought_t& words, moment_t moment) 
 }
 
 void cut_off(std::vector<call_t>& stack, int32_t return_word) {
-    stack.erase(std::ranges::find(stack, return_word, &call_t::return_word), stack.end());
+    stack.erase(std::find_if(stack.begin(), stack.end(),
+                             [=](const call_t& call) { return call.return_word == return_word; }),
+                stack.end());
 }
 
 // Those that may be under way, the outermost first: whose last use was their call.
@@ -236,12 +238,12 @@ std::optional<std::vector<call_t>> find_stack(moment_t moment, const words_sough
         }
         // It is over if one that was under way then has been used since.
         const auto is_used_since = [&](const call_t& other) {
-            return std::ranges::any_of(uses, [&](const last_use_t& later) {
+            return std::any_of(uses.begin(), uses.end(), [&](const last_use_t& later) {
                 return later.behind > use.behind && later.call.return_word == other.return_word;
             });
         };
         std::vector<call_t> under_way = open_calls(words, call_moment);
-        if (depth > 0 && std::ranges::any_of(under_way, is_used_since)) {
+        if (depth > 0 && std::any_of(under_way.begin(), under_way.end(), is_used_since)) {
             std::optional<std::vector<call_t>> known = find_stack(call_moment, words, depth - 1, progress);
             if (!known) {
                 return std::nullopt;
@@ -249,7 +251,7 @@ std::optional<std::vector<call_t>> find_stack(moment_t moment, const words_sough
             under_way = std::move(*known);
         }
         cut_off(under_way, use.call.return_word);
-        if (std::ranges::none_of(under_way, is_used_since)) {
+        if (std::none_of(under_way.begin(), under_way.end(), is_used_since)) {
             stack.insert(stack.begin(), use.call);
         }
     }
