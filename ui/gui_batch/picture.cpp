@@ -1,6 +1,6 @@
 #include "ui/gui_batch/picture.h"
 
-#include <cstdint>
+#include <cstddef>
 #include <initializer_list>
 
 #include <png.h>
@@ -13,16 +13,13 @@ namespace {
 
 constexpr int BYTES_PER_PIXEL = 3;
 
-// Red, green and blue of each pixel, row by row, a byte each.
-std::string screen_bytes() {
-    take_screen_changes();
+// Red, green and blue of each pixel, a byte each.
+std::string bytes_of(std::span<const uint32_t> pixels) {
     std::string bytes;
-    bytes.reserve(static_cast<size_t>(VGA_WIDTH) * VGA_HEIGHT * BYTES_PER_PIXEL);
-    for (const auto& row : machine.vga_picture) {
-        for (const uint32_t pixel : row) {
-            for (const int shift : {16, 8, 0}) {
-                bytes += static_cast<char>(pixel >> shift & 0xff);
-            }
+    bytes.reserve(pixels.size() * BYTES_PER_PIXEL);
+    for (const uint32_t pixel : pixels) {
+        for (const int shift : {16, 8, 0}) {
+            bytes += static_cast<char>(pixel >> shift & 0xff);
         }
     }
     return bytes;
@@ -30,15 +27,15 @@ std::string screen_bytes() {
 
 } // namespace
 
-std::string png_of_screen(const std::string& name) {
+std::string png_of(std::span<const uint32_t> pixels, int width, const std::string& name) {
     png_image image{};
     image.version = PNG_IMAGE_VERSION;
-    image.width = VGA_WIDTH;
-    image.height = VGA_HEIGHT;
+    image.width = static_cast<png_uint_32>(width);
+    image.height = static_cast<png_uint_32>(pixels.size() / static_cast<size_t>(width));
     image.format = PNG_FORMAT_RGB;
     // Without filters: rectangles and noise gain nothing by them.
     image.flags = PNG_IMAGE_FLAG_FAST;
-    const std::string bytes = screen_bytes();
+    const std::string bytes = bytes_of(pixels);
     png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(image);
     std::string png(size, '\0');
     if (png_image_write_to_memory(&image, png.data(), &size, 0, bytes.data(), 0, nullptr) == 0) {
@@ -46,4 +43,9 @@ std::string png_of_screen(const std::string& name) {
     }
     png.resize(size);
     return png;
+}
+
+std::string png_of_screen(const std::string& name) {
+    take_screen_changes();
+    return png_of({machine.vga_picture[0], static_cast<size_t>(VGA_WIDTH) * VGA_HEIGHT}, VGA_WIDTH, name);
 }

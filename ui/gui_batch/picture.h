@@ -1,8 +1,14 @@
 #pragma once
 
-// The picture on the screen as an image file.
+// Pictures as image files.
 
+#include <cstdint>
+#include <span>
 #include <string>
 
-// The bytes of a PNG file of the screen. Throws tovik_error, which says for which file they were to be.
+// The bytes of a PNG file of pixels, 0xRRGGBB, row by row. Throws tovik_error, which says for which file they
+// were to be.
+std::string png_of(std::span<const uint32_t> pixels, int width, const std::string& name);
+
+// Of the picture on the screen.
 std::string png_of_screen(const std::string& name);
