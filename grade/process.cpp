@@ -1,0 +1,182 @@
+#include "grade/process.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <exception>
+#include <iterator>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "base/files.h"
+#include "base/machine.h"
+#include "host/clock.h"
+
+namespace {
+
+constexpr int EXIT_ANSWERED = 0;
+constexpr int EXIT_FAILED = 1; // the answer says why
+constexpr uint64_t US_PER_SECOND = 1'000'000;
+constexpr uint64_t US_PER_MS = 1000;
+constexpr size_t MOST_ANSWER = size_t{256} << 20; // bytes
+
+struct child_t {
+    size_t number;
+    pid_t pid;
+    int pipe;
+    uint64_t deadline_us;
+    std::string answer{};
+    bool late = false;
+};
+
+void limit(__rlimit_resource resource, size_t most, size_t more = 0) {
+    const rlimit bound = {most, most + more};
+    setrlimit(resource, &bound);
+}
+
+[[noreturn]] void be_child(const bounds_t& bounds, const work_t& work, int pipe, pid_t parent) {
+    // Whoever waits for the answer may be ended.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent) {
+        _exit(EXIT_FAILED);
+    }
+    // Ctrl+C is for the one that waits.
+    setpgid(0, 0);
+    limit(RLIMIT_CPU, static_cast<size_t>(bounds.processor_seconds), 1); // the signal of the first is SIGXCPU
+    limit(RLIMIT_AS, bounds.memory_bytes);
+    limit(RLIMIT_FSIZE, bounds.file_bytes);
+    limit(RLIMIT_CORE, 0);
+    int status = EXIT_ANSWERED;
+    std::string answer;
+    try {
+        answer = work();
+    } catch (const tovik_error& error) {
+        answer = error.message;
+        status = EXIT_FAILED;
+    } catch (const std::exception& error) {
+        answer = error.what();
+        status = EXIT_FAILED;
+    }
+    _exit(write_all(pipe, answer) == 0 ? status : EXIT_FAILED);
+}
+
+child_t begin_child(size_t number, const bounds_t& bounds, const work_t& work) {
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+        throw tovik_error("can't make a pipe: " + system_error_text(errno));
+    }
+    auto [from, to] = ends;
+    const pid_t self = getpid();
+    const pid_t pid = fork();
+    if (pid == 0) {
+        be_child(bounds, work, to, self);
+    }
+    const int error = errno;
+    setpgid(pid, pid); // before anything can be sent to its group
+    close_file(to);
+    if (pid < 0) {
+        close_file(from);
+        throw tovik_error("can't make a process: " + system_error_text(error));
+    }
+    return {number, pid, from, stopwatch_us() + static_cast<uint64_t>(bounds.seconds) * US_PER_SECOND};
+}
+
+uint64_t microseconds(const timeval& time) {
+    return static_cast<uint64_t>(time.tv_sec) * US_PER_SECOND + static_cast<uint64_t>(time.tv_usec);
+}
+
+// The child has closed its pipe, or is to be ended.
+ended_t end_child(child_t& child) {
+    close_file(child.pipe);
+    kill(-child.pid, SIGKILL); // what it has started, too; it itself has only to exit
+    int status = 0;
+    rusage used{};
+    while (wait4(child.pid, &status, 0, &used) < 0 && errno == EINTR) {
+    }
+    ended_t ended{ending_e::FAILED, {}, {}, microseconds(used.ru_utime) + microseconds(used.ru_stime)};
+    const int signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+    if (child.late || signal == SIGXCPU) {
+        ended.ending = ending_e::OUT_OF_TIME;
+    } else if (signal != 0) {
+        ended.why = std::string("ended by signal ") + sigabbrev_np(signal);
+    } else if (WEXITSTATUS(status) != EXIT_ANSWERED) {
+        ended.why =
+            child.answer.empty() ? "exit status " + std::to_string(WEXITSTATUS(status)) : child.answer;
+    } else {
+        ended.ending = ending_e::ANSWERED;
+        ended.answer = std::move(child.answer);
+    }
+    return ended;
+}
+
+// Returns whether there may be more.
+bool take_some(child_t& child) {
+    std::array<char, 65536> buffer{};
+    const ssize_t count = read_some(child.pipe, buffer.data(), buffer.size());
+    if (count > 0) {
+        child.answer.append(buffer.data(), static_cast<size_t>(count));
+    }
+    return count > 0 && child.answer.size() <= MOST_ANSWER;
+}
+
+// Waits until one of them has something to say or is out of time. Returns those that are over.
+std::vector<child_t> wait_for_some(std::vector<child_t>& children) {
+    std::vector<pollfd> pipes;
+    uint64_t next_us = UINT64_MAX;
+    for (const child_t& child : children) {
+        pipes.push_back({child.pipe, POLLIN, 0});
+        next_us = std::min(next_us, child.deadline_us);
+    }
+    const uint64_t now_us = stopwatch_us();
+    const uint64_t wait_ms = next_us <= now_us ? 0 : (next_us - now_us) / US_PER_MS + 1;
+    poll(pipes.data(), pipes.size(), static_cast<int>(std::min<uint64_t>(wait_ms, 60000)));
+    std::vector<child_t> over;
+    for (size_t i = children.size(); i-- > 0;) {
+        child_t& child = children[i];
+        child.late = stopwatch_us() >= child.deadline_us;
+        if (child.late || (pipes[i].revents != 0 && !take_some(child))) {
+            over.push_back(std::move(child));
+            children.erase(children.begin() + static_cast<std::ptrdiff_t>(i));
+        }
+    }
+    return over;
+}
+
+} // namespace
+
+ended_t run_apart(const bounds_t& bounds, const work_t& work) {
+    std::vector<child_t> children;
+    children.push_back(begin_child(0, bounds, work));
+    std::vector<child_t> over;
+    while (over.empty()) {
+        over = wait_for_some(children);
+    }
+    return end_child(over.front());
+}
+
+void run_many(size_t count, int at_once, const bounds_t& bounds,
+              const std::function<work_t(size_t number)>& work,
+              const std::function<bool(size_t number, ended_t ended)>& done) {
+    std::vector<child_t> children;
+    size_t next = 0;
+    bool goes_on = true;
+    while ((goes_on && next < count) || !children.empty()) {
+        while (goes_on && next < count && children.size() < static_cast<size_t>(at_once)) {
+            children.push_back(begin_child(next, bounds, work(next)));
+            ++next;
+        }
+        for (child_t& child : wait_for_some(children)) {
+            goes_on &= done(child.number, end_child(child));
+        }
+    }
+}

@@ -1,0 +1,35 @@
+#pragma once
+
+// What a run has shown, to be compared with what is expected.
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "grade/pictures.h"
+#include "grade/sounds.h"
+#include "grade/task.h"
+
+struct seen_t {
+    nlohmann::json report;              // as `tovik-run` has it
+    std::vector<nlohmann::json> events; // likewise
+    picture_t picture;                  // these where a check needs them
+    sound_t sound;
+    std::map<std::string, std::vector<int32_t>> words;
+};
+
+// What the checks of a case have to look at beside the report.
+struct wanted_t {
+    bool events = false;
+    bool picture = false;
+    bool sound = false;
+    words_t words; // labels, and how many words from there on
+};
+wanted_t wanted_by(const case_t& one);
+
+// For a pipe.
+std::string to_bytes(const seen_t& seen);
+seen_t seen_of(const std::string& bytes);

@@ -1,0 +1,291 @@
+#include "grade/verdict.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <iterator>
+#include <string_view>
+#include <utility>
+
+#include <re2/re2.h>
+
+#include "grade/command.h"
+
+namespace {
+
+// More than anyone reads in a table.
+constexpr size_t LONGEST_TEXT = 200;
+
+constexpr double PITCH_TOLERANCE = 0.02;
+constexpr double PITCH_SECONDS = 0.5; // the stretches of which the pitches are compared
+
+std::string number(double value, int digits) {
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), "%.*f", digits, value);
+    return text.data();
+}
+
+// At a character's beginning.
+std::string shortened(std::string text) {
+    if (text.size() > LONGEST_TEXT) {
+        size_t end = LONGEST_TEXT;
+        while ((text[end] & 0xc0) == 0x80) {
+            --end;
+        }
+        text.resize(end);
+        text += "...";
+    }
+    return text;
+}
+
+std::string shown(const nlohmann::json& value) {
+    return value.is_null() ? "nothing" : value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+// What is blank at the ends of lines and of the text cannot be seen.
+std::string without_blank_ends(const std::string& text) {
+    std::string result;
+    size_t visible = 0;
+    for (const char c : text) {
+        if (c == '\n') {
+            result.resize(visible);
+        }
+        result += c;
+        if (c == '\n') {
+            visible = result.size();
+        } else if (c != ' ' && c != '\t') {
+            visible = result.size();
+        }
+    }
+    result.resize(visible);
+    while (result.ends_with('\n')) {
+        result.pop_back();
+    }
+    return result;
+}
+
+std::string text_of(const text_rule_t& rule, const seen_t& seen) {
+    if (rule.where == text_rule_t::where_e::SERIAL) {
+        return seen.report.at("serial_output").get<std::string>();
+    }
+    const nlohmann::json& lines = seen.report.at("lcd");
+    return lines.at(0).get<std::string>() + "\n" + lines.at(1).get<std::string>();
+}
+
+verdict_t judge_one(const field_rule_t& rule, const seen_t& seen, const seen_t* /*reference*/) {
+    const nlohmann::json found = seen.report.value(rule.key, nlohmann::json());
+    return {found == rule.value, rule.key + " " + shown(rule.value), shown(found)};
+}
+
+verdict_t judge_one(const text_rule_t& rule, const seen_t& seen, const seen_t* /*reference*/) {
+    const std::string text = without_blank_ends(text_of(rule, seen));
+    const std::string seen_text = shortened(shown(text));
+    switch (rule.how) {
+    case text_rule_t::how_e::EQUALS:
+        return {text == without_blank_ends(rule.text), shown(rule.text), seen_text};
+    case text_rule_t::how_e::CONTAINS:
+        return {text.find(rule.text) != std::string::npos, "a text with " + shown(rule.text), seen_text};
+    case text_rule_t::how_e::MATCHES:
+        break;
+    }
+    return {RE2::PartialMatch(text, rule.text), "a text that matches " + shown(rule.text), seen_text};
+}
+
+std::string listed(const std::vector<int32_t>& values) {
+    std::string text;
+    for (const int32_t value : values) {
+        text += (text.empty() ? "" : ", ") + std::to_string(value);
+    }
+    return shortened(text);
+}
+
+// Tells of the first label whose words are others.
+verdict_t judge_one(const words_rule_t& rule, const seen_t& seen, const seen_t* /*reference*/) {
+    verdict_t verdict{true};
+    for (const auto& [label, values] : rule.words) {
+        const auto found = seen.words.find(label);
+        if (found == seen.words.end()) {
+            return {false, "a label " + label, "no such label"};
+        }
+        if (found->second != values && verdict.passed) {
+            verdict = {false, label + " " + listed(values), listed(found->second)};
+        }
+        verdict.expected +=
+            verdict.passed ? (verdict.expected.empty() ? "" : "; ") + label + " " + listed(values) : "";
+    }
+    verdict.seen = verdict.passed ? "that" : verdict.seen;
+    return verdict;
+}
+
+verdict_t judge_one(const instructions_rule_t& rule, const seen_t& seen, const seen_t* /*reference*/) {
+    const auto count = seen.report.at("instructions").get<int64_t>();
+    return {count <= rule.most, "at most " + std::to_string(rule.most) + " instructions",
+            std::to_string(count)};
+}
+
+verdict_t judge_one(const picture_rule_t& rule, const seen_t& seen, const seen_t* reference) {
+    const picture_t expected = rule.file.empty() ? reference->picture : read_png(rule.file);
+    comparison_t comparison = compare(seen.picture, expected, rule);
+    const bool passed = comparison.equal >= rule.share;
+    verdict_t verdict{passed, "a picture of which " + number(100 * rule.share, 2) + " % are right",
+                      number(std::floor(10000 * comparison.equal) / 100, 2) + " %"};
+    if (!passed) {
+        verdict.picture = std::move(comparison.marked);
+    }
+    return verdict;
+}
+
+// ---- Sound
+
+struct remarks_t {
+    std::string expected;
+    std::string seen;
+};
+
+void remark(remarks_t& remarks, const std::string& expected, const std::string& seen) {
+    remarks.expected += (remarks.expected.empty() ? "" : "; ") + expected;
+    remarks.seen += (remarks.seen.empty() ? "" : "; ") + seen;
+}
+
+std::string hertz(double pitch) { return pitch == 0 ? "silence" : number(pitch, 0) + " Hz"; }
+
+void check_pitch(const sound_t& sound, const pitch_t& pitch, remarks_t& remarks) {
+    const double found = pitch_of(sound, pitch.from, std::min(pitch.to, seconds_of(sound)));
+    if (std::abs(found - pitch.hz) > pitch.tolerance * pitch.hz) {
+        const std::string at = " at " + number(pitch.from, 2) + " s";
+        remark(remarks, hertz(pitch.hz) + at, hertz(found) + at);
+    }
+}
+
+void check_seconds(const sound_t& sound, double seconds, double tolerance, remarks_t& remarks) {
+    if (std::abs(seconds_of(sound) - seconds) > tolerance) {
+        remark(remarks, number(seconds, 2) + " s of sound", number(seconds_of(sound), 2) + " s");
+    }
+}
+
+void check_like(const sound_t& sound, const sound_t& expected, double tolerance, remarks_t& remarks) {
+    check_seconds(sound, seconds_of(expected), tolerance, remarks);
+    for (double from = 0; from + PITCH_SECONDS / 2 < seconds_of(expected); from += PITCH_SECONDS) {
+        const double to = from + PITCH_SECONDS;
+        check_pitch(sound, {from, to, pitch_of(expected, from, to), PITCH_TOLERANCE}, remarks);
+    }
+}
+
+verdict_t judge_one(const sound_rule_t& rule, const seen_t& seen, const seen_t* reference) {
+    remarks_t remarks;
+    if (rule.seconds) {
+        check_seconds(seen.sound, *rule.seconds, rule.tolerance, remarks);
+    }
+    for (const pitch_t& pitch : rule.pitches) {
+        check_pitch(seen.sound, pitch, remarks);
+    }
+    if (rule.reference) {
+        check_like(seen.sound, reference->sound, rule.tolerance, remarks);
+    }
+    if (!rule.file.empty()) {
+        check_like(seen.sound, read_sound(rule.file), rule.tolerance, remarks);
+    }
+    const bool passed = remarks.expected.empty();
+    return {passed, passed ? "the sound that was asked for" : remarks.expected,
+            passed ? "that" : shortened(remarks.seen)};
+}
+
+// ---- Events
+
+// What the displays and lamps show after an event.
+void follow(nlohmann::json& shown_now, const nlohmann::json& event) {
+    const std::string what = event.at("event").get<std::string>();
+    if (event.contains("digits")) {
+        shown_now[what] = event["digits"];
+    } else if (event.contains("value")) {
+        shown_now[what] = event["value"];
+    }
+}
+
+bool shows_all(const nlohmann::json& shown_now, const moment_rule_t& moment) {
+    return std::all_of(moment.shows.begin(), moment.shows.end(), [&](const auto& one) {
+        return shown_now.value(one.first, nlohmann::json()) == one.second;
+    });
+}
+
+std::string described(const moment_rule_t& moment) {
+    std::string text;
+    for (const auto& [key, value] : moment.shows) {
+        text += (text.empty() ? "" : ", ") + key + " " + shown(value);
+    }
+    if (moment.after_ms) {
+        text += " after " + number(*moment.after_ms, 1) + " ms or more";
+    }
+    if (moment.within_ms) {
+        text += " within " + number(*moment.within_ms, 1) + " ms";
+    }
+    return text;
+}
+
+verdict_t judge_one(const events_rule_t& rule, const seen_t& seen, const seen_t* /*reference*/) {
+    constexpr double MS_PER_SECOND = 1000;
+    nlohmann::json shown_now = {{"hex74", "0000"}, {"hex30", "0000"}, {"led_red", 0}, {"led_green", 0}};
+    auto event = seen.events.begin();
+    double then_ms = 0;
+    for (const moment_rule_t& moment : rule.moments) {
+        double now_ms = then_ms;
+        while (!shows_all(shown_now, moment) && event != seen.events.end()) {
+            now_ms = event->at("time").get<double>() * MS_PER_SECOND;
+            follow(shown_now, *event);
+            ++event;
+        }
+        const double passed_ms = now_ms - then_ms;
+        if (!shows_all(shown_now, moment)) {
+            return {false, described(moment), "never"};
+        }
+        if (passed_ms < moment.after_ms.value_or(0) || (moment.within_ms && passed_ms > *moment.within_ms)) {
+            return {false, described(moment), "after " + number(passed_ms, 1) + " ms"};
+        }
+        then_ms = now_ms;
+    }
+    return {true, "all in this order", "that"};
+}
+
+verdict_t judge_one(const command_rule_t& rule, const seen_t& /*seen*/, const seen_t* /*reference*/) {
+    const command_result_t result = run_command(rule);
+    return {result.status == 0, rule.words.front() + " says yes", result.text};
+}
+
+// ---- Like the reference
+
+verdict_t judge_same(const std::string& what, const seen_t& seen, const seen_t& reference) {
+    if (what == "picture") {
+        return judge_one(picture_rule_t{}, seen, &reference);
+    }
+    if (what == "sound") {
+        sound_rule_t rule;
+        rule.reference = true;
+        return judge_one(rule, seen, &reference);
+    }
+    if (what == "lcd" || what == "serial") {
+        text_rule_t rule{what == "lcd" ? text_rule_t::where_e::LCD : text_rule_t::where_e::SERIAL,
+                         text_rule_t::how_e::EQUALS, ""};
+        rule.text = text_of(rule, reference);
+        return judge_one(rule, seen, nullptr);
+    }
+    return judge_one(field_rule_t{what, reference.report.at(what)}, seen, nullptr);
+}
+
+verdict_t judge_one(const same_rule_t& rule, const seen_t& seen, const seen_t* reference) {
+    std::string all;
+    for (const std::string& what : rule.what) {
+        verdict_t verdict = judge_same(what, seen, *reference);
+        if (!verdict.passed) {
+            return verdict;
+        }
+        all += (all.empty() ? "" : ", ") + what;
+    }
+    return {true, all + " as the reference", "that"};
+}
+
+} // namespace
+
+verdict_t judge(const rule_t& rule, const seen_t& seen, const seen_t* reference) {
+    return std::visit([&](const auto& one) { return judge_one(one, seen, reference); }, rule);
+}

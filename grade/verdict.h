@@ -1,0 +1,19 @@
+#pragma once
+
+// Whether a run has shown what was expected.
+
+#include <optional>
+#include <string>
+
+#include "grade/seen.h"
+#include "grade/task.h"
+
+struct verdict_t {
+    bool passed = false;
+    std::string expected{}; // in words, for people
+    std::string seen{};
+    std::optional<picture_t> picture{}; // what differs, for a picture that is wrong
+};
+
+// The reference is null where a case has none. What a check of `command` needs is in the current folder.
+verdict_t judge(const rule_t& rule, const seen_t& seen, const seen_t* reference);
