@@ -1,0 +1,229 @@
+#include "grade/submission.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "base/files.h"
+#include "base/machine.h"
+#include "language/warnings.h"
+
+namespace {
+
+// More than any program that fits into the memory needs.
+constexpr off_t MOST_BYTES_OF_A_SOURCE = 1 << 20;
+
+bool is_there(const std::filesystem::path& path) {
+    std::error_code unknown;
+    return std::filesystem::symlink_status(path, unknown).type() != std::filesystem::file_type::not_found;
+}
+
+std::string printable(std::string name) {
+    std::replace_if(
+        name.begin(), name.end(), [](char c) { return std::iscntrl(static_cast<unsigned char>(c)) != 0; },
+        '?');
+    return name;
+}
+
+submission_t submission_of(std::filesystem::path folder) {
+    // "class/ada/" is ada's.
+    if (!folder.has_filename()) {
+        folder = folder.parent_path();
+    }
+    return {printable(folder.filename().string()), folder.string()};
+}
+
+std::vector<submission_t> folders_in(const std::filesystem::path& folder) {
+    std::vector<submission_t> found;
+    std::error_code unknown;
+    for (const auto& entry : std::filesystem::directory_iterator(folder, unknown)) {
+        if (entry.is_directory(unknown) && !entry.path().filename().string().starts_with('.')) {
+            found.push_back(submission_of(entry.path()));
+        }
+    }
+    std::sort(found.begin(), found.end(),
+              [](const submission_t& one, const submission_t& other) { return one.folder < other.folder; });
+    return found;
+}
+
+// What an errno says of a student's folder, or of the machine.
+handed_in_t not_opened(const std::string& what, int error) {
+    switch (error) {
+    case ELOOP:
+    case EMLINK:
+        return {{}, what + " is a link", {}};
+    case ENOENT:
+        return {{}, "no " + what, {}};
+    case ENOTDIR:
+        return {{}, what + " is not a folder", {}};
+    default:
+        return {{}, {}, what + ": " + system_error_text(error)};
+    }
+}
+
+bool is_same_state(const struct stat& one, const struct stat& other) {
+    return one.st_size == other.st_size && one.st_mtim.tv_sec == other.st_mtim.tv_sec &&
+           one.st_mtim.tv_nsec == other.st_mtim.tv_nsec;
+}
+
+handed_in_t read_source(int file, const std::string& source) {
+    struct stat before {};
+    if (fstat(file, &before) != 0) {
+        return not_opened(source, errno);
+    }
+    if (!S_ISREG(before.st_mode)) {
+        return {{}, source + " is not a file", {}};
+    }
+    if (before.st_size > MOST_BYTES_OF_A_SOURCE) {
+        return {{}, source + " is larger than a megabyte", {}};
+    }
+    std::string text(static_cast<size_t>(before.st_size) + 1, '\0');
+    const ssize_t count = read_full(file, text, 0);
+    struct stat after {};
+    if (count < 0 || fstat(file, &after) != 0) {
+        return not_opened(source, errno);
+    }
+    if (count != before.st_size || !is_same_state(before, after)) {
+        return {{}, {}, source + " has changed while it was read"};
+    }
+    text.resize(static_cast<size_t>(count));
+    return {std::move(text), {}, {}};
+}
+
+} // namespace
+
+std::vector<submission_t> find_submissions(const std::vector<std::string>& folders,
+                                           const std::string& source) {
+    std::vector<submission_t> all;
+    for (const std::string& folder : folders) {
+        const std::vector<submission_t> inside = is_there(std::filesystem::path(folder) / source)
+                                                     ? std::vector<submission_t>{}
+                                                     : folders_in(folder);
+        if (inside.empty()) {
+            all.push_back(submission_of(folder));
+        } else {
+            all.insert(all.end(), inside.begin(), inside.end());
+        }
+    }
+    return all;
+}
+
+handed_in_t read_submission(const submission_t& submission, const std::string& source) {
+    int folder = open(submission.folder.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (folder < 0) {
+        return not_opened("the folder", errno);
+    }
+    int file = openat(folder, source.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    const int error = errno;
+    close_file(folder);
+    if (file < 0) {
+        return not_opened(source, error);
+    }
+    handed_in_t handed_in = read_source(file, source);
+    close_file(file);
+    return handed_in;
+}
+
+library_t read_library(const task_t& task) {
+    library_t library;
+    for (const std::string& name : task.library) {
+        const std::string path = (std::filesystem::path(task.folder) / name).string();
+        std::ifstream file = open_stream(path);
+        const int error = errno;
+        if (!file.is_open()) {
+            throw tovik_error(cant_open_text(path, error));
+        }
+        library[std::filesystem::path(name).lexically_normal().string()] =
+            std::string{std::istreambuf_iterator<char>(file), {}};
+    }
+    return library;
+}
+
+program_text_t analyse_submission(const std::string& source, const std::string& text,
+                                  const library_t& library) {
+    program_text_t program;
+    program.analysis = analyse(source, [&](const std::string& name) -> file_text_t {
+        if (name == source) {
+            return {text, 0, true};
+        }
+        const auto file = library.find(std::filesystem::path(name).lexically_normal().string());
+        if (file != library.end()) {
+            return {file->second, 0, true};
+        }
+        program.forbidden = program.forbidden.empty() ? printable(name) : program.forbidden;
+        return {{}, EACCES, false};
+    });
+    if (program.analysis.diagnostics.faults == 0) {
+        add_warnings(program.analysis);
+    }
+    return program;
+}
+
+namespace {
+
+verdict_t judge_one(const size_rule_t& rule, const analysis_t& analysis) {
+    const auto is_set = [](const word_t& word) { return word.kind != word_e::NONE; };
+    const auto words = std::count_if(analysis.map.words.begin(), analysis.map.words.end(), is_set);
+    return {words <= rule.most, "at most " + std::to_string(rule.most) + " words",
+            std::to_string(words) + " words"};
+}
+
+std::string place(const source_map_t& map, const statement_t& statement) {
+    return map.files[statement.file].name + ":" + std::to_string(statement.line);
+}
+
+// In what is handed in; the library may use all.
+verdict_t judge_one(const forbidden_rule_t& rule, const analysis_t& analysis) {
+    std::string names;
+    for (const std::string& name : rule.operations) {
+        names += (names.empty() ? "no " : ", no ") + name;
+    }
+    for (const statement_t& statement : analysis.map.statements) {
+        if (statement.file == 0 && statement.operation != nullptr &&
+            std::find(rule.operations.begin(), rule.operations.end(), statement.operation->name) !=
+                rule.operations.end()) {
+            return {false, names,
+                    std::string(statement.operation->name) + " in " + place(analysis.map, statement)};
+        }
+    }
+    return {true, names, "none"};
+}
+
+verdict_t judge_one(const labels_rule_t& rule, const analysis_t& analysis) {
+    for (const std::string& name : rule.labels) {
+        const uint32_t label = find_label(analysis.map, name);
+        if (label == NOTHING) {
+            return {false, "a label " + name, "no such label"};
+        }
+        if (analysis.map.labels[label].use_count == 0) {
+            return {false, "a label " + name + " that is used", "it is never used"};
+        }
+    }
+    return {true, "the labels that were asked for", "they are there"};
+}
+
+verdict_t judge_one(const warnings_rule_t& rule, const analysis_t& analysis) {
+    for (const diagnostic_t& one : analysis.diagnostics.list) {
+        if (one.place.file == 0 && (rule.codes.empty() || std::find(rule.codes.begin(), rule.codes.end(),
+                                                                    one.code) != rule.codes.end())) {
+            return {false, "no warnings",
+                    analysis.map.files[0].name + ":" + std::to_string(one.place.line) + ": " + one.message};
+        }
+    }
+    return {true, "no warnings", "none"};
+}
+
+} // namespace
+
+verdict_t judge_source(const source_rule_t& rule, const analysis_t& analysis) {
+    return std::visit([&](const auto& one) { return judge_one(one, analysis); }, rule);
+}

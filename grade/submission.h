@@ -1,0 +1,50 @@
+#pragma once
+
+// What students have handed in. All of it is hostile until shown otherwise: it is read once, links are not
+// followed, and what it wants to include is looked at before anything is opened.
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "assembler/analyse.h"
+#include "grade/task.h"
+#include "grade/verdict.h"
+
+// One student's folder.
+struct submission_t {
+    std::string student; // its name, with "?" for each control character
+    std::string folder;
+};
+
+// Of the folders that were named: one that has other folders, but no source, stands for each of these, by
+// name.
+std::vector<submission_t> find_submissions(const std::vector<std::string>& folders,
+                                           const std::string& source);
+
+// A file as it was handed in.
+struct handed_in_t {
+    std::string text;
+    std::string fault;   // of the student's: there is nothing to grade; empty: there is
+    std::string trouble; // of the machine's: it could not be read
+};
+
+handed_in_t read_submission(const submission_t& submission, const std::string& source);
+
+// By the names with which they may be included.
+using library_t = std::map<std::string, std::string>;
+
+// Reads the files of a task's library. Throws tovik_error.
+library_t read_library(const task_t& task);
+
+struct program_text_t {
+    analysis_t analysis;   // with the warnings, if it has no faults
+    std::string forbidden; // the first file that it may not include
+};
+
+// Nothing but the library's files is included.
+program_text_t analyse_submission(const std::string& source, const std::string& text,
+                                  const library_t& library);
+
+// Of a source without faults.
+verdict_t judge_source(const source_rule_t& rule, const analysis_t& analysis);
