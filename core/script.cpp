@@ -254,6 +254,10 @@ event_t parse_event(rest_t rest) {
 
 std::vector<event_t> read_script(const std::string& file_name) {
     std::ifstream file(file_name);
+    return read_script(file, file_name);
+}
+
+std::vector<event_t> read_script(std::istream& file, const std::string& file_name) {
     std::vector<event_t> events;
     std::string line;
     int line_number = 0;

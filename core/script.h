@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <iosfwd>
 #include <string>
 #include <vector>
 
@@ -16,3 +17,6 @@ struct event_t {
 
 // Reads a script. Throws tovik_error when it cannot be read or a line is malformed.
 std::vector<event_t> read_script(const std::string& file_name);
+
+// Reads one from elsewhere; messages call it by its name.
+std::vector<event_t> read_script(std::istream& script, const std::string& name);

@@ -13,7 +13,7 @@ bool is_among(const same_rule_t& rule, const char* what) {
 
 wanted_t wanted_by(const case_t& one) {
     wanted_t wanted;
-    for (const check_t<rule_t>& check : one.checks) {
+    for (const task_check_t<rule_t>& check : one.checks) {
         const auto* const same = std::get_if<same_rule_t>(&check.rule);
         wanted.events |= std::holds_alternative<events_rule_t>(check.rule);
         wanted.picture |= std::holds_alternative<picture_rule_t>(check.rule) ||

@@ -26,7 +26,7 @@ struct wanted_t {
     bool events = false;
     bool picture = false;
     bool sound = false;
-    words_t words; // labels, and how many words from there on
+    labelled_words_t words; // labels, and how many words from there on
 };
 wanted_t wanted_by(const case_t& one);
 

@@ -13,7 +13,7 @@
 #include <nlohmann/json.hpp>
 
 // Words of the memory by labels, each the first of some.
-using words_t = std::vector<std::pair<std::string, std::vector<int32_t>>>;
+using labelled_words_t = std::vector<std::pair<std::string, std::vector<int32_t>>>;
 
 // ---- What a run is to have shown
 
@@ -30,7 +30,7 @@ struct text_rule_t {
 };
 
 struct words_rule_t {
-    words_t words;
+    labelled_words_t words;
 };
 
 struct instructions_rule_t {
@@ -107,7 +107,7 @@ using source_rule_t = std::variant<size_rule_t, forbidden_rule_t, labels_rule_t,
 
 // ---- The task
 
-template <typename some_rule_t> struct check_t {
+template <typename some_rule_t> struct task_check_t {
     std::string name; // as the results call it
     some_rule_t rule;
     double points = 1;
@@ -122,7 +122,7 @@ struct input_t {
     std::vector<std::string> cards; // files
     std::vector<std::string> recordings;
     std::vector<std::string> movies;
-    words_t set;
+    labelled_words_t set;
 };
 
 struct case_t {
@@ -132,7 +132,7 @@ struct case_t {
     std::vector<int64_t> seeds;
     std::string reference; // a source; empty: none
     input_t input;
-    std::vector<check_t<rule_t>> checks;
+    std::vector<task_check_t<rule_t>> checks;
 };
 
 struct task_t {
@@ -142,7 +142,7 @@ struct task_t {
     std::vector<std::string> library; // what it may include
     std::string visibility;           // of tests that are not hidden, as Gradescope calls it
     std::optional<double> points;     // what all checks together are worth; none: the sum of theirs
-    std::vector<check_t<source_rule_t>> source_checks;
+    std::vector<task_check_t<source_rule_t>> source_checks;
     std::vector<case_t> cases;
 };
 

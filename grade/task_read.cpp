@@ -63,8 +63,8 @@ nlohmann::json read_value(settings_t& settings, std::string_view key) {
     return nullptr;
 }
 
-words_t read_words(settings_t& settings, std::string_view key) {
-    words_t words;
+labelled_words_t read_words(settings_t& settings, std::string_view key) {
+    labelled_words_t words;
     std::optional<settings_t> table = read_table(settings, key);
     if (!table) {
         return words;
@@ -313,8 +313,8 @@ constexpr form_t<source_rule_t> SOURCE_FORMS[] = {
 
 template <typename some_rule_t>
 void read_check(settings_t& settings, std::span<const form_t<some_rule_t>> forms,
-                std::vector<check_t<some_rule_t>>& checks) {
-    check_t<some_rule_t> check{};
+                std::vector<task_check_t<some_rule_t>>& checks) {
+    task_check_t<some_rule_t> check{};
     size_t rules = 0;
     for (const auto& [key, read] : forms) {
         if (find(settings, key) != nullptr) {
@@ -386,7 +386,7 @@ defaults_t read_defaults(settings_t& settings, const defaults_t& otherwise) {
     return defaults;
 }
 
-bool needs_reference(const check_t<rule_t>& check) {
+bool needs_reference(const task_check_t<rule_t>& check) {
     if (const auto* const picture = std::get_if<picture_rule_t>(&check.rule)) {
         return picture->file.empty();
     }

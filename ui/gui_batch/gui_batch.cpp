@@ -164,7 +164,7 @@ bool begin_again() {
 // Only where nothing but the script, the console and files that stay as they are have come from outside.
 std::optional<writer_t> find_writer(int32_t address) {
     const options_t& options = batch.options;
-    const bool is_alone = options.sd_files.empty() && options.serial_names.empty() && !options.live_sound &&
+    const bool is_alone = options.runs_again && options.sd_files.empty() && options.serial_names.empty() && !options.live_sound &&
                           !options.live_camera && !is_interrupted();
     return is_alone && machine.instr_count <= MOST_DONE_AGAIN &&
                    batch.console_input.size() < MOST_CONSOLE_INPUT
@@ -241,7 +241,7 @@ std::string report() {
 
 // Returns whether it went well.
 bool write_report() {
-    if (batch.options.report_format == "none") {
+    if (batch.options.report_format == "none" || batch.options.report_is_kept) {
         return true;
     }
     if (batch.options.report_file) {
@@ -508,6 +508,8 @@ int run_batch(const options_t& options, const labels_t& labels, places_t places,
 }
 
 bool run_has_begun() { return batch.begun; }
+
+std::string run_report() { return report(); }
 
 bool gui_events_pending() {
     fill_up_step_count();

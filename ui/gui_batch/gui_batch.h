@@ -2,6 +2,7 @@
 
 // The front end of tovik-run: input from a script, output into a report.
 
+#include <string>
 #include <vector>
 
 #include "core/script.h"
@@ -15,3 +16,6 @@ int run_batch(const options_t& options, const labels_t& labels, places_t places,
 
 // Whether the program has begun to run: what goes wrong since then is no fault of the usage.
 bool run_has_begun();
+
+// The report of the run that is over.
+std::string run_report();

@@ -37,6 +37,8 @@ struct options_t {
     bool console = false;
     std::string report_format = "text";
     std::optional<std::string> report_file; // standard output otherwise
+    bool report_is_kept = false;            // for `run_report`, and not written
+    bool runs_again = true;                 // to find out who wrote what has failed
 };
 
 // Reads the command line. Nothing after --help and --version, which it answers itself. Throws usage_error_t

@@ -1,0 +1,187 @@
+#include "grade/run.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <utility>
+
+#include "assembler/labels.h"
+#include "base/files.h"
+#include "base/machine.h"
+#include "base/noise.h"
+#include "base/saved_file.h"
+#include "core/engine.h"
+#include "core/memory.h"
+#include "core/script.h"
+#include "core/simulate.h"
+#include "devices/audio.h"
+#include "devices/save.h"
+#include "devices/sdram.h"
+#include "devices/vga.h"
+#include "ui/gui_batch/gui_batch.h"
+#include "ui/gui_batch/picture.h"
+#include "ui/gui_batch/usage.h"
+
+namespace {
+
+constexpr const char* EVENTS_FILE = "events.jsonl";
+
+labels_t labels_of(const source_map_t& map) {
+    labels_t labels;
+    for (const label_t& label : map.labels) {
+        labels.emplace(name_of(map, label), label.address);
+    }
+    return labels;
+}
+
+// As the loader leaves it.
+void load(const source_map_t& map) {
+    clear_memory();
+    for (size_t address = 0; address < map.words.size(); ++address) {
+        if (map.words[address].kind != word_e::NONE) {
+            machine.memory[address] = map.words[address].value;
+            machine.modified[address] = true;
+        }
+    }
+    forget_proofs();
+    reset_machine();
+}
+
+std::string set_text(const std::pair<std::string, std::vector<int32_t>>& words) {
+    std::string text = words.first;
+    for (const int32_t value : words.second) {
+        text += (&value == words.second.data() ? '=' : ',') + std::to_string(value);
+    }
+    return text;
+}
+
+// A card is written to.
+std::string copy_here(const std::string& file, size_t number) {
+    const std::string name = "card" + std::to_string(number);
+    std::error_code error;
+    std::filesystem::copy_file(file, name, error);
+    if (error) {
+        throw tovik_error("can't copy " + file + ": " + error.message());
+    }
+    return name;
+}
+
+options_t options_for(const std::string& source, const case_t& one, uint64_t seed, const wanted_t& wanted) {
+    options_t options;
+    options.program = source;
+    options.limit = one.limit;
+    options.switches = one.input.switches;
+    options.seed = seed;
+    std::transform(one.input.set.begin(), one.input.set.end(), std::back_inserter(options.set), set_text);
+    options.mic_files = one.input.recordings;
+    options.camera_files = one.input.movies;
+    for (const std::string& card : one.input.cards) {
+        options.sd_files.push_back(copy_here(card, options.sd_files.size()));
+    }
+    if (wanted.events) {
+        options.events_file = EVENTS_FILE;
+    }
+    options.report_format = "json";
+    options.report_is_kept = true;
+    options.runs_again = false;
+    return options;
+}
+
+std::vector<nlohmann::json> read_events() {
+    std::ifstream file(EVENTS_FILE);
+    std::vector<nlohmann::json> events;
+    for (std::string line; std::getline(file, line);) {
+        events.push_back(nlohmann::json::parse(line));
+    }
+    return events;
+}
+
+std::map<std::string, std::vector<int32_t>> words_wanted(const wanted_t& wanted, const labels_t& labels) {
+    std::map<std::string, std::vector<int32_t>> words;
+    for (const auto& [label, values] : wanted.words) {
+        if (const auto found = labels.find(label); found != labels.end()) {
+            const auto begin = machine.memory + found->second;
+            const auto count =
+                std::min<size_t>(values.size(), static_cast<size_t>(MEMORY_SIZE - found->second));
+            words[label] = {begin, begin + count};
+        }
+    }
+    return words;
+}
+
+seen_t look(const wanted_t& wanted, const labels_t& labels) {
+    seen_t seen;
+    seen.report = nlohmann::json::parse(run_report());
+    if (wanted.events) {
+        seen.events = read_events();
+    }
+    if (wanted.picture) {
+        seen.picture = picture_of_screen();
+    }
+    if (wanted.sound) {
+        seen.sound = sound_of(machine.speaker_samples);
+    }
+    seen.words = words_wanted(wanted, labels);
+    return seen;
+}
+
+void write_for_commands(const seen_t& seen) {
+    const auto write = [](const std::string& name, const std::string& text) {
+        saved_file_t file(name);
+        file.write(text);
+        file.close();
+    };
+    write("report.json", seen.report.dump(2));
+    write("serial.txt", seen.report.at("serial_output").get<std::string>());
+    write("screen.png", png_of_screen("screen.png"));
+    saved_file_t sound("sound.wav");
+    write_recording(sound);
+    sound.close();
+}
+
+bool has_command(const case_t& one) {
+    return std::any_of(one.checks.begin(), one.checks.end(), [](const task_check_t<rule_t>& check) {
+        return std::holds_alternative<command_rule_t>(check.rule);
+    });
+}
+
+} // namespace
+
+seen_t run_case(analysis_t program, const case_t& one, uint64_t seed) {
+    const wanted_t wanted = wanted_by(one);
+    const std::string source = program.map.files.front().name;
+    simulate_init();
+    noise_seed = seed;
+    clear_vga();
+    clear_sdram();
+    speaker_recording = wanted.sound || has_command(one);
+    load(program.map);
+    places_t places;
+    places.program = source;
+    places.labels = labels_of(program.map);
+    places.analysis = std::move(program);
+    std::istringstream script(one.input.script);
+    const labels_t labels = places.labels;
+    try {
+        run_batch(options_for(source, one, seed, wanted), labels, std::move(places),
+                  read_script(script, one.name));
+    } catch (const usage_error_t& error) {
+        throw tovik_error(error.message);
+    }
+    seen_t seen = look(wanted, labels);
+    if (has_command(one)) {
+        write_for_commands(seen);
+    }
+    return seen;
+}
+
+std::string missing_label(const analysis_t& program, const case_t& one) {
+    for (const auto& [label, values] : one.input.set) {
+        if (find_label(program.map, label) == NOTHING) {
+            return label;
+        }
+    }
+    return "";
+}

@@ -1,0 +1,21 @@
+#pragma once
+
+// One run of a program for a case, in a process that has no other purpose.
+
+#include <cstdint>
+#include <string>
+
+#include "assembler/analyse.h"
+#include "grade/seen.h"
+#include "grade/task.h"
+
+// Runs an assembled program with the input of a case on the board of this process, in the current folder,
+// and returns what it has shown. Files for `command` checks are then there: report.json, screen.png,
+// sound.wav, serial.txt. Throws tovik_error when the machine is in the way.
+seen_t run_case(analysis_t program, const case_t& one, uint64_t seed);
+
+// A label that the case needs and the program does not define; empty: there is none.
+std::string missing_label(const analysis_t& program, const case_t& one);
+
+// The `tovik-run` command that does the same, for a shell in the folder of the program.
+std::string command_for(const std::string& source, const case_t& one, uint64_t seed);
