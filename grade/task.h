@@ -127,6 +127,7 @@ struct input_t {
 
 struct case_t {
     std::string name;
+    std::optional<double> points; // what its checks together are worth; none: the sum of theirs
     bool hidden = false;
     int64_t limit = 0;
     std::vector<int64_t> seeds;

@@ -399,6 +399,7 @@ bool needs_reference(const task_check_t<rule_t>& check) {
 case_t read_case(settings_t& settings, const defaults_t& otherwise) {
     case_t one;
     one.name = read_text(settings, "name").value_or("");
+    one.points = read_real(settings, "points", 0, MOST_POINTS);
     const defaults_t own = read_defaults(settings, otherwise);
     one.limit = own.limit;
     one.seeds = own.seeds;

@@ -1,0 +1,391 @@
+#include "grade/grading.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <limits>
+#include <optional>
+#include <utility>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "base/files.h"
+#include "base/machine.h"
+#include "base/saved_file.h"
+#include "devices/vga.h"
+#include "grade/process.h"
+#include "grade/run.h"
+#include "grade/verdict.h"
+#include "language/output.h"
+#include "ui/gui_batch/picture.h"
+
+namespace {
+
+// Hundreds of millions of instructions a second are usual; a tenth is allowed for.
+constexpr int64_t INSTRUCTIONS_PER_SECOND = 20'000'000;
+constexpr int LEAST_SECONDS = 5; // for a case
+constexpr int ASSEMBLY_SECONDS = 10;
+constexpr size_t MEMORY_BYTES = size_t{2} << 30;
+constexpr size_t FILE_BYTES = size_t{256} << 20;
+constexpr int PATIENCE = 4; // times the limit, for what has met it
+
+// What a second attempt gets.
+struct effort_t {
+    int times = 1;
+};
+
+bounds_t bounds_of(const case_t& one, effort_t effort) {
+    const int64_t seconds = std::min<int64_t>(one.limit / INSTRUCTIONS_PER_SECOND, 3600) + LEAST_SECONDS;
+    const int most = static_cast<int>(seconds) * effort.times;
+    return {most, 2 * most, MEMORY_BYTES, FILE_BYTES};
+}
+
+bounds_t bounds_of(const task_t& task, effort_t effort) {
+    int seconds = ASSEMBLY_SECONDS * effort.times;
+    for (const case_t& one : task.cases) {
+        seconds += (bounds_of(one, effort).seconds + 1) * static_cast<int>(one.seeds.size());
+    }
+    return {seconds, seconds, MEMORY_BYTES, FILE_BYTES};
+}
+
+// A folder that goes with what is in it.
+class folder_t {
+  public:
+    folder_t() {
+        std::string name = (std::filesystem::temp_directory_path() / "tovik-grade-XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr) {
+            throw tovik_error("can't make a folder " + name + ": " + system_error_text(errno));
+        }
+        path_ = name;
+    }
+    folder_t(const folder_t&) = delete;
+    folder_t& operator=(const folder_t&) = delete;
+    ~folder_t() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+
+  private:
+    std::filesystem::path path_;
+};
+
+void go_to(const std::filesystem::path& folder) {
+    std::error_code error;
+    std::filesystem::current_path(folder, error);
+    if (error) {
+        throw tovik_error("can't use folder " + folder.string() + ": " + error.message());
+    }
+}
+
+// The board is silent here: what it says is in the report.
+void be_silent() {
+    const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
+    if (nowhere < 0 || dup2(nowhere, STDIN_FILENO) < 0 || dup2(nowhere, STDOUT_FILENO) < 0 ||
+        dup2(nowhere, STDERR_FILENO) < 0) {
+        throw tovik_error("can't open /dev/null: " + system_error_text(errno));
+    }
+}
+
+// ---- One case
+
+std::string ended_text(const nlohmann::json& report) {
+    std::string text = report.at("reason").get<std::string>();
+    if (const std::string message = report.at("message").get<std::string>(); !message.empty()) {
+        text += ": " + message;
+    }
+    const nlohmann::json& place = report.at("place");
+    if (const int line = place.at("line").get<int>(); line > 0) {
+        text += " (" + place.at("file").get<std::string>() + ":" + std::to_string(line) + ": " +
+                place.at("text").get<std::string>() + ")";
+    }
+    const std::string reason = report.at("reason_text").get<std::string>();
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    return reason.empty() ? text : text + ". " + reason;
+}
+
+struct attempt_t {
+    const ready_task_t* ready;
+    const submission_t* submission;
+    std::string pictures_folder;
+    effort_t effort;
+};
+
+std::string picture_name(const attempt_t& attempt, size_t case_number, size_t check_number) {
+    return attempt.submission->student + "-" + std::to_string(case_number + 1) + "-" +
+           std::to_string(check_number + 1) + ".png";
+}
+
+void save_picture(const std::string& folder, const std::string& name, const picture_t& picture) {
+    saved_file_t file((std::filesystem::path(folder) / name).string());
+    file.write(png_of(picture, VGA_WIDTH, name));
+    file.close();
+}
+
+// In the process of the case.
+case_result_t run_and_judge(const attempt_t& attempt, const analysis_t& program, size_t number, size_t seed) {
+    const case_t& one = attempt.ready->task.cases[number];
+    const std::string& bytes = attempt.ready->references[number][seed];
+    const std::optional<seen_t> reference = bytes.empty() ? std::nullopt : std::optional(seen_of(bytes));
+    be_silent();
+    const seen_t seen = run_case(program, one, static_cast<uint64_t>(one.seeds[seed]));
+    case_result_t result;
+    result.ended = ended_text(seen.report);
+    result.instructions = seen.report.at("instructions").get<uint64_t>();
+    for (const task_check_t<rule_t>& check : one.checks) {
+        verdict_t verdict = judge(check.rule, seen, reference ? &*reference : nullptr);
+        std::string file;
+        if (verdict.picture && !attempt.pictures_folder.empty() && !one.hidden) {
+            file = picture_name(attempt, number, result.checks.size());
+            save_picture(attempt.pictures_folder, file, *verdict.picture);
+        }
+        result.checks.push_back({check.name, check.points, verdict.passed, std::move(verdict.expected),
+                                 std::move(verdict.seen), verdict.passed ? "" : check.message, file});
+    }
+    return result;
+}
+
+// All checks of a case without a run have failed.
+case_result_t not_run(const case_t& one) {
+    case_result_t result;
+    for (const task_check_t<rule_t>& check : one.checks) {
+        result.checks.push_back({check.name, check.points, false, {}, {}, check.message, {}});
+    }
+    return result;
+}
+
+case_result_t try_seed(const attempt_t& attempt, const analysis_t& program, size_t number, size_t seed) {
+    const case_t& one = attempt.ready->task.cases[number];
+    const std::string folder = "case" + std::to_string(number) + "-" + std::to_string(seed);
+    const ended_t ended = run_apart(bounds_of(one, attempt.effort), [&] {
+        std::error_code error;
+        std::filesystem::create_directory(folder, error);
+        go_to(folder);
+        return nlohmann::json(run_and_judge(attempt, program, number, seed)).dump();
+    });
+    case_result_t result = ended.ending == ending_e::ANSWERED
+                               ? nlohmann::json::parse(ended.answer).get<case_result_t>()
+                               : not_run(one);
+    result.slow = ended.ending == ending_e::OUT_OF_TIME;
+    result.trouble = ended.ending == ending_e::FAILED ? ended.why : "";
+    result.fault = result.slow ? "takes too long on any machine" : "";
+    return result;
+}
+
+// What is worth `points` together, of which some checks have passed.
+double share_of(const std::vector<check_result_t>& checks, double points) {
+    double all = 0;
+    double passed = 0;
+    for (const check_result_t& check : checks) {
+        all += check.points;
+        passed += check.passed ? check.points : 0;
+    }
+    return all == 0 ? 0 : points * passed / all;
+}
+
+template <typename some_rule_t> double sum_of(const std::vector<task_check_t<some_rule_t>>& checks) {
+    double sum = 0;
+    for (const task_check_t<some_rule_t>& check : checks) {
+        sum += check.points;
+    }
+    return sum;
+}
+
+case_result_t grade_case(const attempt_t& attempt, const analysis_t& program, size_t number) {
+    const case_t& one = attempt.ready->task.cases[number];
+    std::optional<case_result_t> worst;
+    if (const std::string label = missing_label(program, one); !label.empty()) {
+        worst = not_run(one);
+        worst->fault = "there is no label " + label;
+    }
+    const double points = one.points.value_or(sum_of(one.checks));
+    for (size_t seed = 0; seed < one.seeds.size() && !(worst && !worst->fault.empty()); ++seed) {
+        case_result_t result = try_seed(attempt, program, number, seed);
+        result.seed = static_cast<uint64_t>(one.seeds[seed]);
+        result.got = share_of(result.checks, points);
+        if (!worst || result.got < worst->got || !result.trouble.empty()) {
+            worst = std::move(result);
+        }
+    }
+    worst->name = one.name;
+    worst->hidden = one.hidden;
+    worst->points = points;
+    return std::move(*worst);
+}
+
+// ---- One submission
+
+double worth(const task_t& task) {
+    double points = sum_of(task.source_checks);
+    for (const case_t& one : task.cases) {
+        points += one.points.value_or(sum_of(one.checks));
+    }
+    return points;
+}
+
+// All points are in proportion to what the task is worth.
+void add_points(const task_t& task, student_result_t& result) {
+    const double all = worth(task);
+    result.points = task.points.value_or(all);
+    result.got = share_of(result.source_checks, sum_of(task.source_checks));
+    for (const case_result_t& one : result.cases) {
+        result.got += one.got;
+        result.trouble =
+            result.trouble.empty() && !one.trouble.empty() ? one.name + ": " + one.trouble : result.trouble;
+    }
+    result.got *= all == 0 ? 0 : result.points / all;
+}
+
+void grade_program(const attempt_t& attempt, const analysis_t& program, student_result_t& result) {
+    const task_t& task = attempt.ready->task;
+    for (const task_check_t<source_rule_t>& check : task.source_checks) {
+        verdict_t verdict = judge_source(check.rule, program);
+        result.source_checks.push_back({check.name,
+                                        check.points,
+                                        verdict.passed,
+                                        std::move(verdict.expected),
+                                        std::move(verdict.seen),
+                                        verdict.passed ? "" : check.message,
+                                        {}});
+    }
+    for (size_t number = 0; number < task.cases.size(); ++number) {
+        result.cases.push_back(grade_case(attempt, program, number));
+    }
+}
+
+// In the process of the submission, and in its folder.
+student_result_t grade_submission(const attempt_t& attempt) {
+    const task_t& task = attempt.ready->task;
+    student_result_t result;
+    handed_in_t handed_in = read_submission(*attempt.submission, task.source);
+    result.fault = handed_in.fault;
+    result.trouble = handed_in.trouble;
+    if (result.fault.empty() && result.trouble.empty()) {
+        const program_text_t program =
+            analyse_submission(task.source, handed_in.text, attempt.ready->library);
+        if (!program.forbidden.empty()) {
+            result.fault = task.source + " includes " + program.forbidden + ", which is no file of the task";
+        } else if (program.analysis.diagnostics.faults > 0) {
+            result.fault = "does not assemble";
+            result.assembly = to_text(program.analysis, false);
+        } else {
+            grade_program(attempt, program.analysis, result);
+        }
+    }
+    add_points(task, result);
+    return result;
+}
+
+bool is_slow(const student_result_t& result) {
+    return std::any_of(result.cases.begin(), result.cases.end(),
+                       [](const case_result_t& one) { return one.slow; });
+}
+
+student_result_t result_of(const attempt_t& attempt, const ended_t& ended) {
+    student_result_t result;
+    if (ended.ending == ending_e::ANSWERED) {
+        result = nlohmann::json::parse(ended.answer).get<student_result_t>();
+    } else {
+        result.trouble = ended.ending == ending_e::OUT_OF_TIME ? "out of time" : ended.why;
+    }
+    result.student = attempt.submission->student;
+    return result;
+}
+
+work_t work_of(const attempt_t& attempt, const std::filesystem::path& folder) {
+    return [attempt, folder] {
+        std::error_code error;
+        std::filesystem::create_directory(folder, error);
+        go_to(folder);
+        return nlohmann::json(grade_submission(attempt))
+            .dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    };
+}
+
+// ---- The reference solutions
+
+std::string reference_bytes(const ready_task_t& ready, const case_t& one, size_t seed,
+                            const std::filesystem::path& folder) {
+    std::ifstream file = open_stream(one.reference);
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    const program_text_t program = analyse_submission(ready.task.source, text, ready.library);
+    if (program.analysis.diagnostics.faults > 0) {
+        throw tovik_error(one.reference + " does not assemble:\n" + to_text(program.analysis, false));
+    }
+    if (const std::string label = missing_label(program.analysis, one); !label.empty()) {
+        throw tovik_error(one.reference + " has no label " + label);
+    }
+    const ended_t ended = run_apart(bounds_of(one, {}), [&] {
+        std::filesystem::create_directory(folder);
+        go_to(folder);
+        be_silent();
+        return to_bytes(run_case(program.analysis, one, static_cast<uint64_t>(one.seeds[seed])));
+    });
+    if (ended.ending != ending_e::ANSWERED) {
+        throw tovik_error(one.reference + ", case " + one.name + ": " +
+                          (ended.ending == ending_e::FAILED ? ended.why : "takes too long"));
+    }
+    return ended.answer;
+}
+
+} // namespace
+
+ready_task_t prepare(task_t task) {
+    ready_task_t ready{std::move(task), {}, {}};
+    ready.library = read_library(ready.task);
+    const folder_t folder;
+    for (const case_t& one : ready.task.cases) {
+        std::vector<std::string>& references = ready.references.emplace_back(one.seeds.size());
+        for (size_t seed = 0; seed < one.seeds.size() && !one.reference.empty(); ++seed) {
+            references[seed] = reference_bytes(
+                ready, one, seed,
+                folder.path() / (std::to_string(ready.references.size()) + "-" + std::to_string(seed)));
+        }
+    }
+    return ready;
+}
+
+std::vector<student_result_t> grade_class(const ready_task_t& ready,
+                                          const std::vector<submission_t>& submissions,
+                                          const grading_options_t& options,
+                                          const std::function<bool(const student_result_t&)>& done) {
+    const folder_t folder;
+    std::vector<attempt_t> attempts;
+    for (const submission_t& submission : submissions) {
+        attempts.push_back({&ready, &submission, options.pictures_folder, {}});
+    }
+    std::vector<student_result_t> results(submissions.size());
+    std::vector<size_t> slow;
+    const auto folder_of = [&](size_t number) { return folder.path() / std::to_string(number); };
+    bool goes_on = true;
+    run_many(
+        submissions.size(), options.at_once, bounds_of(ready.task, {}),
+        [&](size_t number) { return work_of(attempts[number], folder_of(number)); },
+        [&](size_t number, const ended_t& ended) {
+            results[number] = result_of(attempts[number], ended);
+            std::error_code ignored;
+            std::filesystem::remove_all(folder_of(number), ignored);
+            if (is_slow(results[number])) {
+                slow.push_back(number);
+            } else {
+                goes_on = done(results[number]);
+            }
+            return goes_on;
+        });
+    // Alone, so that nobody's limit is met for what others do.
+    std::sort(slow.begin(), slow.end());
+    for (const size_t number : slow) {
+        if (goes_on) {
+            attempts[number].effort.times = PATIENCE;
+            const ended_t ended = run_apart(bounds_of(ready.task, attempts[number].effort),
+                                            work_of(attempts[number], folder_of(number)));
+            results[number] = result_of(attempts[number], ended);
+            goes_on = done(results[number]);
+        }
+    }
+    return results;
+}

@@ -1,0 +1,33 @@
+#pragma once
+
+// Grades the submissions of a class, each in a process of its own and each case in another one.
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "grade/results.h"
+#include "grade/submission.h"
+#include "grade/task.h"
+
+// A task with all that its runs need.
+struct ready_task_t {
+    task_t task;
+    library_t library;
+    std::vector<std::vector<std::string>> references; // by case and seed: seen_t as bytes; none: empty
+};
+
+// Reads the library and runs the reference solutions. Throws tovik_error with what is wrong with the task.
+ready_task_t prepare(task_t task);
+
+struct grading_options_t {
+    int at_once = 1;             // submissions
+    std::string pictures_folder; // where pictures of what is wrong go; empty: nowhere
+};
+
+// In the order of the submissions. `done` is told of each that is over, in whatever order; it returns
+// whether to go on.
+std::vector<student_result_t> grade_class(const ready_task_t& ready,
+                                          const std::vector<submission_t>& submissions,
+                                          const grading_options_t& options,
+                                          const std::function<bool(const student_result_t&)>& done);

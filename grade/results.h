@@ -1,0 +1,51 @@
+#pragma once
+
+// What has come out: of a check, a case, a submission.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+struct check_result_t {
+    std::string name;
+    double points = 0; // it is worth
+    bool passed = false;
+    std::string expected;
+    std::string seen;
+    std::string message; // the instructor's, of one that failed
+    std::string picture; // a file beside the feedback that shows what is wrong; empty: none
+};
+
+struct case_result_t {
+    std::string name;
+    bool hidden = false;
+    std::string ended;   // how the run ended, in words
+    std::string fault;   // why there was no run; of the student's
+    std::string trouble; // why there was none; of the machine's
+    bool slow = false;   // it has met the limit of time
+    uint64_t seed = 0;
+    uint64_t instructions = 0;
+    double points = 0; // they are worth together
+    double got = 0;
+    std::vector<check_result_t> checks;
+};
+
+struct student_result_t {
+    std::string student;
+    std::string fault;    // why there is nothing to grade; of the student's
+    std::string trouble;  // why it was not graded; of the machine's
+    std::string assembly; // what the checker says, for a source with faults
+    double points = 0;    // the task is worth
+    double got = 0;
+    std::vector<check_result_t> source_checks;
+    std::vector<case_result_t> cases;
+    std::string fingerprint; // of the program
+};
+
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(check_result_t, name, points, passed, expected, seen, message, picture)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(case_result_t, name, hidden, ended, fault, trouble, slow, seed,
+                                   instructions, points, got, checks)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(student_result_t, student, fault, trouble, assembly, points, got,
+                                   source_checks, cases, fingerprint)
