@@ -39,7 +39,7 @@ submission_t submission_of(std::filesystem::path folder) {
     if (!folder.has_filename()) {
         folder = folder.parent_path();
     }
-    return {printable(folder.filename().string()), folder.string()};
+    return {printable(folder.filename().string()), std::filesystem::absolute(folder).string()};
 }
 
 std::vector<submission_t> folders_in(const std::filesystem::path& folder) {
@@ -97,6 +97,58 @@ handed_in_t read_source(int file, const std::string& source) {
     }
     text.resize(static_cast<size_t>(count));
     return {std::move(text), {}, {}};
+}
+
+verdict_t judge_one(const size_rule_t& rule, const analysis_t& analysis) {
+    const auto is_set = [](const word_t& word) { return word.kind != word_e::NONE; };
+    const auto words = std::count_if(analysis.map.words.begin(), analysis.map.words.end(), is_set);
+    return {words <= rule.most, "at most " + std::to_string(rule.most) + " words",
+            std::to_string(words) + " words"};
+}
+
+std::string place(const source_map_t& map, const statement_t& statement) {
+    return map.files[statement.file].name + ":" + std::to_string(statement.line);
+}
+
+// In what is handed in; the library may use all.
+verdict_t judge_one(const forbidden_rule_t& rule, const analysis_t& analysis) {
+    std::string names;
+    for (const std::string& name : rule.operations) {
+        names += (names.empty() ? "no " : ", no ") + name;
+    }
+    for (const statement_t& statement : analysis.map.statements) {
+        if (statement.file == 0 && statement.operation != nullptr &&
+            std::find(rule.operations.begin(), rule.operations.end(), statement.operation->name) !=
+                rule.operations.end()) {
+            return {false, names,
+                    std::string(statement.operation->name) + " in " + place(analysis.map, statement)};
+        }
+    }
+    return {true, names, "none"};
+}
+
+verdict_t judge_one(const labels_rule_t& rule, const analysis_t& analysis) {
+    for (const std::string& name : rule.labels) {
+        const uint32_t label = find_label(analysis.map, name);
+        if (label == NOTHING) {
+            return {false, "a label " + name, "no such label"};
+        }
+        if (analysis.map.labels[label].use_count == 0) {
+            return {false, "a label " + name + " that is used", "it is never used"};
+        }
+    }
+    return {true, "the labels that were asked for", "they are there"};
+}
+
+verdict_t judge_one(const warnings_rule_t& rule, const analysis_t& analysis) {
+    for (const diagnostic_t& one : analysis.diagnostics.list) {
+        if (one.place.file == 0 && (rule.codes.empty() || std::find(rule.codes.begin(), rule.codes.end(),
+                                                                    one.code) != rule.codes.end())) {
+            return {false, "no warnings",
+                    analysis.map.files[0].name + ":" + std::to_string(one.place.line) + ": " + one.message};
+        }
+    }
+    return {true, "no warnings", "none"};
 }
 
 } // namespace
@@ -167,62 +219,6 @@ program_text_t analyse_submission(const std::string& source, const std::string& 
     }
     return program;
 }
-
-namespace {
-
-verdict_t judge_one(const size_rule_t& rule, const analysis_t& analysis) {
-    const auto is_set = [](const word_t& word) { return word.kind != word_e::NONE; };
-    const auto words = std::count_if(analysis.map.words.begin(), analysis.map.words.end(), is_set);
-    return {words <= rule.most, "at most " + std::to_string(rule.most) + " words",
-            std::to_string(words) + " words"};
-}
-
-std::string place(const source_map_t& map, const statement_t& statement) {
-    return map.files[statement.file].name + ":" + std::to_string(statement.line);
-}
-
-// In what is handed in; the library may use all.
-verdict_t judge_one(const forbidden_rule_t& rule, const analysis_t& analysis) {
-    std::string names;
-    for (const std::string& name : rule.operations) {
-        names += (names.empty() ? "no " : ", no ") + name;
-    }
-    for (const statement_t& statement : analysis.map.statements) {
-        if (statement.file == 0 && statement.operation != nullptr &&
-            std::find(rule.operations.begin(), rule.operations.end(), statement.operation->name) !=
-                rule.operations.end()) {
-            return {false, names,
-                    std::string(statement.operation->name) + " in " + place(analysis.map, statement)};
-        }
-    }
-    return {true, names, "none"};
-}
-
-verdict_t judge_one(const labels_rule_t& rule, const analysis_t& analysis) {
-    for (const std::string& name : rule.labels) {
-        const uint32_t label = find_label(analysis.map, name);
-        if (label == NOTHING) {
-            return {false, "a label " + name, "no such label"};
-        }
-        if (analysis.map.labels[label].use_count == 0) {
-            return {false, "a label " + name + " that is used", "it is never used"};
-        }
-    }
-    return {true, "the labels that were asked for", "they are there"};
-}
-
-verdict_t judge_one(const warnings_rule_t& rule, const analysis_t& analysis) {
-    for (const diagnostic_t& one : analysis.diagnostics.list) {
-        if (one.place.file == 0 && (rule.codes.empty() || std::find(rule.codes.begin(), rule.codes.end(),
-                                                                    one.code) != rule.codes.end())) {
-            return {false, "no warnings",
-                    analysis.map.files[0].name + ":" + std::to_string(one.place.line) + ": " + one.message};
-        }
-    }
-    return {true, "no warnings", "none"};
-}
-
-} // namespace
 
 verdict_t judge_source(const source_rule_t& rule, const analysis_t& analysis) {
     return std::visit([&](const auto& one) { return judge_one(one, analysis); }, rule);

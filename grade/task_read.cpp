@@ -86,7 +86,7 @@ labelled_words_t read_words(settings_t& settings, std::string_view key) {
 
 // A file that the task names, beside its own. It must be there.
 std::string read_file_name(settings_t& settings, std::string_view key, const std::string& name) {
-    const std::filesystem::path path = std::filesystem::path(settings.file->name).parent_path() / name;
+    const std::filesystem::path path = std::filesystem::absolute(settings.file->name).parent_path() / name;
     std::error_code unknown;
     if (!std::filesystem::is_regular_file(path, unknown)) {
         add_fault(*settings.file, *find(settings, key), "there is no file " + path.string());
@@ -439,7 +439,7 @@ std::string read_source(settings_t& settings) {
 task_t read_root(settings_t& root) {
     constexpr std::string_view VISIBILITIES[] = {"visible", "hidden", "after_due_date", "after_published"};
     task_t task;
-    task.folder = std::filesystem::path(root.file->name).parent_path().string();
+    task.folder = std::filesystem::absolute(root.file->name).parent_path().string();
     task.source = read_source(root);
     task.title = read_text(root, "title").value_or(task.source);
     task.library = read_texts(root, "library");

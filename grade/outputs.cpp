@@ -1,0 +1,300 @@
+#include "grade/outputs.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <functional>
+#include <string_view>
+
+namespace {
+
+using json_t = nlohmann::ordered_json;
+
+std::string dumped(const json_t& value) {
+    return value.dump(2, ' ', false, json_t::error_handler_t::replace) + "\n";
+}
+
+// Why a case has not run, if it has not.
+std::string why_not(const case_result_t& one) { return one.fault.empty() ? one.trouble : one.fault; }
+
+std::string failed_text(const check_result_t& check) {
+    return check.name + ": " + check.seen + " instead of " + check.expected;
+}
+
+// Calls for each check that failed in a case that has run.
+void for_each_failed(const std::vector<check_result_t>& checks,
+                     const std::function<void(const check_result_t&)>& act) {
+    for (const check_result_t& check : checks) {
+        if (!check.passed) {
+            act(check);
+        }
+    }
+}
+
+std::string case_text(const case_result_t& one) {
+    if (const std::string why = why_not(one); !why.empty()) {
+        return why;
+    }
+    std::string text;
+    for_each_failed(one.checks, [&](const check_result_t& check) {
+        text += (text.empty() ? "" : "; ") + failed_text(check);
+    });
+    return text;
+}
+
+bool has_passed(const case_result_t& one) {
+    return why_not(one).empty() && std::all_of(one.checks.begin(), one.checks.end(),
+                                               [](const check_result_t& check) { return check.passed; });
+}
+
+std::string replaced(std::string_view text, const std::function<std::string(char)>& by) {
+    std::string result;
+    for (const char c : text) {
+        result += by(c);
+    }
+    return result;
+}
+
+bool is_control(char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; }
+
+std::string in_one_line(std::string_view text) {
+    return replaced(text, [](char c) { return std::string(1, is_control(c) ? ' ' : c); });
+}
+
+// ---- Feedback
+
+void add_check(std::string& text, const check_result_t& check) {
+    text += "- " + std::string(check.passed ? "right" : "**wrong**") + ": " + check.name + ", " +
+            points_text(check.passed ? check.points : 0) + " of " + points_text(check.points) + "\n";
+    if (check.passed) {
+        return;
+    }
+    text += "  - expected: " + in_one_line(check.expected) + "\n  - seen: " + in_one_line(check.seen) + "\n";
+    if (!check.message.empty()) {
+        text += "  - " + in_one_line(check.message) + "\n";
+    }
+    if (!check.picture.empty()) {
+        text += "  - what differs is red: ![](" + check.picture + ")\n";
+    }
+}
+
+void add_case(std::string& text, const case_result_t& one) {
+    text += "\n## " + in_one_line(one.name) + ": " + points_text(one.got) + " of " + points_text(one.points) +
+            "\n\n";
+    if (one.hidden) {
+        text += has_passed(one) ? "A hidden case, which is right.\n" : "A hidden case, which is not right.\n";
+        return;
+    }
+    if (const std::string why = why_not(one); !why.empty()) {
+        text += in_one_line(why) + "\n";
+        return;
+    }
+    text += "The run: " + in_one_line(one.ended) + ", " + std::to_string(one.instructions) +
+            " instructions, seed " + std::to_string(one.seed) + ".\n\n";
+    for (const check_result_t& check : one.checks) {
+        add_check(text, check);
+    }
+}
+
+// ---- Other programs
+
+std::string quoted_for_csv(std::string_view text) {
+    return "\"" + replaced(in_one_line(text), [](char c) { return c == '"' ? "\"\"" : std::string(1, c); }) +
+           "\"";
+}
+
+std::string for_xml(std::string_view text) {
+    return replaced(in_one_line(text), [](char c) -> std::string {
+        switch (c) {
+        case '&':
+            return "&amp;";
+        case '<':
+            return "&lt;";
+        case '>':
+            return "&gt;";
+        case '"':
+            return "&quot;";
+        default:
+            return {1, c};
+        }
+    });
+}
+
+// One test for the source, if it is looked at, and one for each case.
+struct test_t {
+    std::string name;
+    bool passed;
+    bool hidden;
+    double points;
+    double got;
+    std::string text; // of one that failed
+    std::string trouble;
+};
+
+std::vector<test_t> tests_of(const task_t& task, const student_result_t& result) {
+    std::vector<test_t> tests;
+    if (!result.fault.empty() || (!result.trouble.empty() && result.cases.empty())) {
+        tests.push_back({task.source, false, false, result.points, 0, result.fault + "\n" + result.assembly,
+                         result.trouble});
+        return tests;
+    }
+    for (const check_result_t& check : result.source_checks) {
+        tests.push_back({check.name,
+                         check.passed,
+                         false,
+                         check.points,
+                         check.passed ? check.points : 0,
+                         check.passed ? "" : failed_text(check),
+                         {}});
+    }
+    for (const case_result_t& one : result.cases) {
+        tests.push_back(
+            {one.name, has_passed(one), one.hidden, one.points, one.got, case_text(one), one.trouble});
+    }
+    return tests;
+}
+
+} // namespace
+
+std::string points_text(double points) {
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), "%.3f", points);
+    std::string result = text.data();
+    result.erase(result.find_last_not_of('0') + 1);
+    return result.ends_with('.') ? result.substr(0, result.size() - 1) : result;
+}
+
+std::string remarks(const student_result_t& result) {
+    if (!result.trouble.empty()) {
+        return "not graded: " + in_one_line(result.trouble);
+    }
+    std::string text = in_one_line(result.fault);
+    const auto add = [&](const std::string& remark) {
+        text += (text.empty() ? "" : "; ") + in_one_line(remark);
+    };
+    for_each_failed(result.source_checks, [&](const check_result_t& check) { add(failed_text(check)); });
+    for (const case_result_t& one : result.cases) {
+        if (!has_passed(one)) {
+            add(one.name + ": " + case_text(one));
+        }
+    }
+    return text;
+}
+
+std::string table_row(const student_result_t& result) {
+    return in_one_line(result.student) + "\t" + points_text(result.got) + "\t" + remarks(result) + "\n";
+}
+
+std::string feedback(const task_t& task, const student_result_t& result) {
+    std::string text = "# " + in_one_line(task.title) + ": " + in_one_line(result.student) + "\n\n" +
+                       points_text(result.got) + " of " + points_text(result.points) + " points.\n";
+    if (!result.trouble.empty()) {
+        text += "\nNot graded: " + in_one_line(result.trouble) + "\n";
+    }
+    if (!result.fault.empty()) {
+        text += "\n" + in_one_line(result.fault) + "\n";
+    }
+    if (!result.assembly.empty()) {
+        text += "\n```text\n" + result.assembly + "```\n";
+    }
+    if (!result.source_checks.empty()) {
+        text += "\n## The source\n\n";
+        for (const check_result_t& check : result.source_checks) {
+            add_check(text, check);
+        }
+    }
+    for (const case_result_t& one : result.cases) {
+        add_case(text, one);
+    }
+    return text;
+}
+
+std::string to_csv(const task_t& task, const std::vector<student_result_t>& results) {
+    std::string text = "student,points,of";
+    for (const case_t& one : task.cases) {
+        text += "," + quoted_for_csv(one.name);
+    }
+    text += ",remarks\n";
+    for (const student_result_t& result : results) {
+        text +=
+            quoted_for_csv(result.student) + "," + points_text(result.got) + "," + points_text(result.points);
+        for (size_t i = 0; i < task.cases.size(); ++i) {
+            text += "," + (i < result.cases.size() ? points_text(result.cases[i].got) : "0");
+        }
+        text += "," + quoted_for_csv(remarks(result)) + "\n";
+    }
+    return text;
+}
+
+std::string to_junit(const task_t& task, const std::vector<student_result_t>& results) {
+    std::string text =
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites name=\"" + for_xml(task.title) + "\">\n";
+    for (const student_result_t& result : results) {
+        const std::vector<test_t> tests = tests_of(task, result);
+        const auto count = [&](bool troubled) {
+            return std::to_string(std::count_if(tests.begin(), tests.end(), [=](const test_t& test) {
+                return !test.passed && !test.trouble.empty() == troubled;
+            }));
+        };
+        text += "  <testsuite name=\"" + for_xml(result.student) + "\" tests=\"" +
+                std::to_string(tests.size()) + "\" failures=\"" + count(false) + "\" errors=\"" +
+                count(true) + "\">\n";
+        for (const test_t& test : tests) {
+            text += "    <testcase classname=\"" + for_xml(result.student) + "\" name=\"" +
+                    for_xml(test.name) + "\"";
+            if (test.passed) {
+                text += "/>\n";
+            } else {
+                const std::string element = test.trouble.empty() ? "failure" : "error";
+                text += ">\n      <" + element + " message=\"" +
+                        for_xml(test.trouble.empty() ? test.text : test.trouble) + "\"/>\n    </testcase>\n";
+            }
+        }
+        text += "  </testsuite>\n";
+    }
+    return text + "</testsuites>\n";
+}
+
+std::string to_tap(const task_t& task, const std::vector<student_result_t>& results) {
+    std::string lines;
+    size_t number = 0;
+    for (const student_result_t& result : results) {
+        for (const test_t& test : tests_of(task, result)) {
+            // A "#" would begin a directive.
+            const std::string name = replaced(in_one_line(result.student + ": " + test.name), [](char c) {
+                return c == '#' || c == '\\' ? std::string("\\") + c : std::string(1, c);
+            });
+            lines +=
+                std::string(test.passed ? "ok " : "not ok ") + std::to_string(++number) + " - " + name + "\n";
+            if (!test.passed) {
+                lines += "  ---\n  message: " +
+                         json_t(test.trouble.empty() ? test.text : test.trouble)
+                             .dump(-1, ' ', false, json_t::error_handler_t::replace) +
+                         "\n  ...\n";
+            }
+        }
+    }
+    return "TAP version 14\n1.." + std::to_string(number) + "\n" + lines;
+}
+
+std::string to_gradescope(const task_t& task, const student_result_t& result) {
+    json_t tests = json_t::array();
+    for (const test_t& test : tests_of(task, result)) {
+        tests.push_back({{"name", test.name},
+                         {"score", test.got},
+                         {"max_score", test.points},
+                         {"status", test.passed ? "passed" : "failed"},
+                         {"output", test.text},
+                         {"visibility", test.hidden ? "hidden" : task.visibility}});
+    }
+    return dumped({{"score", result.got}, {"output", remarks(result)}, {"tests", tests}});
+}
+
+std::string to_json(const task_t& task, const std::vector<student_result_t>& results) {
+    json_t all = {{"version", 1}, {"title", task.title}, {"students", json_t::array()}};
+    for (const student_result_t& result : results) {
+        all["students"].push_back(json_t::parse(
+            nlohmann::json(result).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace)));
+    }
+    return dumped(all);
+}

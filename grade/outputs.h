@@ -1,0 +1,27 @@
+#pragma once
+
+// What has come out, written for people and for other programs. Each is the content of one file.
+
+#include <string>
+#include <vector>
+
+#include "grade/results.h"
+#include "grade/task.h"
+
+// "7", "7.5": at most three digits behind the point.
+std::string points_text(double points);
+
+// Why points are missing, in a line.
+std::string remarks(const student_result_t& result);
+
+// One row of the table on a terminal; control characters are replaced.
+std::string table_row(const student_result_t& result);
+
+// One student's feedback, in Markdown. Of hidden cases only the name is told.
+std::string feedback(const task_t& task, const student_result_t& result);
+
+std::string to_csv(const task_t& task, const std::vector<student_result_t>& results);
+std::string to_junit(const task_t& task, const std::vector<student_result_t>& results);
+std::string to_tap(const task_t& task, const std::vector<student_result_t>& results);
+std::string to_gradescope(const task_t& task, const student_result_t& result);
+std::string to_json(const task_t& task, const std::vector<student_result_t>& results);
