@@ -9,6 +9,8 @@
 #include <thread>
 #include <vector>
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 
 #include "base/files.h"
@@ -76,13 +78,17 @@ int grade(const options_given_t& options) {
         std::filesystem::create_directories(options.out);
         grading.pictures_folder = std::filesystem::absolute(options.out).string();
     }
+    const bool is_watched = isatty(STDERR_FILENO) != 0;
     size_t count = 0;
     const std::vector<student_result_t> results =
         grade_class(ready, submissions, grading, [&](const student_result_t&) {
-            std::cerr << "\r" << ++count << " of " << submissions.size() << std::flush;
+            ++count;
+            if (is_watched) {
+                std::cerr << '\r' << count << " of " << submissions.size() << std::flush;
+            }
             return true;
         });
-    std::cerr << "\r";
+    std::cerr << (is_watched ? "\r" : "");
     bool all_graded = true;
     for (const student_result_t& result : results) {
         std::cout << table_row(result);
