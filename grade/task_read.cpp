@@ -5,12 +5,15 @@
 #include <fstream>
 #include <iterator>
 #include <limits>
-#include <regex>
 #include <set>
 #include <span>
+#include <sstream>
+
+#include <re2/re2.h>
 
 #include "assembler/operations.h"
 #include "base/machine.h"
+#include "core/script.h"
 #include "devices/ledswitchtimer.h"
 #include "grade/settings.h"
 #include "language/codes.h"
@@ -20,6 +23,7 @@ namespace {
 constexpr int64_t LIMIT = 10'000'000; // instructions, of a case that says nothing
 constexpr int64_t HIGHEST_NUMBER = std::numeric_limits<int64_t>::max();
 constexpr int64_t HIGHEST_SWITCHES = (1 << SWITCHES) - 1;
+constexpr size_t MOST_SERIAL = 1024; // bytes; the port's queue has no room for more
 constexpr double MOST_POINTS = 1e6;
 constexpr double LONGEST_MS = 1e9;
 constexpr double LONGEST_S = 1e6;
@@ -137,10 +141,8 @@ rule_t read_text_rule(settings_t& settings, std::string_view key) {
         rule.text += (&line == lines.data() ? "" : "\n") + line;
     }
     if (rule.how == text_rule_t::how_e::MATCHES) {
-        try {
-            static_cast<void>(std::regex(rule.text));
-        } catch (const std::regex_error& error) {
-            add_fault(*settings.file, *find(settings, key), std::string(key) + ": " + error.what());
+        if (const RE2 expression(rule.text, RE2::Quiet); !expression.ok()) {
+            add_fault(*settings.file, *find(settings, key), std::string(key) + ": " + expression.error());
         }
     }
     return rule;
@@ -346,6 +348,26 @@ std::string file_text(settings_t& settings, std::string_view key) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
+// As a line of a script, with an escape for each byte.
+std::string typed_at_start(const std::string& bytes) {
+    constexpr std::string_view DIGITS = "0123456789abcdef";
+    std::string line;
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        line += std::string("\\x") + DIGITS[byte >> 4] + DIGITS[byte & 0xf];
+    }
+    return bytes.empty() ? "" : "0 serial \"" + line + "\"\n";
+}
+
+void check_script(settings_t& input, const std::string& script) {
+    std::istringstream lines(script);
+    try {
+        static_cast<void>(read_script(lines, input.path + ".script"));
+    } catch (const tovik_error& error) {
+        add_fault(input, error.message);
+    }
+}
+
 input_t read_input(settings_t& input) {
     input_t given;
     given.switches = static_cast<int32_t>(read_integer(input, "switches", 0, HIGHEST_SWITCHES).value_or(0));
@@ -356,7 +378,12 @@ input_t read_input(settings_t& input) {
             add_fault(input, input.path + " has both script and script_file");
         }
     }
-    given.serial = read_text(input, "serial").value_or("");
+    check_script(input, given.script);
+    const std::string serial = read_text(input, "serial").value_or("");
+    if (serial.size() > MOST_SERIAL) {
+        add_fault(input, input.path + ".serial has more than " + std::to_string(MOST_SERIAL) + " bytes");
+    }
+    given.script = typed_at_start(serial) + given.script;
     given.cards = read_file_names(input, "card");
     given.recordings = read_file_names(input, "microphone");
     given.movies = read_file_names(input, "camera");
