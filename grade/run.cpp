@@ -51,7 +51,7 @@ void load(const source_map_t& map) {
 
 std::string set_text(const std::pair<std::string, std::vector<int32_t>>& words) {
     std::string text = words.first;
-    for (const int32_t value : words.second) {
+    for (const int32_t& value : words.second) {
         text += (&value == words.second.data() ? '=' : ',') + std::to_string(value);
     }
     return text;

@@ -26,7 +26,7 @@ struct field_rule_t {
 struct text_rule_t {
     enum class where_e { LCD, SERIAL } where;
     enum class how_e { EQUALS, CONTAINS, MATCHES } how;
-    std::string text; // lines of the LCD have a line feed between them; MATCHES: an ECMAScript expression
+    std::string text; // lines of the LCD have a line feed between them; MATCHES: an expression of RE2
 };
 
 struct words_rule_t {
@@ -117,8 +117,7 @@ template <typename some_rule_t> struct task_check_t {
 
 struct input_t {
     int32_t switches = 0;
-    std::string script;             // as `tovik-run` has it
-    std::string serial;             // bytes
+    std::string script; // as `tovik-run` has it, with what is typed in the serial console at the start
     std::vector<std::string> cards; // files
     std::vector<std::string> recordings;
     std::vector<std::string> movies;
