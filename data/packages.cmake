@@ -37,6 +37,7 @@ The K24 is a small 32-bit processor for teaching. tovik-run assembles a
 source for it and runs it on the simulated board: with input at given
 times, limits, breakpoints, and reports for automatic grading.
 .
+tovik-grade, which grades a class with the cases of a task,
 tovik-check, which finds faults and traps without running a program,
 tovik-lsp and tovik-dap, the language server and the debug adapter for
 editors, tovik-relay, the server that connects the serial ports of two

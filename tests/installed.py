@@ -36,6 +36,7 @@ COMPLETIONS = [
     ("tovik-relay --max-c", "tovik-relay --max-clients "),
     ("tovik-lsp --vers", "tovik-lsp --version "),
     ("tovik-dap --vers", "tovik-dap --version "),
+    ("tovik-grade --vers", "tovik-grade --version "),
     ("tovik-relay --log-level de", "tovik-relay --log-level debug "),
 ]
 SHOW = "\x14"  # Control+T shows the line and empties it.
