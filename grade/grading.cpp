@@ -1,6 +1,7 @@
 #include "grade/grading.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
@@ -17,6 +18,7 @@
 #include "base/machine.h"
 #include "base/saved_file.h"
 #include "devices/vga.h"
+#include "grade/alike.h"
 #include "grade/process.h"
 #include "grade/run.h"
 #include "grade/verdict.h"
@@ -115,15 +117,18 @@ struct attempt_t {
     effort_t effort;
 };
 
-std::string picture_name(const attempt_t& attempt, size_t case_number, size_t check_number) {
-    return attempt.submission->student + "-" + std::to_string(case_number + 1) + "-" +
-           std::to_string(check_number + 1) + ".png";
-}
-
-void save_picture(const std::string& folder, const std::string& name, const picture_t& picture) {
-    saved_file_t file((std::filesystem::path(folder) / name).string());
-    file.write(png_of(picture, VGA_WIDTH, name));
-    file.close();
+// Returns the names of their files, which begin with `name`.
+std::vector<std::string> save_pictures(const std::string& folder, const std::string& name,
+                                       const std::vector<picture_t>& pictures) {
+    constexpr std::array<const char*, 3> ENDS = {"-expected.png", "-seen.png", "-difference.png"};
+    std::vector<std::string> names;
+    for (size_t i = 0; i < pictures.size(); ++i) {
+        names.push_back(name + ENDS.at(i));
+        saved_file_t file((std::filesystem::path(folder) / names.back()).string());
+        file.write(png_of(pictures[i], VGA_WIDTH, names.back()));
+        file.close();
+    }
+    return names;
 }
 
 // In the process of the case.
@@ -138,13 +143,15 @@ case_result_t run_and_judge(const attempt_t& attempt, const analysis_t& program,
     result.instructions = seen.report.at("instructions").get<uint64_t>();
     for (const task_check_t<rule_t>& check : one.checks) {
         verdict_t verdict = judge(check.rule, seen, reference ? &*reference : nullptr);
-        std::string file;
-        if (verdict.picture && !attempt.pictures_folder.empty() && !one.hidden) {
-            file = picture_name(attempt, number, result.checks.size());
-            save_picture(attempt.pictures_folder, file, *verdict.picture);
+        std::vector<std::string> pictures;
+        if (!attempt.pictures_folder.empty() && !one.hidden) {
+            const std::string name = attempt.submission->file_name + "-" + std::to_string(number + 1) + "-" +
+                                     std::to_string(result.checks.size() + 1);
+            pictures = save_pictures(attempt.pictures_folder, name, verdict.pictures);
         }
         result.checks.push_back({check.name, check.points, verdict.passed, std::move(verdict.expected),
-                                 std::move(verdict.seen), verdict.passed ? "" : check.message, file});
+                                 std::move(verdict.seen), verdict.passed ? "" : check.message,
+                                 std::move(pictures)});
     }
     return result;
 }
@@ -273,6 +280,7 @@ student_result_t grade_submission(const attempt_t& attempt) {
             result.fault = "does not assemble";
             result.assembly = to_text(program.analysis, false);
         } else {
+            result.fingerprint = fingerprint_of(program.analysis.map);
             grade_program(attempt, program.analysis, result);
         }
     }
@@ -293,6 +301,7 @@ student_result_t result_of(const attempt_t& attempt, const ended_t& ended) {
         result.trouble = ended.ending == ending_e::OUT_OF_TIME ? "out of time" : ended.why;
     }
     result.student = attempt.submission->student;
+    result.file_name = attempt.submission->file_name;
     return result;
 }
 
@@ -308,7 +317,7 @@ work_t work_of(const attempt_t& attempt, const std::filesystem::path& folder) {
 
 // ---- The reference solutions
 
-std::string reference_bytes(const ready_task_t& ready, const case_t& one, size_t seed,
+std::string reference_bytes(ready_task_t& ready, const case_t& one, size_t seed,
                             const std::filesystem::path& folder) {
     std::ifstream file = open_stream(one.reference);
     const std::string text{std::istreambuf_iterator<char>(file), {}};
@@ -319,6 +328,7 @@ std::string reference_bytes(const ready_task_t& ready, const case_t& one, size_t
     if (const std::string label = missing_label(program.analysis, one); !label.empty()) {
         throw tovik_error(one.reference + " has no label " + label);
     }
+    ready.fingerprints.push_back(fingerprint_of(program.analysis.map));
     const ended_t ended = run_apart(bounds_of(one, {}), [&] {
         std::filesystem::create_directory(folder);
         go_to(folder);
@@ -335,7 +345,7 @@ std::string reference_bytes(const ready_task_t& ready, const case_t& one, size_t
 } // namespace
 
 ready_task_t prepare(task_t task) {
-    ready_task_t ready{std::move(task), {}, {}};
+    ready_task_t ready{std::move(task), {}, {}, {}};
     ready.library = read_library(ready.task);
     const folder_t folder;
     for (const case_t& one : ready.task.cases) {

@@ -15,6 +15,7 @@ struct ready_task_t {
     task_t task;
     library_t library;
     std::vector<std::vector<std::string>> references; // by case and seed: seen_t as bytes; none: empty
+    std::vector<std::string> fingerprints;            // of the reference solutions
 };
 
 // Reads the library and runs the reference solutions. Throws tovik_error with what is wrong with the task.

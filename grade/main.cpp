@@ -17,6 +17,7 @@
 #include "base/machine.h"
 #include "base/messages.h"
 #include "base/saved_file.h"
+#include "grade/alike.h"
 #include "grade/grading.h"
 #include "grade/outputs.h"
 
@@ -59,8 +60,8 @@ void write(const std::filesystem::path& folder, const std::string& name, const s
 void write_all_results(const std::filesystem::path& out, const task_t& task,
                        const std::vector<student_result_t>& results) {
     for (const student_result_t& result : results) {
-        write(out, result.student + ".md", feedback(task, result));
-        write(out, result.student + ".gradescope.json", to_gradescope(task, result));
+        write(out, result.file_name + ".md", feedback(task, result));
+        write(out, result.file_name + ".gradescope.json", to_gradescope(task, result));
     }
     write(out, "results.csv", to_csv(task, results));
     write(out, "results.json", to_json(task, results));
@@ -94,8 +95,12 @@ int grade(const options_given_t& options) {
         std::cout << table_row(result);
         all_graded &= result.trouble.empty();
     }
+    const std::vector<alike_t> alike = find_alike(results, ready.fingerprints);
+    std::cout << alike_text(alike);
     if (!options.out.empty()) {
         write_all_results(options.out, ready.task, results);
+        write(options.out, "alike.csv", alike_csv(alike));
+        write(options.out, "alike.md", alike_markdown(alike));
     }
     return all_graded ? EXIT_GRADED : EXIT_NOT_GRADED;
 }

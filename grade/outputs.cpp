@@ -6,6 +6,8 @@
 #include <functional>
 #include <string_view>
 
+#include "grade/markdown.h"
+
 namespace {
 
 using json_t = nlohmann::ordered_json;
@@ -64,32 +66,36 @@ std::string in_one_line(std::string_view text) {
 // ---- Feedback
 
 void add_check(std::string& text, const check_result_t& check) {
-    text += "- " + std::string(check.passed ? "right" : "**wrong**") + ": " + check.name + ", " +
+    text += "- " + std::string(check.passed ? "right" : "**wrong**") + ": " + in_markdown(check.name) + ", " +
             points_text(check.passed ? check.points : 0) + " of " + points_text(check.points) + "\n";
     if (check.passed) {
         return;
     }
-    text += "  - expected: " + in_one_line(check.expected) + "\n  - seen: " + in_one_line(check.seen) + "\n";
+    text += "  - expected: " + in_markdown(check.expected) + "\n  - seen: " + in_markdown(check.seen) + "\n";
     if (!check.message.empty()) {
-        text += "  - " + in_one_line(check.message) + "\n";
+        text += "  - " + in_markdown(check.message) + "\n";
     }
-    if (!check.picture.empty()) {
-        text += "  - what differs is red: ![](" + check.picture + ")\n";
+    if (check.pictures.size() == 3) {
+        text += "\n  | expected | seen | what differs is red |\n  |---|---|---|\n  |";
+        for (const std::string& picture : check.pictures) {
+            text += " ![](" + link_to(picture) + ") |";
+        }
+        text += "\n\n";
     }
 }
 
 void add_case(std::string& text, const case_result_t& one) {
-    text += "\n## " + in_one_line(one.name) + ": " + points_text(one.got) + " of " + points_text(one.points) +
+    text += "\n## " + in_markdown(one.name) + ": " + points_text(one.got) + " of " + points_text(one.points) +
             "\n\n";
     if (one.hidden) {
         text += has_passed(one) ? "A hidden case, which is right.\n" : "A hidden case, which is not right.\n";
         return;
     }
     if (const std::string why = why_not(one); !why.empty()) {
-        text += in_one_line(why) + "\n";
+        text += in_markdown(why) + "\n";
         return;
     }
-    text += "The run: " + in_one_line(one.ended) + ", " + std::to_string(one.instructions) +
+    text += "The run: " + in_markdown(one.ended) + ", " + std::to_string(one.instructions) +
             " instructions, seed " + std::to_string(one.seed) + ".\n\n";
     for (const check_result_t& check : one.checks) {
         add_check(text, check);
@@ -186,16 +192,16 @@ std::string table_row(const student_result_t& result) {
 }
 
 std::string feedback(const task_t& task, const student_result_t& result) {
-    std::string text = "# " + in_one_line(task.title) + ": " + in_one_line(result.student) + "\n\n" +
+    std::string text = "# " + in_markdown(task.title) + ": " + in_markdown(result.student) + "\n\n" +
                        points_text(result.got) + " of " + points_text(result.points) + " points.\n";
     if (!result.trouble.empty()) {
-        text += "\nNot graded: " + in_one_line(result.trouble) + "\n";
+        text += "\nNot graded: " + in_markdown(result.trouble) + "\n";
     }
     if (!result.fault.empty()) {
-        text += "\n" + in_one_line(result.fault) + "\n";
+        text += "\n" + in_markdown(result.fault) + "\n";
     }
     if (!result.assembly.empty()) {
-        text += "\n```text\n" + result.assembly + "```\n";
+        text += "\n" + fenced(result.assembly);
     }
     if (!result.source_checks.empty()) {
         text += "\n## The source\n\n";

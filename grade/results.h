@@ -15,7 +15,8 @@ struct check_result_t {
     std::string expected;
     std::string seen;
     std::string message; // the instructor's, of one that failed
-    std::string picture; // a file beside the feedback that shows what is wrong; empty: none
+    std::vector<std::string>
+        pictures; // of a wrong one, files beside the feedback: expected, seen, difference
 };
 
 struct case_result_t {
@@ -34,18 +35,19 @@ struct case_result_t {
 
 struct student_result_t {
     std::string student;
-    std::string fault;    // why there is nothing to grade; of the student's
-    std::string trouble;  // why it was not graded; of the machine's
-    std::string assembly; // what the checker says, for a source with faults
-    double points = 0;    // the task is worth
+    std::string file_name; // with which the names of its files begin
+    std::string fault;     // why there is nothing to grade; of the student's
+    std::string trouble;   // why it was not graded; of the machine's
+    std::string assembly;  // what the checker says, for a source with faults
+    double points = 0;     // the task is worth
     double got = 0;
     std::vector<check_result_t> source_checks;
     std::vector<case_result_t> cases;
-    std::string fingerprint; // of the program
+    std::string fingerprint; // see grade/alike.h
 };
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(check_result_t, name, points, passed, expected, seen, message, picture)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(check_result_t, name, points, passed, expected, seen, message, pictures)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(case_result_t, name, hidden, ended, fault, trouble, slow, seed,
                                    instructions, points, got, checks)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(student_result_t, student, fault, trouble, assembly, points, got,
-                                   source_checks, cases, fingerprint)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(student_result_t, student, file_name, fault, trouble, assembly, points,
+                                   got, source_checks, cases, fingerprint)

@@ -15,6 +15,7 @@
 
 #include "base/files.h"
 #include "base/machine.h"
+#include "grade/markdown.h"
 #include "language/warnings.h"
 
 namespace {
@@ -39,7 +40,7 @@ submission_t submission_of(std::filesystem::path folder) {
     if (!folder.has_filename()) {
         folder = folder.parent_path();
     }
-    return {printable(folder.filename().string()), std::filesystem::absolute(folder).string()};
+    return {printable(folder.filename().string()), std::filesystem::absolute(folder).string(), {}};
 }
 
 std::vector<submission_t> folders_in(const std::filesystem::path& folder) {
@@ -53,6 +54,16 @@ std::vector<submission_t> folders_in(const std::filesystem::path& folder) {
     std::sort(found.begin(), found.end(),
               [](const submission_t& one, const submission_t& other) { return one.folder < other.folder; });
     return found;
+}
+
+void name_files(std::vector<submission_t>& submissions) {
+    std::vector<std::string> students;
+    std::transform(submissions.begin(), submissions.end(), std::back_inserter(students),
+                   [](const submission_t& one) { return one.student; });
+    const std::vector<std::string> names = file_names_for(students);
+    for (size_t i = 0; i < names.size(); ++i) {
+        submissions[i].file_name = names[i];
+    }
 }
 
 // What an errno says of a student's folder, or of the machine.
@@ -166,6 +177,7 @@ std::vector<submission_t> find_submissions(const std::vector<std::string>& folde
             all.insert(all.end(), inside.begin(), inside.end());
         }
     }
+    name_files(all);
     return all;
 }
 

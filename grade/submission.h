@@ -15,6 +15,7 @@
 struct submission_t {
     std::string student; // its name, with "?" for each control character
     std::string folder;
+    std::string file_name; // with which the names of its files begin; each submission has another
 };
 
 // Of the folders that were named: one that has other folders, but no source, stands for each of these, by

@@ -131,7 +131,7 @@ verdict_t judge_one(const picture_rule_t& rule, const seen_t& seen, const seen_t
     verdict_t verdict{passed, "a picture of which " + number(100 * rule.share, 2) + " % are right",
                       number(std::floor(10000 * comparison.equal) / 100, 2) + " %"};
     if (!passed) {
-        verdict.picture = std::move(comparison.marked);
+        verdict.pictures = {expected, seen.picture, std::move(comparison.marked)};
     }
     return verdict;
 }

@@ -2,8 +2,8 @@
 
 // Whether a run has shown what was expected.
 
-#include <optional>
 #include <string>
+#include <vector>
 
 #include "grade/seen.h"
 #include "grade/task.h"
@@ -12,7 +12,7 @@ struct verdict_t {
     bool passed = false;
     std::string expected{}; // in words, for people
     std::string seen{};
-    std::optional<picture_t> picture{}; // what differs, for a picture that is wrong
+    std::vector<picture_t> pictures{}; // for one that is wrong: expected, seen, what differs
 };
 
 // The reference is null where a case has none. What a check of `command` needs is in the current folder.
