@@ -134,8 +134,7 @@ std::vector<std::string> save_pictures(const std::string& folder, const std::str
 // In the process of the case.
 case_result_t run_and_judge(const attempt_t& attempt, const analysis_t& program, size_t number, size_t seed) {
     const case_t& one = attempt.ready->task.cases[number];
-    const std::string& bytes = attempt.ready->references[number][seed];
-    const std::optional<seen_t> reference = bytes.empty() ? std::nullopt : std::optional(seen_of(bytes));
+    const std::optional<seen_t>& reference = attempt.ready->references[number][seed];
     be_silent();
     const seen_t seen = run_case(program, one, static_cast<uint64_t>(one.seeds[seed]));
     case_result_t result;
@@ -317,8 +316,8 @@ work_t work_of(const attempt_t& attempt, const std::filesystem::path& folder) {
 
 // ---- The reference solutions
 
-std::string reference_bytes(ready_task_t& ready, const case_t& one, size_t seed,
-                            const std::filesystem::path& folder) {
+seen_t reference_of(ready_task_t& ready, const case_t& one, size_t seed,
+                    const std::filesystem::path& folder) {
     std::ifstream file = open_stream(one.reference);
     const std::string text{std::istreambuf_iterator<char>(file), {}};
     const program_text_t program = analyse_submission(ready.task.source, text, ready.library);
@@ -339,7 +338,7 @@ std::string reference_bytes(ready_task_t& ready, const case_t& one, size_t seed,
         throw tovik_error(one.reference + ", case " + one.name + ": " +
                           (ended.ending == ending_e::FAILED ? ended.why : "takes too long"));
     }
-    return ended.answer;
+    return seen_of(ended.answer);
 }
 
 } // namespace
@@ -349,9 +348,9 @@ ready_task_t prepare(task_t task) {
     ready.library = read_library(ready.task);
     const folder_t folder;
     for (const case_t& one : ready.task.cases) {
-        std::vector<std::string>& references = ready.references.emplace_back(one.seeds.size());
+        auto& references = ready.references.emplace_back(one.seeds.size());
         for (size_t seed = 0; seed < one.seeds.size() && !one.reference.empty(); ++seed) {
-            references[seed] = reference_bytes(
+            references[seed] = reference_of(
                 ready, one, seed,
                 folder.path() / (std::to_string(ready.references.size()) + "-" + std::to_string(seed)));
         }

@@ -3,10 +3,12 @@
 // Grades the submissions of a class, each in a process of its own and each case in another one.
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "grade/results.h"
+#include "grade/seen.h"
 #include "grade/submission.h"
 #include "grade/task.h"
 
@@ -14,8 +16,8 @@
 struct ready_task_t {
     task_t task;
     library_t library;
-    std::vector<std::vector<std::string>> references; // by case and seed: seen_t as bytes; none: empty
-    std::vector<std::string> fingerprints;            // of the reference solutions
+    std::vector<std::vector<std::optional<seen_t>>> references; // by case and seed; none: the case has none
+    std::vector<std::string> fingerprints;                      // of the reference solutions
 };
 
 // Reads the library and runs the reference solutions. Throws tovik_error with what is wrong with the task.

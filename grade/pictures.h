@@ -19,7 +19,8 @@ picture_t read_png(const std::string& file_name);
 
 struct comparison_t {
     double equal;     // the share of the region's points
-    picture_t marked; // the region's points that differ in red, the others of the first picture faint
+    picture_t marked; // the region's points that differ in red, the others of the first picture faint; none
+                      // of equal ones
 };
 
 // A point is equal when each picture has there, or as near as the rule allows, a point like the other's:
