@@ -132,11 +132,11 @@ std::vector<std::string> save_pictures(const std::string& folder, const std::str
 }
 
 // In the process of the case.
-case_result_t run_and_judge(const attempt_t& attempt, const analysis_t& program, size_t number, size_t seed) {
+case_result_t run_and_judge(const attempt_t& attempt, analysis_t program, size_t number, size_t seed) {
     const case_t& one = attempt.ready->task.cases[number];
     const std::optional<seen_t>& reference = attempt.ready->references[number][seed];
     be_silent();
-    const seen_t seen = run_case(program, one, static_cast<uint64_t>(one.seeds[seed]));
+    const seen_t seen = run_case(std::move(program), one, static_cast<uint64_t>(one.seeds[seed]));
     case_result_t result;
     result.ended = ended_text(seen.report);
     result.instructions = seen.report.at("instructions").get<uint64_t>();
@@ -164,14 +164,15 @@ case_result_t not_run(const case_t& one) {
     return result;
 }
 
-case_result_t try_seed(const attempt_t& attempt, const analysis_t& program, size_t number, size_t seed) {
+// The program is moved from in the other process only: that need not copy it.
+case_result_t try_seed(const attempt_t& attempt, analysis_t& program, size_t number, size_t seed) {
     const case_t& one = attempt.ready->task.cases[number];
     const std::string folder = "case" + std::to_string(number) + "-" + std::to_string(seed);
     const ended_t ended = run_apart(bounds_of(one, attempt.effort), [&] {
         std::error_code error;
         std::filesystem::create_directory(folder, error);
         go_to(folder);
-        return nlohmann::json(run_and_judge(attempt, program, number, seed)).dump();
+        return nlohmann::json(run_and_judge(attempt, std::move(program), number, seed)).dump();
     });
     case_result_t result = ended.ending == ending_e::ANSWERED
                                ? nlohmann::json::parse(ended.answer).get<case_result_t>()
@@ -201,7 +202,7 @@ template <typename some_rule_t> double sum_of(const std::vector<task_check_t<som
     return sum;
 }
 
-case_result_t grade_case(const attempt_t& attempt, const analysis_t& program, size_t number) {
+case_result_t grade_case(const attempt_t& attempt, analysis_t& program, size_t number) {
     const case_t& one = attempt.ready->task.cases[number];
     std::optional<case_result_t> worst;
     if (const std::string label = missing_label(program, one); !label.empty()) {
@@ -246,7 +247,7 @@ void add_points(const task_t& task, student_result_t& result) {
     result.got *= all == 0 ? 0 : result.points / all;
 }
 
-void grade_program(const attempt_t& attempt, const analysis_t& program, student_result_t& result) {
+void grade_program(const attempt_t& attempt, analysis_t& program, student_result_t& result) {
     const task_t& task = attempt.ready->task;
     for (const task_check_t<source_rule_t>& check : task.source_checks) {
         verdict_t verdict = judge_source(check.rule, program);
@@ -271,8 +272,7 @@ student_result_t grade_submission(const attempt_t& attempt) {
     result.fault = handed_in.fault;
     result.trouble = handed_in.trouble;
     if (result.fault.empty() && result.trouble.empty()) {
-        const program_text_t program =
-            analyse_submission(task.source, handed_in.text, attempt.ready->library);
+        program_text_t program = analyse_submission(task.source, handed_in.text, attempt.ready->library);
         if (!program.forbidden.empty()) {
             result.fault = task.source + " includes " + program.forbidden + ", which is no file of the task";
         } else if (program.analysis.diagnostics.faults > 0) {
@@ -346,6 +346,9 @@ seen_t reference_of(ready_task_t& ready, const case_t& one, size_t seed,
 ready_task_t prepare(task_t task) {
     ready_task_t ready{std::move(task), {}, {}, {}};
     ready.library = read_library(ready.task);
+    if (!ready.task.cases.empty()) {
+        make_noise(static_cast<uint64_t>(ready.task.cases.front().seeds.front()));
+    }
     const folder_t folder;
     for (const case_t& one : ready.task.cases) {
         auto& references = ready.references.emplace_back(one.seeds.size());

@@ -9,6 +9,10 @@
 #include "grade/seen.h"
 #include "grade/task.h"
 
+// Fills the memories of the board with the noise of a seed. Processes that begin from this one need not do it
+// again for a run with this seed, which would be most of what a short run costs.
+void make_noise(uint64_t seed);
+
 // Runs an assembled program with the input of a case on the board of this process, in the current folder,
 // and returns what it has shown. Files for `command` checks are then there: report.json, screen.png,
 // sound.wav, serial.txt. Throws tovik_error when the machine is in the way.
