@@ -3,6 +3,7 @@
 // Pictures of the screen, compared as people compare them.
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -11,8 +12,11 @@
 // 640x480 points, 0xRRGGBB, row by row; or none.
 using picture_t = std::vector<uint32_t>;
 
-// The picture on the screen now.
-picture_t picture_of_screen();
+// One that somebody else keeps.
+using points_t = std::span<const uint32_t>;
+
+// The picture on the screen now, where the board has it.
+points_t picture_of_screen();
 
 // Reads a PNG file of 640x480 points. Throws tovik_error.
 picture_t read_png(const std::string& file_name);
@@ -25,4 +29,4 @@ struct comparison_t {
 
 // A point is equal when each picture has there, or as near as the rule allows, a point like the other's:
 // then a thin line that is missing is not taken for one that has moved.
-comparison_t compare(const picture_t& seen, const picture_t& expected, const picture_rule_t& rule);
+comparison_t compare(points_t seen, points_t expected, const picture_rule_t& rule);

@@ -121,7 +121,7 @@ ended_t end_child(child_t& child) {
 
 // Returns whether there may be more.
 bool take_some(child_t& child) {
-    std::array<char, 65536> buffer{};
+    std::array<char, 8192> buffer{};
     const ssize_t count = read_some(child.pipe, buffer.data(), buffer.size());
     if (count > 0) {
         child.answer.append(buffer.data(), static_cast<size_t>(count));

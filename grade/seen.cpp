@@ -12,8 +12,8 @@ bool is_among(const same_rule_t& rule, const char* what) {
 }
 
 // Numbers one by one would take a hundred times as long.
-template <typename number_t> nlohmann::json packed(const std::vector<number_t>& numbers) {
-    std::vector<uint8_t> bytes(numbers.size() * sizeof(number_t));
+template <typename number_t> nlohmann::json packed(std::span<const number_t> numbers) {
+    std::vector<uint8_t> bytes(numbers.size_bytes());
     std::memcpy(bytes.data(), numbers.data(), bytes.size());
     return nlohmann::json::binary(std::move(bytes));
 }
@@ -44,9 +44,9 @@ wanted_t wanted_by(const case_t& one) {
 }
 
 std::string to_bytes(const seen_t& seen) {
-    const nlohmann::json all = {seen.report,          seen.events,
-                                packed(seen.picture), packed(seen.sound.samples),
-                                seen.sound.complete,  seen.words};
+    const nlohmann::json all = {
+        seen.report,         seen.events, packed<uint32_t>(seen.picture), packed<int32_t>(seen.sound.samples),
+        seen.sound.complete, seen.words};
     const std::vector<uint8_t> bytes = nlohmann::json::to_cbor(all);
     return {bytes.begin(), bytes.end()};
 }
@@ -56,7 +56,8 @@ seen_t seen_of(const std::string& bytes) {
     seen_t seen;
     seen.report = all.at(0);
     seen.events = all.at(1).get<std::vector<nlohmann::json>>();
-    seen.picture = unpacked<uint32_t>(all.at(2));
+    seen.kept = std::make_shared<const picture_t>(unpacked<uint32_t>(all.at(2)));
+    seen.picture = *seen.kept;
     seen.sound = {unpacked<int32_t>(all.at(3)), all.at(4).get<bool>()};
     seen.words = all.at(5).get<std::map<std::string, std::vector<int32_t>>>();
     return seen;

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -14,9 +15,10 @@
 #include "grade/task.h"
 
 struct seen_t {
-    nlohmann::json report;              // as `tovik-run` has it
-    std::vector<nlohmann::json> events; // likewise
-    picture_t picture;                  // these where a check needs them
+    nlohmann::json report;                 // as `tovik-run` has it
+    std::vector<nlohmann::json> events;    // likewise
+    points_t picture;                      // these where a check needs them
+    std::shared_ptr<const picture_t> kept; // what `picture` is of; none: the board
     sound_t sound;
     std::map<std::string, std::vector<int32_t>> words;
 };

@@ -126,13 +126,15 @@ verdict_t judge_one(const instructions_rule_t& rule, const seen_t& seen, const s
 
 verdict_t judge_one(const picture_rule_t& rule, const seen_t& seen, const seen_t* reference) {
     const picture_t file = rule.file.empty() ? picture_t{} : read_png(rule.file);
-    const picture_t& expected = rule.file.empty() ? reference->picture : file; // not copied: it is large
+    const points_t expected = rule.file.empty() ? reference->picture : file;
     comparison_t comparison = compare(seen.picture, expected, rule);
     const bool passed = comparison.equal >= rule.share;
     verdict_t verdict{passed, "a picture of which " + number(100 * rule.share, 2) + " % are right",
                       number(std::floor(10000 * comparison.equal) / 100, 2) + " %"};
     if (!passed) {
-        verdict.pictures = {expected, seen.picture, std::move(comparison.marked)};
+        verdict.pictures = {{expected.begin(), expected.end()},
+                            {seen.picture.begin(), seen.picture.end()},
+                            std::move(comparison.marked)};
     }
     return verdict;
 }
