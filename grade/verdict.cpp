@@ -11,6 +11,7 @@
 #include <re2/re2.h>
 
 #include "grade/command.h"
+#include "language/characters.h"
 
 namespace {
 
@@ -39,8 +40,100 @@ std::string shortened(std::string text) {
     return text;
 }
 
+// As people write it: lines one after the other, without escapes.
+std::string quoted(const std::string& text) {
+    std::string result = "\"";
+    for (size_t begin = 0; begin <= text.size();) {
+        const size_t end = std::min(text.find('\n', begin), text.size());
+        result += readable(text.substr(begin, end - begin)) + (end < text.size() ? "\u21b5" : "");
+        begin = end + 1;
+    }
+    return result + "\"";
+}
+
 std::string shown(const nlohmann::json& value) {
-    return value.is_null() ? "nothing" : value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    if (value.is_null()) {
+        return "nothing";
+    }
+    return value.is_string() ? quoted(value.get<std::string>())
+                             : value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+// "5 (0 and 2 are lit)"
+std::string lamps_text(const nlohmann::json& value) {
+    std::vector<std::string> lit;
+    for (int lamp = 0; value.is_number_integer() && lamp < 32; ++lamp) {
+        if ((value.get<int64_t>() >> lamp & 1) != 0) {
+            lit.push_back(std::to_string(lamp));
+        }
+    }
+    std::string names;
+    for (size_t i = 0; i < lit.size(); ++i) {
+        names += (i == 0 ? "" : i + 1 == lit.size() ? " and " : ", ") + lit[i];
+    }
+    return shown(value) + " (" + (lit.empty() ? "none" : names) + (lit.size() < 2 ? " is lit)" : " are lit)");
+}
+
+// A field of the report as it is called on the board.
+struct field_words_t {
+    std::string_view key;
+    std::string_view where; // behind the value
+    std::string (*text)(const nlohmann::json& value);
+};
+
+std::string bare(const nlohmann::json& value) {
+    return value.is_string() ? readable(value.get<std::string>()) : shown(value);
+}
+
+std::string ending_text(const nlohmann::json& reason) {
+    const std::string text = bare(reason);
+    return text == "halt"    ? "a halt"
+           : text == "limit" ? "the limit of instructions"
+           : text == "error" ? "an error"
+                             : text;
+}
+
+constexpr std::array<field_words_t, 5> FIELDS = {{
+    {"hex74", " on HEX7-HEX4", bare},
+    {"hex30", " on HEX3-HEX0", bare},
+    {"led_red", " on the red lamps", lamps_text},
+    {"led_green", " on the green lamps", lamps_text},
+    {"reason", "", ending_text},
+}};
+
+std::string value_text(const std::string& key, const nlohmann::json& value) {
+    for (const field_words_t& field : FIELDS) {
+        if (field.key == key) {
+            return field.text(value);
+        }
+    }
+    return shown(value);
+}
+
+std::string field_text(const std::string& key, const nlohmann::json& value) {
+    for (const field_words_t& field : FIELDS) {
+        if (field.key == key) {
+            return field.text(value) + std::string(field.where);
+        }
+    }
+    return shown(value) + " as " + key;
+}
+
+// Two texts that are not the same; of long ones what they have in common is left out.
+std::pair<std::string, std::string> differing(const std::string& one, const std::string& other) {
+    constexpr size_t CONTEXT = 20;
+    size_t begin = 0;
+    if (std::max(one.size(), other.size()) > LONGEST_TEXT) {
+        const auto same = std::mismatch(one.begin(), one.end(), other.begin(), other.end()).first;
+        begin = static_cast<size_t>(std::max<std::ptrdiff_t>(same - one.begin() - CONTEXT, 0));
+        while (begin > 0 && begin < one.size() && (one[begin] & 0xc0) == 0x80) {
+            --begin;
+        }
+    }
+    const auto part = [=](const std::string& text) {
+        return text.empty() ? "nothing" : (begin > 0 ? "..." : "") + quoted(shortened(text.substr(begin)));
+    };
+    return {part(one), part(other)};
 }
 
 // What is blank at the ends of lines and of the text cannot be seen.
@@ -75,21 +168,27 @@ std::string text_of(const text_rule_t& rule, const seen_t& seen) {
 
 verdict_t judge_one(const field_rule_t& rule, const seen_t& seen, const seen_t* /*reference*/) {
     const nlohmann::json found = seen.report.value(rule.key, nlohmann::json());
-    return {found == rule.value, rule.key + " " + shown(rule.value), shown(found)};
+    return {found == rule.value, field_text(rule.key, rule.value), value_text(rule.key, found)};
 }
 
 verdict_t judge_one(const text_rule_t& rule, const seen_t& seen, const seen_t* /*reference*/) {
     const std::string text = without_blank_ends(text_of(rule, seen));
-    const std::string seen_text = shortened(shown(text));
+    const std::string seen_text = text.empty() ? "nothing" : quoted(shortened(text));
+    const bool is_lcd = rule.where == text_rule_t::where_e::LCD;
+    const std::string where = is_lcd ? " on the LCD" : " in the serial output";
     switch (rule.how) {
-    case text_rule_t::how_e::EQUALS:
-        return {text == without_blank_ends(rule.text), shown(rule.text), seen_text};
+    case text_rule_t::how_e::EQUALS: {
+        const std::string wanted = without_blank_ends(rule.text);
+        const auto [expected, found] = differing(wanted, text);
+        return {text == wanted, expected + where, found};
+    }
     case text_rule_t::how_e::CONTAINS:
-        return {text.find(rule.text) != std::string::npos, "a text with " + shown(rule.text), seen_text};
+        return {text.find(rule.text) != std::string::npos, quoted(rule.text) + " somewhere" + where,
+                seen_text};
     case text_rule_t::how_e::MATCHES:
         break;
     }
-    return {RE2::PartialMatch(text, rule.text), "a text that matches " + shown(rule.text), seen_text};
+    return {RE2::PartialMatch(text, rule.text), "what matches " + quoted(rule.text) + where, seen_text};
 }
 
 std::string listed(const std::vector<int32_t>& values) {
@@ -98,6 +197,20 @@ std::string listed(const std::vector<int32_t>& values) {
         text += (text.empty() ? "" : ", ") + std::to_string(value);
     }
     return shortened(text);
+}
+
+// Of a long list the first word that differs.
+std::pair<std::string, std::string> differing_words(const std::string& label,
+                                                    const std::vector<int32_t>& expected,
+                                                    const std::vector<int32_t>& seen) {
+    constexpr size_t SHORT = 10;
+    if (expected.size() <= SHORT || seen.size() < expected.size()) {
+        return {listed(expected) + " at " + label, listed(seen)};
+    }
+    const auto place = std::mismatch(expected.begin(), expected.end(), seen.begin());
+    return {std::to_string(*place.first) + " at " + label + " + " +
+                std::to_string(place.first - expected.begin()),
+            std::to_string(*place.second)};
 }
 
 // Tells of the first label whose words are others.
@@ -109,10 +222,11 @@ verdict_t judge_one(const words_rule_t& rule, const seen_t& seen, const seen_t* 
             return {false, "a label " + label, "no such label"};
         }
         if (found->second != values && verdict.passed) {
-            verdict = {false, label + " " + listed(values), listed(found->second)};
+            const auto [expected, seen_words] = differing_words(label, values, found->second);
+            verdict = {false, expected, seen_words};
         }
         verdict.expected +=
-            verdict.passed ? (verdict.expected.empty() ? "" : "; ") + label + " " + listed(values) : "";
+            verdict.passed ? (verdict.expected.empty() ? "" : "; ") + listed(values) + " at " + label : "";
     }
     verdict.seen = verdict.passed ? "that" : verdict.seen;
     return verdict;
@@ -121,7 +235,7 @@ verdict_t judge_one(const words_rule_t& rule, const seen_t& seen, const seen_t* 
 verdict_t judge_one(const instructions_rule_t& rule, const seen_t& seen, const seen_t* /*reference*/) {
     const auto count = seen.report.at("instructions").get<int64_t>();
     return {count <= rule.most, "at most " + std::to_string(rule.most) + " instructions",
-            std::to_string(count)};
+            std::to_string(count) + " instructions"};
 }
 
 verdict_t judge_one(const picture_rule_t& rule, const seen_t& seen, const seen_t* reference) {
@@ -129,8 +243,10 @@ verdict_t judge_one(const picture_rule_t& rule, const seen_t& seen, const seen_t
     const points_t expected = rule.file.empty() ? reference->picture : file;
     comparison_t comparison = compare(seen.picture, expected, rule);
     const bool passed = comparison.equal >= rule.share;
-    verdict_t verdict{passed, "a picture of which " + number(100 * rule.share, 2) + " % are right",
-                      number(std::floor(10000 * comparison.equal) / 100, 2) + " %"};
+    verdict_t verdict{passed,
+                      rule.share == 1 ? "the whole picture"
+                                      : number(100 * rule.share, 2) + " % of the picture at least",
+                      number(std::floor(10000 * comparison.equal) / 100, 2) + " % of it"};
     if (!passed) {
         verdict.pictures = {{expected.begin(), expected.end()},
                             {seen.picture.begin(), seen.picture.end()},
@@ -215,7 +331,7 @@ bool shows_all(const nlohmann::json& shown_now, const moment_rule_t& moment) {
 std::string described(const moment_rule_t& moment) {
     std::string text;
     for (const auto& [key, value] : moment.shows) {
-        text += (text.empty() ? "" : ", ") + key + " " + shown(value);
+        text += (text.empty() ? "" : ", ") + field_text(key, value);
     }
     if (moment.after_ms) {
         text += " after " + number(*moment.after_ms, 1) + " ms or more";
