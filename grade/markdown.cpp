@@ -18,14 +18,15 @@ bool is_digit(char c) { return c >= '0' && c <= '9'; }
 bool is_ascii(char c) { return static_cast<unsigned char>(c) < 0x80; }
 bool is_alphanumeric(char c) { return is_ascii(c) && std::isalnum(static_cast<unsigned char>(c)) != 0; }
 
-// Where a list or a line under a heading could begin.
+// Where a list or a line across the page could begin.
 size_t dangerous_start(std::string_view text) {
-    if (text.starts_with('-') || text.starts_with('+') || text.starts_with('=')) {
-        return 0;
-    }
     const auto end = std::find_if_not(text.begin(), text.end(), is_digit);
-    const bool is_number = end != text.begin() && end != text.end() && (*end == '.' || *end == ')');
-    return is_number ? static_cast<size_t>(end - text.begin()) : std::string_view::npos;
+    const auto place = static_cast<size_t>(end - text.begin());
+    const std::string_view rest = text.substr(place);
+    const bool is_mark = rest.starts_with('-') || rest.starts_with('+');
+    const bool is_number = place > 0 && (rest.starts_with('.') || rest.starts_with(')'));
+    const bool stands_alone = rest.size() < 2 || rest[1] == ' ' || rest[1] == rest[0];
+    return stands_alone && (place == 0 ? is_mark : is_number) ? place : std::string_view::npos;
 }
 
 std::string lower(std::string text) {
