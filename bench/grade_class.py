@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
-"""Makes a class for tovik-grade and measures what it costs. Usage: grade_class.py TOVIK_GRADE [SUBMISSIONS]
+"""Makes a class for tovik-grade and measures what it costs. Usage: grade_class.py FOLDER_OF_PROGRAMS [SUBMISSIONS]
 
 Two tasks of eight cases, in which switches are counted: in one of them a run takes about a hundred instructions, in the
-other about 60,000. What is printed is processor time, of all processes together, a case.
+other about 60,000. What is printed is processor time, of all processes together, a case, and beside it that of a start of
+tovik-run with the same program.
 """
 
 import pathlib
@@ -19,7 +20,7 @@ again           be      done rest zero
                 sr      rest rest one
                 be      again zero zero
 done            cp      0x80000003 count
-                {end}
+                halt
 rest            .data   0
 bit             .data   0
 count           .data   0
@@ -41,12 +42,12 @@ rounds          .data   20000
 
 
 def make(folder, text, submissions):
-    (folder / "right.k").write_text(text.format(end="halt"))
+    (folder / "right.k").write_text(text)
     for number in range(submissions):
         place = folder / "class" / f"student{number:03}"
         place.mkdir(parents=True)
         wrong = "count" if number % 5 else "bit"
-        (place / "count.k").write_text(text.replace("0x80000003 count", f"0x80000003 {wrong}").format(end="halt"))
+        (place / "count.k").write_text(text.replace("0x80000003 count", f"0x80000003 {wrong}"))
     cases = "".join(f"""
 [[case]]
 name = "switches {case}"
@@ -56,21 +57,26 @@ input = {{ switches = {case * 21845} }}
     (folder / "task.toml").write_text('source = "count.k"\nreference = "right.k"\nlimit = 1_000_000\n' + cases)
 
 
-def used():
-    usage = resource.getrusage(resource.RUSAGE_CHILDREN)
-    return usage.ru_utime + usage.ru_stime
+# Seconds of processor time.
+def cost(command, folder, times=1):
+    before = resource.getrusage(resource.RUSAGE_CHILDREN)
+    for _ in range(times):
+        subprocess.run(command, cwd=folder, stdout=subprocess.DEVNULL, check=True)
+    after = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
 
 
 def main():
-    grade = pathlib.Path(sys.argv[1]).resolve()
+    programs = pathlib.Path(sys.argv[1]).resolve()
     submissions = int(sys.argv[2]) if len(sys.argv) > 2 else 300
     for name, text in (("count", COUNT), ("long", LONG)):
         with tempfile.TemporaryDirectory() as folder:
             make(pathlib.Path(folder), text, submissions)
-            before = used()
-            subprocess.run([grade, "task.toml", "class"], cwd=folder, stdout=subprocess.DEVNULL, check=True)
-            seconds = used() - before
-            print(f"{name}: {seconds:.2f} s, {1000 * seconds / submissions / 8:.2f} ms a case")
+            graded = cost([programs / "tovik-grade", "task.toml", "class"], folder)
+            started = cost([programs / "tovik-run", "--report", "none", "right.k"], folder, 50) / 50
+            a_case = graded / submissions / 8
+            print(f"{name}: {graded:.2f} s, {1000 * a_case:.2f} ms a case; tovik-run {1000 * started:.2f} ms, "
+                  f"{started / a_case:.1f} times as much")
 
 
 main()
