@@ -121,7 +121,7 @@ std::string field_text(const std::string& key, const nlohmann::json& value) {
 
 // Two texts that are not the same; of long ones what they have in common is left out.
 std::pair<std::string, std::string> differing(const std::string& one, const std::string& other) {
-    constexpr size_t CONTEXT = 20;
+    constexpr std::ptrdiff_t CONTEXT = 20;
     size_t begin = 0;
     if (std::max(one.size(), other.size()) > LONGEST_TEXT) {
         const auto same = std::mismatch(one.begin(), one.end(), other.begin(), other.end()).first;
@@ -145,9 +145,7 @@ std::string without_blank_ends(const std::string& text) {
             result.resize(visible);
         }
         result += c;
-        if (c == '\n') {
-            visible = result.size();
-        } else if (c != ' ' && c != '\t') {
+        if (c != ' ' && c != '\t') {
             visible = result.size();
         }
     }
