@@ -15,6 +15,8 @@ namespace {
 constexpr size_t POINTS = size_t{VGA_WIDTH} * VGA_HEIGHT;
 constexpr uint32_t RED = 0xff0000;
 
+size_t index_of(int32_t x, int32_t y) { return static_cast<size_t>(y) * VGA_WIDTH + static_cast<size_t>(x); }
+
 bool is_like(uint32_t one, uint32_t other, int32_t color) {
     const auto differs = [=](int shift) {
         return std::abs(static_cast<int32_t>(one >> shift & 0xff) -
@@ -29,7 +31,7 @@ bool has_near(points_t picture, int32_t x, int32_t y, uint32_t point, const pict
     const int32_t right = std::min(x + rule.distance, VGA_WIDTH - 1);
     for (int32_t row = std::max(y - rule.distance, 0); row <= bottom; ++row) {
         for (int32_t column = std::max(x - rule.distance, 0); column <= right; ++column) {
-            if (is_like(picture[static_cast<size_t>(row * VGA_WIDTH + column)], point, rule.color)) {
+            if (is_like(picture[index_of(column, row)], point, rule.color)) {
                 return true;
             }
         }
@@ -82,7 +84,7 @@ comparison_t compare(points_t seen, points_t expected, const picture_rule_t& rul
     int64_t different = 0;
     for (int32_t y = top; y < top + height; ++y) {
         for (int32_t x = left; x < left + width; ++x) {
-            const auto i = static_cast<size_t>(y * VGA_WIDTH + x);
+            const auto i = index_of(x, y);
             if (seen[i] != expected[i] &&
                 !(has_near(expected, x, y, seen[i], rule) && has_near(seen, x, y, expected[i], rule))) {
                 ++different;
