@@ -19,6 +19,8 @@
 #include "base/saved_file.h"
 #include "devices/vga.h"
 #include "grade/alike.h"
+#include "grade/digest.h"
+#include "grade/ending.h"
 #include "grade/process.h"
 #include "grade/run.h"
 #include "grade/verdict.h"
@@ -271,6 +273,7 @@ student_result_t grade_submission(const attempt_t& attempt) {
     handed_in_t handed_in = read_submission(*attempt.submission, task.source);
     result.fault = handed_in.fault;
     result.trouble = handed_in.trouble;
+    result.digest = attempt.ready->digest + "-" + digest_of(handed_in);
     if (result.fault.empty() && result.trouble.empty()) {
         program_text_t program = analyse_submission(task.source, handed_in.text, attempt.ready->library);
         if (!program.forbidden.empty()) {
@@ -298,6 +301,7 @@ student_result_t result_of(const attempt_t& attempt, const ended_t& ended) {
         result = nlohmann::json::parse(ended.answer).get<student_result_t>();
     } else {
         result.trouble = ended.ending == ending_e::OUT_OF_TIME ? "out of time" : ended.why;
+        result.points = attempt.ready->task.points.value_or(worth(attempt.ready->task));
     }
     result.student = attempt.submission->student;
     result.file_name = attempt.submission->file_name;
@@ -360,7 +364,9 @@ seen_t reference_of(ready_task_t& ready, const case_t& one, size_t seed,
 } // namespace
 
 ready_task_t prepare(task_t task) {
-    ready_task_t ready{std::move(task), {}, {}, {}};
+    ready_task_t ready;
+    ready.task = std::move(task);
+    ready.digest = digest_of(ready.task);
     ready.library = read_library(ready.task);
     if (!ready.task.cases.empty()) {
         make_noise(static_cast<uint64_t>(ready.task.cases.front().seeds.front()));
@@ -386,7 +392,10 @@ std::vector<student_result_t> grade_class(const ready_task_t& ready,
     for (const submission_t& submission : submissions) {
         attempts.push_back({&ready, &submission, options.pictures_folder, {}});
     }
-    std::vector<student_result_t> results(submissions.size());
+    const ended_t not_begun = {ending_e::FAILED, {}, "the grading was ended", 0};
+    std::vector<student_result_t> results;
+    std::transform(attempts.begin(), attempts.end(), std::back_inserter(results),
+                   [&](const attempt_t& attempt) { return result_of(attempt, not_begun); });
     std::vector<size_t> slow;
     const auto folder_of = [&](size_t number) { return folder.path() / std::to_string(number); };
     bool goes_on = true;
@@ -407,13 +416,13 @@ std::vector<student_result_t> grade_class(const ready_task_t& ready,
     // Alone, so that nobody's limit is met for what others do.
     std::sort(slow.begin(), slow.end());
     for (const size_t number : slow) {
-        if (goes_on) {
-            attempts[number].effort.times = PATIENCE;
-            const ended_t ended = run_apart(bounds_of(ready.task, attempts[number].effort),
-                                            work_of(attempts[number], folder_of(number)));
-            results[number] = result_of(attempts[number], ended);
-            goes_on = done(results[number]);
-        }
+        attempt_t& attempt = attempts[number];
+        attempt.effort.times = PATIENCE;
+        const ended_t ended = goes_on && !is_end_asked() ? run_apart(bounds_of(ready.task, attempt.effort),
+                                                                     work_of(attempt, folder_of(number)))
+                                                         : not_begun;
+        results[number] = result_of(attempt, ended);
+        goes_on = goes_on && !is_end_asked() && done(results[number]);
     }
     return results;
 }

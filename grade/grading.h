@@ -18,6 +18,7 @@ struct ready_task_t {
     library_t library;
     std::vector<std::vector<std::optional<seen_t>>> references; // by case and seed; none: the case has none
     std::vector<std::string> fingerprints;                      // of the reference solutions
+    std::string digest;                                         // see grade/digest.h
 };
 
 // Reads the library and runs the reference solutions. Throws tovik_error with what is wrong with the task.
@@ -29,7 +30,8 @@ struct grading_options_t {
 };
 
 // In the order of the submissions. `done` is told of each that is over, in whatever order; it returns
-// whether to go on.
+// whether to go on. What was not graded any more, also when the end is asked for (grade/ending.h), is in
+// trouble.
 std::vector<student_result_t> grade_class(const ready_task_t& ready,
                                           const std::vector<submission_t>& submissions,
                                           const grading_options_t& options,

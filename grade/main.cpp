@@ -1,9 +1,10 @@
 // The entry of tovik-grade: grades a class.
 
+#include <algorithm>
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <map>
 #include <optional>
 #include <string>
 #include <thread>
@@ -11,98 +12,169 @@
 
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
-
 #include "base/files.h"
 #include "base/machine.h"
 #include "base/messages.h"
-#include "base/saved_file.h"
+#include "grade/again.h"
 #include "grade/alike.h"
+#include "grade/ending.h"
+#include "grade/example.h"
 #include "grade/grading.h"
+#include "grade/options.h"
 #include "grade/outputs.h"
+#include "grade/status.h"
+#include "grade/store.h"
 
 namespace {
 
-constexpr int EXIT_GRADED = 0;
-constexpr int EXIT_NOT_GRADED = 2; // wrong usage, a wrong task, or the machine was in the way
+void print_error(const std::string& text) { std::cerr << "tovik-grade: " << text << std::endl; }
 
-struct options_given_t {
-    std::string task;
-    std::vector<std::string> folders;
-    std::string out;
-    int jobs = 0;
+// One line, where somebody looks at it.
+class progress_t {
+  public:
+    explicit progress_t(size_t all) : all_(all), is_watched_(isatty(STDERR_FILENO) != 0) {}
+    progress_t(const progress_t&) = delete;
+    progress_t& operator=(const progress_t&) = delete;
+    ~progress_t() {
+        if (is_watched_ && count_ > 0) {
+            std::cerr << '\r' << std::string(line().size(), ' ') << '\r' << std::flush;
+        }
+    }
+    void step() {
+        ++count_;
+        if (is_watched_) {
+            std::cerr << '\r' << line() << std::flush;
+        }
+    }
+
+  private:
+    [[nodiscard]] std::string line() const {
+        return std::to_string(count_) + " of " + std::to_string(all_);
+    }
+    size_t all_;
+    size_t count_ = 0;
+    bool is_watched_;
 };
 
-std::optional<options_given_t> parse(int argc, char** argv, int& status) {
-    options_given_t options;
-    CLI::App app("Grades a class: runs each submission with the cases of a task.", "tovik-grade");
-    app.add_option("TASK", options.task, "the task's file")->required();
-    app.add_option("FOLDER", options.folders, "the submissions, or a folder of them")->required();
-    app.add_option("--out", options.out, "a folder for the feedback and the results");
-    app.add_option("--jobs", options.jobs, "how many submissions at the same time; as many as processors")
-        ->check(CLI::Range(1, 1024));
-    app.set_version_flag("--version", std::string("tovik-grade ") + TOVIK_VERSION);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        status = app.exit(error) == 0 ? EXIT_GRADED : EXIT_NOT_GRADED;
+void print_results(const ready_task_t& ready, const std::vector<student_result_t>& results) {
+    std::cout << table(results, isatty(STDOUT_FILENO) != 0)
+              << alike_text(find_alike(results, ready.fingerprints));
+}
+
+size_t count_not_graded(const std::vector<student_result_t>& results) {
+    return static_cast<size_t>(
+        std::count_if(results.begin(), results.end(),
+                      [](const student_result_t& result) { return !result.trouble.empty(); }));
+}
+
+// Says how to go on. Returns the exit status.
+int end_with(const std::vector<student_result_t>& results, bool can_resume) {
+    const size_t count = count_not_graded(results);
+    if (count == 0) {
+        return EXIT_GRADED;
+    }
+    print_error(std::to_string(count) + " of " + std::to_string(results.size()) + " not graded" +
+                (can_resume ? "; the same command with --resume goes on" : ""));
+    return EXIT_NOT_GRADED;
+}
+
+// ---- A class
+
+std::vector<submission_t> submissions_of(const std::vector<submission_t>& all, const part_t& part) {
+    std::vector<submission_t> some;
+    for (size_t i = part.number - 1; i < all.size(); i += part.of) {
+        some.push_back(all[i]);
+    }
+    return some;
+}
+
+// The result that is there, if it is of what is to be graded.
+std::optional<student_result_t> old_result(const options_given_t& options, const ready_task_t& ready,
+                                           const submission_t& submission) {
+    std::optional<student_result_t> old =
+        options.resume ? load_result(options.out, submission.file_name) : std::nullopt;
+    if (!old || !old->trouble.empty() || !is_current(*old, ready, submission)) {
         return std::nullopt;
     }
-    return options;
+    old->student = submission.student;
+    old->file_name = submission.file_name;
+    return old;
 }
 
-void write(const std::filesystem::path& folder, const std::string& name, const std::string& text) {
-    saved_file_t file((folder / name).string());
-    file.write(text);
-    file.close();
-}
-
-void write_all_results(const std::filesystem::path& out, const task_t& task,
-                       const std::vector<student_result_t>& results) {
-    for (const student_result_t& result : results) {
-        write(out, result.file_name + ".md", feedback(task, result));
-        write(out, result.file_name + ".gradescope.json", to_gradescope(task, result));
+std::vector<student_result_t> grade_rest(const options_given_t& options, const ready_task_t& ready,
+                                         const std::vector<submission_t>& submissions) {
+    std::map<std::string, student_result_t> results; // by file name
+    std::vector<submission_t> rest;
+    const auto keep = [&](const student_result_t& result) {
+        if (!options.out.empty()) {
+            save_result(options.out, ready.task, result);
+        }
+    };
+    for (const submission_t& submission : submissions) {
+        if (const std::optional<student_result_t> old = old_result(options, ready, submission)) {
+            keep(*old); // its feedback may be gone
+            results[submission.file_name] = *old;
+        } else {
+            rest.push_back(submission);
+        }
     }
-    write(out, "results.csv", to_csv(task, results));
-    write(out, "results.json", to_json(task, results));
-    write(out, "results.tap", to_tap(task, results));
-    write(out, "results.xml", to_junit(task, results));
+    grading_options_t grading;
+    grading.at_once =
+        options.jobs > 0 ? options.jobs : static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
+    grading.pictures_folder = options.out.empty() ? "" : std::filesystem::absolute(options.out).string();
+    progress_t progress(rest.size());
+    for (student_result_t& result : grade_class(ready, rest, grading, [&](const student_result_t& one) {
+             progress.step();
+             keep(one);
+             return true;
+         })) {
+        results[result.file_name] = std::move(result);
+    }
+    std::vector<student_result_t> sorted;
+    for (const submission_t& submission : submissions) {
+        sorted.push_back(std::move(results[submission.file_name]));
+    }
+    return sorted;
 }
 
 int grade(const options_given_t& options) {
     const ready_task_t ready = prepare(read_task(options.task));
-    const std::vector<submission_t> submissions = find_submissions(options.folders, ready.task.source);
-    grading_options_t grading;
-    grading.at_once =
-        options.jobs > 0 ? options.jobs : static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
+    const std::vector<submission_t> all = find_submissions(options.folders, ready.task.source);
     if (!options.out.empty()) {
-        std::filesystem::create_directories(options.out);
-        grading.pictures_folder = std::filesystem::absolute(options.out).string();
+        class_t record = class_of(ready, all);
+        record.part = options.part.number;
+        record.parts = options.part.of;
+        begin_store(options.out, record);
     }
-    const bool is_watched = isatty(STDERR_FILENO) != 0;
-    size_t count = 0;
     const std::vector<student_result_t> results =
-        grade_class(ready, submissions, grading, [&](const student_result_t&) {
-            ++count;
-            if (is_watched) {
-                std::cerr << '\r' << count << " of " << submissions.size() << std::flush;
-            }
-            return true;
-        });
-    std::cerr << (is_watched ? "\r" : "");
-    bool all_graded = true;
-    for (const student_result_t& result : results) {
-        std::cout << table_row(result);
-        all_graded &= result.trouble.empty();
+        grade_rest(options, ready, submissions_of(all, options.part));
+    if (!is_end_asked()) {
+        print_results(ready, results);
     }
-    const std::vector<alike_t> alike = find_alike(results, ready.fingerprints);
-    std::cout << alike_text(alike);
     if (!options.out.empty()) {
-        write_all_results(options.out, ready.task, results);
-        write(options.out, "alike.csv", alike_csv(alike));
-        write(options.out, "alike.md", alike_markdown(alike));
+        save_tables(options.out, ready, results);
     }
-    return all_graded ? EXIT_GRADED : EXIT_NOT_GRADED;
+    return end_with(results, !options.out.empty());
+}
+
+int merge(const options_given_t& options) {
+    const joined_t joined = join_stores(options.merge, options.out);
+    print_results(joined.ready, joined.results);
+    return end_with(joined.results, false);
+}
+
+int do_as_told(const options_given_t& options) {
+    if (!options.example.empty()) {
+        write_example(options.example);
+        return EXIT_GRADED;
+    }
+    if (!options.merge.empty()) {
+        return merge(options);
+    }
+    watch_for_end();
+    return options.again.empty()
+               ? grade(options)
+               : run_again(read_task(options.task), options.folders, options.again, options.again_case);
 }
 
 } // namespace
@@ -113,16 +185,21 @@ int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
     graphical_display = true;
     int status = EXIT_GRADED;
-    const std::optional<options_given_t> options = parse(argc, argv, status);
+    const std::optional<options_given_t> options = parse_options(argc, argv, status);
     if (!options) {
         return status;
     }
+    status = EXIT_NOT_GRADED;
     try {
-        return grade(*options);
+        status = do_as_told(*options);
     } catch (const tovik_error& error) {
-        std::cerr << "tovik-grade: " << error.message << std::endl;
+        print_error(error.message);
     } catch (const std::filesystem::filesystem_error& error) {
-        std::cerr << "tovik-grade: " << error.what() << std::endl;
+        print_error(error.what());
     }
-    return EXIT_NOT_GRADED;
+    if (!std::cout.flush()) {
+        print_error("can't write to standard output");
+        status = EXIT_NOT_GRADED;
+    }
+    return status;
 }

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "grade/markdown.h"
+#include "language/characters.h"
 
 namespace {
 
@@ -187,8 +188,27 @@ std::string remarks(const student_result_t& result) {
     return text;
 }
 
-std::string table_row(const student_result_t& result) {
-    return in_one_line(result.student) + "\t" + points_text(result.got) + "\t" + remarks(result) + "\n";
+std::string table(const std::vector<student_result_t>& results, bool aligned) {
+    size_t student_width = 0;
+    size_t points_width = 0;
+    for (const student_result_t& result : results) {
+        student_width = std::max(student_width, count_characters(in_one_line(result.student)));
+        points_width = std::max(points_width, points_text(result.got).size());
+    }
+    std::string text;
+    for (const student_result_t& result : results) {
+        const std::string student = in_one_line(result.student);
+        const std::string points = points_text(result.got);
+        const std::string why = remarks(result);
+        if (aligned) {
+            text += student + std::string(student_width - count_characters(student) + 2, ' ') +
+                    std::string(points_width - points.size(), ' ') + points + (why.empty() ? "" : "  ") +
+                    why + "\n";
+        } else {
+            text += student + "\t" + points + "\t" + why + "\n";
+        }
+    }
+    return text;
 }
 
 std::string feedback(const task_t& task, const student_result_t& result) {

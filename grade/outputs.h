@@ -14,8 +14,9 @@ std::string points_text(double points);
 // Why points are missing, in a line.
 std::string remarks(const student_result_t& result);
 
-// One row of the table on a terminal; control characters are replaced.
-std::string table_row(const student_result_t& result);
+// A row for each student; control characters are replaced. The columns have a tab between them, or stand one
+// below the other.
+std::string table(const std::vector<student_result_t>& results, bool aligned);
 
 // One student's feedback, in Markdown. Of hidden cases only the name is told.
 std::string feedback(const task_t& task, const student_result_t& result);

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstring>
 #include <exception>
+#include <fstream>
 #include <iterator>
 #include <optional>
 #include <utility>
@@ -20,6 +21,7 @@
 
 #include "base/files.h"
 #include "base/machine.h"
+#include "grade/ending.h"
 #include "host/clock.h"
 
 namespace {
@@ -28,6 +30,8 @@ constexpr int EXIT_ANSWERED = 0;
 constexpr int EXIT_FAILED = 1; // the answer says why
 constexpr uint64_t US_PER_SECOND = 1'000'000;
 constexpr uint64_t US_PER_MS = 1000;
+constexpr int MOST_LOOKS = 200; // for processes that end
+constexpr int MS_BETWEEN_LOOKS = 5;
 constexpr size_t MOST_ANSWER = size_t{256} << 20; // bytes
 
 struct child_t {
@@ -52,6 +56,7 @@ void limit(__rlimit_resource resource, size_t most, size_t more = 0) {
     }
     // Ctrl+C is for the one that waits.
     setpgid(0, 0);
+    forget_end();
     limit(RLIMIT_CPU, static_cast<size_t>(bounds.processor_seconds), 1); // the signal of the first is SIGXCPU
     limit(RLIMIT_AS, bounds.memory_bytes);
     limit(RLIMIT_FSIZE, bounds.file_bytes);
@@ -129,7 +134,8 @@ bool take_some(child_t& child) {
     return count > 0 && child.answer.size() <= MOST_ANSWER;
 }
 
-// Waits until one of them has something to say or is out of time. Returns those that are over.
+// Waits until one of them has something to say or is out of time, or the end is asked for. Returns those that
+// are over.
 std::vector<child_t> wait_for_some(std::vector<child_t>& children) {
     std::vector<pollfd> pipes;
     uint64_t next_us = UINT64_MAX;
@@ -137,6 +143,7 @@ std::vector<child_t> wait_for_some(std::vector<child_t>& children) {
         pipes.push_back({child.pipe, POLLIN, 0});
         next_us = std::min(next_us, child.deadline_us);
     }
+    pipes.push_back({end_descriptor(), POLLIN, 0});
     const uint64_t now_us = stopwatch_us();
     const uint64_t wait_ms = next_us <= now_us ? 0 : (next_us - now_us) / US_PER_MS + 1;
     poll(pipes.data(), pipes.size(), static_cast<int>(std::min<uint64_t>(wait_ms, 60000)));
@@ -152,31 +159,72 @@ std::vector<child_t> wait_for_some(std::vector<child_t>& children) {
     return over;
 }
 
+// The children of children that were ended are this process's own by now, and end by themselves; what a command
+// of the instructor's has started may not.
+void end_orphans() {
+    for (int i = 0; i < MOST_LOOKS; ++i) {
+        std::ifstream orphans("/proc/thread-self/children");
+        for (pid_t pid = 0; orphans >> pid;) {
+            kill(pid, SIGKILL);
+        }
+        while (waitpid(-1, nullptr, WNOHANG) > 0) {
+        }
+        if (errno == ECHILD) {
+            return;
+        }
+        wait_ms(MS_BETWEEN_LOOKS);
+    }
+}
+
+// Those that are left when nobody waits for them any more are ended, with all that they have started: then
+// nothing writes into their folders.
+class children_t {
+  public:
+    children_t() = default;
+    children_t(const children_t&) = delete;
+    children_t& operator=(const children_t&) = delete;
+    ~children_t() {
+        if (!list.empty()) {
+            prctl(PR_SET_CHILD_SUBREAPER, 1);
+            for (child_t& child : list) {
+                end_child(child);
+            }
+            end_orphans();
+        }
+    }
+
+    std::vector<child_t> list;
+};
+
 } // namespace
 
 ended_t run_apart(const bounds_t& bounds, const work_t& work) {
-    std::vector<child_t> children;
-    children.push_back(begin_child(0, bounds, work));
+    children_t children;
+    children.list.push_back(begin_child(0, bounds, work));
     std::vector<child_t> over;
-    while (over.empty()) {
-        over = wait_for_some(children);
+    while (over.empty() && !is_end_asked()) {
+        over = wait_for_some(children.list);
     }
-    return end_child(over.front());
+    return over.empty() ? ended_t{ending_e::FAILED, {}, "the grading was ended", 0} : end_child(over.front());
 }
 
 void run_many(size_t count, int at_once, const bounds_t& bounds,
               const std::function<work_t(size_t number)>& work,
               const std::function<bool(size_t number, ended_t ended)>& done) {
-    std::vector<child_t> children;
+    children_t children;
     size_t next = 0;
     bool goes_on = true;
-    while ((goes_on && next < count) || !children.empty()) {
-        while (goes_on && next < count && children.size() < static_cast<size_t>(at_once)) {
-            children.push_back(begin_child(next, bounds, work(next)));
+    while (((goes_on && next < count) || !children.list.empty()) && !is_end_asked()) {
+        while (goes_on && next < count && children.list.size() < static_cast<size_t>(at_once)) {
+            children.list.push_back(begin_child(next, bounds, work(next)));
             ++next;
         }
-        for (child_t& child : wait_for_some(children)) {
-            goes_on &= done(child.number, end_child(child));
+        std::vector<std::pair<size_t, ended_t>> over;
+        for (child_t& child : wait_for_some(children.list)) {
+            over.emplace_back(child.number, end_child(child));
+        }
+        for (auto& [number, ended] : over) {
+            goes_on &= done(number, std::move(ended));
         }
     }
 }

@@ -44,10 +44,11 @@ struct student_result_t {
     std::vector<check_result_t> source_checks;
     std::vector<case_result_t> cases;
     std::string fingerprint; // see grade/alike.h
+    std::string digest;      // of the task, and behind a "-" of what was handed in
 };
 
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(check_result_t, name, points, passed, expected, seen, message, pictures)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(case_result_t, name, hidden, ended, fault, trouble, slow, seed,
                                    instructions, points, got, checks)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(student_result_t, student, file_name, fault, trouble, assembly, points,
-                                   got, source_checks, cases, fingerprint)
+                                   got, source_checks, cases, fingerprint, digest)

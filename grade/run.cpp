@@ -1,11 +1,15 @@
 #include "grade/run.h"
 
 #include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <optional>
 #include <sstream>
+#include <string_view>
 #include <utility>
 
 #include "assembler/labels.h"
@@ -30,6 +34,7 @@ namespace {
 std::optional<uint64_t> noise_of; // the seed of what the memories hold
 
 constexpr const char* EVENTS_FILE = "events.jsonl";
+constexpr const char* SCRIPT_FILE = "input.script"; // where a shell does what a case does
 
 labels_t labels_of(const source_map_t& map) {
     labels_t labels;
@@ -60,15 +65,17 @@ std::string set_text(const std::pair<std::string, std::vector<int32_t>>& words) 
     return text;
 }
 
-// A card is written to.
-std::string copy_here(const std::string& file, size_t number) {
-    const std::string name = "card" + std::to_string(number);
-    std::error_code error;
-    std::filesystem::copy_file(file, name, error);
-    if (error) {
-        throw tovik_error("can't copy " + file + ": " + error.message());
+// A card is written to, so each run has its own.
+std::string card_name(size_t number) { return "card" + std::to_string(number); }
+
+void copy_cards(const std::vector<std::string>& cards) {
+    for (size_t i = 0; i < cards.size(); ++i) {
+        std::error_code error;
+        std::filesystem::copy_file(cards[i], card_name(i), error);
+        if (error) {
+            throw tovik_error("can't copy " + cards[i] + ": " + error.message());
+        }
     }
-    return name;
 }
 
 options_t options_for(const std::string& source, const case_t& one, uint64_t seed, const wanted_t& wanted) {
@@ -80,8 +87,8 @@ options_t options_for(const std::string& source, const case_t& one, uint64_t see
     std::transform(one.input.set.begin(), one.input.set.end(), std::back_inserter(options.set), set_text);
     options.mic_files = one.input.recordings;
     options.camera_files = one.input.movies;
-    for (const std::string& card : one.input.cards) {
-        options.sd_files.push_back(copy_here(card, options.sd_files.size()));
+    for (size_t i = 0; i < one.input.cards.size(); ++i) {
+        options.sd_files.push_back(card_name(i));
     }
     if (wanted.events) {
         options.events_file = EVENTS_FILE;
@@ -144,6 +151,13 @@ void write_for_commands(const seen_t& seen) {
     sound.close();
 }
 
+// Each as an option of the same name.
+void add_options(std::string& command, const std::string& name, const std::vector<std::string>& values) {
+    for (const std::string& value : values) {
+        command += " --" + name + "=" + quoted_for_shell(value);
+    }
+}
+
 bool has_command(const case_t& one) {
     return std::any_of(one.checks.begin(), one.checks.end(), [](const task_check_t<rule_t>& check) {
         return std::holds_alternative<command_rule_t>(check.rule);
@@ -174,6 +188,7 @@ seen_t run_case(analysis_t program, const case_t& one, uint64_t seed) {
     places.analysis = std::move(program);
     std::istringstream script(one.input.script);
     const labels_t labels = places.labels;
+    copy_cards(one.input.cards);
     try {
         run_batch(options_for(source, one, seed, wanted), labels, std::move(places),
                   read_script(script, one.name));
@@ -194,4 +209,52 @@ std::string missing_label(const analysis_t& program, const case_t& one) {
         }
     }
     return "";
+}
+
+std::string quoted_for_shell(const std::string& word) {
+    constexpr std::string_view PLAIN = "_-+=,./:@%";
+    const auto is_plain = [&](char c) {
+        return std::isalnum(static_cast<unsigned char>(c)) != 0 || PLAIN.find(c) != std::string_view::npos;
+    };
+    if (!word.empty() && std::all_of(word.begin(), word.end(), is_plain)) {
+        return word;
+    }
+    // A terminal would obey a control character, so printf makes it; it leaves out only line feeds at the end.
+    const auto is_control = [](char c) { return std::iscntrl(static_cast<unsigned char>(c)) != 0; };
+    const bool is_printed = std::any_of(word.begin(), word.end(), is_control);
+    std::string quoted;
+    for (const char c : word) {
+        if (is_control(c)) {
+            std::array<char, 5> octal{};
+            std::snprintf(octal.data(), octal.size(), "\\%03o", static_cast<unsigned>(c));
+            quoted += octal.data();
+        } else if (c == '\'') {
+            quoted += R"('\'')";
+        } else {
+            quoted += std::string(is_printed && (c == '%' || c == '\\') ? 1 : 0, c) + c;
+        }
+    }
+    return is_printed ? "\"$(printf '" + quoted + "')\"" : "'" + quoted + "'";
+}
+
+std::string command_for(const std::string& source, const case_t& one, uint64_t seed) {
+    const options_t options = options_for(source, one, seed, {});
+    std::string lines;
+    for (size_t i = 0; i < one.input.cards.size(); ++i) {
+        lines += "cp -- " + quoted_for_shell(one.input.cards[i]) + " " + card_name(i) + "\n";
+    }
+    std::string command = "tovik-run --report=json --limit=" + std::to_string(*options.limit) +
+                          " --seed=" + std::to_string(options.seed) +
+                          " --switches=" + std::to_string(options.switches);
+    add_options(command, "set", options.set);
+    add_options(command, "mic", options.mic_files);
+    add_options(command, "camera", options.camera_files);
+    add_options(command, "sd", options.sd_files);
+    if (!one.input.script.empty()) {
+        // No line of a script is a lone END.
+        lines += std::string("cat > ") + SCRIPT_FILE + " << 'END'\n" + one.input.script +
+                 (one.input.script.ends_with('\n') ? "" : "\n") + "END\n";
+        add_options(command, "script", {SCRIPT_FILE});
+    }
+    return lines + command + " -- " + quoted_for_shell(source) + "\n";
 }

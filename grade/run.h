@@ -21,5 +21,9 @@ seen_t run_case(analysis_t program, const case_t& one, uint64_t seed);
 // A label that the case needs and the program does not define; empty: there is none.
 std::string missing_label(const analysis_t& program, const case_t& one);
 
-// The `tovik-run` command that does the same, for a shell in the folder of the program.
+// Lines for a shell in the folder of the program that do the same with `tovik-run`: they make the other files
+// that the run needs, too.
 std::string command_for(const std::string& source, const case_t& one, uint64_t seed);
+
+// A word that a shell takes as it is.
+std::string quoted_for_shell(const std::string& word);

@@ -1,7 +1,6 @@
 #include "grade/submission.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
@@ -16,6 +15,7 @@
 #include "base/files.h"
 #include "base/machine.h"
 #include "grade/markdown.h"
+#include "language/characters.h"
 #include "language/warnings.h"
 
 namespace {
@@ -28,19 +28,13 @@ bool is_there(const std::filesystem::path& path) {
     return std::filesystem::symlink_status(path, unknown).type() != std::filesystem::file_type::not_found;
 }
 
-std::string printable(std::string name) {
-    std::replace_if(
-        name.begin(), name.end(), [](char c) { return std::iscntrl(static_cast<unsigned char>(c)) != 0; },
-        '?');
-    return name;
-}
-
-submission_t submission_of(std::filesystem::path folder) {
-    // "class/ada/" is ada's.
-    if (!folder.has_filename()) {
-        folder = folder.parent_path();
+// "class/ada/" is ada's, and so is "." there.
+submission_t submission_of(const std::filesystem::path& folder) {
+    std::filesystem::path path = std::filesystem::absolute(folder).lexically_normal();
+    if (!path.has_filename()) {
+        path = path.parent_path();
     }
-    return {printable(folder.filename().string()), std::filesystem::absolute(folder).string(), {}};
+    return {readable(path.filename().string()), path.string(), {}};
 }
 
 std::vector<submission_t> folders_in(const std::filesystem::path& folder) {
@@ -54,6 +48,25 @@ std::vector<submission_t> folders_in(const std::filesystem::path& folder) {
     std::sort(found.begin(), found.end(),
               [](const submission_t& one, const submission_t& other) { return one.folder < other.folder; });
     return found;
+}
+
+// Two folders may have one name, and also with those before them.
+void name_students(std::vector<submission_t>& submissions) {
+    std::map<std::string, int> count;
+    for (const submission_t& one : submissions) {
+        ++count[one.student];
+    }
+    std::set<std::string> taken;
+    for (submission_t& one : submissions) {
+        if (count[one.student] > 1) {
+            const std::filesystem::path before = std::filesystem::path(one.folder).parent_path().filename();
+            one.student = readable(before.string()) + "/" + one.student;
+        }
+        const std::string name = one.student;
+        for (int number = 2; !taken.insert(one.student).second; ++number) {
+            one.student = name + " (" + std::to_string(number) + ")";
+        }
+    }
 }
 
 void name_files(std::vector<submission_t>& submissions) {
@@ -177,6 +190,11 @@ std::vector<submission_t> find_submissions(const std::vector<std::string>& folde
             all.insert(all.end(), inside.begin(), inside.end());
         }
     }
+    std::set<std::string> seen;
+    all.erase(std::remove_if(all.begin(), all.end(),
+                             [&](const submission_t& one) { return !seen.insert(one.folder).second; }),
+              all.end());
+    name_students(all);
     name_files(all);
     return all;
 }
@@ -223,7 +241,7 @@ program_text_t analyse_submission(const std::string& source, const std::string& 
         if (file != library.end()) {
             return {file->second, 0, true};
         }
-        program.forbidden = program.forbidden.empty() ? printable(name) : program.forbidden;
+        program.forbidden = program.forbidden.empty() ? readable(name) : program.forbidden;
         return {{}, EACCES, false};
     });
     if (program.analysis.diagnostics.faults == 0) {

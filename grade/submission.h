@@ -13,13 +13,13 @@
 
 // One student's folder.
 struct submission_t {
-    std::string student; // its name, with "?" for each control character
+    std::string student; // its name, for a screen
     std::string folder;
     std::string file_name; // with which the names of its files begin; each submission has another
 };
 
-// Of the folders that were named: one that has other folders, but no source, stands for each of these, by
-// name.
+// Of the folders that were named, each once: one that has other folders, but no source, stands for each of
+// these, by name. Where several students have one name, the folder before theirs is part of it: "class1/ada".
 std::vector<submission_t> find_submissions(const std::vector<std::string>& folders,
                                            const std::string& source);
 

@@ -136,6 +136,7 @@ struct case_t {
 };
 
 struct task_t {
+    std::string file;
     std::string folder; // of its file
     std::string title;
     std::string source;               // the name of what is handed in

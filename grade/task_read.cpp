@@ -466,7 +466,8 @@ std::string read_source(settings_t& settings) {
 task_t read_root(settings_t& root) {
     constexpr std::string_view VISIBILITIES[] = {"visible", "hidden", "after_due_date", "after_published"};
     task_t task;
-    task.folder = std::filesystem::absolute(root.file->name).parent_path().string();
+    task.file = std::filesystem::absolute(root.file->name).string();
+    task.folder = std::filesystem::path(task.file).parent_path().string();
     task.source = read_source(root);
     task.title = read_text(root, "title").value_or(task.source);
     task.library = read_texts(root, "library");
