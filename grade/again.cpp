@@ -22,8 +22,7 @@ case_t find_case(const task_t& task, const std::string& which) {
     if (named != task.cases.end()) {
         return *named;
     }
-    const std::optional<int64_t> number =
-        parse_number(which, 1, static_cast<int64_t>(task.cases.size()));
+    const std::optional<int64_t> number = parse_number(which, 1, static_cast<int64_t>(task.cases.size()));
     if (!number) {
         throw tovik_error("no case has the name " + which + ", nor this number: there are " +
                           std::to_string(task.cases.size()));

@@ -210,6 +210,7 @@ case_result_t grade_case(const attempt_t& attempt, analysis_t& program, size_t n
     if (const std::string label = missing_label(program, one); !label.empty()) {
         worst = not_run(one);
         worst->fault = "there is no label " + label;
+        worst->seed = static_cast<uint64_t>(one.seeds.front());
     }
     const double points = one.points.value_or(sum_of(one.checks));
     for (size_t seed = 0; seed < one.seeds.size() && !(worst && !worst->fault.empty()); ++seed) {

@@ -48,9 +48,7 @@ class progress_t {
     }
 
   private:
-    [[nodiscard]] std::string line() const {
-        return std::to_string(count_) + " of " + std::to_string(all_);
-    }
+    [[nodiscard]] std::string line() const { return std::to_string(count_) + " of " + std::to_string(all_); }
     size_t all_;
     size_t count_ = 0;
     bool is_watched_;

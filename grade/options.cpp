@@ -49,7 +49,8 @@ std::optional<options_given_t> parse_options(int argc, char** argv, int& status)
     CLI::App app("Grades a class: runs each submission with the cases of a task.", "tovik-grade");
     app.add_option("TASK", options.task, "the task's file");
     app.add_option("FOLDER", options.folders, "the submissions, or a folder of them");
-    CLI::Option* const out = app.add_option("--out", options.out, "a folder for the feedback and the results");
+    CLI::Option* const out =
+        app.add_option("--out", options.out, "a folder for the feedback and the results");
     CLI::Option* const jobs =
         app.add_option("--jobs", options.jobs, "how many submissions at the same time; as many as processors")
             ->check(CLI::Range(1, MOST_JOBS));
@@ -75,7 +76,8 @@ std::optional<options_given_t> parse_options(int argc, char** argv, int& status)
     CLI::Option* const which =
         app.add_option("--case", options.again_case, "the name or the number of that case")->needs(again);
     again->needs(which);
-    CLI::Option* const example = app.add_option("--new", options.example, "a new folder with an example of a task");
+    CLI::Option* const example =
+        app.add_option("--new", options.example, "a new folder with an example of a task");
     for (CLI::Option* const other : {out, jobs, resume, shard, merge, again}) {
         example->excludes(other);
     }

@@ -159,8 +159,8 @@ std::vector<child_t> wait_for_some(std::vector<child_t>& children) {
     return over;
 }
 
-// The children of children that were ended are this process's own by now, and end by themselves; what a command
-// of the instructor's has started may not.
+// The children of children that were ended are this process's own by now, and end by themselves; what a
+// command of the instructor's has started may not.
 void end_orphans() {
     for (int i = 0; i < MOST_LOOKS; ++i) {
         std::ifstream orphans("/proc/thread-self/children");

@@ -219,7 +219,8 @@ std::string quoted_for_shell(const std::string& word) {
     if (!word.empty() && std::all_of(word.begin(), word.end(), is_plain)) {
         return word;
     }
-    // A terminal would obey a control character, so printf makes it; it leaves out only line feeds at the end.
+    // A terminal would obey a control character, so printf makes it; it leaves out only line feeds at the
+    // end.
     const auto is_control = [](char c) { return std::iscntrl(static_cast<unsigned char>(c)) != 0; };
     const bool is_printed = std::any_of(word.begin(), word.end(), is_control);
     std::string quoted;

@@ -24,7 +24,7 @@ struct class_t {
     std::vector<std::string> fingerprints; // of the reference solutions
     std::vector<std::string> students;     // all of the class, in its order
     std::vector<std::string> file_names;   // theirs
-    size_t part = 1;                       // the folder has the students with the numbers part, part + parts, ...
+    size_t part = 1; // the folder has the students with the numbers part, part + parts, ...
     size_t parts = 1;
 };
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(class_t, task, title, source, visibility, cases, fingerprints, students,

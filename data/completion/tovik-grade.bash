@@ -5,8 +5,8 @@ _tovik_grade() {
     local cur prev words cword options
     _init_completion || return
     case $prev in
-    --out) _filedir -d ;;
-    --jobs) ;;
+    --out | --merge | --new) _filedir -d ;;
+    --jobs | --shard | --again | --case) ;;
     *)
         if [[ $cur == -* ]]; then
             options=$("$1" --help 2> /dev/null | sed -nE 's/^ +(-h,)?(--[a-z-]+).*/\2/p')
