@@ -147,13 +147,9 @@ void set_all_words() {
 
 // In a process that has no other purpose.
 bool begin_again() {
-    const std::string& program = batch.options.program;
     observer = nullptr;
+    load_board(batch.options);
     speaker_recording = false;
-    noise_seed = batch.options.seed;
-    clear_vga();
-    clear_sdram();
-    simulate_load(program.substr(0, program.rfind('.')) + ".k");
     set_all_words();
     prepare_answers();
     prepare_board();
@@ -164,8 +160,8 @@ bool begin_again() {
 // Only where nothing but the script, the console and files that stay as they are have come from outside.
 std::optional<writer_t> find_writer(int32_t address) {
     const options_t& options = batch.options;
-    const bool is_alone = options.runs_again && options.sd_files.empty() && options.serial_names.empty() && !options.live_sound &&
-                          !options.live_camera && !is_interrupted();
+    const bool is_alone = options.runs_again && options.sd_files.empty() && options.serial_names.empty() &&
+                          !options.live_sound && !options.live_camera && !is_interrupted();
     return is_alone && machine.instr_count <= MOST_DONE_AGAIN &&
                    batch.console_input.size() < MOST_CONSOLE_INPUT
                ? find_writer_again(address, begin_again)
@@ -469,6 +465,15 @@ void collect_memory() {
 }
 
 } // namespace
+
+load_t load_board(const options_t& options) {
+    noise_seed = options.seed;
+    clear_vga();
+    clear_sdram();
+    // An endless program must not fill a grader's memory with what it plays.
+    speaker_recording = options.speaker_file.has_value();
+    return simulate_load(options.program.substr(0, options.program.rfind('.')) + ".k");
+}
 
 int run_batch(const options_t& options, const labels_t& labels, places_t places,
               std::vector<event_t> events) {

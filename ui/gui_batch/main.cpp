@@ -17,14 +17,11 @@
 #include "base/files.h"
 #include "base/machine.h"
 #include "base/messages.h"
-#include "base/noise.h"
 #include "core/loader.h"
 #include "core/script.h"
 #include "core/simulate.h"
 #include "debugger/places.h"
 #include "devices/audio.h"
-#include "devices/sdram.h"
-#include "devices/vga.h"
 #include "ui/gui_batch/gui_batch.h"
 #include "ui/gui_batch/observing.h"
 #include "ui/gui_batch/options.h"
@@ -116,13 +113,8 @@ int assemble_and_run(const options_t& options) {
     }
 
     simulate_init();
-    noise_seed = options.seed;
-    clear_vga();
-    clear_sdram();
-    // An endless program must not fill a grader's memory with what it plays.
-    speaker_recording = options.speaker_file.has_value();
+    const load_t load = load_board(options);
     const std::string base = options.program.substr(0, options.program.rfind('.'));
-    const load_t load = simulate_load(base + ".k");
     if (!load.opened) {
         return EXIT_USAGE;
     }
