@@ -122,7 +122,7 @@ std::string for_xml(std::string_view text) {
         case '"':
             return "&quot;";
         default:
-            return {1, c};
+            return std::string(1, c);
         }
     });
 }
