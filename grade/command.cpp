@@ -6,6 +6,7 @@
 #include <csignal>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <utility>
 
 #include <fcntl.h>
@@ -17,7 +18,9 @@
 
 #include "base/files.h"
 #include "base/machine.h"
+#include "base/text.h"
 #include "grade/process.h"
+#include "language/characters.h"
 
 namespace {
 
@@ -52,12 +55,20 @@ int start_and_wait(const std::vector<std::string>& words) {
     return WIFSIGNALED(status) ? SIGNALLED + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
+// Its lines as a screen shows them, in UTF-8: what it prints may be what a student has sent.
 std::string beginning_of_output() {
     std::ifstream file(OUTPUT, std::ios::binary);
-    std::string text(LONGEST_OUTPUT, '\0');
-    file.read(text.data(), LONGEST_OUTPUT);
-    text.resize(static_cast<size_t>(file.gcount()));
-    return text;
+    std::string bytes(LONGEST_OUTPUT, '\0');
+    file.read(bytes.data(), LONGEST_OUTPUT);
+    bytes.resize(static_cast<size_t>(file.gcount()));
+    std::string text;
+    std::istringstream lines(bytes);
+    for (std::string line; std::getline(lines, line);) {
+        line.erase(line.find_last_not_of(WHITE_SPACE) + 1);
+        std::replace(line.begin(), line.end(), '\t', ' ');
+        text += readable(line) + "\n";
+    }
+    return text.erase(text.find_last_not_of('\n') + 1);
 }
 
 } // namespace

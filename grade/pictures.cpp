@@ -93,6 +93,7 @@ comparison_t compare(points_t seen, points_t expected, const picture_rule_t& rul
         }
     }
     const int64_t points = std::max<int64_t>(int64_t{width} * height, 1);
-    comparison.equal = 1 - static_cast<double>(different) / static_cast<double>(points);
+    // Rounded once: 93 of 100 are 0.93 as it stands in a task.
+    comparison.equal = static_cast<double>(points - different) / static_cast<double>(points);
     return comparison;
 }

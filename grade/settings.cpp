@@ -1,9 +1,11 @@
 #include "grade/settings.h"
 
+#include <algorithm>
 #include <fstream>
 #include <iterator>
 #include <limits>
 #include <sstream>
+#include <utility>
 
 #include "assembler/similar.h"
 #include "base/files.h"
@@ -13,6 +15,10 @@ namespace {
 
 std::string place(const settings_file_t& file, const toml::source_region& at) {
     return file.name + ":" + std::to_string(at.begin.line) + ":" + std::to_string(at.begin.column) + ": ";
+}
+
+void add_fault_at(settings_file_t& file, const toml::source_region& at, const std::string& text) {
+    file.faults.push_back({at.begin, place(file, at) + text});
 }
 
 std::string full_name(const settings_t& settings, std::string_view key) {
@@ -26,6 +32,7 @@ void add_wrong(const settings_t& settings, std::string_view key, const toml::nod
 
 std::string range_text(const char* what, auto lowest, auto highest) {
     std::ostringstream text;
+    text.precision(std::numeric_limits<double>::digits10); // 1000000 and not 1e+06
     text << what << " from " << lowest << " to " << highest;
     return text.str();
 }
@@ -68,7 +75,7 @@ settings_file_t read_settings(const std::string& file_name) {
     if (!stream.is_open() || stream.bad()) {
         throw tovik_error(cant_open_text(file_name, errno));
     }
-    settings_file_t file{file_name, {}, {}};
+    settings_file_t file{file_name, text, {}, {}};
     try {
         file.root = toml::parse(text, file_name);
     } catch (const toml::parse_error& error) {
@@ -77,14 +84,41 @@ settings_file_t read_settings(const std::string& file_name) {
     return file;
 }
 
+std::string faults_text(const settings_file_t& file) {
+    std::vector<fault_t> faults = file.faults;
+    std::stable_sort(faults.begin(), faults.end(), [](const fault_t& one, const fault_t& other) {
+        return std::pair(one.at.line, one.at.column) < std::pair(other.at.line, other.at.column);
+    });
+    std::string text =
+        faults.size() < 2 ? "" : std::to_string(faults.size()) + " faults in " + file.name + ":\n";
+    for (const fault_t& fault : faults) {
+        text += (&fault == faults.data() ? "" : "\n") + fault.text;
+    }
+    return text;
+}
+
 settings_t root_of(settings_file_t& file) { return {&file, &file.root, "", {}}; }
 
 void add_fault(settings_file_t& file, const toml::node& at, const std::string& text) {
-    file.faults.push_back(place(file, at.source()) + text);
+    add_fault_at(file, at.source(), text);
 }
 
 void add_fault(const settings_t& settings, const std::string& text) {
     add_fault(*settings.file, *settings.table, text);
+}
+
+int first_line_of(const settings_file_t& file, const toml::node& text) {
+    const toml::source_region& at = text.source();
+    std::istringstream lines(file.text);
+    std::string line;
+    for (toml::source_index number = 0; number < at.begin.line && std::getline(lines, line);) {
+        ++number;
+    }
+    line.erase(line.find_last_not_of('\r') + 1);
+    // A line feed right behind the quotes is no part of the text.
+    const bool begins_below =
+        at.end.line > at.begin.line && (line.ends_with(R"(""")") || line.ends_with("'''"));
+    return static_cast<int>(at.begin.line) + (begins_below ? 1 : 0);
 }
 
 const toml::node* find(settings_t& settings, std::string_view key) {
@@ -188,9 +222,9 @@ void end_settings(const settings_t& settings) {
     for (const auto& [key, node] : *settings.table) {
         if (!settings.read.contains(key.str())) {
             const std::string_view meant = nearest(key.str(), known, budget);
-            settings.file->faults.push_back(
-                place(*settings.file, key.source()) + "unknown key " + full_name(settings, key.str()) +
-                (meant.empty() ? "" : "; did you mean " + std::string(meant) + "?"));
+            add_fault_at(*settings.file, key.source(),
+                         "unknown key " + full_name(settings, key.str()) +
+                             (meant.empty() ? "" : "; did you mean " + std::string(meant) + "?"));
         }
     }
 }

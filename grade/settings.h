@@ -12,14 +12,23 @@
 #define TOML_HEADER_ONLY 0 // the definitions are in the library
 #include <toml++/toml.h>
 
+struct fault_t {
+    toml::source_position at;
+    std::string text; // with its place, "task.toml:3:9: limit is to be a number from 1 to 100"
+};
+
 struct settings_file_t {
     std::string name;
+    std::string text; // all of it
     toml::table root;
-    std::vector<std::string> faults; // "task.toml:3:9: limit is to be a number from 1 to 100"
+    std::vector<fault_t> faults;
 };
 
 // Throws tovik_error when the file cannot be read or is no TOML.
 settings_file_t read_settings(const std::string& file_name);
+
+// In the order of the file, one line each; where there are several, their number before them.
+std::string faults_text(const settings_file_t& file);
 
 // One table. The file must outlive it.
 struct settings_t {
@@ -33,6 +42,9 @@ settings_t root_of(settings_file_t& file);
 
 void add_fault(settings_file_t& file, const toml::node& at, const std::string& text);
 void add_fault(const settings_t& settings, const std::string& text);
+
+// The file's line in which a text has its first one; a text over several lines may begin below its quotes.
+int first_line_of(const settings_file_t& file, const toml::node& text);
 
 // The node of a key; nullptr when it is not there.
 const toml::node* find(settings_t& settings, std::string_view key);

@@ -73,6 +73,7 @@ struct events_rule_t {
 
 // A program of the instructor's.
 struct command_rule_t {
+    std::string name; // for people: of its file beside the task, or else of the program
     std::vector<std::string> words;
     double seconds = 10; // that it may take
 };

@@ -15,7 +15,10 @@
 #include "base/machine.h"
 #include "core/script.h"
 #include "devices/ledswitchtimer.h"
+#include "grade/pictures.h"
 #include "grade/settings.h"
+#include "grade/sounds.h"
+#include "language/characters.h"
 #include "language/codes.h"
 
 namespace {
@@ -27,6 +30,18 @@ constexpr size_t MOST_SERIAL = 1024; // bytes; the port's queue has no room for 
 constexpr double MOST_POINTS = 1e6;
 constexpr double LONGEST_MS = 1e9;
 constexpr double LONGEST_S = 1e6;
+
+constexpr size_t LCD_LINES = 2;
+constexpr size_t LCD_COLUMNS = 16;
+
+// How a run may end here.
+constexpr std::string_view REASONS[] = {"halt", "limit", "error", "script"};
+
+// The report's, save what only other options of `tovik-run` fill.
+constexpr std::string_view REPORT_KEYS[] = {
+    "status",           "reason", "message",     "pc",        "instructions",  "switches", "led_red",
+    "led_green",        "hex74",  "hex30",       "lcd",       "serial_output", "messages", "serial_bytes",
+    "serial_truncated", "place",  "reason_text", "waits_for", "source_differs"};
 
 // What a reference solution shows, in the order of the results.
 constexpr std::string_view SHOWN[] = {"reason", "hex74",  "hex30",   "led_red", "led_green",
@@ -80,12 +95,35 @@ labelled_words_t read_words(settings_t& settings, std::string_view key) {
                                                  std::numeric_limits<uint32_t>::max())) {
             values.push_back(static_cast<int32_t>(value));
         }
-        if (values.empty()) {
+        if (node.is_array() && node.as_array()->empty()) {
             add_fault(*settings.file, node, std::string(label.str()) + " has no value");
         }
         words.emplace_back(label.str(), std::move(values));
     }
     return words;
+}
+
+// The digits of a display, in small letters as the report has them.
+nlohmann::json read_digits(settings_t& settings, std::string_view key) {
+    constexpr size_t DIGITS = 4;
+    const toml::node* const node = find(settings, key);
+    std::string digits = node->is_string() ? node->as_string()->get() : "";
+    std::transform(digits.begin(), digits.end(), digits.begin(),
+                   [](char c) { return c >= 'A' && c <= 'F' ? static_cast<char>(c - 'A' + 'a') : c; });
+    if (digits.size() != DIGITS || digits.find_first_not_of("0123456789abcdef") != std::string::npos) {
+        add_fault(*settings.file, *node,
+                  std::string(key) + R"( is to be a text of four hexadecimal digits, such as "00ff")");
+    }
+    return digits;
+}
+
+// What displays and lamps show; the key is there.
+nlohmann::json read_shown(settings_t& settings, std::string_view key) {
+    if (key.starts_with("hex")) {
+        return read_digits(settings, key);
+    }
+    const int lamps = key == "led_red" ? RED_LEDS : GREEN_LEDS;
+    return read_integer(settings, key, 0, (1 << lamps) - 1).value_or(0);
 }
 
 // A file that the task names, beside its own. It must be there.
@@ -111,9 +149,35 @@ std::string read_file_name(settings_t& settings, std::string_view key) {
     return name ? read_file_name(settings, key, *name) : "";
 }
 
-// Each of the texts must be one of some.
+// A file that some function can read.
+void check_file(settings_t& settings, std::string_view key, const std::string& name, const auto& read) {
+    std::error_code unknown;
+    if (!std::filesystem::is_regular_file(name, unknown)) {
+        return; // that is told
+    }
+    try {
+        static_cast<void>(read(name));
+    } catch (const tovik_error& error) {
+        add_fault(*settings.file, *find(settings, key), error.message);
+    }
+}
+
+int check_movie(const std::string& name) {
+    std::error_code error;
+    const auto size = std::filesystem::file_size(name, error);
+    if (!error && size < sizeof machine.camera_ram) {
+        throw tovik_error("movie " + name + " has no whole picture");
+    }
+    return 0;
+}
+
+// Each of the texts must be one of some, and there must be one.
 std::vector<std::string> read_choices(settings_t& settings, std::string_view key, const auto& choices) {
     std::vector<std::string> texts = read_texts(settings, key);
+    if (const toml::node* const node = find(settings, key);
+        node != nullptr && node->is_array() && node->as_array()->empty()) {
+        add_fault(*settings.file, *node, std::string(key) + " is to have some of " + listed(choices));
+    }
     for (const std::string& text : texts) {
         if (!is_one_of(text, choices)) {
             add_fault(*settings.file, *find(settings, key),
@@ -125,11 +189,40 @@ std::vector<std::string> read_choices(settings_t& settings, std::string_view key
 
 // ---- Checks
 
-rule_t read_field(settings_t& settings, std::string_view key) {
-    return field_rule_t{std::string(key), read_value(settings, key)};
+rule_t read_reason(settings_t& settings, std::string_view key) {
+    const std::vector<std::string> reasons = read_choices(settings, key, REASONS);
+    if (reasons.size() > 1) {
+        add_fault(*settings.file, *find(settings, key), "a run has one reason to end");
+    }
+    return field_rule_t{std::string(key), reasons.empty() ? "" : reasons.front()};
 }
 
-// Of an LCD a text or two; trailing blanks do not matter there.
+rule_t read_display(settings_t& settings, std::string_view key) {
+    return field_rule_t{std::string(key), read_shown(settings, key)};
+}
+
+// What a display or the serial console never shows, or always does.
+void check_text(settings_t& settings, std::string_view key, const text_rule_t& rule,
+                const std::vector<std::string>& lines) {
+    const auto is_too_long = [](const std::string& line) { return count_characters(line) > LCD_COLUMNS; };
+    const toml::node& node = *find(settings, key);
+    if (rule.how == text_rule_t::how_e::CONTAINS && rule.text.empty()) {
+        add_fault(*settings.file, node, std::string(key) + " is empty, and so in every text");
+    }
+    if (rule.how == text_rule_t::how_e::EQUALS && rule.where == text_rule_t::where_e::LCD &&
+        (lines.size() > LCD_LINES || std::any_of(lines.begin(), lines.end(), is_too_long))) {
+        add_fault(*settings.file, node,
+                  "the LCD has " + std::to_string(LCD_LINES) + " lines of " + std::to_string(LCD_COLUMNS) +
+                      " characters");
+    }
+    if (rule.how == text_rule_t::how_e::MATCHES) {
+        if (const RE2 expression(rule.text, RE2::Quiet); !expression.ok()) {
+            add_fault(*settings.file, node, std::string(key) + ": " + expression.error());
+        }
+    }
+}
+
+// A text, or several lines.
 rule_t read_text_rule(settings_t& settings, std::string_view key) {
     text_rule_t rule = {key.starts_with("lcd") ? text_rule_t::where_e::LCD : text_rule_t::where_e::SERIAL,
                         key.ends_with("_contains")  ? text_rule_t::how_e::CONTAINS
@@ -140,20 +233,21 @@ rule_t read_text_rule(settings_t& settings, std::string_view key) {
     for (const std::string& line : lines) {
         rule.text += (&line == lines.data() ? "" : "\n") + line;
     }
-    if (rule.how == text_rule_t::how_e::MATCHES) {
-        if (const RE2 expression(rule.text, RE2::Quiet); !expression.ok()) {
-            add_fault(*settings.file, *find(settings, key), std::string(key) + ": " + expression.error());
-        }
+    if (rule.how != text_rule_t::how_e::MATCHES) {
+        // The report has none.
+        rule.text.erase(std::remove(rule.text.begin(), rule.text.end(), '\r'), rule.text.end());
     }
+    check_text(settings, key, rule, lines);
     return rule;
 }
 
 rule_t read_picture(settings_t& picture) {
     picture_rule_t rule;
     rule.file = read_file_name(picture, "file");
+    check_file(picture, "file", rule.file, read_png);
     const std::vector<int64_t> region = read_integers(picture, "region", 0, 640);
-    if (!region.empty() &&
-        (region.size() != 4 || region[0] + region[2] > 640 || region[1] + region[3] > 480)) {
+    if (!region.empty() && (region.size() != 4 || region[0] + region[2] > 640 ||
+                            region[1] + region[3] > 480 || region[2] * region[3] == 0)) {
         add_fault(*picture.file, *find(picture, "region"),
                   picture.path + ".region is to be [x, y, width, height] on the screen");
     } else if (!region.empty()) {
@@ -166,17 +260,22 @@ rule_t read_picture(settings_t& picture) {
     return rule;
 }
 
-rule_t read_sound(settings_t& sound) {
+rule_t read_sound_rule(settings_t& sound) {
     sound_rule_t rule;
     rule.file = read_file_name(sound, "file");
+    check_file(sound, "file", rule.file, read_sound);
     rule.reference = read_flag(sound, "reference").value_or(false);
     rule.seconds = read_real(sound, "seconds", 0, LONGEST_S);
     rule.tolerance = read_real(sound, "tolerance", 0, LONGEST_S).value_or(rule.tolerance);
     for (settings_t& pitch : read_tables(sound, "pitch")) {
-        rule.pitches.push_back({.from = read_real(pitch, "from", 0, LONGEST_S).value_or(0),
-                                .to = read_real(pitch, "to", 0, LONGEST_S).value_or(LONGEST_S),
-                                .hz = read_real(pitch, "hz", 0, 4000).value_or(0),
-                                .tolerance = read_real(pitch, "tolerance", 0, 1).value_or(0.02)});
+        const pitch_t& one = rule.pitches.emplace_back(
+            pitch_t{.from = read_real(pitch, "from", 0, LONGEST_S).value_or(0),
+                    .to = read_real(pitch, "to", 0, LONGEST_S).value_or(LONGEST_S),
+                    .hz = read_real(pitch, "hz", 0, 4000).value_or(0),
+                    .tolerance = read_real(pitch, "tolerance", 0, 1).value_or(0.02)});
+        if (find(pitch, "hz") == nullptr || one.from >= one.to) {
+            add_fault(pitch, pitch.path + " is to have hz (0 is silence), and from before to");
+        }
         end_settings(pitch);
     }
     if (rule.file.empty() && !rule.reference && !rule.seconds && rule.pitches.empty()) {
@@ -188,17 +287,23 @@ rule_t read_sound(settings_t& sound) {
 rule_t read_events(settings_t& settings, std::string_view key) {
     constexpr std::string_view SEEN[] = {"hex74", "hex30", "led_red", "led_green"};
     events_rule_t rule;
+    if (const toml::node* const node = find(settings, key); node->is_array() && node->as_array()->empty()) {
+        add_fault(*settings.file, *node, std::string(key) + " is empty");
+    }
     for (settings_t& moment : read_tables(settings, key)) {
         moment_rule_t& now = rule.moments.emplace_back();
         for (const std::string_view field : SEEN) {
-            if (nlohmann::json value = read_value(moment, field); !value.is_null()) {
-                now.shows.emplace_back(field, std::move(value));
+            if (find(moment, field) != nullptr) {
+                now.shows.emplace_back(field, read_shown(moment, field));
             }
         }
         now.after_ms = read_real(moment, "after_ms", 0, LONGEST_MS);
         now.within_ms = read_real(moment, "within_ms", 0, LONGEST_MS);
         if (now.shows.empty()) {
             add_fault(moment, moment.path + " shows none of " + listed(SEEN));
+        }
+        if (now.after_ms && now.within_ms && *now.after_ms > *now.within_ms) {
+            add_fault(moment, moment.path + ".after_ms is more than within_ms");
         }
         end_settings(moment);
     }
@@ -211,11 +316,28 @@ rule_t read_report(settings_t& report) {
     if (!key || value.is_null()) {
         add_fault(report, report.path + " is to have key and equals");
     }
+    if (key && !is_one_of(key->substr(0, key->find('.')), REPORT_KEYS)) {
+        add_fault(*report.file, *find(report, "key"), in_quotes(*key) + " is none of " + listed(REPORT_KEYS));
+    }
     return field_rule_t{key.value_or(""), std::move(value)};
 }
 
+// It runs elsewhere: what is a file beside the task is named with its folder.
 rule_t read_command(settings_t& settings, std::string_view key) {
-    command_rule_t rule = {read_texts(settings, key)};
+    command_rule_t rule;
+    rule.words = read_texts(settings, key);
+    for (std::string& word : rule.words) {
+        const std::filesystem::path path =
+            std::filesystem::absolute(settings.file->name).parent_path() / word;
+        std::error_code unknown;
+        if (std::filesystem::is_regular_file(path, unknown)) {
+            rule.name = rule.name.empty() ? path.filename().string() : rule.name;
+            word = path.string();
+        }
+    }
+    if (rule.name.empty() && !rule.words.empty()) {
+        rule.name = rule.words.front();
+    }
     rule.seconds = read_real(settings, "seconds", 0.1, 3600).value_or(rule.seconds);
     if (rule.words.empty()) {
         add_fault(*settings.file, *find(settings, key), "command has no words");
@@ -224,7 +346,11 @@ rule_t read_command(settings_t& settings, std::string_view key) {
 }
 
 rule_t read_words_rule(settings_t& settings, std::string_view key) {
-    return words_rule_t{read_words(settings, key)};
+    words_rule_t rule{read_words(settings, key)};
+    if (const toml::node* const node = find(settings, key); node->is_table() && node->as_table()->empty()) {
+        add_fault(*settings.file, *node, std::string(key) + " is empty");
+    }
+    return rule;
 }
 
 rule_t read_instructions(settings_t& settings, std::string_view key) {
@@ -285,11 +411,11 @@ template <typename some_rule_t> struct form_t {
 };
 
 constexpr form_t<rule_t> CASE_FORMS[] = {
-    {"reason", read_field},
-    {"hex74", read_field},
-    {"hex30", read_field},
-    {"led_red", read_field},
-    {"led_green", read_field},
+    {"reason", read_reason},
+    {"hex74", read_display},
+    {"hex30", read_display},
+    {"led_red", read_display},
+    {"led_green", read_display},
     {"lcd", read_text_rule},
     {"lcd_contains", read_text_rule},
     {"lcd_matches", read_text_rule},
@@ -299,7 +425,7 @@ constexpr form_t<rule_t> CASE_FORMS[] = {
     {"words", read_words_rule},
     {"instructions", read_instructions},
     {"picture", in_table<read_picture>},
-    {"sound", in_table<read_sound>},
+    {"sound", in_table<read_sound_rule>},
     {"events", read_events},
     {"report", in_table<read_report>},
     {"command", read_command},
@@ -330,7 +456,8 @@ void read_check(settings_t& settings, std::span<const form_t<some_rule_t>> forms
         for (const auto& [key, read] : forms) {
             keys += (keys.empty() ? "" : ", ") + std::string(key);
         }
-        add_fault(settings, settings.path + " is to have one of " + keys);
+        add_fault(settings,
+                  settings.path + (rules == 0 ? " is to have one of " : " is to have only one of ") + keys);
     }
     check.name = read_text(settings, "name").value_or(check.name);
     check.points = read_real(settings, "points", 0, MOST_POINTS).value_or(check.points);
@@ -359,12 +486,14 @@ std::string typed_at_start(const std::string& bytes) {
     return bytes.empty() ? "" : "0 serial \"" + line + "\"\n";
 }
 
-void check_script(settings_t& input, const std::string& script) {
-    std::istringstream lines(script);
+// A fault is told with its place in the file that has the script, of which that is line `first`.
+void check_script(settings_t& input, std::string_view key, const std::string& script,
+                  const std::string& file_name, int first) {
+    std::istringstream lines(std::string(static_cast<size_t>(first - 1), '\n') + script);
     try {
-        static_cast<void>(read_script(lines, input.path + ".script"));
+        static_cast<void>(read_script(lines, file_name));
     } catch (const tovik_error& error) {
-        add_fault(input, error.message);
+        input.file->faults.push_back({find(input, key)->source().begin, error.message});
     }
 }
 
@@ -372,13 +501,18 @@ input_t read_input(settings_t& input) {
     input_t given;
     given.switches = static_cast<int32_t>(read_integer(input, "switches", 0, HIGHEST_SWITCHES).value_or(0));
     given.script = read_text(input, "script").value_or("");
+    if (const toml::node* const node = find(input, "script")) {
+        check_script(input, "script", given.script, input.file->name, first_line_of(*input.file, *node));
+    }
     if (find(input, "script_file") != nullptr) {
-        given.script = file_text(input, "script_file");
-        if (find(input, "script") != nullptr) {
+        if (!given.script.empty()) {
             add_fault(input, input.path + " has both script and script_file");
         }
+        given.script = file_text(input, "script_file");
+        const std::filesystem::path name = read_text(input, "script_file").value_or("");
+        check_script(input, "script_file", given.script,
+                     (std::filesystem::path(input.file->name).parent_path() / name).string(), 1);
     }
-    check_script(input, given.script);
     const std::string serial = read_text(input, "serial").value_or("");
     if (serial.size() > MOST_SERIAL) {
         add_fault(input, input.path + ".serial has more than " + std::to_string(MOST_SERIAL) + " bytes");
@@ -387,6 +521,12 @@ input_t read_input(settings_t& input) {
     given.cards = read_file_names(input, "card");
     given.recordings = read_file_names(input, "microphone");
     given.movies = read_file_names(input, "camera");
+    for (const std::string& name : given.recordings) {
+        check_file(input, "microphone", name, read_sound);
+    }
+    for (const std::string& name : given.movies) {
+        check_file(input, "camera", name, check_movie);
+    }
     given.set = read_words(input, "set");
     end_settings(input);
     return given;
@@ -472,6 +612,12 @@ task_t read_root(settings_t& root) {
     task.title = read_text(root, "title").value_or(task.source);
     task.library = read_texts(root, "library");
     static_cast<void>(read_file_names(root, "library")); // they must be there
+    for (const std::string& name : task.library) {
+        if (const std::filesystem::path path(name); path.is_absolute() || is_one_of("..", path)) {
+            add_fault(*root.file, *find(root, "library"),
+                      in_quotes(name) + " is to be a name without .., from the task's folder on");
+        }
+    }
     const std::vector<std::string> visibility = read_choices(root, "visibility", VISIBILITIES);
     task.visibility = visibility.empty() ? "visible" : visibility.front();
     task.points = read_real(root, "points", 0, MOST_POINTS);
@@ -500,11 +646,7 @@ task_t read_task(const std::string& file_name) {
     settings_t root = root_of(file);
     task_t task = read_root(root);
     if (!file.faults.empty()) {
-        std::string all;
-        for (const std::string& fault : file.faults) {
-            all += (all.empty() ? "" : "\n") + fault;
-        }
-        throw tovik_error(all);
+        throw tovik_error(faults_text(file));
     }
     return task;
 }

@@ -164,13 +164,22 @@ std::string text_of(const text_rule_t& rule, const seen_t& seen) {
     return lines.at(0).get<std::string>() + "\n" + lines.at(1).get<std::string>();
 }
 
+// "place.line" is a field of a field, "lcd.0" the first of several. Nothing where there is none.
+nlohmann::json field_of(const nlohmann::json& report, const std::string& key) {
+    std::string path = "/" + key;
+    std::replace(path.begin(), path.end(), '.', '/');
+    const nlohmann::json::json_pointer pointer(path);
+    return report.contains(pointer) ? report.at(pointer) : nlohmann::json();
+}
+
 verdict_t judge_one(const field_rule_t& rule, const seen_t& seen, const seen_t* /*reference*/) {
-    const nlohmann::json found = seen.report.value(rule.key, nlohmann::json());
+    const nlohmann::json found = field_of(seen.report, rule.key);
     return {found == rule.value, field_text(rule.key, rule.value), value_text(rule.key, found)};
 }
 
 verdict_t judge_one(const text_rule_t& rule, const seen_t& seen, const seen_t* /*reference*/) {
-    const std::string text = without_blank_ends(text_of(rule, seen));
+    const std::string whole = text_of(rule, seen);
+    const std::string text = without_blank_ends(whole);
     const std::string seen_text = text.empty() ? "nothing" : quoted(shortened(text));
     const bool is_lcd = rule.where == text_rule_t::where_e::LCD;
     const std::string where = is_lcd ? " on the LCD" : " in the serial output";
@@ -181,12 +190,13 @@ verdict_t judge_one(const text_rule_t& rule, const seen_t& seen, const seen_t* /
         return {text == wanted, expected + where, found};
     }
     case text_rule_t::how_e::CONTAINS:
-        return {text.find(rule.text) != std::string::npos, quoted(rule.text) + " somewhere" + where,
-                seen_text};
+        return {text.find(rule.text) != std::string::npos || whole.find(rule.text) != std::string::npos,
+                quoted(rule.text) + " somewhere" + where, seen_text};
     case text_rule_t::how_e::MATCHES:
         break;
     }
-    return {RE2::PartialMatch(text, rule.text), "what matches " + quoted(rule.text) + where, seen_text};
+    return {RE2::PartialMatch(text, rule.text) || RE2::PartialMatch(whole, rule.text),
+            "what matches " + quoted(rule.text) + where, seen_text};
 }
 
 std::string listed(const std::vector<int32_t>& values) {
@@ -236,15 +246,26 @@ verdict_t judge_one(const instructions_rule_t& rule, const seen_t& seen, const s
             std::to_string(count) + " instructions"};
 }
 
+// Never rounded up to what it has not reached.
+std::string percent(double share) { return number(std::floor(10000 * share) / 100, 2) + " %"; }
+
+std::string picture_text(const picture_rule_t& rule) {
+    const auto [x, y, width, height] = rule.region;
+    if (rule.region == picture_rule_t{}.region) {
+        return "the whole picture";
+    }
+    return "the picture from (" + std::to_string(x) + ", " + std::to_string(y) + ") to (" +
+           std::to_string(x + width - 1) + ", " + std::to_string(y + height - 1) + ")";
+}
+
 verdict_t judge_one(const picture_rule_t& rule, const seen_t& seen, const seen_t* reference) {
     const picture_t file = rule.file.empty() ? picture_t{} : read_png(rule.file);
     const points_t expected = rule.file.empty() ? reference->picture : file;
     comparison_t comparison = compare(seen.picture, expected, rule);
     const bool passed = comparison.equal >= rule.share;
     verdict_t verdict{passed,
-                      rule.share == 1 ? "the whole picture"
-                                      : number(100 * rule.share, 2) + " % of the picture at least",
-                      number(std::floor(10000 * comparison.equal) / 100, 2) + " % of it"};
+                      picture_text(rule) + (rule.share == 1 ? "" : ", at least " + percent(rule.share)),
+                      percent(comparison.equal) + " of its points"};
     if (!passed) {
         verdict.pictures = {{expected.begin(), expected.end()},
                             {seen.picture.begin(), seen.picture.end()},
@@ -304,8 +325,10 @@ verdict_t judge_one(const sound_rule_t& rule, const seen_t& seen, const seen_t* 
         check_like(seen.sound, read_sound(rule.file), rule.tolerance, remarks);
     }
     const bool passed = remarks.expected.empty();
-    return {passed, passed ? "the sound that was asked for" : remarks.expected,
-            passed ? "that" : shortened(remarks.seen)};
+    return {passed, passed ? "the sound that was asked for" : shortened(remarks.expected),
+            passed                       ? "that"
+            : seen.sound.samples.empty() ? "no sound"
+                                         : shortened(remarks.seen)};
 }
 
 // ---- Events
@@ -326,18 +349,39 @@ bool shows_all(const nlohmann::json& shown_now, const moment_rule_t& moment) {
     });
 }
 
+std::string milliseconds(double ms) { return number(ms, ms == std::floor(ms) ? 0 : 1) + " ms"; }
+
 std::string described(const moment_rule_t& moment) {
     std::string text;
     for (const auto& [key, value] : moment.shows) {
         text += (text.empty() ? "" : ", ") + field_text(key, value);
     }
     if (moment.after_ms) {
-        text += " after " + number(*moment.after_ms, 1) + " ms or more";
+        text += " after " + milliseconds(*moment.after_ms) + " or more";
     }
     if (moment.within_ms) {
-        text += " within " + number(*moment.within_ms, 1) + " ms";
+        text += (moment.after_ms ? ", within " : " within ") + milliseconds(*moment.within_ms);
     }
     return text;
+}
+
+// What is expected from one moment to the next, up to the one that has not come.
+std::string described(const events_rule_t& rule, size_t count) {
+    std::string text;
+    for (size_t i = 0; i < count; ++i) {
+        text += (i == 0 ? "" : ", then ") + described(rule.moments[i]);
+    }
+    return text;
+}
+
+// What was shown where something else was expected, in the order of time.
+std::string shown_instead(const moment_rule_t& moment, const std::vector<nlohmann::json>& values) {
+    constexpr size_t MOST = 8;
+    std::string text;
+    for (size_t i = 0; i < std::min(values.size(), MOST); ++i) {
+        text += (i == 0 ? "" : ", ") + value_text(moment.shows.front().first, values[i]);
+    }
+    return text.empty() ? "never" : "never; instead " + text + (values.size() > MOST ? "..." : "");
 }
 
 verdict_t judge_one(const events_rule_t& rule, const seen_t& seen, const seen_t* /*reference*/) {
@@ -345,28 +389,36 @@ verdict_t judge_one(const events_rule_t& rule, const seen_t& seen, const seen_t*
     nlohmann::json shown_now = {{"hex74", "0000"}, {"hex30", "0000"}, {"led_red", 0}, {"led_green", 0}};
     auto event = seen.events.begin();
     double then_ms = 0;
-    for (const moment_rule_t& moment : rule.moments) {
+    for (size_t i = 0; i < rule.moments.size(); ++i) {
+        const moment_rule_t& moment = rule.moments[i];
+        const std::string& field = moment.shows.front().first;
+        std::vector<nlohmann::json> values;
         double now_ms = then_ms;
         while (!shows_all(shown_now, moment) && event != seen.events.end()) {
             now_ms = event->at("time").get<double>() * MS_PER_SECOND;
+            const nlohmann::json before = shown_now.at(field);
             follow(shown_now, *event);
+            if (shown_now.at(field) != before) {
+                values.push_back(shown_now.at(field));
+            }
             ++event;
         }
         const double passed_ms = now_ms - then_ms;
         if (!shows_all(shown_now, moment)) {
-            return {false, described(moment), "never"};
+            return {false, described(rule, i + 1), shown_instead(moment, values)};
         }
         if (passed_ms < moment.after_ms.value_or(0) || (moment.within_ms && passed_ms > *moment.within_ms)) {
-            return {false, described(moment), "after " + number(passed_ms, 1) + " ms"};
+            return {false, described(rule, i + 1), "the last one after " + number(passed_ms, 1) + " ms"};
         }
         then_ms = now_ms;
     }
-    return {true, "all in this order", "that"};
+    return {true, described(rule, rule.moments.size()), "that"};
 }
 
 verdict_t judge_one(const command_rule_t& rule, const seen_t& /*seen*/, const seen_t* /*reference*/) {
     const command_result_t result = run_command(rule);
-    return {result.status == 0, rule.words.front() + " says yes", result.text};
+    const std::string status = "exit status " + std::to_string(result.status);
+    return {result.status == 0, "exit status 0 of " + rule.name, result.text.empty() ? status : result.text};
 }
 
 // ---- Like the reference
@@ -389,16 +441,23 @@ verdict_t judge_same(const std::string& what, const seen_t& seen, const seen_t& 
     return judge_one(field_rule_t{what, reference.report.at(what)}, seen, nullptr);
 }
 
+// Tells of all that differs.
 verdict_t judge_one(const same_rule_t& rule, const seen_t& seen, const seen_t* reference) {
-    std::string all;
+    verdict_t all{true};
+    remarks_t remarks;
+    std::string names;
     for (const std::string& what : rule.what) {
         verdict_t verdict = judge_same(what, seen, *reference);
         if (!verdict.passed) {
-            return verdict;
+            remark(remarks, verdict.expected, verdict.seen);
+            all.passed = false;
+            all.pictures = what == "picture" ? std::move(verdict.pictures) : std::move(all.pictures);
         }
-        all += (all.empty() ? "" : ", ") + what;
+        names += (names.empty() ? "" : ", ") + what;
     }
-    return {true, all + " as the reference", "that"};
+    all.expected = all.passed ? "what the solution shows: " + names : remarks.expected;
+    all.seen = all.passed ? "that" : remarks.seen;
+    return all;
 }
 
 } // namespace
