@@ -66,13 +66,41 @@ std::string in_one_line(std::string_view text) {
 
 // ---- Feedback
 
-void add_check(std::string& text, const check_result_t& check) {
-    text += "- " + std::string(check.passed ? "right" : "**wrong**") + ": " + in_markdown(check.name) + ", " +
-            points_text(check.passed ? check.points : 0) + " of " + points_text(check.points) + "\n";
-    if (check.passed) {
+double worth(const std::vector<check_result_t>& checks) {
+    double points = 0;
+    for (const check_result_t& check : checks) {
+        points += check.points;
+    }
+    return points;
+}
+
+// What a check shows in several lines stays so.
+void add_seen(std::string& text, const std::string& seen) {
+    if (seen.find('\n') == std::string::npos) {
+        text += "  - seen: " + in_markdown(seen) + "\n";
         return;
     }
-    text += "  - expected: " + in_markdown(check.expected) + "\n  - seen: " + in_markdown(check.seen) + "\n";
+    const std::string lines = fenced(seen);
+    text += "  - seen:\n\n";
+    for (size_t begin = 0; begin < lines.size();) {
+        const size_t end = lines.find('\n', begin) + 1;
+        text += "    " + lines.substr(begin, end - begin);
+        begin = end;
+    }
+    text += "\n";
+}
+
+// Its points are those of the case, shared out.
+void add_check(std::string& text, const check_result_t& check, double share) {
+    const double points = share * check.points;
+    text += "- " + std::string(check.passed ? "right" : "**wrong**") + ": " + in_markdown(check.name) + ", " +
+            points_text(check.passed ? points : 0) + " of " + points_text(points);
+    if (check.passed) {
+        text += ": " + in_markdown(check.expected) + "\n";
+        return;
+    }
+    text += "\n  - expected: " + in_markdown(check.expected) + "\n";
+    add_seen(text, check.seen);
     if (!check.message.empty()) {
         text += "  - " + in_markdown(check.message) + "\n";
     }
@@ -85,6 +113,16 @@ void add_check(std::string& text, const check_result_t& check) {
     }
 }
 
+std::string how_it_ended(const case_result_t& one) {
+    constexpr std::string_view LIMIT = "limit";
+    const std::string text = one.ended.starts_with(LIMIT)
+                                 ? "the limit of instructions" + one.ended.substr(LIMIT.size())
+                                 : one.ended;
+    return "How the run ended: " + in_markdown(text) + ", after " + std::to_string(one.instructions) +
+           " instructions" + (one.seed == 1 ? "" : ", with `--seed " + std::to_string(one.seed) + "`") +
+           ".\n\n";
+}
+
 void add_case(std::string& text, const case_result_t& one) {
     text += "\n## " + in_markdown(one.name) + ": " + points_text(one.got) + " of " + points_text(one.points) +
             "\n\n";
@@ -93,14 +131,41 @@ void add_case(std::string& text, const case_result_t& one) {
         return;
     }
     if (const std::string why = why_not(one); !why.empty()) {
-        text += in_markdown(why) + "\n";
+        text += "Nothing was tested: " + in_markdown(why) + ".\n";
         return;
     }
-    text += "The run: " + in_markdown(one.ended) + ", " + std::to_string(one.instructions) +
-            " instructions, seed " + std::to_string(one.seed) + ".\n\n";
+    text += how_it_ended(one);
+    const double points = worth(one.checks);
     for (const check_result_t& check : one.checks) {
-        add_check(text, check);
+        add_check(text, check, points == 0 ? 0 : one.points / points);
     }
+}
+
+// The student's points, and how they come from those of the cases.
+std::string points_line(const student_result_t& result) {
+    std::string text = points_text(result.got) + " of " + points_text(result.points) + " points";
+    double all = worth(result.source_checks);
+    double got = 0;
+    for (const check_result_t& check : result.source_checks) {
+        got += check.passed ? check.points : 0;
+    }
+    for (const case_result_t& one : result.cases) {
+        all += one.points;
+        got += one.got;
+    }
+    if (all > 0 && points_text(all) != points_text(result.points)) {
+        text += ": " + points_text(got) + " of the " + points_text(all) + " below, in proportion";
+    }
+    return text + ".\n";
+}
+
+// Of a hidden case only the name.
+std::string not_graded_line(const student_result_t& result) {
+    const auto first = std::find_if(result.cases.begin(), result.cases.end(),
+                                    [](const case_result_t& one) { return !one.trouble.empty(); });
+    const bool is_hidden = first != result.cases.end() && first->hidden;
+    return "\nNot graded, and not your fault: " +
+           in_markdown(is_hidden ? first->name + " could not be run" : result.trouble) + "\n";
 }
 
 // ---- Other programs
@@ -125,6 +190,16 @@ std::string for_xml(std::string_view text) {
             return std::string(1, c);
         }
     });
+}
+
+std::string lines_for_xml(std::string_view text) {
+    std::string lines;
+    for (size_t begin = 0; begin < text.size();) {
+        const size_t end = std::min(text.find('\n', begin), text.size());
+        lines += for_xml(text.substr(begin, end - begin)) + (end < text.size() ? "\n" : "");
+        begin = end + 1;
+    }
+    return lines;
 }
 
 // One test for the source, if it is looked at, and one for each case.
@@ -212,21 +287,21 @@ std::string table(const std::vector<student_result_t>& results, bool aligned) {
 }
 
 std::string feedback(const task_t& task, const student_result_t& result) {
-    std::string text = "# " + in_markdown(task.title) + ": " + in_markdown(result.student) + "\n\n" +
-                       points_text(result.got) + " of " + points_text(result.points) + " points.\n";
+    std::string text =
+        "# " + in_markdown(task.title) + ": " + in_markdown(result.student) + "\n\n" + points_line(result);
     if (!result.trouble.empty()) {
-        text += "\nNot graded: " + in_markdown(result.trouble) + "\n";
-    }
-    if (!result.fault.empty()) {
-        text += "\n" + in_markdown(result.fault) + "\n";
+        text += not_graded_line(result);
     }
     if (!result.assembly.empty()) {
-        text += "\n" + fenced(result.assembly);
+        text += "\nNothing was tested: " + in_markdown(task.source + " " + result.fault) + ".\n\n" +
+                fenced(result.assembly);
+    } else if (!result.fault.empty()) {
+        text += "\nNothing was tested: " + in_markdown(result.fault) + ".\n";
     }
     if (!result.source_checks.empty()) {
         text += "\n## The source\n\n";
         for (const check_result_t& check : result.source_checks) {
-            add_check(text, check);
+            add_check(text, check, 1);
         }
     }
     for (const case_result_t& one : result.cases) {
@@ -272,8 +347,9 @@ std::string to_junit(const task_t& task, const std::vector<student_result_t>& re
                 text += "/>\n";
             } else {
                 const std::string element = test.trouble.empty() ? "failure" : "error";
-                text += ">\n      <" + element + " message=\"" +
-                        for_xml(test.trouble.empty() ? test.text : test.trouble) + "\"/>\n    </testcase>\n";
+                const std::string& why = test.trouble.empty() ? test.text : test.trouble;
+                text += ">\n      <" + element + " message=\"" + for_xml(why.substr(0, why.find('\n'))) +
+                        "\">" + lines_for_xml(why) + "</" + element + ">\n    </testcase>\n";
             }
         }
         text += "  </testsuite>\n";
@@ -304,11 +380,18 @@ std::string to_tap(const task_t& task, const std::vector<student_result_t>& resu
 }
 
 std::string to_gradescope(const task_t& task, const student_result_t& result) {
+    const std::vector<test_t> all = tests_of(task, result);
+    double points = 0;
+    for (const test_t& test : all) {
+        points += test.points;
+    }
+    // So that they are the student's points together.
+    const double share = points == 0 ? 0 : result.points / points;
     json_t tests = json_t::array();
-    for (const test_t& test : tests_of(task, result)) {
+    for (const test_t& test : all) {
         tests.push_back({{"name", test.name},
-                         {"score", test.got},
-                         {"max_score", test.points},
+                         {"score", share * test.got},
+                         {"max_score", share * test.points},
                          {"status", test.passed ? "passed" : "failed"},
                          {"output", test.text},
                          {"visibility", test.hidden ? "hidden" : task.visibility}});
