@@ -45,6 +45,16 @@ std::string case_text(const case_result_t& one) {
     return text;
 }
 
+// A line for each check that failed, with what the instructor says to it.
+std::string failed_lines(const std::vector<check_result_t>& checks) {
+    std::string text;
+    for_each_failed(checks, [&](const check_result_t& check) {
+        text += (text.empty() ? "" : "\n") + failed_text(check) +
+                (check.message.empty() ? "" : ". " + check.message);
+    });
+    return text;
+}
+
 bool has_passed(const case_result_t& one) {
     return why_not(one).empty() && std::all_of(one.checks.begin(), one.checks.end(),
                                                [](const check_result_t& check) { return check.passed; });
@@ -119,8 +129,8 @@ std::string how_it_ended(const case_result_t& one) {
                                  ? "the limit of instructions" + one.ended.substr(LIMIT.size())
                                  : one.ended;
     return "How the run ended: " + in_markdown(text) + ", after " + std::to_string(one.instructions) +
-           " instructions" + (one.seed == 1 ? "" : ", with `--seed " + std::to_string(one.seed) + "`") +
-           ".\n\n";
+           (one.instructions == 1 ? " instruction" : " instructions") +
+           (one.seed == 1 ? "" : ", with `--seed " + std::to_string(one.seed) + "`") + ".\n\n";
 }
 
 void add_case(std::string& text, const case_result_t& one) {
@@ -175,8 +185,15 @@ std::string quoted_for_csv(std::string_view text) {
            "\"";
 }
 
+// XML has no U+FFFE and U+FFFF, however they are written.
 std::string for_xml(std::string_view text) {
-    return replaced(in_one_line(text), [](char c) -> std::string {
+    std::string line = in_one_line(text);
+    for (const std::string_view none : {"\xef\xbf\xbe", "\xef\xbf\xbf"}) {
+        for (size_t at = line.find(none); at != std::string::npos; at = line.find(none, at)) {
+            line.replace(at, none.size(), "?");
+        }
+    }
+    return replaced(line, [](char c) -> std::string {
         switch (c) {
         case '&':
             return "&amp;";
@@ -226,12 +243,13 @@ std::vector<test_t> tests_of(const task_t& task, const student_result_t& result)
                          false,
                          check.points,
                          check.passed ? check.points : 0,
-                         check.passed ? "" : failed_text(check),
+                         failed_lines({check}),
                          {}});
     }
     for (const case_result_t& one : result.cases) {
-        tests.push_back(
-            {one.name, has_passed(one), one.hidden, one.points, one.got, case_text(one), one.trouble});
+        const std::string why = why_not(one);
+        tests.push_back({one.name, has_passed(one), one.hidden, one.points, one.got,
+                         why.empty() ? failed_lines(one.checks) : why, one.trouble});
     }
     return tests;
 }
