@@ -10,14 +10,15 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cinttypes>
 #include <cstdint>
 #include <cstdio>
 #include <iterator>
 #include <map>
 #include <set>
-#include <string_view>
 #include <utility>
 
+#include "grade/hash.h"
 #include "grade/markdown.h"
 
 namespace {
@@ -34,34 +35,6 @@ constexpr size_t LEAST_SHARED = 12; // sequences
 constexpr int LEAST_PERCENT = 50;
 
 constexpr size_t MOST_LINES_SHOWN = 20;
-
-// ---- Hashes
-
-// FNV-1a by Fowler, Noll and Vo.
-struct hash_t {
-    uint64_t value = 0xcbf29ce484222325;
-};
-
-void add_byte(hash_t& hash, uint8_t byte) { hash.value = (hash.value ^ byte) * 0x100000001b3; }
-
-void add(hash_t& hash, int64_t number) {
-    for (int shift = 0; shift < 64; shift += 8) {
-        add_byte(hash, static_cast<uint8_t>(number >> shift));
-    }
-}
-
-void add(hash_t& hash, std::string_view text) {
-    for (const char c : text) {
-        add_byte(hash, static_cast<uint8_t>(c));
-    }
-    add_byte(hash, 0);
-}
-
-std::string hexadecimal(uint64_t value, int digits) {
-    std::array<char, 20> text{};
-    std::snprintf(text.data(), text.size(), "%0*llx", digits, static_cast<unsigned long long>(value));
-    return text.data();
-}
 
 // ---- A program without its names
 
@@ -126,8 +99,8 @@ meaning_t meaning_of(const program_t& program, const statement_t& statement, siz
     const statement_t& meant = map.statements[number];
     if (meant.file != 0) {
         hash_t hash;
-        add(hash, map.files[meant.file].name);
-        add(hash, meant.line);
+        add_text(hash, map.files[meant.file].name);
+        add_number(hash, meant.line);
         return {meaning_e::LIBRARY, static_cast<int64_t>(hash.value), value - meant.address};
     }
     const auto place = static_cast<int64_t>(program.place[number]);
@@ -161,7 +134,7 @@ int64_t direction(int64_t distance) { return distance < 0 ? -1 : static_cast<int
 // `here` is the instruction's number, 0 for data.
 void add_statement(hash_t& hash, const program_t& program, const statement_t& statement, int64_t here,
                    uses_t& uses, targets_e targets) {
-    add(hash, statement.operation->name);
+    add_text(hash, statement.operation->name);
     for (size_t operand = 0; operand < statement.operation->count; ++operand) {
         auto [kind, which, offset] = meaning_of(program, statement, operand);
         if (kind == meaning_e::DATA) {
@@ -169,20 +142,20 @@ void add_statement(hash_t& hash, const program_t& program, const statement_t& st
         } else if (kind == meaning_e::INSTRUCTION) {
             which = targets == targets_e::DISTANCES ? which - here : direction(which - here);
         }
-        add(hash, static_cast<int64_t>(kind));
-        add(hash, which);
-        add(hash, offset);
+        add_number(hash, static_cast<int64_t>(kind));
+        add_number(hash, which);
+        add_number(hash, offset);
     }
 }
 
 void add_block(hash_t& hash, const program_t& program, size_t block, uses_t& uses) {
-    add(hash, static_cast<int64_t>(program.blocks[block].size()));
+    add_number(hash, static_cast<int64_t>(program.blocks[block].size()));
     for (const uint32_t number : program.blocks[block]) {
         add_statement(hash, program, program.map->statements[number], 0, uses, targets_e::DISTANCES);
     }
 }
 
-uint64_t hash_of(const program_t& program) {
+hash_t hash_of(const program_t& program) {
     hash_t hash;
     uses_t uses{{}, std::vector<int64_t>(program.blocks.size(), -1)};
     for (size_t i = 0; i < program.instructions.size(); ++i) {
@@ -204,9 +177,9 @@ uint64_t hash_of(const program_t& program) {
     }
     std::sort(unused.begin(), unused.end());
     for (const uint64_t one : unused) {
-        add(hash, static_cast<int64_t>(one));
+        add_number(hash, static_cast<int64_t>(one));
     }
-    return hash.value;
+    return hash;
 }
 
 // Half of each hash will do: that a few of them meet by chance changes no figure.
@@ -364,10 +337,11 @@ std::string quoted(const std::string& text) {
 
 std::string fingerprint_of(const source_map_t& map) {
     const program_t program = program_of(map);
-    std::string text =
-        hexadecimal(hash_of(program), 16) + ":" + std::to_string(program.instructions.size()) + ":";
+    std::string text = digits_of(hash_of(program)) + ":" + std::to_string(program.instructions.size()) + ":";
     for (const uint32_t sequence : sequences_of(program)) {
-        text += hexadecimal(sequence, 8);
+        std::array<char, 9> digits{};
+        std::snprintf(digits.data(), digits.size(), "%08" PRIx32, sequence);
+        text += digits.data();
     }
     return text;
 }

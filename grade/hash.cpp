@@ -11,11 +11,15 @@ void add_byte(hash_t& hash, uint8_t byte) { hash.value = (hash.value ^ byte) * 0
 } // namespace
 
 void add_text(hash_t& hash, std::string_view text) {
-    for (int shift = 0; shift < 64; shift += 8) {
-        add_byte(hash, static_cast<uint8_t>(uint64_t{text.size()} >> shift));
-    }
+    add_number(hash, static_cast<int64_t>(text.size()));
     for (const char c : text) {
         add_byte(hash, static_cast<uint8_t>(c));
+    }
+}
+
+void add_number(hash_t& hash, int64_t number) {
+    for (int shift = 0; shift < 64; shift += 8) {
+        add_byte(hash, static_cast<uint8_t>(number >> shift));
     }
 }
 

@@ -14,5 +14,7 @@ struct hash_t {
 // Adds a text and its length: two texts after each other are not one.
 void add_text(hash_t& hash, std::string_view text);
 
+void add_number(hash_t& hash, int64_t number);
+
 // Sixteen hexadecimal digits.
 std::string digits_of(const hash_t& hash);
