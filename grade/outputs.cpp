@@ -123,21 +123,31 @@ void add_check(std::string& text, const check_result_t& check, double share) {
     }
 }
 
+// "The run ended after 16 instructions: halt (prog.k:5: halt)."
 std::string how_it_ended(const case_result_t& one) {
     constexpr std::string_view LIMIT = "limit";
-    const std::string text = one.ended.starts_with(LIMIT)
-                                 ? "the limit of instructions" + one.ended.substr(LIMIT.size())
-                                 : one.ended;
-    return "How the run ended: " + in_markdown(text) + ", after " + std::to_string(one.instructions) +
+    constexpr std::string_view ERROR = "error: ";
+    std::string how = one.ended;
+    if (how.starts_with(LIMIT)) {
+        how = "the limit of instructions" + how.substr(LIMIT.size());
+    } else if (how.starts_with(ERROR)) {
+        how.erase(0, ERROR.size()); // its message says so, too
+    }
+    return "The run ended after " + std::to_string(one.instructions) +
            (one.instructions == 1 ? " instruction" : " instructions") +
-           (one.seed == 1 ? "" : ", with `--seed " + std::to_string(one.seed) + "`") + ".\n\n";
+           (one.seed == 1 ? "" : ", with `--seed " + std::to_string(one.seed) + "`") + ": " +
+           in_markdown(how) + (how.ends_with('.') ? "" : ".") + "\n\n";
 }
 
 void add_case(std::string& text, const case_result_t& one) {
     text += "\n## " + in_markdown(one.name) + ": " + points_text(one.got) + " of " + points_text(one.points) +
             "\n\n";
     if (one.hidden) {
-        text += has_passed(one) ? "A hidden case, which is right.\n" : "A hidden case, which is not right.\n";
+        text += std::string("A hidden case, which ") +
+                (!one.trouble.empty() ? "could not be run"
+                 : has_passed(one)    ? "is right"
+                                      : "is not right") +
+                ".\n";
         return;
     }
     if (const std::string why = why_not(one); !why.empty()) {
