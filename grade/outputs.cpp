@@ -116,8 +116,9 @@ void add_check(std::string& text, const check_result_t& check, double share) {
     }
     if (check.pictures.size() == 3) {
         text += "\n  | expected | seen | what differs is red |\n  |---|---|---|\n  |";
-        for (const std::string& picture : check.pictures) {
-            text += " ![](" + link_to(picture) + ") |";
+        const std::array<std::string, 3> what = {"expected", "seen", "difference"};
+        for (size_t i = 0; i < what.size(); ++i) {
+            text += " ![" + what[i] + "](" + link_to(check.pictures[i]) + ") |";
         }
         text += "\n\n";
     }

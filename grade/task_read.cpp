@@ -1,6 +1,7 @@
 #include "grade/task.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -8,6 +9,8 @@
 #include <set>
 #include <span>
 #include <sstream>
+
+#include <unistd.h>
 
 #include <re2/re2.h>
 
@@ -322,6 +325,25 @@ rule_t read_report(settings_t& report) {
     return field_rule_t{key.value_or(""), std::move(value)};
 }
 
+// As a shell looks for it.
+bool is_program(const std::string& word) {
+    const auto can_run = [](const std::filesystem::path& path) {
+        std::error_code unknown;
+        return std::filesystem::is_regular_file(path, unknown) && access(path.c_str(), X_OK) == 0;
+    };
+    if (word.find('/') != std::string::npos) {
+        return can_run(word);
+    }
+    const char* const path = std::getenv("PATH");
+    std::istringstream folders(path == nullptr ? "/bin:/usr/bin" : path);
+    for (std::string folder; std::getline(folders, folder, ':');) {
+        if (can_run(std::filesystem::path(folder) / word)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 // It runs elsewhere: what is a file beside the task is named with its folder.
 rule_t read_command(settings_t& settings, std::string_view key) {
     command_rule_t rule;
@@ -341,6 +363,9 @@ rule_t read_command(settings_t& settings, std::string_view key) {
     rule.seconds = read_real(settings, "seconds", 0.1, 3600).value_or(rule.seconds);
     if (rule.words.empty()) {
         add_fault(*settings.file, *find(settings, key), "command has no words");
+    } else if (!is_program(rule.words.front())) {
+        add_fault(*settings.file, *find(settings, key),
+                  "there is no program " + rule.words.front() + " that can be started");
     }
     return rule;
 }
