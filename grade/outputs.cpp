@@ -244,7 +244,8 @@ struct test_t {
 std::vector<test_t> tests_of(const task_t& task, const student_result_t& result) {
     std::vector<test_t> tests;
     if (!result.fault.empty() || (!result.trouble.empty() && result.cases.empty())) {
-        tests.push_back({task.source, false, false, result.points, 0, result.fault + "\n" + result.assembly,
+        tests.push_back({task.source, false, false, result.points, 0,
+                         result.fault + (result.assembly.empty() ? "" : "\n") + result.assembly,
                          result.trouble});
         return tests;
     }

@@ -381,7 +381,7 @@ std::string shown_instead(const moment_rule_t& moment, const std::vector<nlohman
     for (size_t i = 0; i < std::min(values.size(), MOST); ++i) {
         text += (i == 0 ? "" : ", ") + value_text(moment.shows.front().first, values[i]);
     }
-    return text.empty() ? "never" : "never; instead " + text + (values.size() > MOST ? "..." : "");
+    return text.empty() ? "never" : "never, only " + text + (values.size() > MOST ? "..." : "");
 }
 
 verdict_t judge_one(const events_rule_t& rule, const seen_t& seen, const seen_t* /*reference*/) {
