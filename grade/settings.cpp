@@ -107,8 +107,11 @@ void add_fault(const settings_t& settings, const std::string& text) {
     add_fault(*settings.file, *settings.table, text);
 }
 
-int first_line_of(const settings_file_t& file, const toml::node& text) {
+std::optional<int> first_line_of(const settings_file_t& file, const toml::node& text) {
     const toml::source_region& at = text.source();
+    if (at.end.line == at.begin.line) {
+        return std::nullopt;
+    }
     std::istringstream lines(file.text);
     std::string line;
     for (toml::source_index number = 0; number < at.begin.line && std::getline(lines, line);) {
@@ -116,10 +119,11 @@ int first_line_of(const settings_file_t& file, const toml::node& text) {
     }
     line.erase(line.find_last_not_of('\r') + 1);
     // A line feed right behind the quotes is no part of the text.
-    const bool begins_below =
-        at.end.line > at.begin.line && (line.ends_with(R"(""")") || line.ends_with("'''"));
+    const bool begins_below = line.ends_with(R"(""")") || line.ends_with("'''");
     return static_cast<int>(at.begin.line) + (begins_below ? 1 : 0);
 }
+
+std::string place_of(const settings_file_t& file, const toml::node& at) { return place(file, at.source()); }
 
 const toml::node* find(settings_t& settings, std::string_view key) {
     settings.read.insert(key);

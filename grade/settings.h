@@ -43,8 +43,11 @@ settings_t root_of(settings_file_t& file);
 void add_fault(settings_file_t& file, const toml::node& at, const std::string& text);
 void add_fault(const settings_t& settings, const std::string& text);
 
-// The file's line in which a text has its first one; a text over several lines may begin below its quotes.
-int first_line_of(const settings_file_t& file, const toml::node& text);
+// The file's line in which a text has its first one, if it stands in several: it may begin below its quotes.
+std::optional<int> first_line_of(const settings_file_t& file, const toml::node& text);
+
+// "task.toml:3:9: "
+std::string place_of(const settings_file_t& file, const toml::node& at);
 
 // The node of a key; nullptr when it is not there.
 const toml::node* find(settings_t& settings, std::string_view key);

@@ -21,6 +21,7 @@
 #include "grade/pictures.h"
 #include "grade/settings.h"
 #include "grade/sounds.h"
+#include "grade/verdict.h"
 #include "language/characters.h"
 #include "language/codes.h"
 
@@ -120,8 +121,38 @@ nlohmann::json read_digits(settings_t& settings, std::string_view key) {
     return digits;
 }
 
+// Lines, or one of them.
+std::string read_lines(settings_t& settings, std::string_view key) {
+    std::string text;
+    const std::vector<std::string> lines = read_texts(settings, key);
+    for (const std::string& line : lines) {
+        text += (&line == lines.data() ? "" : "\n") + line;
+    }
+    return text;
+}
+
+// What the LCD can show, without what is blank at the ends.
+std::string read_lcd(settings_t& settings, std::string_view key) {
+    const std::string text = read_lines(settings, key);
+    std::istringstream lines(text);
+    size_t count = 0;
+    bool fits = true;
+    for (std::string line; std::getline(lines, line); ++count) {
+        fits = fits && count_characters(line) <= LCD_COLUMNS;
+    }
+    if (!fits || count > LCD_LINES) {
+        add_fault(*settings.file, *find(settings, key),
+                  "the LCD has " + std::to_string(LCD_LINES) + " lines of " + std::to_string(LCD_COLUMNS) +
+                      " characters");
+    }
+    return without_blank_ends(text);
+}
+
 // What displays and lamps show; the key is there.
 nlohmann::json read_shown(settings_t& settings, std::string_view key) {
+    if (key == "lcd") {
+        return read_lcd(settings, key);
+    }
     if (key.starts_with("hex")) {
         return read_digits(settings, key);
     }
@@ -204,43 +235,25 @@ rule_t read_display(settings_t& settings, std::string_view key) {
     return field_rule_t{std::string(key), read_shown(settings, key)};
 }
 
-// What a display or the serial console never shows, or always does.
-void check_text(settings_t& settings, std::string_view key, const text_rule_t& rule,
-                const std::vector<std::string>& lines) {
-    const auto is_too_long = [](const std::string& line) { return count_characters(line) > LCD_COLUMNS; };
-    const toml::node& node = *find(settings, key);
-    if (rule.how == text_rule_t::how_e::CONTAINS && rule.text.empty()) {
-        add_fault(*settings.file, node, std::string(key) + " is empty, and so in every text");
-    }
-    if (rule.how == text_rule_t::how_e::EQUALS && rule.where == text_rule_t::where_e::LCD &&
-        (lines.size() > LCD_LINES || std::any_of(lines.begin(), lines.end(), is_too_long))) {
-        add_fault(*settings.file, node,
-                  "the LCD has " + std::to_string(LCD_LINES) + " lines of " + std::to_string(LCD_COLUMNS) +
-                      " characters");
-    }
-    if (rule.how == text_rule_t::how_e::MATCHES) {
-        if (const RE2 expression(rule.text, RE2::Quiet); !expression.ok()) {
-            add_fault(*settings.file, node, std::string(key) + ": " + expression.error());
-        }
-    }
-}
-
 // A text, or several lines.
 rule_t read_text_rule(settings_t& settings, std::string_view key) {
     text_rule_t rule = {key.starts_with("lcd") ? text_rule_t::where_e::LCD : text_rule_t::where_e::SERIAL,
                         key.ends_with("_contains")  ? text_rule_t::how_e::CONTAINS
                         : key.ends_with("_matches") ? text_rule_t::how_e::MATCHES
                                                     : text_rule_t::how_e::EQUALS,
-                        ""};
-    const std::vector<std::string> lines = read_texts(settings, key);
-    for (const std::string& line : lines) {
-        rule.text += (&line == lines.data() ? "" : "\n") + line;
+                        key == "lcd" ? read_lcd(settings, key) : read_lines(settings, key)};
+    const toml::node& node = *find(settings, key);
+    if (rule.how == text_rule_t::how_e::MATCHES) {
+        if (const RE2 expression(rule.text, RE2::Quiet); !expression.ok()) {
+            add_fault(*settings.file, node, std::string(key) + ": " + expression.error());
+        }
+        return rule;
     }
-    if (rule.how != text_rule_t::how_e::MATCHES) {
-        // The report has none.
-        rule.text.erase(std::remove(rule.text.begin(), rule.text.end(), '\r'), rule.text.end());
+    // The report has none.
+    rule.text.erase(std::remove(rule.text.begin(), rule.text.end(), '\r'), rule.text.end());
+    if (rule.how == text_rule_t::how_e::CONTAINS && rule.text.empty()) {
+        add_fault(*settings.file, node, std::string(key) + " is empty, and so in every text");
     }
-    check_text(settings, key, rule, lines);
     return rule;
 }
 
@@ -288,7 +301,7 @@ rule_t read_sound_rule(settings_t& sound) {
 }
 
 rule_t read_events(settings_t& settings, std::string_view key) {
-    constexpr std::string_view SEEN[] = {"hex74", "hex30", "led_red", "led_green"};
+    constexpr std::string_view SEEN[] = {"hex74", "hex30", "led_red", "led_green", "lcd"};
     events_rule_t rule;
     if (const toml::node* const node = find(settings, key); node->is_array() && node->as_array()->empty()) {
         add_fault(*settings.file, *node, std::string(key) + " is empty");
@@ -319,7 +332,11 @@ rule_t read_report(settings_t& report) {
     if (!key || value.is_null()) {
         add_fault(report, report.path + " is to have key and equals");
     }
-    if (key && !is_one_of(key->substr(0, key->find('.')), REPORT_KEYS)) {
+    constexpr std::string_view WITH_FIELDS[] = {"lcd", "messages", "place", "waits_for"};
+    if (key && is_one_of(*key, WITH_FIELDS)) {
+        add_fault(*report.file, *find(report, "key"),
+                  in_quotes(*key) + R"( is no single value; "place.line" and "lcd.0" are)");
+    } else if (key && !is_one_of(key->substr(0, key->find('.')), REPORT_KEYS)) {
         add_fault(*report.file, *find(report, "key"), in_quotes(*key) + " is none of " + listed(REPORT_KEYS));
     }
     return field_rule_t{key.value_or(""), std::move(value)};
@@ -522,21 +539,34 @@ void check_script(settings_t& input, std::string_view key, const std::string& sc
     }
 }
 
+std::string read_own_script(settings_t& input) {
+    const toml::node* const node = find(input, "script");
+    const std::string script = read_text(input, "script").value_or("");
+    if (node != nullptr) {
+        const std::optional<int> first = first_line_of(*input.file, *node);
+        const std::string name = first ? input.file->name : place_of(*input.file, *node) + "script";
+        check_script(input, "script", script, name, first.value_or(1));
+    }
+    return script;
+}
+
+std::string read_script_file(settings_t& input) {
+    const std::string name = read_text(input, "script_file").value_or("");
+    std::string script = file_text(input, "script_file");
+    check_script(input, "script_file", script,
+                 (std::filesystem::path(input.file->name).parent_path() / name).string(), 1);
+    return script;
+}
+
 input_t read_input(settings_t& input) {
     input_t given;
     given.switches = static_cast<int32_t>(read_integer(input, "switches", 0, HIGHEST_SWITCHES).value_or(0));
-    given.script = read_text(input, "script").value_or("");
-    if (const toml::node* const node = find(input, "script")) {
-        check_script(input, "script", given.script, input.file->name, first_line_of(*input.file, *node));
-    }
+    given.script = read_own_script(input);
     if (find(input, "script_file") != nullptr) {
         if (!given.script.empty()) {
             add_fault(input, input.path + " has both script and script_file");
         }
-        given.script = file_text(input, "script_file");
-        const std::filesystem::path name = read_text(input, "script_file").value_or("");
-        check_script(input, "script_file", given.script,
-                     (std::filesystem::path(input.file->name).parent_path() / name).string(), 1);
+        given.script = read_script_file(input);
     }
     const std::string serial = read_text(input, "serial").value_or("");
     if (serial.size() > MOST_SERIAL) {

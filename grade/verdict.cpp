@@ -93,11 +93,12 @@ std::string ending_text(const nlohmann::json& reason) {
                              : text;
 }
 
-constexpr std::array<field_words_t, 5> FIELDS = {{
+constexpr std::array<field_words_t, 6> FIELDS = {{
     {"hex74", " on HEX7-HEX4", bare},
     {"hex30", " on HEX3-HEX0", bare},
     {"led_red", " on the red lamps", lamps_text},
     {"led_green", " on the green lamps", lamps_text},
+    {"lcd", " on the LCD", shown},
     {"reason", "", ending_text},
 }};
 
@@ -136,32 +137,15 @@ std::pair<std::string, std::string> differing(const std::string& one, const std:
     return {part(one), part(other)};
 }
 
-// What is blank at the ends of lines and of the text cannot be seen.
-std::string without_blank_ends(const std::string& text) {
-    std::string result;
-    size_t visible = 0;
-    for (const char c : text) {
-        if (c == '\n') {
-            result.resize(visible);
-        }
-        result += c;
-        if (c != ' ' && c != '\t') {
-            visible = result.size();
-        }
-    }
-    result.resize(visible);
-    while (result.ends_with('\n')) {
-        result.pop_back();
-    }
-    return result;
+std::string lines_of(const nlohmann::json& lcd) {
+    return lcd.at(0).get<std::string>() + "\n" + lcd.at(1).get<std::string>();
 }
 
 std::string text_of(const text_rule_t& rule, const seen_t& seen) {
     if (rule.where == text_rule_t::where_e::SERIAL) {
         return seen.report.at("serial_output").get<std::string>();
     }
-    const nlohmann::json& lines = seen.report.at("lcd");
-    return lines.at(0).get<std::string>() + "\n" + lines.at(1).get<std::string>();
+    return lines_of(seen.report.at("lcd"));
 }
 
 // "place.line" is a field of a field, "lcd.0" the first of several. Nothing where there is none.
@@ -340,6 +324,8 @@ void follow(nlohmann::json& shown_now, const nlohmann::json& event) {
         shown_now[what] = event["digits"];
     } else if (event.contains("value")) {
         shown_now[what] = event["value"];
+    } else if (event.contains("lines")) {
+        shown_now[what] = without_blank_ends(lines_of(event["lines"]));
     }
 }
 
@@ -377,6 +363,9 @@ std::string described(const events_rule_t& rule, size_t count) {
 // What was shown where something else was expected, in the order of time.
 std::string shown_instead(const moment_rule_t& moment, const std::vector<nlohmann::json>& values) {
     constexpr size_t MOST = 8;
+    if (moment.shows.size() > 1) {
+        return "never all at once";
+    }
     std::string text;
     for (size_t i = 0; i < std::min(values.size(), MOST); ++i) {
         text += (i == 0 ? "" : ", ") + value_text(moment.shows.front().first, values[i]);
@@ -386,7 +375,8 @@ std::string shown_instead(const moment_rule_t& moment, const std::vector<nlohman
 
 verdict_t judge_one(const events_rule_t& rule, const seen_t& seen, const seen_t* /*reference*/) {
     constexpr double MS_PER_SECOND = 1000;
-    nlohmann::json shown_now = {{"hex74", "0000"}, {"hex30", "0000"}, {"led_red", 0}, {"led_green", 0}};
+    nlohmann::json shown_now = {
+        {"hex74", "0000"}, {"hex30", "0000"}, {"led_red", 0}, {"led_green", 0}, {"lcd", ""}};
     auto event = seen.events.begin();
     double then_ms = 0;
     for (size_t i = 0; i < rule.moments.size(); ++i) {
@@ -461,6 +451,25 @@ verdict_t judge_one(const same_rule_t& rule, const seen_t& seen, const seen_t* r
 }
 
 } // namespace
+
+std::string without_blank_ends(const std::string& text) {
+    std::string result;
+    size_t visible = 0;
+    for (const char c : text) {
+        if (c == '\n') {
+            result.resize(visible);
+        }
+        result += c;
+        if (c != ' ' && c != '\t') {
+            visible = result.size();
+        }
+    }
+    result.resize(visible);
+    while (result.ends_with('\n')) {
+        result.pop_back();
+    }
+    return result;
+}
 
 verdict_t judge(const rule_t& rule, const seen_t& seen, const seen_t* reference) {
     return std::visit([&](const auto& one) { return judge_one(one, seen, reference); }, rule);

@@ -17,3 +17,6 @@ struct verdict_t {
 
 // The reference is null where a case has none. What a check of `command` needs is in the current folder.
 verdict_t judge(const rule_t& rule, const seen_t& seen, const seen_t* reference);
+
+// What is blank at the ends of lines and of the text cannot be seen.
+std::string without_blank_ends(const std::string& text);
