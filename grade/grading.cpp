@@ -33,27 +33,62 @@ namespace {
 constexpr int64_t INSTRUCTIONS_PER_SECOND = 20'000'000;
 constexpr int LEAST_SECONDS = 5; // for a case
 constexpr int ASSEMBLY_SECONDS = 10;
+constexpr double MOST_SECONDS = 1e9;
 constexpr size_t MEMORY_BYTES = size_t{2} << 30;
 constexpr size_t FILE_BYTES = size_t{256} << 20;
 constexpr int PATIENCE = 4; // times the limit, for what has met it
+constexpr uint64_t US_PER_SECOND = 1'000'000;
+constexpr size_t MOST_TEXT = 2000; // bytes, of what a program or a source makes somebody say
+constexpr size_t MOST_DIAGNOSTICS = 20'000;
+
+constexpr const char* TOO_SLOW = "takes too long on any machine";
+constexpr const char* OUT_OF_TIME = "out of time: this machine is too busy";
 
 // What a second attempt gets.
 struct effort_t {
     int times = 1;
 };
 
+// Commands may wait for something; their processor time is their own.
+int seconds_of_commands(const case_t& one) {
+    double seconds = 0;
+    for (const task_check_t<rule_t>& check : one.checks) {
+        const auto* const command = std::get_if<command_rule_t>(&check.rule);
+        seconds += command != nullptr ? command->seconds + 1 : 0;
+    }
+    return static_cast<int>(std::min(seconds, MOST_SECONDS));
+}
+
 bounds_t bounds_of(const case_t& one, effort_t effort) {
     const int64_t seconds = std::min<int64_t>(one.limit / INSTRUCTIONS_PER_SECOND, 3600) + LEAST_SECONDS;
     const int most = static_cast<int>(seconds) * effort.times;
-    return {most, 2 * most, MEMORY_BYTES, FILE_BYTES};
+    return {most, 2 * most + seconds_of_commands(one), MEMORY_BYTES, FILE_BYTES};
 }
 
+// Beside its runs, which have processor time of their own, a submission is only assembled.
 bounds_t bounds_of(const task_t& task, effort_t effort) {
-    int seconds = ASSEMBLY_SECONDS * effort.times;
+    const int most = ASSEMBLY_SECONDS * effort.times;
+    double seconds = 2 * most;
     for (const case_t& one : task.cases) {
-        seconds += (bounds_of(one, effort).seconds + 1) * static_cast<int>(one.seeds.size());
+        seconds += (bounds_of(one, effort).seconds + 1.0) * static_cast<double>(one.seeds.size());
     }
-    return {seconds, seconds, MEMORY_BYTES, FILE_BYTES};
+    return {most, static_cast<int>(std::min(seconds, MOST_SECONDS)), MEMORY_BYTES, FILE_BYTES};
+}
+
+// Whoever has had less than was meant has not been too slow: the machine had other things to do.
+bool has_had_its_time(const ended_t& ended, const bounds_t& bounds) {
+    return ended.processor_us >= static_cast<uint64_t>(bounds.processor_seconds) * US_PER_SECOND;
+}
+
+std::string shortened(std::string text, size_t most = MOST_TEXT) {
+    if (text.size() > most) {
+        while (most > 0 && (text[most] & 0xc0) == 0x80) {
+            --most;
+        }
+        text.resize(most);
+        text += "...";
+    }
+    return text;
 }
 
 // A folder that goes with what is in it.
@@ -109,7 +144,12 @@ std::string ended_text(const nlohmann::json& report) {
     }
     const std::string reason = report.at("reason_text").get<std::string>();
     std::replace(text.begin(), text.end(), '\n', ' ');
-    return reason.empty() ? text : text + ". " + reason;
+    return shortened(reason.empty() ? text : text + ". " + reason);
+}
+
+// For a pipe. Bytes that are no text are replaced.
+template <typename record_t> std::string bytes_of(const record_t& record) {
+    return nlohmann::json(record).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 struct attempt_t {
@@ -133,12 +173,28 @@ std::vector<std::string> save_pictures(const std::string& folder, const std::str
     return names;
 }
 
+// All checks of a case without a run have failed.
+case_result_t not_run(const case_t& one) {
+    case_result_t result;
+    for (const task_check_t<rule_t>& check : one.checks) {
+        result.checks.push_back({check.name, check.points, false, {}, {}, check.message, {}});
+    }
+    return result;
+}
+
 // In the process of the case.
 case_result_t run_and_judge(const attempt_t& attempt, analysis_t program, size_t number, size_t seed) {
     const case_t& one = attempt.ready->task.cases[number];
     const std::optional<seen_t>& reference = attempt.ready->references[number][seed];
     be_silent();
-    const seen_t seen = run_case(std::move(program), one, static_cast<uint64_t>(one.seeds[seed]));
+    seen_t seen;
+    try {
+        seen = run_case(std::move(program), one, static_cast<uint64_t>(one.seeds[seed]));
+    } catch (const too_much_t& fault) {
+        case_result_t result = not_run(one);
+        result.fault = fault.message;
+        return result;
+    }
     case_result_t result;
     result.ended = ended_text(seen.report);
     result.instructions = seen.report.at("instructions").get<uint64_t>();
@@ -150,38 +206,41 @@ case_result_t run_and_judge(const attempt_t& attempt, analysis_t program, size_t
                                      std::to_string(result.checks.size() + 1);
             pictures = save_pictures(attempt.pictures_folder, name, verdict.pictures);
         }
-        result.checks.push_back({check.name, check.points, verdict.passed, std::move(verdict.expected),
-                                 std::move(verdict.seen), verdict.passed ? "" : check.message,
-                                 std::move(pictures)});
+        result.checks.push_back({check.name, check.points, verdict.passed,
+                                 shortened(std::move(verdict.expected)), shortened(std::move(verdict.seen)),
+                                 verdict.passed ? "" : check.message, std::move(pictures)});
     }
     return result;
 }
 
-// All checks of a case without a run have failed.
-case_result_t not_run(const case_t& one) {
-    case_result_t result;
-    for (const task_check_t<rule_t>& check : one.checks) {
-        result.checks.push_back({check.name, check.points, false, {}, {}, check.message, {}});
+// Of a process that has not come to an end by itself.
+void add_end(const ended_t& ended, const bounds_t& bounds, effort_t effort, case_result_t& result) {
+    if (ended.ending == ending_e::FAILED) {
+        result.trouble = ended.why;
+    } else if (effort.times > 1 && !has_had_its_time(ended, bounds)) {
+        result.trouble = OUT_OF_TIME;
+    } else {
+        result.slow = true;
+        result.fault = TOO_SLOW;
     }
-    return result;
 }
 
 // The program is moved from in the other process only: that need not copy it.
 case_result_t try_seed(const attempt_t& attempt, analysis_t& program, size_t number, size_t seed) {
     const case_t& one = attempt.ready->task.cases[number];
     const std::string folder = "case" + std::to_string(number) + "-" + std::to_string(seed);
-    const ended_t ended = run_apart(bounds_of(one, attempt.effort), [&] {
+    const bounds_t bounds = bounds_of(one, attempt.effort);
+    const ended_t ended = run_apart(bounds, [&] {
         std::error_code error;
         std::filesystem::create_directory(folder, error);
         go_to(folder);
-        return nlohmann::json(run_and_judge(attempt, std::move(program), number, seed)).dump();
+        return bytes_of(run_and_judge(attempt, std::move(program), number, seed));
     });
-    case_result_t result = ended.ending == ending_e::ANSWERED
-                               ? nlohmann::json::parse(ended.answer).get<case_result_t>()
-                               : not_run(one);
-    result.slow = ended.ending == ending_e::OUT_OF_TIME;
-    result.trouble = ended.ending == ending_e::FAILED ? ended.why : "";
-    result.fault = result.slow ? "takes too long on any machine" : "";
+    if (ended.ending == ending_e::ANSWERED) {
+        return nlohmann::json::parse(ended.answer).get<case_result_t>();
+    }
+    case_result_t result = not_run(one);
+    add_end(ended, bounds, attempt.effort, result);
     return result;
 }
 
@@ -257,8 +316,8 @@ void grade_program(const attempt_t& attempt, analysis_t& program, student_result
         result.source_checks.push_back({check.name,
                                         check.points,
                                         verdict.passed,
-                                        std::move(verdict.expected),
-                                        std::move(verdict.seen),
+                                        shortened(std::move(verdict.expected)),
+                                        shortened(std::move(verdict.seen)),
                                         verdict.passed ? "" : check.message,
                                         {}});
     }
@@ -278,10 +337,11 @@ student_result_t grade_submission(const attempt_t& attempt) {
     if (result.fault.empty() && result.trouble.empty()) {
         program_text_t program = analyse_submission(task.source, handed_in.text, attempt.ready->library);
         if (!program.forbidden.empty()) {
-            result.fault = task.source + " includes " + program.forbidden + ", which is no file of the task";
+            result.fault =
+                task.source + " includes " + shortened(program.forbidden) + ", which is no file of the task";
         } else if (program.analysis.diagnostics.faults > 0) {
             result.fault = "does not assemble";
-            result.assembly = to_text(program.analysis, false);
+            result.assembly = shortened(to_text(program.analysis, false), MOST_DIAGNOSTICS);
         } else {
             result.fingerprint = fingerprint_of(program.analysis.map);
             grade_program(attempt, program.analysis, result);
@@ -301,8 +361,13 @@ student_result_t result_of(const attempt_t& attempt, const ended_t& ended) {
     if (ended.ending == ending_e::ANSWERED) {
         result = nlohmann::json::parse(ended.answer).get<student_result_t>();
     } else {
-        result.trouble = ended.ending == ending_e::OUT_OF_TIME ? "out of time" : ended.why;
+        case_result_t whole;
+        add_end(ended, bounds_of(attempt.ready->task, attempt.effort), attempt.effort, whole);
+        result.fault = whole.fault;
+        result.trouble = whole.trouble;
         result.points = attempt.ready->task.points.value_or(worth(attempt.ready->task));
+        result.digest = attempt.ready->digest + "-" +
+                        digest_of(read_submission(*attempt.submission, attempt.ready->task.source));
     }
     result.student = attempt.submission->student;
     result.file_name = attempt.submission->file_name;
@@ -314,8 +379,7 @@ work_t work_of(const attempt_t& attempt, const std::filesystem::path& folder) {
         std::error_code error;
         std::filesystem::create_directory(folder, error);
         go_to(folder);
-        return nlohmann::json(grade_submission(attempt))
-            .dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+        return bytes_of(grade_submission(attempt));
     };
 }
 
@@ -407,7 +471,7 @@ std::vector<student_result_t> grade_class(const ready_task_t& ready,
             results[number] = result_of(attempts[number], ended);
             std::error_code ignored;
             std::filesystem::remove_all(folder_of(number), ignored);
-            if (is_slow(results[number])) {
+            if (is_slow(results[number]) || ended.ending == ending_e::OUT_OF_TIME) {
                 slow.push_back(number);
             } else {
                 goes_on = done(results[number]);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <exception>
 #include <filesystem>
 #include <iostream>
 #include <map>
@@ -181,6 +182,7 @@ int main(int argc, char** argv) {
     hold_standard_streams();
     std::signal(SIGXFSZ, SIG_IGN);
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGCHLD, SIG_DFL); // where it is ignored, nobody learns how a process has ended
     graphical_display = true;
     int status = EXIT_GRADED;
     const std::optional<options_given_t> options = parse_options(argc, argv, status);
@@ -192,7 +194,7 @@ int main(int argc, char** argv) {
         status = do_as_told(*options);
     } catch (const tovik_error& error) {
         print_error(error.message);
-    } catch (const std::filesystem::filesystem_error& error) {
+    } catch (const std::exception& error) {
         print_error(error.what());
     }
     if (!std::cout.flush()) {

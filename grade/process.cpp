@@ -43,34 +43,45 @@ struct child_t {
     bool late = false;
 };
 
+// Whoever has started this process may allow it less.
 void limit(__rlimit_resource resource, size_t most, size_t more = 0) {
-    const rlimit bound = {most, most + more};
-    setrlimit(resource, &bound);
+    rlimit now{};
+    getrlimit(resource, &now);
+    const rlimit bound = {std::min<rlim_t>(most, now.rlim_max), std::min<rlim_t>(most + more, now.rlim_max)};
+    if (setrlimit(resource, &bound) != 0) {
+        throw tovik_error("can't set a limit: " + system_error_text(errno));
+    }
 }
 
-[[noreturn]] void be_child(const bounds_t& bounds, const work_t& work, int pipe, pid_t parent) {
+void set_limits(const bounds_t& bounds) {
+    // The signal of the first is SIGXCPU.
+    limit(RLIMIT_CPU, static_cast<size_t>(bounds.processor_seconds), 1);
+    limit(RLIMIT_AS, bounds.memory_bytes);
+    limit(RLIMIT_FSIZE, bounds.file_bytes);
+    limit(RLIMIT_CORE, 0);
+}
+
+// Nothing may be thrown into what the other process has begun.
+[[noreturn]] void be_child(const bounds_t& bounds, const work_t& work, int pipe, pid_t parent) noexcept {
     // Whoever waits for the answer may be ended.
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent) {
         _exit(EXIT_FAILED);
     }
-    // Ctrl+C is for the one that waits.
-    setpgid(0, 0);
+    // Ctrl+C is for the one that waits, and the terminal is nobody's here.
+    setsid();
     forget_end();
-    limit(RLIMIT_CPU, static_cast<size_t>(bounds.processor_seconds), 1); // the signal of the first is SIGXCPU
-    limit(RLIMIT_AS, bounds.memory_bytes);
-    limit(RLIMIT_FSIZE, bounds.file_bytes);
-    limit(RLIMIT_CORE, 0);
-    int status = EXIT_ANSWERED;
+    std::signal(SIGXCPU, SIG_DFL);
+    int status = EXIT_FAILED;
     std::string answer;
     try {
+        set_limits(bounds);
         answer = work();
+        status = EXIT_ANSWERED;
     } catch (const tovik_error& error) {
         answer = error.message;
-        status = EXIT_FAILED;
     } catch (const std::exception& error) {
         answer = error.what();
-        status = EXIT_FAILED;
     }
     _exit(write_all(pipe, answer) == 0 ? status : EXIT_FAILED);
 }
@@ -87,7 +98,6 @@ child_t begin_child(size_t number, const bounds_t& bounds, const work_t& work) {
         be_child(bounds, work, to, self);
     }
     const int error = errno;
-    setpgid(pid, pid); // before anything can be sent to its group
     close_file(to);
     if (pid < 0) {
         close_file(from);
@@ -104,6 +114,7 @@ uint64_t microseconds(const timeval& time) {
 ended_t end_child(child_t& child) {
     close_file(child.pipe);
     kill(-child.pid, SIGKILL); // what it has started, too; it itself has only to exit
+    kill(child.pid, SIGKILL);  // it may not have come to be a group
     int status = 0;
     rusage used{};
     while (wait4(child.pid, &status, 0, &used) < 0 && errno == EINTR) {
@@ -126,7 +137,7 @@ ended_t end_child(child_t& child) {
 
 // Returns whether there may be more.
 bool take_some(child_t& child) {
-    std::array<char, 8192> buffer{};
+    static std::array<char, 65536> buffer; // what a pipe holds
     const ssize_t count = read_some(child.pipe, buffer.data(), buffer.size());
     if (count > 0) {
         child.answer.append(buffer.data(), static_cast<size_t>(count));
@@ -135,7 +146,8 @@ bool take_some(child_t& child) {
 }
 
 // Waits until one of them has something to say or is out of time, or the end is asked for. Returns those that
-// are over.
+// are over. What is there to be read counts, however late it is looked at: this process may have been
+// stopped.
 std::vector<child_t> wait_for_some(std::vector<child_t>& children) {
     std::vector<pollfd> pipes;
     uint64_t next_us = UINT64_MAX;
@@ -150,8 +162,9 @@ std::vector<child_t> wait_for_some(std::vector<child_t>& children) {
     std::vector<child_t> over;
     for (size_t i = children.size(); i-- > 0;) {
         child_t& child = children[i];
-        child.late = stopwatch_us() >= child.deadline_us;
-        if (child.late || (pipes[i].revents != 0 && !take_some(child))) {
+        const bool is_silent = pipes[i].revents == 0;
+        child.late = is_silent && stopwatch_us() >= child.deadline_us;
+        if (child.late || (!is_silent && !take_some(child))) {
             over.push_back(std::move(child));
             children.erase(children.begin() + static_cast<std::ptrdiff_t>(i));
         }
@@ -159,20 +172,41 @@ std::vector<child_t> wait_for_some(std::vector<child_t>& children) {
     return over;
 }
 
-// The children of children that were ended are this process's own by now, and end by themselves; what a
-// command of the instructor's has started may not.
-void end_orphans() {
+// What is left when a process has ended becomes this one's own.
+void take_orphans() { prctl(PR_SET_CHILD_SUBREAPER, 1); }
+
+// This process's own, but those that it waits for.
+std::vector<pid_t> find_orphans(const std::vector<child_t>& children) {
+    std::vector<pid_t> orphans;
+    std::ifstream own("/proc/thread-self/children");
+    for (pid_t pid = 0; own >> pid;) {
+        if (std::none_of(children.begin(), children.end(),
+                         [&](const child_t& child) { return child.pid == pid; })) {
+            orphans.push_back(pid);
+        }
+    }
+    return orphans;
+}
+
+// The children of children that were ended end by themselves; what a command of the instructor's has started
+// may not.
+void end_orphans(const std::vector<child_t>& children) {
+    if (children.empty() && waitpid(-1, nullptr, WNOHANG) < 0) {
+        return; // as nearly always
+    }
     for (int i = 0; i < MOST_LOOKS; ++i) {
-        std::ifstream orphans("/proc/thread-self/children");
-        for (pid_t pid = 0; orphans >> pid;) {
-            kill(pid, SIGKILL);
-        }
-        while (waitpid(-1, nullptr, WNOHANG) > 0) {
-        }
-        if (errno == ECHILD) {
+        const std::vector<pid_t> orphans = find_orphans(children);
+        if (orphans.empty()) {
             return;
         }
-        wait_ms(MS_BETWEEN_LOOKS);
+        bool have_ended = true;
+        for (const pid_t pid : orphans) {
+            kill(pid, SIGKILL);
+            have_ended &= waitpid(pid, nullptr, WNOHANG) != 0;
+        }
+        if (!have_ended) {
+            wait_ms(MS_BETWEEN_LOOKS);
+        }
     }
 }
 
@@ -185,11 +219,10 @@ class children_t {
     children_t& operator=(const children_t&) = delete;
     ~children_t() {
         if (!list.empty()) {
-            prctl(PR_SET_CHILD_SUBREAPER, 1);
             for (child_t& child : list) {
                 end_child(child);
             }
-            end_orphans();
+            end_orphans({});
         }
     }
 
@@ -199,29 +232,51 @@ class children_t {
 } // namespace
 
 ended_t run_apart(const bounds_t& bounds, const work_t& work) {
+    take_orphans();
     children_t children;
-    children.list.push_back(begin_child(0, bounds, work));
+    try {
+        children.list.push_back(begin_child(0, bounds, work));
+    } catch (const tovik_error& error) {
+        return {ending_e::FAILED, {}, error.message, 0};
+    }
     std::vector<child_t> over;
     while (over.empty() && !is_end_asked()) {
         over = wait_for_some(children.list);
     }
-    return over.empty() ? ended_t{ending_e::FAILED, {}, "the grading was ended", 0} : end_child(over.front());
+    if (over.empty()) {
+        return {ending_e::FAILED, {}, "the grading was ended", 0};
+    }
+    ended_t ended = end_child(over.front());
+    end_orphans({});
+    return ended;
 }
 
 void run_many(size_t count, int at_once, const bounds_t& bounds,
               const std::function<work_t(size_t number)>& work,
               const std::function<bool(size_t number, ended_t ended)>& done) {
+    take_orphans();
     children_t children;
     size_t next = 0;
     bool goes_on = true;
     while (((goes_on && next < count) || !children.list.empty()) && !is_end_asked()) {
+        std::vector<std::pair<size_t, ended_t>> over;
         while (goes_on && next < count && children.list.size() < static_cast<size_t>(at_once)) {
-            children.list.push_back(begin_child(next, bounds, work(next)));
+            try {
+                children.list.push_back(begin_child(next, bounds, work(next)));
+            } catch (const tovik_error& error) {
+                // There may be room for it when others have ended.
+                if (!children.list.empty()) {
+                    break;
+                }
+                over.emplace_back(next, ended_t{ending_e::FAILED, {}, error.message, 0});
+            }
             ++next;
         }
-        std::vector<std::pair<size_t, ended_t>> over;
-        for (child_t& child : wait_for_some(children.list)) {
+        for (child_t& child : over.empty() ? wait_for_some(children.list) : std::vector<child_t>{}) {
             over.emplace_back(child.number, end_child(child));
+            if (over.back().second.ending != ending_e::ANSWERED) {
+                end_orphans(children.list);
+            }
         }
         for (auto& [number, ended] : over) {
             goes_on &= done(number, std::move(ended));

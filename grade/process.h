@@ -31,13 +31,13 @@ struct ended_t {
 // it has failed.
 using work_t = std::function<std::string()>;
 
-// Does one thing and waits for it. When the end is asked for (grade/ending.h), it has FAILED. Throws
-// tovik_error when there can be no more processes.
+// Does one thing and waits for it. When the end is asked for (grade/ending.h), or there can be no more
+// processes, it has FAILED. What it has started, and has not ended, is ended.
 ended_t run_apart(const bounds_t& bounds, const work_t& work);
 
-// Does many things, some of them at the same time. `work` gives the thing with a number, `done` gets how it
-// ended, in whatever order; it returns whether to go on. When the end is asked for, or `done` throws, the
-// other processes are ended, and `done` never hears of them.
+// Does many things in the same way, some of them at the same time. `work` gives the thing with a number,
+// `done` gets how it ended, in whatever order; it returns whether to go on. When the end is asked for, or
+// `done` throws, the other processes are ended, and `done` never hears of them.
 void run_many(size_t count, int at_once, const bounds_t& bounds,
               const std::function<work_t(size_t number)>& work,
               const std::function<bool(size_t number, ended_t ended)>& done);

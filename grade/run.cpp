@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -11,6 +12,8 @@
 #include <sstream>
 #include <string_view>
 #include <utility>
+
+#include <sys/resource.h>
 
 #include "assembler/labels.h"
 #include "base/files.h"
@@ -34,6 +37,7 @@ namespace {
 std::optional<uint64_t> noise_of; // the seed of what the memories hold
 
 constexpr const char* EVENTS_FILE = "events.jsonl";
+constexpr size_t MOST_EVENTS = 250'000;             // that are looked at
 constexpr const char* SCRIPT_FILE = "input.script"; // where a shell does what a case does
 
 labels_t labels_of(const source_map_t& map) {
@@ -99,13 +103,46 @@ options_t options_for(const std::string& source, const case_t& one, uint64_t see
     return options;
 }
 
+// Those of displays and lamps: a picture may have been drawn point by point.
 std::vector<nlohmann::json> read_events() {
     std::ifstream file(EVENTS_FILE);
     std::vector<nlohmann::json> events;
-    for (std::string line; std::getline(file, line);) {
-        events.push_back(nlohmann::json::parse(line));
+    for (std::string line; events.size() < MOST_EVENTS && std::getline(file, line);) {
+        if (line.find(R"("digits":)") != std::string::npos || line.find(R"("value":)") != std::string::npos) {
+            events.push_back(nlohmann::json::parse(line));
+        }
     }
     return events;
+}
+
+// A run whose events could not be written has ended early.
+void check_written(int status) {
+    if (status != EXIT_NOT_WRITTEN) {
+        return;
+    }
+    std::error_code error;
+    rlimit most{};
+    getrlimit(RLIMIT_FSIZE, &most);
+    if (std::filesystem::file_size(EVENTS_FILE, error) >= most.rlim_cur && !error) {
+        throw too_much_t{"shows, draws and sends more than can be looked at"};
+    }
+    throw tovik_error("can't write what the program shows");
+}
+
+// What a device says of the file that it uses, which is the task's. Only a program that writes somewhere very
+// far out on a card is itself in the way.
+void check_device_files(const nlohmann::json& report) {
+    std::vector<std::string> texts = {report.at("message").get<std::string>()};
+    for (const nlohmann::json& message : report.at("messages")) {
+        texts.push_back(message.at("text").get<std::string>());
+    }
+    for (const std::string& text : texts) {
+        const bool is_of_file = text.starts_with("Can't open file ") || text.starts_with("Can't read ") ||
+                                text.starts_with("Can't write ");
+        if (is_of_file && text.find(system_error_text(EFBIG)) == std::string::npos) {
+            throw tovik_error(text);
+        }
+    }
 }
 
 std::map<std::string, std::vector<int32_t>> words_wanted(const wanted_t& wanted, const labels_t& labels) {
@@ -124,6 +161,7 @@ std::map<std::string, std::vector<int32_t>> words_wanted(const wanted_t& wanted,
 seen_t look(const wanted_t& wanted, const labels_t& labels) {
     seen_t seen;
     seen.report = nlohmann::json::parse(run_report());
+    check_device_files(seen.report);
     if (wanted.events) {
         seen.events = read_events();
     }
@@ -190,8 +228,8 @@ seen_t run_case(analysis_t program, const case_t& one, uint64_t seed) {
     const labels_t labels = places.labels;
     copy_cards(one.input.cards);
     try {
-        run_batch(options_for(source, one, seed, wanted), labels, std::move(places),
-                  read_script(script, one.name));
+        check_written(run_batch(options_for(source, one, seed, wanted), labels, std::move(places),
+                                read_script(script, one.name)));
     } catch (const usage_error_t& error) {
         throw tovik_error(error.message);
     }

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <utility>
 
 #include "base/files.h"
@@ -49,6 +50,26 @@ fs::path result_file(const std::string& folder, const std::string& file_name) {
     return fs::path(folder) / GRADED_FOLDER / (file_name + ".json");
 }
 
+// A file in the folder itself, and none that is hidden: others are not written over for what a folder says.
+bool is_file_name(const std::string& name) {
+    return !name.empty() && !name.starts_with('.') && name.find('/') == std::string::npos &&
+           name.find('\0') == std::string::npos;
+}
+
+bool has_its_pictures(const std::string& folder, const std::string& file_name,
+                      const student_result_t& result) {
+    const auto is_there = [&](const std::string& picture) {
+        std::error_code unknown;
+        return is_file_name(picture) && picture.starts_with(file_name + "-") &&
+               fs::is_regular_file(fs::path(folder) / picture, unknown);
+    };
+    return std::all_of(result.cases.begin(), result.cases.end(), [&](const case_result_t& one) {
+        return std::all_of(one.checks.begin(), one.checks.end(), [&](const check_result_t& check) {
+            return std::all_of(check.pictures.begin(), check.pictures.end(), is_there);
+        });
+    });
+}
+
 void make_folder(const fs::path& folder) {
     std::error_code error;
     fs::create_directories(folder, error);
@@ -61,7 +82,8 @@ void make_folder(const fs::path& folder) {
 
 class_t load_class(const std::string& folder) {
     std::optional<class_t> all = record_of<class_t>(text_of(fs::path(folder) / CLASS_FILE));
-    if (!all || all->parts == 0 || all->file_names.size() != all->students.size()) {
+    if (!all || all->part == 0 || all->part > all->parts || all->file_names.size() != all->students.size() ||
+        !std::all_of(all->file_names.begin(), all->file_names.end(), is_file_name)) {
         throw tovik_error(folder + " has no results of a class: " + CLASS_FILE + " is missing or not whole");
     }
     return *all;
@@ -87,20 +109,25 @@ void check_same(const class_t& first, const class_t& other, const std::vector<st
 
 // The folder of each part.
 std::vector<std::string> sorted_by_part(const std::vector<std::string>& folders, const class_t& first) {
-    std::vector<std::string> sorted(first.parts);
+    std::map<size_t, std::string> by_part;
     for (const std::string& folder : folders) {
         const class_t one = load_class(folder);
         check_same(first, one, folders, folder);
-        std::string& place = sorted.at((one.part - 1) % one.parts);
+        std::string& place = by_part[one.part];
         if (!place.empty()) {
             throw tovik_error(place + " and " + folder + " are both " + part_text(one.part, one.parts));
         }
         place = folder;
     }
-    for (size_t i = 0; i < sorted.size(); ++i) {
-        if (sorted[i].empty()) {
-            throw tovik_error(part_text(i + 1, sorted.size()) + " is missing");
+    std::vector<std::string> sorted;
+    for (const auto& [part, folder] : by_part) {
+        if (part != sorted.size() + 1) {
+            break;
         }
+        sorted.push_back(folder);
+    }
+    if (sorted.size() < first.parts) {
+        throw tovik_error(part_text(sorted.size() + 1, first.parts) + " is missing");
     }
     return sorted;
 }
@@ -159,7 +186,9 @@ void save_result(const std::string& folder, const task_t& task, const student_re
 }
 
 std::optional<student_result_t> load_result(const std::string& folder, const std::string& file_name) {
-    return record_of<student_result_t>(text_of(result_file(folder, file_name)));
+    std::optional<student_result_t> result =
+        record_of<student_result_t>(text_of(result_file(folder, file_name)));
+    return result && has_its_pictures(folder, file_name, *result) ? result : std::nullopt;
 }
 
 bool is_current(const student_result_t& result, const ready_task_t& ready, const submission_t& submission) {
@@ -197,6 +226,8 @@ joined_t join_stores(const std::vector<std::string>& folders, const std::string&
             throw tovik_error(folder + " has no result of " + joined.all.students[i] +
                               "; the grading that has not come to its end goes on with --resume");
         }
+        result->student = joined.all.students[i];
+        result->file_name = joined.all.file_names[i];
         joined.results.push_back(std::move(*result));
     }
     joined.all.part = joined.all.parts = 1;

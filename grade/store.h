@@ -38,7 +38,7 @@ void begin_store(const std::string& folder, const class_t& all);
 // Writes one student's files; the result, which says that they are there, at the end.
 void save_result(const std::string& folder, const task_t& task, const student_result_t& result);
 
-// Nothing where there is none that can be read.
+// Nothing where there is none that can be read, or its pictures are not there.
 std::optional<student_result_t> load_result(const std::string& folder, const std::string& file_name);
 
 // Whether a result is of this task and of what the student has handed in now.

@@ -28,6 +28,22 @@ bool is_there(const std::filesystem::path& path) {
     return std::filesystem::symlink_status(path, unknown).type() != std::filesystem::file_type::not_found;
 }
 
+// A link is none, but who has one in the place of a folder is not to be missed.
+bool is_student(const std::filesystem::directory_entry& entry) {
+    if (entry.path().filename().string().starts_with('.')) {
+        return false;
+    }
+    std::error_code error;
+    const bool is_folder = entry.is_directory(error);
+    if (entry.symlink_status().type() == std::filesystem::file_type::symlink) {
+        return is_folder || error;
+    }
+    if (error) {
+        throw tovik_error("can't look at " + entry.path().string() + ": " + error.message());
+    }
+    return is_folder;
+}
+
 // "class/ada/" is ada's, and so is "." there.
 submission_t submission_of(const std::filesystem::path& folder) {
     std::filesystem::path path = std::filesystem::absolute(folder).lexically_normal();
@@ -39,9 +55,8 @@ submission_t submission_of(const std::filesystem::path& folder) {
 
 std::vector<submission_t> folders_in(const std::filesystem::path& folder) {
     std::vector<submission_t> found;
-    std::error_code unknown;
-    for (const auto& entry : std::filesystem::directory_iterator(folder, unknown)) {
-        if (entry.is_directory(unknown) && !entry.path().filename().string().starts_with('.')) {
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        if (is_student(entry)) {
             found.push_back(submission_of(entry.path()));
         }
     }
@@ -88,15 +103,19 @@ handed_in_t not_opened(const std::string& what, int error) {
     case ENOENT:
         return {{}, "no " + what, {}};
     case ENOTDIR:
-        return {{}, what + " is not a folder", {}};
+        return {{}, what + " is a link, or no folder", {}};
     default:
         return {{}, {}, what + ": " + system_error_text(error)};
     }
 }
 
+bool is_same_time(const timespec& one, const timespec& other) {
+    return one.tv_sec == other.tv_sec && one.tv_nsec == other.tv_nsec;
+}
+
 bool is_same_state(const struct stat& one, const struct stat& other) {
-    return one.st_size == other.st_size && one.st_mtim.tv_sec == other.st_mtim.tv_sec &&
-           one.st_mtim.tv_nsec == other.st_mtim.tv_nsec;
+    return one.st_size == other.st_size && is_same_time(one.st_mtim, other.st_mtim) &&
+           is_same_time(one.st_ctim, other.st_ctim);
 }
 
 handed_in_t read_source(int file, const std::string& source) {
@@ -181,6 +200,9 @@ std::vector<submission_t> find_submissions(const std::vector<std::string>& folde
                                            const std::string& source) {
     std::vector<submission_t> all;
     for (const std::string& folder : folders) {
+        if (!std::filesystem::is_directory(folder)) {
+            throw tovik_error(folder + " is not a folder");
+        }
         const std::vector<submission_t> inside = is_there(std::filesystem::path(folder) / source)
                                                      ? std::vector<submission_t>{}
                                                      : folders_in(folder);
@@ -204,9 +226,18 @@ handed_in_t read_submission(const submission_t& submission, const std::string& s
     if (folder < 0) {
         return not_opened("the folder", errno);
     }
-    int file = openat(folder, source.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    // A device is not even opened, unless it comes into the place of a file between the two.
+    struct stat found {};
+    const bool is_other = fstatat(folder, source.c_str(), &found, AT_SYMLINK_NOFOLLOW) == 0 &&
+                          !S_ISREG(found.st_mode) && !S_ISLNK(found.st_mode);
+    int file =
+        is_other ? -1
+                 : openat(folder, source.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     const int error = errno;
     close_file(folder);
+    if (is_other) {
+        return {{}, source + " is not a file", {}};
+    }
     if (file < 0) {
         return not_opened(source, error);
     }
