@@ -12,6 +12,7 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <unistd.h>
 
 #include "base/files.h"
@@ -113,9 +114,12 @@ class folder_t {
     std::filesystem::path path_;
 };
 
-void go_to(const std::filesystem::path& folder) {
+void go_to_new(const std::filesystem::path& folder) {
     std::error_code error;
-    std::filesystem::current_path(folder, error);
+    std::filesystem::create_directory(folder, error);
+    if (!error) {
+        std::filesystem::current_path(folder, error);
+    }
     if (error) {
         throw tovik_error("can't use folder " + folder.string() + ": " + error.message());
     }
@@ -155,18 +159,25 @@ template <typename record_t> std::string bytes_of(const record_t& record) {
 struct attempt_t {
     const ready_task_t* ready;
     const submission_t* submission;
-    std::string pictures_folder;
+    std::filesystem::path folder; // for its files
+    bool keeps_pictures;
     effort_t effort;
 };
 
+// Where a picture is until it is known that it is wanted: the run may be ended at any time, and another seed
+// may have a worse one.
+std::filesystem::path kept_picture(const attempt_t& attempt, uint64_t seed, const std::string& name) {
+    return attempt.folder / (std::to_string(seed) + "-" + name);
+}
+
 // Returns the names of their files, which begin with `name`.
-std::vector<std::string> save_pictures(const std::string& folder, const std::string& name,
+std::vector<std::string> save_pictures(const attempt_t& attempt, uint64_t seed, const std::string& name,
                                        const std::vector<picture_t>& pictures) {
     constexpr std::array<const char*, 3> ENDS = {"-expected.png", "-seen.png", "-difference.png"};
     std::vector<std::string> names;
     for (size_t i = 0; i < pictures.size(); ++i) {
         names.push_back(name + ENDS.at(i));
-        saved_file_t file((std::filesystem::path(folder) / names.back()).string());
+        saved_file_t file(kept_picture(attempt, seed, names.back()).string());
         file.write(png_of(pictures[i], VGA_WIDTH, names.back()));
         file.close();
     }
@@ -186,7 +197,6 @@ case_result_t not_run(const case_t& one) {
 case_result_t run_and_judge(const attempt_t& attempt, analysis_t program, size_t number, size_t seed) {
     const case_t& one = attempt.ready->task.cases[number];
     const std::optional<seen_t>& reference = attempt.ready->references[number][seed];
-    be_silent();
     seen_t seen;
     try {
         seen = run_case(std::move(program), one, static_cast<uint64_t>(one.seeds[seed]));
@@ -201,10 +211,10 @@ case_result_t run_and_judge(const attempt_t& attempt, analysis_t program, size_t
     for (const task_check_t<rule_t>& check : one.checks) {
         verdict_t verdict = judge(check.rule, seen, reference ? &*reference : nullptr);
         std::vector<std::string> pictures;
-        if (!attempt.pictures_folder.empty() && !one.hidden) {
+        if (attempt.keeps_pictures && !one.hidden) {
             const std::string name = attempt.submission->file_name + "-" + std::to_string(number + 1) + "-" +
                                      std::to_string(result.checks.size() + 1);
-            pictures = save_pictures(attempt.pictures_folder, name, verdict.pictures);
+            pictures = save_pictures(attempt, static_cast<uint64_t>(one.seeds[seed]), name, verdict.pictures);
         }
         result.checks.push_back({check.name, check.points, verdict.passed,
                                  shortened(std::move(verdict.expected)), shortened(std::move(verdict.seen)),
@@ -228,12 +238,11 @@ void add_end(const ended_t& ended, const bounds_t& bounds, effort_t effort, case
 // The program is moved from in the other process only: that need not copy it.
 case_result_t try_seed(const attempt_t& attempt, analysis_t& program, size_t number, size_t seed) {
     const case_t& one = attempt.ready->task.cases[number];
-    const std::string folder = "case" + std::to_string(number) + "-" + std::to_string(seed);
     const bounds_t bounds = bounds_of(one, attempt.effort);
     const ended_t ended = run_apart(bounds, [&] {
-        std::error_code error;
-        std::filesystem::create_directory(folder, error);
-        go_to(folder);
+        if (leaves_files(one)) {
+            go_to_new("case" + std::to_string(number) + "-" + std::to_string(seed));
+        }
         return bytes_of(run_and_judge(attempt, std::move(program), number, seed));
     });
     if (ended.ending == ending_e::ANSWERED) {
@@ -366,19 +375,39 @@ student_result_t result_of(const attempt_t& attempt, const ended_t& ended) {
         result.fault = whole.fault;
         result.trouble = whole.trouble;
         result.points = attempt.ready->task.points.value_or(worth(attempt.ready->task));
-        result.digest = attempt.ready->digest + "-" +
-                        digest_of(read_submission(*attempt.submission, attempt.ready->task.source));
+        if (!result.fault.empty()) {
+            result.digest = attempt.ready->digest + "-" +
+                            digest_of(read_submission(*attempt.submission, attempt.ready->task.source));
+        }
     }
     result.student = attempt.submission->student;
     result.file_name = attempt.submission->file_name;
     return result;
 }
 
-work_t work_of(const attempt_t& attempt, const std::filesystem::path& folder) {
-    return [attempt, folder] {
-        std::error_code error;
-        std::filesystem::create_directory(folder, error);
-        go_to(folder);
+void take_pictures(const student_result_t& result, const attempt_t& attempt,
+                   const std::filesystem::path& to) {
+    for (const case_result_t& one : result.cases) {
+        for (const check_result_t& check : one.checks) {
+            for (const std::string& name : check.pictures) {
+                const std::string from = kept_picture(attempt, one.seed, name).string();
+                std::ifstream picture = open_stream(from);
+                const int error = errno;
+                if (!picture.is_open()) {
+                    throw tovik_error(cant_open_text(from, error));
+                }
+                saved_file_t file((to / name).string());
+                file.write(std::string{std::istreambuf_iterator<char>(picture), {}});
+                file.close();
+            }
+        }
+    }
+}
+
+work_t work_of(const attempt_t& attempt) {
+    return [&attempt] {
+        go_to_new(attempt.folder);
+        be_silent();
         return bytes_of(grade_submission(attempt));
     };
 }
@@ -412,8 +441,7 @@ seen_t reference_of(ready_task_t& ready, const case_t& one, size_t seed,
     }
     ready.fingerprints.push_back(fingerprint_of(program.analysis.map));
     const ended_t ended = run_apart(bounds_of(one, {}), [&] {
-        std::filesystem::create_directory(folder);
-        go_to(folder);
+        go_to_new(folder);
         be_silent();
         return to_bytes(run_case(program.analysis, one, static_cast<uint64_t>(one.seeds[seed])));
     });
@@ -445,6 +473,7 @@ ready_task_t prepare(task_t task) {
                 folder.path() / (std::to_string(ready.references.size()) + "-" + std::to_string(seed)));
         }
     }
+    malloc_trim(0); // each process gets what is kept
     return ready;
 }
 
@@ -455,26 +484,37 @@ std::vector<student_result_t> grade_class(const ready_task_t& ready,
     const folder_t folder;
     std::vector<attempt_t> attempts;
     for (const submission_t& submission : submissions) {
-        attempts.push_back({&ready, &submission, options.pictures_folder, {}});
+        attempts.push_back({&ready,
+                            &submission,
+                            folder.path() / std::to_string(attempts.size()),
+                            !options.pictures_folder.empty(),
+                            {}});
     }
     const ended_t not_begun = {ending_e::FAILED, {}, "the grading was ended", 0};
     std::vector<student_result_t> results;
     std::transform(attempts.begin(), attempts.end(), std::back_inserter(results),
                    [&](const attempt_t& attempt) { return result_of(attempt, not_begun); });
     std::vector<size_t> slow;
-    const auto folder_of = [&](size_t number) { return folder.path() / std::to_string(number); };
     bool goes_on = true;
+    const auto clear = [&](size_t number) {
+        std::error_code ignored;
+        std::filesystem::remove_all(attempts[number].folder, ignored);
+    };
+    const auto finish = [&](size_t number) {
+        take_pictures(results[number], attempts[number], options.pictures_folder);
+        clear(number);
+        goes_on = done(results[number]);
+    };
     run_many(
         submissions.size(), options.at_once, bounds_of(ready.task, {}),
-        [&](size_t number) { return work_of(attempts[number], folder_of(number)); },
+        [&](size_t number) { return work_of(attempts[number]); },
         [&](size_t number, const ended_t& ended) {
             results[number] = result_of(attempts[number], ended);
-            std::error_code ignored;
-            std::filesystem::remove_all(folder_of(number), ignored);
             if (is_slow(results[number]) || ended.ending == ending_e::OUT_OF_TIME) {
                 slow.push_back(number);
+                clear(number);
             } else {
-                goes_on = done(results[number]);
+                finish(number);
             }
             return goes_on;
         });
@@ -483,11 +523,13 @@ std::vector<student_result_t> grade_class(const ready_task_t& ready,
     for (const size_t number : slow) {
         attempt_t& attempt = attempts[number];
         attempt.effort.times = PATIENCE;
-        const ended_t ended = goes_on && !is_end_asked() ? run_apart(bounds_of(ready.task, attempt.effort),
-                                                                     work_of(attempt, folder_of(number)))
-                                                         : not_begun;
+        const ended_t ended = goes_on && !is_end_asked()
+                                  ? run_apart(bounds_of(ready.task, attempt.effort), work_of(attempt))
+                                  : not_begun;
         results[number] = result_of(attempt, ended);
-        goes_on = goes_on && !is_end_asked() && done(results[number]);
+        if (goes_on && !is_end_asked()) {
+            finish(number);
+        }
     }
     return results;
 }

@@ -138,7 +138,8 @@ std::vector<student_result_t> grade_rest(const options_given_t& options, const r
 
 int grade(const options_given_t& options) {
     const ready_task_t ready = prepare(read_task(options.task));
-    const std::vector<submission_t> all = find_submissions(options.folders, ready.task.source);
+    const std::vector<submission_t> all =
+        find_submissions(options.folders, ready.task.source, store_folders(options.out));
     if (!options.out.empty()) {
         class_t record = class_of(ready, all);
         record.part = options.part.number;

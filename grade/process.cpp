@@ -34,6 +34,13 @@ constexpr int MOST_LOOKS = 200; // for processes that end
 constexpr int MS_BETWEEN_LOOKS = 5;
 constexpr size_t MOST_ANSWER = size_t{256} << 20; // bytes
 
+// A sanitizer takes terabytes of addresses for itself.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool IS_CHECKED = true;
+#else
+constexpr bool IS_CHECKED = false;
+#endif
+
 struct child_t {
     size_t number;
     pid_t pid;
@@ -43,22 +50,27 @@ struct child_t {
     bool late = false;
 };
 
-// Whoever has started this process may allow it less.
-void limit(__rlimit_resource resource, size_t most, size_t more = 0) {
-    rlimit now{};
-    getrlimit(resource, &now);
-    const rlimit bound = {std::min<rlim_t>(most, now.rlim_max), std::min<rlim_t>(most + more, now.rlim_max)};
+// What begins from this process, as a command, may have more again.
+void limit(__rlimit_resource resource, size_t most) {
+    rlimit bound{};
+    getrlimit(resource, &bound);
+    // A verdict must not come from a limit that only this machine has. Without memory there is none.
+    if (bound.rlim_max < most && resource != RLIMIT_AS) {
+        throw tovik_error("here a process may use less than a run may need (ulimit)");
+    }
+    bound.rlim_cur = std::min<rlim_t>(most, bound.rlim_max);
     if (setrlimit(resource, &bound) != 0) {
         throw tovik_error("can't set a limit: " + system_error_text(errno));
     }
 }
 
 void set_limits(const bounds_t& bounds) {
-    // The signal of the first is SIGXCPU.
-    limit(RLIMIT_CPU, static_cast<size_t>(bounds.processor_seconds), 1);
-    limit(RLIMIT_AS, bounds.memory_bytes);
+    limit(RLIMIT_CPU, static_cast<size_t>(bounds.processor_seconds)); // its signal is SIGXCPU
     limit(RLIMIT_FSIZE, bounds.file_bytes);
     limit(RLIMIT_CORE, 0);
+    if (!IS_CHECKED) {
+        limit(RLIMIT_AS, bounds.memory_bytes);
+    }
 }
 
 // Nothing may be thrown into what the other process has begun.
@@ -117,7 +129,12 @@ ended_t end_child(child_t& child) {
     kill(child.pid, SIGKILL);  // it may not have come to be a group
     int status = 0;
     rusage used{};
-    while (wait4(child.pid, &status, 0, &used) < 0 && errno == EINTR) {
+    pid_t waited = 0;
+    do {
+        waited = wait4(child.pid, &status, 0, &used);
+    } while (waited < 0 && errno == EINTR);
+    if (waited < 0) {
+        return {ending_e::FAILED, {}, "can't wait for a process: " + system_error_text(errno), 0};
     }
     ended_t ended{ending_e::FAILED, {}, {}, microseconds(used.ru_utime) + microseconds(used.ru_stime)};
     const int signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
@@ -272,11 +289,13 @@ void run_many(size_t count, int at_once, const bounds_t& bounds,
             }
             ++next;
         }
+        bool are_whole = true;
         for (child_t& child : over.empty() ? wait_for_some(children.list) : std::vector<child_t>{}) {
             over.emplace_back(child.number, end_child(child));
-            if (over.back().second.ending != ending_e::ANSWERED) {
-                end_orphans(children.list);
-            }
+            are_whole &= over.back().second.ending == ending_e::ANSWERED;
+        }
+        if (!are_whole) {
+            end_orphans(children.list);
         }
         for (auto& [number, ended] : over) {
             goes_on &= done(number, std::move(ended));

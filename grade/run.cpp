@@ -21,7 +21,6 @@
 #include "base/noise.h"
 #include "base/saved_file.h"
 #include "core/engine.h"
-#include "core/memory.h"
 #include "core/script.h"
 #include "core/simulate.h"
 #include "devices/audio.h"
@@ -48,9 +47,8 @@ labels_t labels_of(const source_map_t& map) {
     return labels;
 }
 
-// As the loader leaves it.
+// As the loader leaves it. The memory is clear: no other program has been in it.
 void load(const source_map_t& map) {
-    clear_memory();
     for (size_t address = 0; address < map.words.size(); ++address) {
         if (map.words[address].kind != word_e::NONE) {
             machine.memory[address] = map.words[address].value;
@@ -107,10 +105,16 @@ options_t options_for(const std::string& source, const case_t& one, uint64_t see
 std::vector<nlohmann::json> read_events() {
     std::ifstream file(EVENTS_FILE);
     std::vector<nlohmann::json> events;
+    if (!file.is_open()) {
+        throw tovik_error("can't read what the program shows");
+    }
     for (std::string line; events.size() < MOST_EVENTS && std::getline(file, line);) {
         if (line.find(R"("digits":)") != std::string::npos || line.find(R"("value":)") != std::string::npos) {
             events.push_back(nlohmann::json::parse(line));
         }
+    }
+    if (file.bad()) {
+        throw tovik_error("can't read what the program shows");
     }
     return events;
 }
@@ -203,6 +207,10 @@ bool has_command(const case_t& one) {
 }
 
 } // namespace
+
+bool leaves_files(const case_t& one) {
+    return !one.input.cards.empty() || wanted_by(one).events || has_command(one);
+}
 
 void make_noise(uint64_t seed) {
     noise_seed = seed;

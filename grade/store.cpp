@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <string_view>
 #include <utility>
 
 #include "base/files.h"
@@ -75,6 +76,25 @@ void make_folder(const fs::path& folder) {
     fs::create_directories(folder, error);
     if (error) {
         throw tovik_error("can't make folder " + folder.string() + ": " + error.message());
+    }
+}
+
+// A grading that was killed leaves a file that has not taken its name (base/saved_file.h).
+void remove_unfinished(const fs::path& folder) {
+    constexpr size_t MADE_UP = 7; // ".XXXXXX" behind the name
+    std::vector<fs::path> unfinished;
+    for (const auto& entry : fs::directory_iterator(folder)) {
+        const std::string name = entry.path().filename().string();
+        const size_t end = name.size() - std::min(name.size(), MADE_UP);
+        const std::string_view kind = std::string_view(name).substr(0, end);
+        const bool is_result = kind.ends_with(".json") || kind.ends_with(".md") || kind.ends_with(".png") ||
+                               kind.ends_with(".csv") || kind.ends_with(".tap") || kind.ends_with(".xml");
+        if (is_result && name[0] == '.' && name[end] == '.' && entry.is_regular_file()) {
+            unfinished.push_back(entry.path());
+        }
+    }
+    for (const fs::path& file : unfinished) {
+        fs::remove(file);
     }
 }
 
@@ -157,6 +177,11 @@ ready_task_t task_of(const class_t& all) {
 
 } // namespace
 
+std::vector<std::string> store_folders(const std::string& folder) {
+    return folder.empty() ? std::vector<std::string>{}
+                          : std::vector<std::string>{folder, (fs::path(folder) / GRADED_FOLDER).string()};
+}
+
 class_t class_of(const ready_task_t& ready, const std::vector<submission_t>& submissions) {
     class_t all;
     all.task = ready.digest;
@@ -176,6 +201,8 @@ class_t class_of(const ready_task_t& ready, const std::vector<submission_t>& sub
 
 void begin_store(const std::string& folder, const class_t& all) {
     make_folder(fs::path(folder) / GRADED_FOLDER);
+    remove_unfinished(folder);
+    remove_unfinished(fs::path(folder) / GRADED_FOLDER);
     save(fs::path(folder) / CLASS_FILE, json_of(all));
 }
 

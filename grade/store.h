@@ -30,9 +30,13 @@ struct class_t {
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(class_t, task, title, source, visibility, cases, fingerprints, students,
                                    file_names, part, parts)
 
+// The folders that it has or is: it may be in the class's own. None for no folder.
+std::vector<std::string> store_folders(const std::string& folder);
+
 class_t class_of(const ready_task_t& ready, const std::vector<submission_t>& submissions);
 
-// Makes a folder ready for results. As all that write there, throws tovik_error when that cannot be.
+// Makes a folder ready for results: what a grading that was killed has not finished goes. As all that write
+// there, throws tovik_error or filesystem_error when that cannot be.
 void begin_store(const std::string& folder, const class_t& all);
 
 // Writes one student's files; the result, which says that they are there, at the end.

@@ -53,10 +53,14 @@ submission_t submission_of(const std::filesystem::path& folder) {
     return {readable(path.filename().string()), path.string(), {}};
 }
 
-std::vector<submission_t> folders_in(const std::filesystem::path& folder) {
+std::vector<submission_t> folders_in(const std::filesystem::path& folder,
+                                     const std::vector<std::string>& except) {
+    std::set<std::string> others;
+    std::transform(except.begin(), except.end(), std::inserter(others, others.end()),
+                   [](const std::string& other) { return submission_of(other).folder; });
     std::vector<submission_t> found;
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        if (is_student(entry)) {
+        if (is_student(entry) && !others.contains(submission_of(entry.path()).folder)) {
             found.push_back(submission_of(entry.path()));
         }
     }
@@ -196,8 +200,8 @@ verdict_t judge_one(const warnings_rule_t& rule, const analysis_t& analysis) {
 
 } // namespace
 
-std::vector<submission_t> find_submissions(const std::vector<std::string>& folders,
-                                           const std::string& source) {
+std::vector<submission_t> find_submissions(const std::vector<std::string>& folders, const std::string& source,
+                                           const std::vector<std::string>& except) {
     std::vector<submission_t> all;
     for (const std::string& folder : folders) {
         if (!std::filesystem::is_directory(folder)) {
@@ -205,7 +209,7 @@ std::vector<submission_t> find_submissions(const std::vector<std::string>& folde
         }
         const std::vector<submission_t> inside = is_there(std::filesystem::path(folder) / source)
                                                      ? std::vector<submission_t>{}
-                                                     : folders_in(folder);
+                                                     : folders_in(folder, except);
         if (inside.empty()) {
             all.push_back(submission_of(folder));
         } else {

@@ -20,9 +20,10 @@ struct submission_t {
 
 // Of the folders that were named, each once: one that has other folders, but no source, stands for each of
 // these, by name. Where several students have one name, the folder before theirs is part of it: "class1/ada".
-// Throws tovik_error when one of the folders is none, and filesystem_error when it cannot be read.
-std::vector<submission_t> find_submissions(const std::vector<std::string>& folders,
-                                           const std::string& source);
+// Those of `except` are found in no folder. Throws tovik_error when one of the folders is none, and
+// filesystem_error when it cannot be read.
+std::vector<submission_t> find_submissions(const std::vector<std::string>& folders, const std::string& source,
+                                           const std::vector<std::string>& except = {});
 
 // A file as it was handed in.
 struct handed_in_t {
