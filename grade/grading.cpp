@@ -484,6 +484,7 @@ std::vector<student_result_t> grade_class(const ready_task_t& ready,
                                           const std::function<bool(const student_result_t&)>& done) {
     const folder_t folder;
     std::vector<attempt_t> attempts;
+    attempts.reserve(submissions.size());
     for (const submission_t& submission : submissions) {
         attempts.push_back({&ready,
                             &submission,
