@@ -14,14 +14,18 @@ bool is_among(const same_rule_t& rule, const char* what) {
 // Numbers one by one would take a hundred times as long.
 template <typename number_t> nlohmann::json packed(std::span<const number_t> numbers) {
     std::vector<uint8_t> bytes(numbers.size_bytes());
-    std::memcpy(bytes.data(), numbers.data(), bytes.size());
+    if (!bytes.empty()) {
+        std::memcpy(bytes.data(), numbers.data(), bytes.size());
+    }
     return nlohmann::json::binary(std::move(bytes));
 }
 
 template <typename number_t> std::vector<number_t> unpacked(const nlohmann::json& packed) {
     const nlohmann::json::binary_t& bytes = packed.get_binary();
     std::vector<number_t> numbers(bytes.size() / sizeof(number_t));
-    std::memcpy(numbers.data(), bytes.data(), numbers.size() * sizeof(number_t));
+    if (!numbers.empty()) {
+        std::memcpy(numbers.data(), bytes.data(), numbers.size() * sizeof(number_t));
+    }
     return numbers;
 }
 
