@@ -124,6 +124,7 @@ slice_t run_slice(int32_t count) {
     if (proofs_forgotten) {
         start_afresh();
     }
+    is_afresh = false;
     look_at_doubted();
     take_over_controls();
     run.left = count;

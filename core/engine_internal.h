@@ -98,6 +98,7 @@ extern int32_t breakpoint;
 extern int32_t watchpoint;
 
 extern bool proofs_forgotten;
+extern bool is_afresh;
 
 // The stops of which proofs and store kinds know.
 extern const stops_t* known_stops;

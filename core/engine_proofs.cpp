@@ -25,6 +25,7 @@ uint8_t store_kinds[MEMORY_SIZE];
 int32_t breakpoint = NONE;
 int32_t watchpoint = NONE;
 bool proofs_forgotten = true;
+bool is_afresh = false; // nothing has been executed since
 const stops_t* known_stops = nullptr;
 
 namespace {
@@ -213,6 +214,11 @@ void note_store(int32_t address, uint64_t count) {
 }
 
 void start_afresh() {
+    proofs_forgotten = false;
+    if (is_afresh) {
+        return;
+    }
+    is_afresh = true;
     constexpr proof_t UNPROVEN = {prove, 0, 0, 0};
     for (uint32_t row = 0; row < WORDS_PER_INSTRUCTION; ++row) {
         proof_t* const first = proofs + (row << ROW_BITS);
@@ -224,12 +230,13 @@ void start_afresh() {
     breakpoint = NONE;
     watchpoint = NONE;
     known_stops = nullptr;
-    proofs_forgotten = false;
 }
 
 } // namespace engine
 
 void forget_proofs() { engine::proofs_forgotten = true; }
+
+void prepare_proofs() { engine::start_afresh(); }
 
 void pass_over_waiting(bool on) {
     if (on != engine::passes_over_waiting) {

@@ -217,6 +217,7 @@ void make_noise(uint64_t seed) {
     clear_vga();
     clear_sdram();
     noise_of = seed;
+    prepare_proofs();
 }
 
 seen_t run_case(analysis_t program, const case_t& one, uint64_t seed) {
