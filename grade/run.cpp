@@ -94,6 +94,7 @@ options_t options_for(const std::string& source, const case_t& one, uint64_t see
     }
     if (wanted.events) {
         options.events_file = EVENTS_FILE;
+        options.display_events = MOST_EVENTS;
     }
     options.report_format = "json";
     options.report_is_kept = true;

@@ -67,6 +67,9 @@ struct moment_rule_t {
     std::optional<double> within_ms;                           // not later
 };
 
+// A program that does nothing but change a display makes millions.
+constexpr uint64_t MOST_EVENTS = 100'000;
+
 struct events_rule_t {
     std::vector<moment_rule_t> moments;
 };

@@ -395,7 +395,11 @@ verdict_t judge_one(const events_rule_t& rule, const seen_t& seen, const seen_t*
         }
         const double passed_ms = now_ms - then_ms;
         if (!shows_all(shown_now, moment)) {
-            return {false, described(rule, i + 1), shown_instead(moment, values)};
+            return {false, described(rule, i + 1),
+                    shown_instead(moment, values) +
+                        (seen.events.size() < MOST_EVENTS
+                             ? ""
+                             : " in the first " + std::to_string(MOST_EVENTS) + " changes")};
         }
         if (passed_ms < moment.after_ms.value_or(0) || (moment.within_ms && passed_ms > *moment.within_ms)) {
             return {false, described(rule, i + 1), "the last one after " + number(passed_ms, 1) + " ms"};

@@ -50,7 +50,8 @@ struct sound_t {
 struct events_t {
     stream_t file;
     bool keep_sound = false;
-    std::vector<happening_t> waiting; // what comes before them may not be known yet
+    std::optional<uint64_t> displays_left; // events that may be told, and then no others
+    std::vector<happening_t> waiting;      // what comes before them may not be known yet
     lamps_t lamps{};
     sound_t sound;
 };
@@ -78,6 +79,9 @@ void add(uint64_t count, const std::string& event, const json_t& facts = json_t:
         line += "}";
     }
     events.waiting.push_back({count, std::move(line) + "\n"});
+    if (events.displays_left && *events.displays_left > 0) {
+        --*events.displays_left; // several may come at once
+    }
 }
 
 std::string four_digits(int32_t value) {
@@ -134,6 +138,9 @@ void follow_samples(int32_t sample, uint64_t ticks) {
 }
 
 void follow_sound() {
+    if (events.displays_left) {
+        return;
+    }
     sound_t& sound = events.sound;
     for (; sound.run < machine.speaker_samples.size(); ++sound.run, sound.run_ticks = 0) {
         const sample_run_t& run = machine.speaker_samples[sound.run];
@@ -165,20 +172,27 @@ void write_until(uint64_t count) {
 
 } // namespace
 
-void begin_events(stream_t file, bool keep_sound) {
-    events = {
-        .file = std::move(file), .keep_sound = keep_sound, .waiting = {}, .lamps = lamps_now(), .sound = {}};
+void begin_events(stream_t file, bool keep_sound, std::optional<uint64_t> display_events) {
+    events = {.file = std::move(file),
+              .keep_sound = keep_sound,
+              .displays_left = display_events,
+              .waiting = {},
+              .lamps = lamps_now(),
+              .sound = {}};
     if (!is_on()) {
         return;
     }
     begin_stream(events.file);
+    if (display_events) {
+        return;
+    }
     speaker_recording = true;
     serial_sent = note_sent;
     screen_painted = note_painted;
 }
 
 void note_lamps() {
-    if (!is_on()) {
+    if (!is_on() || events.displays_left == 0U) {
         return;
     }
     const lamps_t now = lamps_now();

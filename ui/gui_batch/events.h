@@ -2,11 +2,15 @@
 
 // The file of --events: what the board shows, sends and plays, one JSON object a line.
 
+#include <cstdint>
+#include <optional>
+
 #include "ui/gui_batch/stream.h"
 
 // The run begins, with the board as it is. Without a file nothing is told, and nothing costs anything.
-// `keep_sound`: the recording of the speaker is for somebody else, too.
-void begin_events(stream_t file, bool keep_sound);
+// `keep_sound`: the recording of the speaker is for somebody else, too. `display_events`: only the first ones
+// of displays and lamps are told.
+void begin_events(stream_t file, bool keep_sound, std::optional<uint64_t> display_events);
 
 // The lamps or displays may have changed.
 void note_lamps();

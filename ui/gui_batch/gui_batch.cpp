@@ -503,7 +503,7 @@ int run_batch(const options_t& options, const labels_t& labels, places_t places,
         camera_connect();
     }
     begin_stream(batch.serial);
-    begin_events(std::move(batch.events_file), speaker_recording);
+    begin_events(std::move(batch.events_file), speaker_recording, options.display_events);
     begin_waves(std::move(batch.waves_file));
     batch.begun = true;
     simulator.running = true;

@@ -30,6 +30,7 @@ struct options_t {
     std::optional<std::string> serial_file;
     std::optional<std::string> profile_file;
     std::optional<std::string> events_file;
+    std::optional<uint64_t> display_events; // the file has at most so many, and only of displays and lamps
     std::optional<std::string> vcd_file;
     bool live_sound = false;
     bool live_camera = false;
