@@ -292,6 +292,7 @@ case_result_t grade_case(const attempt_t& attempt, analysis_t& program, size_t n
     }
     worst->name = one.name;
     worst->hidden = one.hidden;
+    worst->given = given_text(one.input);
     worst->points = points;
     return std::move(*worst);
 }

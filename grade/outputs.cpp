@@ -140,6 +140,16 @@ std::string how_it_ended(const case_result_t& one) {
            in_markdown(how) + (how.ends_with('.') ? "" : ".") + "\n\n";
 }
 
+void add_given(std::string& text, const std::string& given) {
+    const size_t end = std::min(given.find('\n'), given.size());
+    if (end > 0) {
+        text += "Given: " + in_markdown(given.substr(0, end)) + (end < given.size() ? ":\n\n" : ".\n\n");
+    }
+    if (end < given.size()) {
+        text += fenced(given.substr(end + 1)) + "\n";
+    }
+}
+
 void add_case(std::string& text, const case_result_t& one) {
     text += "\n## " + in_markdown(one.name) + ": " + points_text(one.got) + " of " + points_text(one.points) +
             "\n\n";
@@ -151,6 +161,7 @@ void add_case(std::string& text, const case_result_t& one) {
                 ".\n";
         return;
     }
+    add_given(text, one.given);
     if (const std::string why = why_not(one); !why.empty()) {
         text += "Nothing was tested: " + in_markdown(why) + ".\n";
         return;

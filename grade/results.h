@@ -22,6 +22,7 @@ struct check_result_t {
 struct case_result_t {
     std::string name;
     bool hidden = false;
+    std::string given;   // to the program, in words; lines of a script below
     std::string ended;   // how the run ended, in words
     std::string fault;   // why there was no run; of the student's
     std::string trouble; // why there was none; of the machine's
@@ -48,7 +49,7 @@ struct student_result_t {
 };
 
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(check_result_t, name, points, passed, expected, seen, message, pictures)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(case_result_t, name, hidden, ended, fault, trouble, slow, seed,
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(case_result_t, name, hidden, given, ended, fault, trouble, slow, seed,
                                    instructions, points, got, checks)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(student_result_t, student, file_name, fault, trouble, assembly, points,
                                    got, source_checks, cases, fingerprint, digest)

@@ -122,6 +122,8 @@ template <typename some_rule_t> struct task_check_t {
 struct input_t {
     int32_t switches = 0;
     std::string script; // as `tovik-run` has it, with what is typed in the serial console at the start
+    std::string serial; // that, for people
+    std::string timed;  // the script without that
     std::vector<std::string> cards; // files
     std::vector<std::string> recordings;
     std::vector<std::string> movies;

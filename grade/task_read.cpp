@@ -572,6 +572,8 @@ input_t read_input(settings_t& input) {
     if (serial.size() > MOST_SERIAL) {
         add_fault(input, input.path + ".serial has more than " + std::to_string(MOST_SERIAL) + " bytes");
     }
+    given.serial = serial;
+    given.timed = given.script;
     given.script = typed_at_start(serial) + given.script;
     given.cards = read_file_names(input, "card");
     given.recordings = read_file_names(input, "microphone");

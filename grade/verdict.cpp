@@ -10,6 +10,7 @@
 
 #include <re2/re2.h>
 
+#include "base/text.h"
 #include "grade/command.h"
 #include "language/characters.h"
 
@@ -455,6 +456,31 @@ verdict_t judge_one(const same_rule_t& rule, const seen_t& seen, const seen_t* r
 }
 
 } // namespace
+
+std::string given_text(const input_t& input) {
+    std::string text;
+    const auto add = [&](const std::string& what) { text += (text.empty() ? "" : "; ") + what; };
+    if (input.switches != 0) {
+        add("switches " + hexadecimal(input.switches));
+    }
+    for (const auto& [label, values] : input.set) {
+        add(listed(values) + " at " + label);
+    }
+    if (!input.serial.empty()) {
+        add(quoted(shortened(input.serial)) + " on the serial console");
+    }
+    const std::pair<const char*, const std::vector<std::string>&> files[] = {
+        {"card ", input.cards}, {"microphone ", input.recordings}, {"camera ", input.movies}};
+    for (const auto& [what, names] : files) {
+        for (const std::string& name : names) {
+            add(what + name.substr(name.rfind('/') + 1));
+        }
+    }
+    if (!input.timed.empty()) {
+        add("a script\n" + input.timed);
+    }
+    return text;
+}
 
 std::string without_blank_ends(const std::string& text) {
     std::string result;
