@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <set>
 #include <string_view>
 #include <utility>
 
@@ -69,6 +70,48 @@ bool has_its_pictures(const std::string& folder, const std::string& file_name,
             return std::all_of(check.pictures.begin(), check.pictures.end(), is_there);
         });
     });
+}
+
+// "ada" of "ada-1-2-seen.png"; empty: that is no picture of a check.
+std::string owner_of_picture(std::string name) {
+    for (const std::string_view end : {"-expected.png", "-seen.png", "-difference.png"}) {
+        if (!name.ends_with(end)) {
+            continue;
+        }
+        name.resize(name.size() - end.size());
+        for (int i = 0; i < 2; ++i) {
+            const size_t dash = name.find_last_not_of("0123456789");
+            if (dash == std::string::npos || dash + 1 == name.size() || name[dash] != '-') {
+                return "";
+            }
+            name.resize(dash);
+        }
+        return name;
+    }
+    return "";
+}
+
+// An earlier grading has left pictures that nobody shows any more.
+void remove_old_pictures(const fs::path& folder, const std::vector<student_result_t>& results) {
+    std::set<std::string> graded;
+    std::set<std::string> shown;
+    for (const student_result_t& result : results) {
+        if (result.trouble.empty()) {
+            graded.insert(result.file_name);
+        }
+        for (const case_result_t& one : result.cases) {
+            for (const check_result_t& check : one.checks) {
+                shown.insert(check.pictures.begin(), check.pictures.end());
+            }
+        }
+    }
+    std::error_code ignored;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder, ignored)) {
+        const std::string name = entry.path().filename().string();
+        if (graded.contains(owner_of_picture(name)) && !shown.contains(name)) {
+            fs::remove(entry.path(), ignored);
+        }
+    }
 }
 
 void make_folder(const fs::path& folder) {
@@ -233,6 +276,7 @@ void save_tables(const std::string& folder, const ready_task_t& ready,
     const std::vector<alike_t> alike = find_alike(results, ready.fingerprints);
     save(to / "alike.csv", alike_csv(alike));
     save(to / "alike.md", alike_markdown(alike));
+    remove_old_pictures(folder, results);
 }
 
 joined_t join_stores(const std::vector<std::string>& folders, const std::string& to) {
