@@ -37,7 +37,8 @@ extern observer_t observer;
 // this afterwards: what the engine knows of the memory is no longer true.
 void forget_proofs();
 
-// Does now what the first instruction would have to wait for: processes that begin from this one have it then.
+// Does now what the first instruction would have to wait for: processes that begin from this one have it
+// then.
 void prepare_proofs();
 
 // Whether loops that only wait are passed over, many turns at once, as they are at first. Only the speed

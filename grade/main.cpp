@@ -28,6 +28,8 @@
 
 namespace {
 
+constexpr const char* TO_GO_ON = "the same command with --resume goes on";
+
 void print_error(const std::string& text) { std::cerr << "tovik-grade: " << text << std::endl; }
 
 // One line, where somebody looks at it.
@@ -73,7 +75,7 @@ int end_with(const std::vector<student_result_t>& results, bool can_resume) {
         return EXIT_GRADED;
     }
     print_error(std::to_string(count) + " of " + std::to_string(results.size()) + " not graded" +
-                (can_resume ? "; the same command with --resume goes on" : ""));
+                (can_resume ? std::string("; ") + TO_GO_ON : ""));
     return EXIT_NOT_GRADED;
 }
 
@@ -130,22 +132,16 @@ std::vector<student_result_t> grade_rest(const options_given_t& options, const r
         results[result.file_name] = std::move(result);
     }
     std::vector<student_result_t> sorted;
+    sorted.reserve(submissions.size());
     for (const submission_t& submission : submissions) {
         sorted.push_back(std::move(results[submission.file_name]));
     }
     return sorted;
 }
 
-int grade(const options_given_t& options) {
-    const ready_task_t ready = prepare(read_task(options.task));
-    const std::vector<submission_t> all =
-        find_submissions(options.folders, ready.task.source, store_folders(options.out));
-    if (!options.out.empty()) {
-        class_t record = class_of(ready, all);
-        record.part = options.part.number;
-        record.parts = options.part.of;
-        begin_store(options.out, record);
-    }
+// From here on there is something to go on with.
+int grade_into(const options_given_t& options, const ready_task_t& ready,
+               const std::vector<submission_t>& all) {
     const std::vector<student_result_t> results =
         grade_rest(options, ready, submissions_of(all, options.part));
     if (!is_end_asked()) {
@@ -155,6 +151,24 @@ int grade(const options_given_t& options) {
         save_tables(options.out, ready, results);
     }
     return end_with(results, !options.out.empty());
+}
+
+int grade(const options_given_t& options) {
+    const ready_task_t ready = prepare(read_task(options.task));
+    const std::vector<submission_t> all =
+        find_submissions(options.folders, ready.task.source, store_folders(options.out));
+    if (options.out.empty()) {
+        return grade_into(options, ready, all);
+    }
+    class_t record = class_of(ready, all);
+    record.part = options.part.number;
+    record.parts = options.part.of;
+    begin_store(options.out, record);
+    try {
+        return grade_into(options, ready, all);
+    } catch (const tovik_error& error) {
+        throw tovik_error(error.message + "; " + TO_GO_ON);
+    }
 }
 
 int merge(const options_given_t& options) {
@@ -177,6 +191,17 @@ int do_as_told(const options_given_t& options) {
                : run_again(read_task(options.task), options.folders, options.again, options.again_case);
 }
 
+int try_as_told(const options_given_t& options) {
+    try {
+        return do_as_told(options);
+    } catch (const tovik_error& error) {
+        print_error(error.message);
+    } catch (const std::exception& error) {
+        print_error(error.what());
+    }
+    return EXIT_NOT_GRADED;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -190,14 +215,7 @@ int main(int argc, char** argv) {
     if (!options) {
         return status;
     }
-    status = EXIT_NOT_GRADED;
-    try {
-        status = do_as_told(*options);
-    } catch (const tovik_error& error) {
-        print_error(error.message);
-    } catch (const std::exception& error) {
-        print_error(error.what());
-    }
+    status = try_as_told(*options);
     if (!std::cout.flush()) {
         print_error("can't write to standard output");
         status = EXIT_NOT_GRADED;
