@@ -22,7 +22,7 @@ void note(int /*signal*/) {
     asked = 1;
     const int error = errno;
     const uint64_t one = 1;
-    static_cast<void>(!write(descriptor, &one, sizeof one)); // it has room for billions
+    [[maybe_unused]] const ssize_t written = write(descriptor, &one, sizeof one); // it has room for billions
     errno = error;
     for (const int signal : SIGNALS) {
         std::signal(signal, SIG_DFL);

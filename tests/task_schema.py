@@ -41,13 +41,13 @@ limit = 20
 seeds = 2
 hidden = true
 reference = "t.k"
-input = { switches = 1, script = "0 switch 1 on", serial = "a", card = ["t.k"], microphone = "t.k", camera = ["t.k"] }
+input = { switches = 1, script = "0 switch 1 on", serial = "a", card = ["t.k"], microphone = "t.wav", camera = ["t.kmovie"] }
 check = [{ reason = "halt", points = 0.5, message = "m", name = "n" }, { hex74 = "00ff" }, { hex30 = "0000" },
          { led_red = 1 }, { led_green = 255 }, { lcd = ["a", "b"] }, { lcd_contains = "a" }, { lcd_matches = "a*" },
          { serial = "a" }, { serial_contains = "a" }, { serial_matches = "a*" }, { words = { a = 5, b = [-1, 1] } },
          { instructions = 5 }, { picture = {} },
-         { picture = { file = "t.k", region = [0, 0, 9, 9], color = 1, distance = 2, share = 0.5 } },
-         { sound = { reference = true } }, { sound = { file = "t.k", tolerance = 0.1 } }, { sound = { seconds = 1 } },
+         { picture = { file = "t.png", region = [0, 0, 9, 9], color = 1, distance = 2, share = 0.5 } },
+         { sound = { reference = true } }, { sound = { file = "t.wav", tolerance = 0.1 } }, { sound = { seconds = 1 } },
          { sound = { pitch = [{ from = 0, to = 0.5, hz = 262, tolerance = 0.02 }] } },
          { events = [{ hex74 = "0001", after_ms = 1 }, { hex30 = "0001", within_ms = 2 }, { led_red = 1 }] },
          { events = [{ led_green = 1 }] }, { report = { key = "pc", equals = 12 } },
@@ -96,9 +96,11 @@ def changes(task):
                 yield name, is_value, changed
 
 
-def refused_by_reader(task):
+def refused_by_reader(task, media):
     """The faults that tovik-grade tells with line and column."""
     with tempfile.TemporaryDirectory() as folder:
+        for file in media.iterdir():
+            os.link(file, pathlib.Path(folder, file.name))
         for name, text in ("t.k", " no program\n"), ("script", "0 switch 1 on\n"), ("task.toml", ""):
             pathlib.Path(folder, name).write_text(text)
         pathlib.Path(folder, "task.toml").write_text("".join(f"{key} = {toml(task[key])}\n" for key in task))
@@ -107,6 +109,15 @@ def refused_by_reader(task):
         if done.returncode not in (0, 2):
             raise SystemExit(f"status {done.returncode}, {done.stderr}")
         return re.findall(r"^.*task.toml:\d+:\d+: .*", done.stderr, re.M)
+
+
+def make_media(folder):
+    """A recording, a movie of one picture, and a picture."""
+    (folder / "t.wav").write_bytes(b"RIFF\0\0\0\0WAVE")
+    (folder / "t.kmovie").write_bytes(bytes(640 * 480 * 2))
+    (folder / "halt.k").write_text(" halt\n")
+    subprocess.run([os.environ["TOVIK_BIN"] + "/tovik-run", "--report", "none", "--png", "t.png", "halt.k"], cwd=folder,
+                   check=True)
 
 
 def main():
@@ -124,13 +135,15 @@ def main():
 
     def compare(change):
         name, is_value, changed = change
-        told = refused_by_reader(changed)
+        told = refused_by_reader(changed, media)
         refuses = not validator.is_valid(changed)
         if told and not refuses:
             return f"{name}: the schema takes it. {told[0]}"
         return f"{name}: the schema refuses it" if refuses and not told and not is_value else None
 
-    with ThreadPoolExecutor(os.cpu_count()) as pool:
+    with tempfile.TemporaryDirectory() as folder, ThreadPoolExecutor(os.cpu_count()) as pool:
+        media = pathlib.Path(folder)
+        make_media(media)
         faults += filter(None, pool.map(compare, [("unchanged", False, task), *changes(task)]))
     print("\n".join(faults))
     sys.exit(bool(faults))
