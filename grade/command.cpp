@@ -33,6 +33,7 @@ constexpr int SIGNALLED = 128;
 // Returns the exit status.
 int start_and_wait(const std::vector<std::string>& words) {
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (const std::string& word : words) {
         arguments.push_back(const_cast<char*>(word.c_str()));
     }

@@ -202,9 +202,12 @@ std::string not_graded_line(const student_result_t& result) {
 
 // ---- Other programs
 
+// A spreadsheet would take a student's text for a formula that begins like one.
 std::string quoted_for_csv(std::string_view text) {
-    return "\"" + replaced(in_one_line(text), [](char c) { return c == '"' ? "\"\"" : std::string(1, c); }) +
-           "\"";
+    const bool is_formula =
+        !text.empty() && std::string_view("=+-@").find(text.front()) != std::string_view::npos;
+    return (is_formula ? "\"'" : "\"") +
+           replaced(in_one_line(text), [](char c) { return c == '"' ? "\"\"" : std::string(1, c); }) + "\"";
 }
 
 // XML has no U+FFFE and U+FFFF, however they are written.
@@ -351,8 +354,23 @@ std::string feedback(const task_t& task, const student_result_t& result) {
     return text;
 }
 
+namespace {
+
+// What does not assemble has none.
+std::vector<check_result_t> source_checks_of(const std::vector<student_result_t>& results) {
+    const auto has_some = [](const student_result_t& result) { return !result.source_checks.empty(); };
+    const auto first = std::find_if(results.begin(), results.end(), has_some);
+    return first == results.end() ? std::vector<check_result_t>() : first->source_checks;
+}
+
+} // namespace
+
 std::string to_csv(const task_t& task, const std::vector<student_result_t>& results) {
     std::string text = "student,points,of";
+    const std::vector<check_result_t> source_checks = source_checks_of(results);
+    for (const check_result_t& check : source_checks) {
+        text += "," + quoted_for_csv(check.name);
+    }
     for (const case_t& one : task.cases) {
         text += "," + quoted_for_csv(one.name);
     }
@@ -360,6 +378,10 @@ std::string to_csv(const task_t& task, const std::vector<student_result_t>& resu
     for (const student_result_t& result : results) {
         text +=
             quoted_for_csv(result.student) + "," + points_text(result.got) + "," + points_text(result.points);
+        for (size_t i = 0; i < source_checks.size(); ++i) {
+            const bool is_right = i < result.source_checks.size() && result.source_checks[i].passed;
+            text += "," + points_text(is_right ? result.source_checks[i].points : 0);
+        }
         for (size_t i = 0; i < task.cases.size(); ++i) {
             text += "," + (i < result.cases.size() ? points_text(result.cases[i].got) : "0");
         }
