@@ -35,7 +35,7 @@ void for_each_failed(const std::vector<check_result_t>& checks,
 }
 
 std::string case_text(const case_result_t& one) {
-    if (const std::string why = why_not(one); !why.empty()) {
+    if (std::string why = why_not(one); !why.empty()) {
         return why;
     }
     std::string text;
@@ -319,13 +319,15 @@ std::string table(const std::vector<student_result_t>& results, bool aligned) {
         const std::string student = in_one_line(result.student);
         const std::string points = points_text(result.got);
         const std::string why = remarks(result);
+        text += student;
         if (aligned) {
-            text += student + std::string(student_width - count_characters(student) + 2, ' ') +
-                    std::string(points_width - points.size(), ' ') + points + (why.empty() ? "" : "  ") +
-                    why + "\n";
+            text.append(student_width - count_characters(student) + 2, ' ');
+            text.append(points_width - points.size(), ' ');
+            text.append(points).append(why.empty() ? "" : "  ");
         } else {
-            text += student + "\t" + points + "\t" + why + "\n";
+            text.append("\t").append(points).append("\t");
         }
+        text.append(why).append("\n");
     }
     return text;
 }
@@ -411,8 +413,9 @@ std::string to_junit(const task_t& task, const std::vector<student_result_t>& re
             } else {
                 const std::string element = test.trouble.empty() ? "failure" : "error";
                 const std::string& why = test.trouble.empty() ? test.text : test.trouble;
-                text += ">\n      <" + element + " message=\"" + for_xml(why.substr(0, why.find('\n'))) +
-                        "\">" + lines_for_xml(why) + "</" + element + ">\n    </testcase>\n";
+                text += std::string(">\n      <").append(element) + " message=\"" +
+                        for_xml(why.substr(0, why.find('\n'))) + "\">" + lines_for_xml(why) + "</" + element +
+                        ">\n    </testcase>\n";
             }
         }
         text += "  </testsuite>\n";

@@ -178,7 +178,8 @@ std::vector<std::string> sorted_by_part(const std::vector<std::string>& folders,
         check_same(first, one, folders, folder);
         std::string& place = by_part[one.part];
         if (!place.empty()) {
-            throw tovik_error(place + " and " + folder + " are both " + part_text(one.part, one.parts));
+            throw tovik_error(std::string(place).append(" and ").append(folder).append(" are both ") +
+                              part_text(one.part, one.parts));
         }
         place = folder;
     }
