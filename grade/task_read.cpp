@@ -541,7 +541,7 @@ void check_script(settings_t& input, std::string_view key, const std::string& sc
 
 std::string read_own_script(settings_t& input) {
     const toml::node* const node = find(input, "script");
-    const std::string script = read_text(input, "script").value_or("");
+    std::string script = read_text(input, "script").value_or("");
     if (node != nullptr) {
         const std::optional<int> first = first_line_of(*input.file, *node);
         const std::string name = first ? input.file->name : place_of(*input.file, *node) + "script";
