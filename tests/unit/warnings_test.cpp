@@ -110,8 +110,9 @@ TEST(Warnings, TableOfCodesHasAnExampleOfEach) {
 TEST(Warnings, SayNothingOfExamples) {
     for (const char* const folder : {"examples", "bench"}) {
         for (const fs::path& program : programs_of(SOURCES / folder)) {
-            // This one uses another library file.
-            if (program.filename() != "decimal.k") {
+            // This one uses another library file, and the class to be graded has made mistakes.
+            const bool is_handed_in = program.string().find("/grading/class/") != std::string::npos;
+            if (program.filename() != "decimal.k" && !is_handed_in) {
                 analysis_t analysis = analyse(program);
                 add_warnings(analysis);
                 EXPECT_EQ(listing(analysis), "") << program;
