@@ -1,5 +1,6 @@
 #include "base/files.h"
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -8,6 +9,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "base/machine.h"
 
 namespace {
 
@@ -85,6 +88,21 @@ std::ifstream open_stream(const std::string& name) {
     }
     errno = error;
     return file;
+}
+
+std::string read_whole(const std::string& name) {
+    std::ifstream file = open_stream(name);
+    if (const int error = errno; !file.is_open()) {
+        throw tovik_error(cant_open_text(name, error));
+    }
+    std::string text;
+    for (std::array<char, 65536> part{}; file.read(part.data(), part.size()) || file.gcount() > 0;) {
+        text.append(part.data(), static_cast<size_t>(file.gcount()));
+    }
+    if (file.bad()) {
+        throw tovik_error(cant_read_text(name, errno));
+    }
+    return text;
 }
 
 void close_file(int& descriptor) {

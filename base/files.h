@@ -33,6 +33,9 @@ enum class access_e { READ, READ_AND_WRITE };
 // A regular file as a stream. Where it is not open, errno says why.
 std::ifstream open_stream(const std::string& name);
 
+// All that is in a regular file. Throws tovik_error.
+std::string read_whole(const std::string& name);
+
 // Closes a descriptor that is open, and makes it -1.
 void close_file(int& descriptor);
 

@@ -20,6 +20,7 @@
 
 #include "grade/hash.h"
 #include "grade/markdown.h"
+#include "grade/outputs.h"
 
 namespace {
 
@@ -324,15 +325,6 @@ std::string measure(const alike_t& one) {
            std::to_string(one.instructions) + " instructions";
 }
 
-std::string quoted(const std::string& text) {
-    std::string result = "\"";
-    for (const char c : text) {
-        result += c;
-        result += c == '"' ? "\"" : "";
-    }
-    return result + "\"";
-}
-
 } // namespace
 
 std::string fingerprint_of(const source_map_t& map) {
@@ -377,7 +369,7 @@ std::string alike_csv(const std::vector<alike_t>& all) {
     std::string text = "percent,instructions,students,others\n";
     for (const alike_t& one : all) {
         text += std::to_string(one.percent) + "," + std::to_string(one.instructions) + "," +
-                quoted(joined(one.students)) + "," + quoted(joined(one.others)) + "\n";
+                quoted_for_csv(joined(one.students)) + "," + quoted_for_csv(joined(one.others)) + "\n";
     }
     return text;
 }

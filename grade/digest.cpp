@@ -1,9 +1,6 @@
 #include "grade/digest.h"
 
-#include <cerrno>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <variant>
 #include <vector>
 
@@ -44,15 +41,6 @@ void add_names(const case_t& one, names_t& names) {
     }
 }
 
-void add_file(hash_t& hash, const std::string& name) {
-    std::ifstream file = open_stream(name);
-    const int error = errno;
-    if (!file.is_open()) {
-        throw tovik_error(cant_open_text(name, error));
-    }
-    add_text(hash, std::string{std::istreambuf_iterator<char>(file), {}});
-}
-
 } // namespace
 
 std::string digest_of(const task_t& task) {
@@ -68,7 +56,7 @@ std::string digest_of(const task_t& task) {
     }
     for (const std::string& name : names) {
         if (!name.empty()) {
-            add_file(hash, name);
+            add_text(hash, read_whole(name));
         }
     }
     return digits_of(hash);

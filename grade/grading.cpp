@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <limits>
 #include <optional>
@@ -25,6 +24,7 @@
 #include "grade/process.h"
 #include "grade/run.h"
 #include "grade/verdict.h"
+#include "language/characters.h"
 #include "language/output.h"
 #include "ui/gui_batch/picture.h"
 
@@ -80,17 +80,6 @@ bounds_t bounds_of(const task_t& task, effort_t effort) {
 bool has_had_its_time(const ended_t& ended, const bounds_t& bounds) {
     constexpr uint64_t NEARLY = US_PER_SECOND * 9 / 10; // the system counts for itself
     return ended.processor_us >= static_cast<uint64_t>(bounds.processor_seconds) * NEARLY;
-}
-
-std::string shortened(std::string text, size_t most = MOST_TEXT) {
-    if (text.size() > most) {
-        while (most > 0 && (text[most] & 0xc0) == 0x80) {
-            --most;
-        }
-        text.resize(most);
-        text += "...";
-    }
-    return text;
 }
 
 // A folder that goes with what is in it.
@@ -149,7 +138,7 @@ std::string ended_text(const nlohmann::json& report) {
     }
     const std::string reason = report.at("reason_text").get<std::string>();
     std::replace(text.begin(), text.end(), '\n', ' ');
-    return shortened(reason.empty() ? text : text + ". " + reason);
+    return shortened(reason.empty() ? text : text + ". " + reason, MOST_TEXT);
 }
 
 // For a pipe. Bytes that are no text are replaced.
@@ -198,14 +187,7 @@ case_result_t not_run(const case_t& one) {
 case_result_t run_and_judge(const attempt_t& attempt, analysis_t program, size_t number, size_t seed) {
     const case_t& one = attempt.ready->task.cases[number];
     const std::optional<seen_t>& reference = attempt.ready->references[number][seed];
-    seen_t seen;
-    try {
-        seen = run_case(std::move(program), one, static_cast<uint64_t>(one.seeds[seed]));
-    } catch (const too_much_t& fault) {
-        case_result_t result = not_run(one);
-        result.fault = fault.message;
-        return result;
-    }
+    const seen_t seen = run_case(std::move(program), one, static_cast<uint64_t>(one.seeds[seed]));
     case_result_t result;
     result.ended = ended_text(seen.report);
     result.instructions = seen.report.at("instructions").get<uint64_t>();
@@ -218,7 +200,8 @@ case_result_t run_and_judge(const attempt_t& attempt, analysis_t program, size_t
             pictures = save_pictures(attempt, static_cast<uint64_t>(one.seeds[seed]), name, verdict.pictures);
         }
         result.checks.push_back({check.name, check.points, verdict.passed,
-                                 shortened(std::move(verdict.expected)), shortened(std::move(verdict.seen)),
+                                 shortened(std::move(verdict.expected), MOST_TEXT),
+                                 shortened(std::move(verdict.seen), MOST_TEXT),
                                  verdict.passed ? "" : check.message, std::move(pictures)});
     }
     return result;
@@ -327,8 +310,8 @@ void grade_program(const attempt_t& attempt, analysis_t& program, student_result
         result.source_checks.push_back({check.name,
                                         check.points,
                                         verdict.passed,
-                                        shortened(std::move(verdict.expected)),
-                                        shortened(std::move(verdict.seen)),
+                                        shortened(std::move(verdict.expected), MOST_TEXT),
+                                        shortened(std::move(verdict.seen), MOST_TEXT),
                                         verdict.passed ? "" : check.message,
                                         {}});
     }
@@ -348,8 +331,8 @@ student_result_t grade_submission(const attempt_t& attempt) {
     if (result.fault.empty() && result.trouble.empty()) {
         program_text_t program = analyse_submission(task.source, handed_in.text, attempt.ready->library);
         if (!program.forbidden.empty()) {
-            result.fault =
-                task.source + " includes " + shortened(program.forbidden) + ", which is no file of the task";
+            result.fault = task.source + " includes " + shortened(program.forbidden, MOST_TEXT) +
+                           ", which is no file of the task";
         } else if (program.analysis.diagnostics.faults > 0) {
             result.fault = "does not assemble";
             result.assembly = shortened(to_text(program.analysis, false), MOST_DIAGNOSTICS);
@@ -393,13 +376,8 @@ void take_pictures(const student_result_t& result, const attempt_t& attempt,
         for (const check_result_t& check : one.checks) {
             for (const std::string& name : check.pictures) {
                 const std::string from = kept_picture(attempt, one.seed, name).string();
-                std::ifstream picture = open_stream(from);
-                const int error = errno;
-                if (!picture.is_open()) {
-                    throw tovik_error(cant_open_text(from, error));
-                }
                 saved_file_t file((to / name).string());
-                file.write(std::string{std::istreambuf_iterator<char>(picture), {}});
+                file.write(read_whole(from));
                 file.close();
             }
         }
@@ -432,9 +410,8 @@ void share_picture(const ready_task_t& ready, seen_t& seen) {
 
 seen_t reference_of(ready_task_t& ready, const case_t& one, size_t seed,
                     const std::filesystem::path& folder) {
-    std::ifstream file = open_stream(one.reference);
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
-    const program_text_t program = analyse_submission(ready.task.source, text, ready.library);
+    const program_text_t program =
+        analyse_submission(ready.task.source, read_whole(one.reference), ready.library);
     if (program.analysis.diagnostics.faults > 0) {
         throw tovik_error(one.reference + " does not assemble:\n" + to_text(program.analysis, false));
     }

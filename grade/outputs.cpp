@@ -202,14 +202,6 @@ std::string not_graded_line(const student_result_t& result) {
 
 // ---- Other programs
 
-// A spreadsheet would take a student's text for a formula that begins like one.
-std::string quoted_for_csv(std::string_view text) {
-    const bool is_formula =
-        !text.empty() && std::string_view("=+-@").find(text.front()) != std::string_view::npos;
-    return (is_formula ? "\"'" : "\"") +
-           replaced(in_one_line(text), [](char c) { return c == '"' ? "\"\"" : std::string(1, c); }) + "\"";
-}
-
 // XML has no U+FFFE and U+FFFF, however they are written.
 std::string for_xml(std::string_view text) {
     std::string line = in_one_line(text);
@@ -288,6 +280,13 @@ std::string points_text(double points) {
     std::string result = text.data();
     result.erase(result.find_last_not_of('0') + 1);
     return result.ends_with('.') ? result.substr(0, result.size() - 1) : result;
+}
+
+std::string quoted_for_csv(std::string_view text) {
+    const bool is_formula =
+        !text.empty() && std::string_view("=+-@").find(text.front()) != std::string_view::npos;
+    return (is_formula ? "\"'" : "\"") +
+           replaced(in_one_line(text), [](char c) { return c == '"' ? "\"\"" : std::string(1, c); }) + "\"";
 }
 
 std::string remarks(const student_result_t& result) {

@@ -3,6 +3,7 @@
 // What has come out, written for people and for other programs. Each is the content of one file.
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "grade/results.h"
@@ -10,6 +11,10 @@
 
 // "7", "7.5": at most three digits behind the point.
 std::string points_text(double points);
+
+// A field of a CSV file. A spreadsheet would take a student's text for a formula that begins like one, so
+// such a text has a "'" in front.
+std::string quoted_for_csv(std::string_view text);
 
 // Why points are missing, in a line.
 std::string remarks(const student_result_t& result);

@@ -16,15 +16,10 @@ void make_noise(uint64_t seed);
 // Whether a run for the case leaves files in the current folder.
 bool leaves_files(const case_t& one);
 
-// A program has said more than anybody looks at.
-struct too_much_t {
-    std::string message;
-};
-
 // Runs an assembled program, the only one, with the input of a case on the board of this process, in the
 // current folder, and returns what it has shown. Files for `command` checks are then there: report.json,
-// screen.png, sound.wav, serial.txt. Of the events it returns those of displays and lamps, 250,000 at most.
-// Throws tovik_error when the machine is in the way, and too_much_t.
+// screen.png, sound.wav, serial.txt. Of the events it returns the first MOST_EVENTS of displays, lamps and
+// LCD. Throws tovik_error when the machine is in the way.
 seen_t run_case(analysis_t program, const case_t& one, uint64_t seed);
 
 // A label that the case needs and the program does not define; empty: there is none.

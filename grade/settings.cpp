@@ -1,8 +1,6 @@
 #include "grade/settings.h"
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 #include <limits>
 #include <sstream>
 #include <utility>
@@ -70,14 +68,9 @@ std::optional<int64_t> integer_of(settings_t& settings, std::string_view key, co
 } // namespace
 
 settings_file_t read_settings(const std::string& file_name) {
-    std::ifstream stream(file_name, std::ios::binary);
-    const std::string text{std::istreambuf_iterator<char>(stream), {}};
-    if (!stream.is_open() || stream.bad()) {
-        throw tovik_error(cant_open_text(file_name, errno));
-    }
-    settings_file_t file{file_name, text, {}, {}};
+    settings_file_t file{file_name, read_whole(file_name), {}, {}};
     try {
-        file.root = toml::parse(text, file_name);
+        file.root = toml::parse(file.text, file_name);
     } catch (const toml::parse_error& error) {
         throw tovik_error(place(file, error.source()) + std::string(error.description()));
     }

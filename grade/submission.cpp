@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <set>
 #include <utility>
@@ -254,13 +253,7 @@ library_t read_library(const task_t& task) {
     library_t library;
     for (const std::string& name : task.library) {
         const std::string path = (std::filesystem::path(task.folder) / name).string();
-        std::ifstream file = open_stream(path);
-        const int error = errno;
-        if (!file.is_open()) {
-            throw tovik_error(cant_open_text(path, error));
-        }
-        library[std::filesystem::path(name).lexically_normal().string()] =
-            std::string{std::istreambuf_iterator<char>(file), {}};
+        library[std::filesystem::path(name).lexically_normal().string()] = read_whole(path);
     }
     return library;
 }

@@ -28,19 +28,6 @@ std::string number(double value, int digits) {
     return text.data();
 }
 
-// At a character's beginning.
-std::string shortened(std::string text) {
-    if (text.size() > LONGEST_TEXT) {
-        size_t end = LONGEST_TEXT;
-        while ((text[end] & 0xc0) == 0x80) {
-            --end;
-        }
-        text.resize(end);
-        text += "...";
-    }
-    return text;
-}
-
 // As people write it: lines one after the other, without escapes.
 std::string quoted(const std::string& text) {
     std::string result = "\"";
@@ -133,7 +120,8 @@ std::pair<std::string, std::string> differing(const std::string& one, const std:
         }
     }
     const auto part = [=](const std::string& text) {
-        return text.empty() ? "nothing" : (begin > 0 ? "..." : "") + quoted(shortened(text.substr(begin)));
+        return text.empty() ? "nothing"
+                            : (begin > 0 ? "..." : "") + quoted(shortened(text.substr(begin), LONGEST_TEXT));
     };
     return {part(one), part(other)};
 }
@@ -165,7 +153,7 @@ verdict_t judge_one(const field_rule_t& rule, const seen_t& seen, const seen_t* 
 verdict_t judge_one(const text_rule_t& rule, const seen_t& seen, const seen_t* /*reference*/) {
     const std::string whole = text_of(rule, seen);
     const std::string text = without_blank_ends(whole);
-    const std::string seen_text = text.empty() ? "nothing" : quoted(shortened(text));
+    const std::string seen_text = text.empty() ? "nothing" : quoted(shortened(text, LONGEST_TEXT));
     const bool is_lcd = rule.where == text_rule_t::where_e::LCD;
     const std::string where = is_lcd ? " on the LCD" : " in the serial output";
     switch (rule.how) {
@@ -189,7 +177,7 @@ std::string listed(const std::vector<int32_t>& values) {
     for (const int32_t value : values) {
         text += (text.empty() ? "" : ", ") + std::to_string(value);
     }
-    return shortened(text);
+    return shortened(text, LONGEST_TEXT);
 }
 
 // Of a long list the first word that differs.
@@ -310,10 +298,10 @@ verdict_t judge_one(const sound_rule_t& rule, const seen_t& seen, const seen_t* 
         check_like(seen.sound, read_sound(rule.file), rule.tolerance, remarks);
     }
     const bool passed = remarks.expected.empty();
-    return {passed, passed ? "the sound that was asked for" : shortened(remarks.expected),
+    return {passed, passed ? "the sound that was asked for" : shortened(remarks.expected, LONGEST_TEXT),
             passed                       ? "that"
             : seen.sound.samples.empty() ? "no sound"
-                                         : shortened(remarks.seen)};
+                                         : shortened(remarks.seen, LONGEST_TEXT)};
 }
 
 // ---- Events
@@ -467,7 +455,7 @@ std::string given_text(const input_t& input) {
         add(listed(values) + " at " + label);
     }
     if (!input.serial.empty()) {
-        add(quoted(shortened(input.serial)) + " on the serial console");
+        add(quoted(shortened(input.serial, LONGEST_TEXT)) + " on the serial console");
     }
     const std::pair<const char*, const std::vector<std::string>&> files[] = {
         {"card ", input.cards}, {"microphone ", input.recordings}, {"camera ", input.movies}};

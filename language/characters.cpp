@@ -64,6 +64,17 @@ size_t count_characters(std::string_view text) {
     return count;
 }
 
+std::string shortened(std::string text, size_t most) {
+    if (text.size() > most) {
+        while (most > 0 && (text[most] & 0xc0) == 0x80) {
+            --most;
+        }
+        text.resize(most);
+        text += "...";
+    }
+    return text;
+}
+
 std::string readable(std::string_view text) {
     std::string result;
     while (!text.empty()) {

@@ -15,5 +15,8 @@ size_t ascii_size(std::string_view text);
 
 size_t count_characters(std::string_view text);
 
+// A text of UTF-8 with at most so many bytes, cut in front of a character, and "..." where it was longer.
+std::string shortened(std::string text, size_t most);
+
 // For a screen: in UTF-8, with "?" for each control character, which could do things to a terminal.
 std::string readable(std::string_view text);
