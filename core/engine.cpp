@@ -20,20 +20,21 @@ proof_t* stop_at_breakpoint(proof_t* at, int32_t left, int32_t* memory, const ui
         be_exact(pc, left);
         run.stopped = stops->at_breakpoint();
         if (!run.stopped) {
-            return plain(at, left, memory, stores, result);
+            JUMP_TO plain(at, left, memory, stores, result);
         }
     }
     run.over = true;
-    return leave(at, left, memory, stores, result);
+    JUMP_TO leave(at, left, memory, stores, result);
 }
 
-[[gnu::noinline]] proof_t* next_at_pc(int32_t left, int32_t* memory, const uint8_t* stores, int32_t result) {
+[[gnu::noinline]] proof_t* next_at_pc(proof_t* /*at*/, int32_t left, int32_t* memory, const uint8_t* stores,
+                                      int32_t result) {
     --left;
     if (left == 0 || run.over || !in_memory(machine.pc)) {
         run.left = left;
         return nullptr;
     }
-    return go_on(proof_of(machine.pc), left, memory, stores, result);
+    JUMP_TO go_on(proof_of(machine.pc), left, memory, stores, result);
 }
 
 namespace {

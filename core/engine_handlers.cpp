@@ -98,17 +98,27 @@ template <from_e from>
                                   : memory[arg3];
 }
 
-// Stores what an instruction at `at` has made of its operands, or writes it to a port.
-template <opcode_e opcode, from_e from, handler_t then>
-[[gnu::always_inline]] inline proof_t* put(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores,
-                                           int32_t result, int32_t address, int32_t value) {
-    if constexpr (!is_to_port(from)) {
-        return store<then>(at + 1, left, memory, stores, address, value);
-    } else if (write_port<from>(address, value, left)) [[likely]] {
-        return next(at + 1, left, memory, stores, result);
+// Stores what an instruction has made of its operands, or writes it to a port. Returns whether that was all;
+// otherwise after_put must come next, with the address as the result.
+template <from_e from>
+[[gnu::always_inline]] inline bool put(int32_t left, int32_t* memory, const uint8_t* stores, int32_t address,
+                                       int32_t value) {
+    if constexpr (is_to_port(from)) {
+        return write_port<from>(address, value, left);
     } else {
-        constexpr handler_t refused = opcode == K24_CP ? copy_through_port<true> : plain;
-        return refused(at, left, memory, stores, result);
+        return store(memory, stores, address, value);
+    }
+}
+
+template <opcode_e opcode, from_e from>
+[[gnu::always_inline]] inline proof_t* after_put(proof_t* at, int32_t left, int32_t* memory,
+                                                 const uint8_t* stores, int32_t address) {
+    if constexpr (!is_to_port(from)) {
+        JUMP_TO heed_store(at + 1, left, memory, stores, address);
+    } else if constexpr (opcode == K24_CP) {
+        JUMP_TO copy_through_port<true>(at, left, memory, stores, address);
+    } else {
+        JUMP_TO plain(at, left, memory, stores, address);
     }
 }
 
@@ -119,15 +129,18 @@ template <opcode_e opcode, from_e from, handler_t then = go_on>
     const operands_t operands = operands_of<from>(at, memory);
     if (!within_reach<opcode, from>(operands) || !has_answer<from>(operands.arg2, operands.arg3))
         [[unlikely]] {
-        return plain(at, left, memory, stores, result);
+        JUMP_TO plain(at, left, memory, stores, result);
     }
     const int32_t first = left_word<from>(operands.arg2, left, memory, result);
     const int32_t second = reads_right(opcode) ? right_word<from>(operands.arg3, left, memory, result) : 0;
     if (!has_result(opcode, second)) [[unlikely]] {
-        return plain(at, left, memory, stores, result);
+        JUMP_TO plain(at, left, memory, stores, result);
     }
-    return put<opcode, from, then>(at, left, memory, stores, result, operands.arg1,
-                                   result_of(opcode, first, second));
+    const int32_t value = result_of(opcode, first, second);
+    if (!put<from>(left, memory, stores, operands.arg1, value)) [[unlikely]] {
+        JUMP_TO after_put<opcode, from>(at, left, memory, stores, operands.arg1);
+    }
+    JUMP_TO next<then>(at + 1, left, memory, stores, value);
 }
 
 // A copy of a value that only the register's device can find.
@@ -135,9 +148,12 @@ proof_t* copy_given(proof_t* at, int32_t left, int32_t* memory, const uint8_t* s
     machine.instr_count = count_at(left);
     const int32_t* const value = port_at(at->arg2).give();
     if (value == nullptr) [[unlikely]] {
-        return plain(at, left, memory, stores, result);
+        JUMP_TO plain(at, left, memory, stores, result);
     }
-    return store(at + 1, left, memory, stores, at->arg1, *value);
+    if (!store(memory, stores, at->arg1, *value)) [[unlikely]] {
+        JUMP_TO heed_store(at + 1, left, memory, stores, at->arg1);
+    }
+    JUMP_TO next(at + 1, left, memory, stores, *value);
 }
 
 template <opcode_e opcode, from_e from, handler_t then = go_on>
@@ -145,16 +161,26 @@ template <opcode_e opcode, from_e from, handler_t then = go_on>
                                                     const uint8_t* stores, int32_t result) {
     const operands_t operands = operands_of<from>(at, memory);
     if (!within_reach<opcode, from>(operands)) [[unlikely]] {
-        return plain(at, left, memory, stores, result);
+        JUMP_TO plain(at, left, memory, stores, result);
     }
     const int32_t index = right_word<from>(operands.arg3, left, memory, result);
     const int32_t element = wrap_add(operands.arg2, index);
     if (!in_memory(element)) [[unlikely]] {
-        return plain(at, left, memory, stores, result);
+        JUMP_TO plain(at, left, memory, stores, result);
     }
-    return opcode == K24_CPFA
-               ? put<opcode, from, then>(at, left, memory, stores, result, operands.arg1, memory[element])
-               : store<then>(at + 1, left, memory, stores, element, memory[operands.arg1]);
+    if constexpr (opcode == K24_CPFA) {
+        const int32_t value = memory[element];
+        if (!put<from>(left, memory, stores, operands.arg1, value)) [[unlikely]] {
+            JUMP_TO after_put<opcode, from>(at, left, memory, stores, operands.arg1);
+        }
+        JUMP_TO next<then>(at + 1, left, memory, stores, value);
+    } else {
+        const int32_t value = memory[operands.arg1];
+        if (!store(memory, stores, element, value)) [[unlikely]] {
+            JUMP_TO heed_store(at + 1, left, memory, stores, element);
+        }
+        JUMP_TO next<then>(at + 1, left, memory, stores, value);
+    }
 }
 
 template <from_e from>
@@ -169,17 +195,17 @@ template <opcode_e opcode, from_e from, bool may_wait, handler_t then = go_on>
     const operands_t operands = operands_of<from>(at, memory);
     if (!within_reach<opcode, from>(operands) || !has_answer<from>(operands.arg2, operands.arg3))
         [[unlikely]] {
-        return plain(at, left, memory, stores, result);
+        JUMP_TO plain(at, left, memory, stores, result);
     }
     const int32_t first = left_word<from>(operands.arg2, left, memory, result);
     const int32_t second = right_word<from>(operands.arg3, left, memory, result);
     if (!is_taken(opcode, first, second)) {
-        return next<then>(at + 1, left, memory, stores, result);
+        JUMP_TO next<then>(at + 1, left, memory, stores, result);
     }
     if constexpr (may_wait) {
-        return close_loop(at, left, memory, stores, result);
+        JUMP_TO close_loop(at, left, memory, stores, result);
     }
-    return next(target_of<from>(at, operands), left, memory, stores, result);
+    JUMP_TO next(target_of<from>(at, operands), left, memory, stores, result);
 }
 
 // Where the last calls return to, as processors keep it. A return that compares its address with the guess
@@ -199,12 +225,16 @@ template <from_e from>
                                             int32_t result) {
     const operands_t operands = operands_of<from>(at, memory);
     if (!within_reach<K24_CALL, from>(operands)) [[unlikely]] {
-        return plain(at, left, memory, stores, result);
+        JUMP_TO plain(at, left, memory, stores, result);
     }
     const int32_t after = pc_of(at) + WORDS_PER_INSTRUCTION;
     last_guess = (last_guess + 1) % GUESSES;
     guesses[last_guess] = {after, bytes_between(proofs, at + 1)};
-    return store(target_of<from>(at, operands), left, memory, stores, operands.arg2, after);
+    proof_t* const target = target_of<from>(at, operands);
+    if (!store(memory, stores, operands.arg2, after)) [[unlikely]] {
+        JUMP_TO heed_store(target, left, memory, stores, operands.arg2);
+    }
+    JUMP_TO next(target, left, memory, stores, after);
 }
 
 template <from_e from>
@@ -212,20 +242,20 @@ template <from_e from>
                                            int32_t result) {
     const operands_t operands = operands_of<from>(at, memory);
     if (!within_reach<K24_RET, from>(operands)) [[unlikely]] {
-        return plain(at, left, memory, stores, result);
+        JUMP_TO plain(at, left, memory, stores, result);
     }
     const int32_t pc = memory[operands.arg1];
     const guess_t& guess = guesses[last_guess];
     last_guess = (last_guess - 1) % GUESSES;
     if (pc == guess.pc) [[likely]] {
-        return next(farther(proofs, guess.proof), left, memory, stores, result);
+        JUMP_TO next(farther(proofs, guess.proof), left, memory, stores, result);
     }
     if (!in_memory(pc)) [[unlikely]] {
         machine.pc = pc;
         run.left = left - 1;
         return nullptr;
     }
-    return next(proof_of(pc), left, memory, stores, result);
+    JUMP_TO next(proof_of(pc), left, memory, stores, result);
 }
 
 // ---- The tables of handlers
@@ -339,13 +369,13 @@ constexpr std::array<by_opcode_t, PLACES> LOOP_HANDLERS = handlers<true>();
 proof_t* look_up(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores, int32_t result) {
     if (++history_of(at).strikes == 0) [[unlikely]] {
         history_of(at).hits = MOST_HITS - 1;
-        return prove(at, left, memory, stores, result);
+        JUMP_TO prove(at, left, memory, stores, result);
     }
     const int32_t opcode = memory[pc_of(at)];
     if (opcode == K24_HALT || !is_opcode(opcode)) [[unlikely]] {
-        return plain(at, left, memory, stores, result);
+        JUMP_TO plain(at, left, memory, stores, result);
     }
-    return HANDLERS[FRESH][static_cast<size_t>(opcode)](at, left, memory, stores, result);
+    JUMP_TO HANDLERS[FRESH][static_cast<size_t>(opcode)](at, left, memory, stores, result);
 }
 
 } // namespace engine

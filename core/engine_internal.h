@@ -11,8 +11,9 @@
 // handler `prove`. Two proven instructions that follow each other are made a pair, with one handler.
 //
 // Dispatch. A handler ends with a jump to the handler of the next instruction; what they all need travels in
-// registers. Where the compiler cannot be relied on to make a jump of that call, a loop calls them one after
-// the other. What handlers do for each instruction is inline here.
+// registers, and all have the same parameters, so that a compiler can make a jump of that call. Where it
+// cannot be relied on to, a loop calls them one after the other. What handlers do for each instruction is
+// inline here.
 
 #include <array>
 #include <cstddef>
@@ -33,7 +34,7 @@ struct proof_t;
 using handler_t = proof_t* (*)(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores,
                                int32_t result);
 
-struct proof_t {
+struct alignas(16) proof_t {
     handler_t execute;
     // The operands: addresses, or of a port how many bytes behind the first in io_ports it is. arg1 of a
     // branch or call is how many bytes farther the proof of its target is: everything after a branch waits
@@ -121,6 +122,14 @@ extern run_t run;
 
 // ---- Dispatch: engine
 
+// Returns what another function of the type of handlers returns. Clang promises a jump where it is asked for
+// one; GCC makes one of each such call.
+#if defined(TOVIK_TAIL_CALLS) && defined(__clang__)
+#define JUMP_TO [[clang::musttail]] return
+#else
+#define JUMP_TO return
+#endif
+
 // A handler that leaves the instruction to whoever goes on there.
 inline proof_t* leave(proof_t* at, int32_t left, int32_t* /*memory*/, const uint8_t* /*stores*/,
                       int32_t /*result*/) {
@@ -136,7 +145,7 @@ proof_t* stop_at_breakpoint(proof_t* at, int32_t left, int32_t* memory, const ui
 [[gnu::always_inline]] inline proof_t* go_on(proof_t* at, int32_t left, int32_t* memory,
                                              const uint8_t* stores, int32_t result) {
 #ifdef TOVIK_TAIL_CALLS
-    return at->execute(at, left, memory, stores, result);
+    JUMP_TO at->execute(at, left, memory, stores, result);
 #else
     static_cast<void>(memory);
     static_cast<void>(stores);
@@ -152,13 +161,13 @@ template <handler_t handler = go_on>
                                             int32_t result) {
     --left;
     if (left == 0) [[unlikely]] {
-        return leave(at, left, memory, stores, result);
+        JUMP_TO leave(at, left, memory, stores, result);
     }
-    return handler(at, left, memory, stores, result);
+    JUMP_TO handler(at, left, memory, stores, result);
 }
 
 // The same for an instruction after which anything may be; machine.pc is the next.
-proof_t* next_at_pc(int32_t left, int32_t* memory, const uint8_t* stores, int32_t result);
+proof_t* next_at_pc(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores, int32_t result);
 
 // ---- What is known of instructions: engine_proofs
 
@@ -175,19 +184,15 @@ void drop_proof(int32_t pc);
 void break_pair_before(int32_t pc);
 
 // What a store to a word that has another kind than ONLY_A_STORE needs, by the instruction that is number
-// `count`.
+// `count`. The other one goes on with the instruction at `at`.
 void note_store(int32_t address, uint64_t count);
 proof_t* heed_store(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores, int32_t address);
 
-// Stores the result of an instruction and goes on with the one at `at`.
-template <handler_t handler = go_on>
-[[gnu::always_inline]] inline proof_t* store(proof_t* at, int32_t left, int32_t* memory,
-                                             const uint8_t* stores, int32_t address, int32_t value) {
+// Returns whether that was all; otherwise heed_store must come next.
+[[nodiscard, gnu::always_inline]] inline bool store(int32_t* memory, const uint8_t* stores, int32_t address,
+                                                    int32_t value) {
     memory[address] = value;
-    if (stores[address] != ONLY_A_STORE) [[unlikely]] {
-        return heed_store(at, left, memory, stores, address);
-    }
-    return next<handler>(at, left, memory, stores, value);
+    return stores[address] == ONLY_A_STORE;
 }
 
 // ---- The plain way, and ports: engine_ports

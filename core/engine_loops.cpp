@@ -85,7 +85,7 @@ void look_at_doubted() {
     proof_t* const target = farther(at, at->arg1);
     // The turns that are passed over are counted here, the branch itself by `next`.
     left = pass_over_turns(at, target, left - 1) + 1;
-    return next(target, left, memory, stores, result);
+    JUMP_TO next(target, left, memory, stores, result);
 }
 
 proof_t* branch_plainly(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores, int32_t result) {
@@ -95,7 +95,7 @@ proof_t* branch_plainly(proof_t* at, int32_t left, int32_t* memory, const uint8_
         // As in close_loop.
         left = pass_over_turns(at, target, left - 1) + 1;
     }
-    return next_at_pc(left, memory, stores, result);
+    JUMP_TO next_at_pc(at, left, memory, stores, result);
 }
 
 } // namespace engine

@@ -38,7 +38,7 @@ void execute_plainly(int32_t pc, int32_t left) {
 [[gnu::noinline]] proof_t* plain(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores,
                                  int32_t result) {
     execute_plainly(pc_of(at), left);
-    return next_at_pc(left, memory, stores, result);
+    JUMP_TO next_at_pc(at, left, memory, stores, result);
 }
 
 template <bool writes>
@@ -56,9 +56,9 @@ proof_t* copy_through_port(proof_t* at, int32_t left, int32_t* memory, const uin
     }
     take_stock(left);
     if (run.over || machine.pc != after) [[unlikely]] {
-        return next_at_pc(left, memory, stores, result);
+        JUMP_TO next_at_pc(at, left, memory, stores, result);
     }
-    return next(at + 1, left, memory, stores, result);
+    JUMP_TO next(at + 1, left, memory, stores, result);
 }
 
 template proof_t* copy_through_port<false>(proof_t*, int32_t, int32_t*, const uint8_t*, int32_t);

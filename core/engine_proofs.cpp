@@ -93,7 +93,8 @@ handler_t choose_handler(int32_t pc, const proof_t& proof, const words_t& words)
 // As a proof has it, if it is in memory or a port. Of anything else the plain way sees to.
 uint16_t operand(int32_t address) {
     static_assert(IO_SLOTS * sizeof(port_t) <= UINT16_MAX);
-    return static_cast<uint16_t>(address < 0 ? io_offset(address) * sizeof(port_t) : address);
+    return static_cast<uint16_t>(address < 0 ? static_cast<size_t>(io_offset(address)) * sizeof(port_t)
+                                             : static_cast<size_t>(address));
 }
 
 // Finds out what there is to know of the instruction at pc, and returns how to execute it.
@@ -155,7 +156,7 @@ proof_t* prove(proof_t* at, int32_t left, int32_t* memory, const uint8_t* stores
     } else {
         at->execute = in_memory(pc) ? plain : leave;
     }
-    return at->execute(at, left, memory, stores, result);
+    JUMP_TO at->execute(at, left, memory, stores, result);
 }
 
 void drop_proof(int32_t pc) {
@@ -208,9 +209,9 @@ void note_store(int32_t address, uint64_t count) {
         run.over = true;
     }
     if (run.over) {
-        return leave(at, left - 1, memory, stores, 0);
+        JUMP_TO leave(at, left - 1, memory, stores, 0);
     }
-    return next(at, left, memory, stores, 0);
+    JUMP_TO next(at, left, memory, stores, 0);
 }
 
 void start_afresh() {
