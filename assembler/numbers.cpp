@@ -1,7 +1,6 @@
 #include "assembler/numbers.h"
 
 #include <array>
-#include <bit>
 #include <charconv>
 
 namespace {
@@ -30,7 +29,7 @@ bool numeric(std::string_view text) {
 std::optional<int32_t> read_number(std::string_view text) {
     if (text.starts_with("0x")) {
         uint32_t bits = 0;
-        return reads_back(text.substr(2), 16, bits) ? std::optional(std::bit_cast<int32_t>(bits))
+        return reads_back(text.substr(2), 16, bits) ? std::optional(static_cast<int32_t>(bits))
                                                     : std::nullopt;
     }
     int32_t value = 0;

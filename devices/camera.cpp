@@ -19,7 +19,6 @@
 #include "devices/camera.h"
 
 #include <algorithm>
-#include <bit>
 #include <cassert>
 #include <cerrno>
 #include <cmath>
@@ -46,7 +45,7 @@ constexpr int32_t COORDINATE_MASK = VGA_RAM_SIZE - 1;
 constexpr int32_t FULL_SIZE = 3;
 
 static_assert(sizeof machine.camera_ram == 614400);
-static_assert(std::endian::native == std::endian::little); // frames as they stand in the file
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__); // frames as they stand in the file
 
 // What u and v add to y for each channel. A sum that is rounded toward zero is the rounded part plus y as
 // long as it is not negative, and if it is, the channel is 0 anyway.

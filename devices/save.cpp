@@ -1,13 +1,11 @@
 #include "devices/save.h"
 
-#include <bit>
-
 #include "base/gui.h"
 #include "base/machine.h"
 #include "host/journal.h"
 
 // bytes_of takes words as they stand in memory.
-static_assert(std::endian::native == std::endian::little);
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__);
 
 bool is_dat(const std::string& name) { return name.ends_with(".dat"); }
 

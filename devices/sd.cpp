@@ -22,7 +22,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cerrno>
 #include <iterator>
 #include <span>
@@ -49,7 +48,7 @@ constexpr uint64_t WRITE_BACK_INSTRUCTIONS = 4666;
 // The buffer's places of noise, apart from those of the memories.
 constexpr uint64_t NOISE_PLACE = uint64_t{2} << 32;
 
-static_assert(std::endian::native == std::endian::little); // the buffer has the bytes of the file
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__); // the buffer has the bytes of the file
 
 void open_file() {
     if (!gui_choosefile(false, SD_QUESTION, "SD card file", "", machine.sd_filename)) {

@@ -29,7 +29,7 @@ uint64_t end_of_entries() { return journal.forgotten + journal.entries.size(); }
 
 const passed_t* present() {
     assert(journal.mark.position >= journal.forgotten);
-    const uint64_t index = journal.mark.position - journal.forgotten;
+    const auto index = static_cast<size_t>(journal.mark.position - journal.forgotten);
     return index < journal.entries.size() ? &journal.entries[index] : nullptr;
 }
 
@@ -76,7 +76,7 @@ void journal_forget_before(const journal_mark_t& mark) {
 size_t journal_size() { return journal.bytes; }
 
 const passed_t* journal_last(door_e door) {
-    for (uint64_t index = journal.mark.position - journal.forgotten; index > 0; --index) {
+    for (auto index = static_cast<size_t>(journal.mark.position - journal.forgotten); index > 0; --index) {
         if (journal.entries[index - 1].door == door) {
             return &journal.entries[index - 1];
         }

@@ -43,7 +43,7 @@ constexpr std::chrono::milliseconds PATIENCE(30000);
 // The relay waits some seconds for the name, and who writes it after that ends the process.
 constexpr std::chrono::milliseconds LONGEST_BREAK(5000);
 
-static_assert(std::endian::native == std::endian::little); // numbers are sent as they stand
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__); // numbers are sent as they stand
 
 int serial_fd = -1;   // a device
 int serial_sock = -1; // a connection to the relay

@@ -60,7 +60,7 @@ const write_t* first_write_after(size_t file, int64_t offset) {
     if (found == storages.writes_at.end()) {
         return nullptr;
     }
-    const auto write = std::ranges::lower_bound(found->second, storages.mark.writes);
+    const auto write = std::lower_bound(found->second.begin(), found->second.end(), storages.mark.writes);
     return write == found->second.end() ? nullptr : &storages.writes[*write - storages.forgotten];
 }
 
