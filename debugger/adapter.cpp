@@ -1,12 +1,16 @@
 #include "debugger/adapter.h"
 
 #include <algorithm>
+#include <cmath>
 #include <exception>
 #include <utility>
 
 #include "base/machine.h"
 #include "debugger/adapter_internal.h"
 #include "debugger/front.h"
+#include "host/capture.h"
+#include "host/line.h"
+#include "host/sound.h"
 
 namespace {
 
@@ -56,6 +60,12 @@ constexpr request_t REQUESTS[] = {
     {"tovik/key", board_key},
     {"tovik/pointer", board_pointer},
     {"tovik/serial", board_serial},
+    {"tovik/microphone", board_microphone},
+    {"tovik/camera", board_camera},
+    {"tovik/record", board_record},
+    {"tovik/saveRecording", save_recording},
+    {"tovik/speed", set_speed},
+    {"tovik/answer", answer_question},
     {"tovik/card", board_card},
     {"tovik/goTo", go_to_moment},
     {"tovik/history", history_bounds},
@@ -119,6 +129,8 @@ json answer(adapter_t& adapter, const json& response, const std::string& command
 
 constexpr bool NO_EXCEPTIONS = false;
 
+constexpr double BOARD_SPEED = 1e9 / NS_PER_INSTRUCTION;
+
 json parse_message(std::string_view text) {
     constexpr int DEEPEST = 100; // what copies a value does it by recursion
     bool too_deep = false;
@@ -159,19 +171,19 @@ void take(adapter_t& adapter, std::string_view text) {
 
 // ---- The run
 
-constexpr uint64_t US_PER_PIECE = 10'000;
 constexpr int32_t FIRST_PIECE = 200'000;
+constexpr double FIRST_US = 30'000;
 constexpr int32_t LEAST_PIECE = 1000;
 constexpr int32_t MOST_PIECE = 20'000'000;
 
 // A front end that has slept gets no more than this at once.
-constexpr uint64_t MOST_BEHIND_US = 500'000;
+constexpr double MOST_BEHIND_US = 500'000;
 
 // So long that it takes about the time of a piece, judged by the last one.
 void adapt_piece(adapter_t& adapter, uint64_t now_us) {
     if (adapter.piece_at_us != 0) {
         const uint64_t took = std::max<uint64_t>(now_us - adapter.piece_at_us, 1);
-        const double better = static_cast<double>(adapter.piece) * static_cast<double>(US_PER_PIECE) /
+        const double better = static_cast<double>(adapter.piece) * static_cast<double>(adapter.piece_us) /
                               static_cast<double>(took);
         adapter.piece = static_cast<int32_t>(
             std::clamp(better, static_cast<double>(LEAST_PIECE),
@@ -182,21 +194,56 @@ void adapt_piece(adapter_t& adapter, uint64_t now_us) {
     adapter.piece_at_us = now_us;
 }
 
-// How many instructions the board's own clock is ahead of them.
-int64_t owed(adapter_t& adapter, uint64_t now_us) {
-    constexpr uint64_t NS_PER_US = 1000;
+constexpr double US_PER_SECOND = 1'000'000;
+
+// At least one, of a speed in instructions a second.
+int64_t instructions_in(double speed, double us) {
+    return std::max<int64_t>(std::llround(speed * us / US_PER_SECOND), 1);
+}
+
+// How many instructions the clock is ahead of them.
+int64_t owed(adapter_t& adapter, double speed, uint64_t clock_us) {
     const moment_t now = history_now();
-    const bool is_new = adapter.paced_us == 0 || now < adapter.paced_moment;
+    const bool is_new = adapter.paced_us == 0 || now < adapter.paced_moment || clock_us < adapter.paced_us;
     if (!is_new) {
-        const uint64_t due = (now_us - adapter.paced_us) * NS_PER_US / NS_PER_INSTRUCTION;
+        const double due = static_cast<double>(clock_us - adapter.paced_us) * speed / US_PER_SECOND;
         const int64_t behind = static_cast<int64_t>(due) - static_cast<int64_t>(now - adapter.paced_moment);
-        if (behind <= static_cast<int64_t>(MOST_BEHIND_US * NS_PER_US / NS_PER_INSTRUCTION)) {
+        if (behind <= instructions_in(speed, MOST_BEHIND_US)) {
             return behind;
         }
     }
-    adapter.paced_us = now_us;
+    adapter.paced_us = clock_us;
     adapter.paced_moment = now;
-    return FIRST_PIECE;
+    return std::min<int64_t>(FIRST_PIECE, instructions_in(speed, FIRST_US));
+}
+
+struct awaited_t {
+    bool (*wait)(int most_ms);
+    std::string_view name;
+};
+
+// What comes by itself when the computer has it.
+constexpr awaited_t STREAMS[] = {
+    {record_ready, "microphoneStream"}, {capture_settled, "cameraStream"}, {line_ready, "line"}};
+
+std::string_view name_of_awaited(bool (*wait)(int)) {
+    if (wait == front_answers) {
+        const auto* const question =
+            std::find_if(QUESTIONS.begin(), QUESTIONS.end(),
+                         [](const question_t& one) { return one.title == front.wanted; });
+        return question->argument;
+    }
+    const auto* const stream = std::find_if(std::begin(STREAMS), std::end(STREAMS),
+                                            [&](const awaited_t& one) { return one.wait == wait; });
+    return stream == std::end(STREAMS) ? "" : stream->name;
+}
+
+void tell_wanted(adapter_t& adapter, bool (*wait)(int)) {
+    const std::string_view wanted = name_of_awaited(wait);
+    if (front.waits && adapter.wanted != wanted) {
+        adapter.wanted = wanted;
+        tell(adapter, "tovik/wanted", {{"question", wanted.empty() ? json() : json(wanted)}});
+    }
 }
 
 session_pass_t run_piece(adapter_t& adapter, int32_t most) {
@@ -212,22 +259,29 @@ session_pass_t run_piece(adapter_t& adapter, int32_t most) {
 
 // Returns after how many milliseconds to go on.
 std::optional<int> run(adapter_t& adapter, uint64_t now_us, adapter_pass_t& pass) {
-    constexpr int64_t INSTRUCTIONS_PER_MS = 1'000'000 / NS_PER_INSTRUCTION;
-    constexpr int64_t LEAST_AT_ONCE = INSTRUCTIONS_PER_MS * 2;
+    constexpr double LEAST_US = 16'000; // each piece is work for whoever shows the board
+    constexpr double MS_PER_SECOND = 1'000;
+    constexpr int LONGEST_SILENCE_MS = 500; // of a loudspeaker that asks for more
     if (adapter.phase != phase_e::RUNNING) {
         return std::nullopt;
     }
     int64_t most = MOST_PIECE;
-    if (adapter.at_board_speed) {
-        most = owed(adapter, now_us);
-        if (most < LEAST_AT_ONCE) {
-            return static_cast<int>((LEAST_AT_ONCE - most) / INSTRUCTIONS_PER_MS + 1);
+    if (adapter.speed) {
+        const bool is_heard = adapter.speaker_us && adapter.speed == BOARD_SPEED;
+        most = owed(adapter, *adapter.speed, is_heard ? *adapter.speaker_us : now_us);
+        if (const int64_t least = instructions_in(*adapter.speed, LEAST_US); most < least) {
+            if (is_heard) {
+                return LONGEST_SILENCE_MS;
+            }
+            const double ms = static_cast<double>(least - most) * MS_PER_SECOND / *adapter.speed;
+            return static_cast<int>(ms) + 1;
         }
     }
     adapt_piece(adapter, now_us);
     const session_pass_t piece =
         run_piece(adapter, static_cast<int32_t>(std::min<int64_t>(most, adapter.piece)));
     pass.wait = piece.wait;
+    tell_wanted(adapter, piece.stop.why == stop_e::NONE ? piece.wait : nullptr);
     if (piece.stop.why == stop_e::NONE) {
         return 0;
     }
@@ -236,6 +290,28 @@ std::optional<int> run(adapter_t& adapter, uint64_t now_us, adapter_pass_t& pass
 }
 
 } // namespace
+
+json set_speed(adapter_t& adapter, const json& arguments) {
+    check_launched(adapter);
+    adapter.speed = speed_in(arguments);
+    adapter.paced_us = 0;
+    return nullptr;
+}
+
+json answer_question(adapter_t& adapter, const json& arguments) {
+    check_launched(adapter);
+    const std::string name = text_in(arguments, "question");
+    const auto* const question = std::find_if(QUESTIONS.begin(), QUESTIONS.end(),
+                                              [&](const question_t& one) { return one.argument == name; });
+    if (question == QUESTIONS.end()) {
+        throw refused_t{"there is no question '" + name + "'"};
+    }
+    std::string answer = text_in(arguments, "answer");
+    check_answer(*question, answer);
+    front.answers[std::string(question->title)].push_back(std::move(answer));
+    adapter.wanted.reset(); // it may not be the last that is needed
+    return nullptr;
+}
 
 std::vector<std::string> take_messages(adapter_t& adapter) {
     std::vector<std::string> texts;
@@ -311,6 +387,22 @@ int64_t number_in(const json& arguments, const char* name, int64_t lowest, int64
 int64_t number_in(const json& arguments, const char* name, int64_t lowest, int64_t highest,
                   int64_t otherwise) {
     return member(arguments, name).is_null() ? otherwise : number_in(arguments, name, lowest, highest);
+}
+
+std::optional<double> speed_in(const json& arguments) {
+    constexpr int64_t HIGHEST_SPEED = 1'000'000'000;
+    const json& speed = member(arguments, "speed");
+    if (speed.is_null() || speed == "max") {
+        return std::nullopt;
+    }
+    if (speed == "board") {
+        return BOARD_SPEED;
+    }
+    if (speed.is_string()) {
+        throw refused_t{"speed: '" + speed.get<std::string>() +
+                        "' is neither max nor board nor a number of instructions a second"};
+    }
+    return static_cast<double>(number_in(arguments, "speed", 1, HIGHEST_SPEED));
 }
 
 bool flag_in(const json& arguments, const char* name, bool otherwise) {

@@ -43,10 +43,9 @@ struct client_says_t {
 struct board_told_t {
     bool wanted = false;
     bool sound = false;
+    bool screen = true;
     uint64_t at_us = 0; // of the last event
     nlohmann::json members = nlohmann::json::object();
-    size_t sound_runs = 0;    // of machine.speaker_samples
-    uint32_t sound_times = 0; // of the last of these
 };
 
 // A request that has set breakpoints, and the numbers that these have for the client.
@@ -72,6 +71,12 @@ struct adapter_t {
     // on. Without it all ways are gone to their ends.
     std::function<bool(const std::vector<std::string>& messages)> go_on{};
 
+    // The time of what the loudspeaker has asked for so far, in microseconds from anywhere: where there is
+    // one, it sets the pace of the board's own speed, and not the clock.
+    std::optional<uint64_t> speaker_us{};
+
+    uint64_t piece_us = 8'000; // how long a piece of a run is to take
+
     bool over = false; // the client has disconnected, and the program that carries the messages is to end
 
     // The adapter's own.
@@ -84,7 +89,7 @@ struct adapter_t {
     std::vector<nlohmann::json> messages{}; // to be sent
     nlohmann::json launch{};                // the arguments of this request, for `restart`
     bool ends_at_halt = false;
-    bool at_board_speed = false;
+    std::optional<double> speed{};        // in instructions a second; none: as fast as possible
     std::optional<bool> card_goes_back{}; // with a change in the past; none: the user is asked
     std::optional<bool> card_answer{};    // his answer, for the next change
     session_stop_t stop{};                // where it has stopped
@@ -98,11 +103,12 @@ struct adapter_t {
     std::string lcd_seen{}; // the last time, and since when
     uint64_t lcd_seen_us = 0;
     std::set<std::string> sources_told{};
-    moment_t went_at = 0;      // where the board was when it last went on
-    int32_t piece = 0;         // instructions
-    uint64_t piece_at_us = 0;  // when the last one began; 0 for none
-    uint64_t paced_us = 0;     // when the board's clock and its instructions agreed; 0 for not yet
-    moment_t paced_moment = 0; // and where it was then
+    moment_t went_at = 0;                // where the board was when it last went on
+    std::optional<std::string> wanted{}; // what the program waits for, as the client has been told
+    int32_t piece = 0;                   // instructions
+    uint64_t piece_at_us = 0;            // when the last one began; 0 for none
+    uint64_t paced_us = 0;               // when the board's clock and its instructions agreed; 0 for not yet
+    moment_t paced_moment = 0;           // and where it was then
 };
 
 // Takes a message, and returns those to be sent. A message that cannot be understood or carried out has the
@@ -121,8 +127,8 @@ struct adapter_pass_t {
     bool (*wait)(int most_ms) = nullptr;
 };
 
-// Goes on with what runs, for about 10 ms; to be called after messages, too. `now_us` is the time on a clock
-// that never goes back, in microseconds from anywhere.
+// Goes on with what runs, for about piece_us; to be called after messages, too. `now_us` is the time on a
+// clock that never goes back, in microseconds from anywhere.
 [[nodiscard]] adapter_pass_t adapter_run(adapter_t& adapter, uint64_t now_us);
 
 // Whether a message that has come is reason enough to give up the way that is gone, before it is taken: one

@@ -3,20 +3,27 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <deque>
+#include <span>
 #include <utility>
 
 #include "base/machine.h"
 #include "debugger/adapter_internal.h"
 #include "debugger/history.h"
+#include "devices/audio.h"
+#include "devices/camera.h"
 #include "devices/ledswitchtimer.h"
 #include "devices/mouse.h"
 #include "devices/ps2.h"
+#include "devices/save.h"
 #include "devices/serial.h"
+#include "devices/wav.h"
 #include "ui/screen.h"
 
 namespace {
 
 constexpr uint64_t US_BETWEEN_EVENTS = 1'000'000 / 30;
+constexpr uint64_t US_BETWEEN_MOMENTS = 1'000'000 / 4; // where only time passes
 constexpr int US_PER_MS = 1000;
 
 // At most so many in one event: ten seconds.
@@ -95,26 +102,23 @@ json screen_rectangles() {
     return rectangles;
 }
 
-// The samples that the speaker has played since the last call, 16 bits each, the low byte first. Where the
-// board has gone back, none.
-std::string new_sound(board_told_t& told) {
-    const auto& runs = machine.speaker_samples;
-    std::string bytes;
-    if (told.sound_runs > runs.size()) {
-        told.sound_runs = runs.size();
-        told.sound_times = runs.empty() ? 0 : runs.back().times;
+// What the speaker has played since the last call, the low byte of each sample first.
+std::string new_sound() {
+    static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__);
+    const std::vector<int16_t> played = std::exchange(front.played, {});
+    return std::string(bytes_of(std::span(played)));
+}
+
+bool is_recording = false;
+std::deque<sample_run_t> recorded;
+
+void hear(int32_t sample) {
+    if (front.hears && front.played.size() < MOST_SAMPLES) {
+        front.played.push_back(sample_of_host(sample));
     }
-    size_t at = told.sound_runs == 0 ? 0 : told.sound_runs - 1;
-    uint32_t done = told.sound_runs == 0 ? 0 : told.sound_times;
-    for (; at < runs.size() && bytes.size() < MOST_SAMPLES * 2; ++at, done = 0) {
-        for (; done < runs[at].times && bytes.size() < MOST_SAMPLES * 2; ++done) {
-            const auto sample = static_cast<uint16_t>(runs[at].sample);
-            bytes += {static_cast<char>(sample & 0xff), static_cast<char>(sample >> 8)};
-        }
-        told.sound_runs = at + 1;
-        told.sound_times = done;
+    if (is_recording) {
+        add_sample(recorded, sample);
     }
-    return bytes;
 }
 
 // An act of the user's, at the board.
@@ -175,15 +179,18 @@ std::optional<int> tell_board(adapter_t& adapter, uint64_t now_us) {
             body[name] = value;
         }
     }
-    if (json rectangles = screen_rectangles(); !rectangles.empty()) {
-        body["screen"] = std::move(rectangles);
+    if (board.screen) {
+        if (json rectangles = screen_rectangles(); !rectangles.empty()) {
+            body["screen"] = std::move(rectangles);
+        }
     }
     if (board.sound) {
-        if (const std::string sound = new_sound(board); !sound.empty()) {
+        if (const std::string sound = new_sound(); !sound.empty()) {
             body["sound"] = base64_of(sound);
         }
     }
-    if (body.empty()) {
+    const bool only_time = body.empty();
+    if (only_time && (adapter.phase != phase_e::RUNNING || now_us - board.at_us < US_BETWEEN_MOMENTS)) {
         return std::nullopt;
     }
     board.members = now;
@@ -263,6 +270,42 @@ json board_serial(adapter_t& adapter, const json& arguments) {
     }
     act(adapter,
         [bytes = typed(std::move(bytes))] { std::for_each(bytes.begin(), bytes.end(), io_serial_press); });
+    return nullptr;
+}
+
+json board_microphone(adapter_t& adapter, const json& arguments) {
+    const bool on = flag_in(arguments, "on");
+    act(adapter, [on] { (on ? microphone_connect : microphone_disconnect)(); });
+    return {{"on", simulator.microphone_on}};
+}
+
+json board_camera(adapter_t& adapter, const json& arguments) {
+    const bool on = flag_in(arguments, "on");
+    act(adapter, [on] { (on ? camera_connect : camera_disconnect)(); });
+    return {{"on", simulator.camera_on}};
+}
+
+void begin_sound(bool is_heard) {
+    is_recording = false;
+    recorded.clear();
+    front.hears = front.hears || is_heard;
+    speaker_recording = false;
+    session_played = hear;
+}
+
+json board_record(adapter_t& adapter, const json& arguments) {
+    check_launched(adapter);
+    is_recording = flag_in(arguments, "on");
+    if (is_recording) {
+        recorded.clear();
+    }
+    return nullptr;
+}
+
+json save_recording(adapter_t& /*adapter*/, const json& arguments) {
+    saved_file_t file(text_in(arguments, "file"));
+    write_wav(file, recorded);
+    file.close();
     return nullptr;
 }
 

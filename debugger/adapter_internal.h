@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "debugger/adapter.h"
+#include "debugger/front.h"
 
 using nlohmann::json;
 
@@ -56,6 +57,8 @@ std::string text_in(const json& arguments, const char* name, const std::string& 
 int64_t number_in(const json& arguments, const char* name, int64_t lowest, int64_t highest);
 int64_t number_in(const json& arguments, const char* name, int64_t lowest, int64_t highest,
                   int64_t otherwise);
+// "max", "board", or a number of instructions a second; none: as fast as possible.
+std::optional<double> speed_in(const json& arguments);
 bool flag_in(const json& arguments, const char* name, bool otherwise = false);
 
 // Throw refused_t unless there is a program, unless it stands still, and unless it has also been begun.
@@ -91,6 +94,8 @@ void end_way(adapter_t& adapter);
 // ---- Launch
 
 void set_phase(adapter_t& adapter, phase_e phase);
+// Throws refused_t where an answer to a question of the board's would do harm.
+void check_answer(const question_t& question, const std::string& answer);
 void begin_motion(adapter_t& adapter, motion_e motion, int32_t address = -1);
 
 // Tells that the program has stopped, or is over.
@@ -144,6 +149,9 @@ std::optional<std::string> bytes_of_base64(std::string_view text);
 
 // The event `tovik/board`, when it is time for it. Returns after how many milliseconds the next one is due.
 std::optional<int> tell_board(adapter_t& adapter, uint64_t now_us);
+
+// The speaker is listened to, and nothing is recorded.
+void begin_sound(bool is_heard);
 
 // What the display shows, as two lines, and the output of that when it is new.
 std::string lcd_text();
@@ -199,6 +207,12 @@ json board_switch(adapter_t& adapter, const json& arguments);
 json board_key(adapter_t& adapter, const json& arguments);
 json board_pointer(adapter_t& adapter, const json& arguments);
 json board_serial(adapter_t& adapter, const json& arguments);
+json board_microphone(adapter_t& adapter, const json& arguments);
+json board_camera(adapter_t& adapter, const json& arguments);
+json board_record(adapter_t& adapter, const json& arguments);
+json save_recording(adapter_t& adapter, const json& arguments);
+json set_speed(adapter_t& adapter, const json& arguments);
+json answer_question(adapter_t& adapter, const json& arguments);
 json go_to_moment(adapter_t& adapter, const json& arguments);
 json history_bounds(adapter_t& adapter, const json& arguments);
 json last_write(adapter_t& adapter, const json& arguments);

@@ -8,8 +8,6 @@
 #include "base/machine.h"
 #include "debugger/adapter_internal.h"
 #include "debugger/front.h"
-#include "devices/audio.h"
-#include "devices/camera.h"
 #include "devices/ledswitchtimer.h"
 #include "devices/sd.h"
 #include "host/line.h"
@@ -84,17 +82,16 @@ session_options_t options_in(const json& arguments) {
     return options;
 }
 
-std::map<std::string, std::vector<std::string>> answers_in(const json& arguments) {
-    // A file over a source would destroy a student's work.
-    for (const std::string& card : texts_in(arguments, "sd")) {
-        if (card.ends_with(".k")) {
-            throw refused_t{"sd: " + card + " is a source"};
+auto answers_in(const json& arguments) {
+    decltype(front.answers) answers;
+    for (const question_t& question : QUESTIONS) {
+        std::vector<std::string>& texts = answers[std::string(question.title)];
+        texts = texts_in(arguments, question.argument.data());
+        for (const std::string& answer : texts) {
+            check_answer(question, answer);
         }
     }
-    return {{SD_QUESTION, texts_in(arguments, "sd")},
-            {MICROPHONE_QUESTION, texts_in(arguments, "microphone")},
-            {CAMERA_QUESTION, texts_in(arguments, "camera")},
-            {SERIAL_PORT, texts_in(arguments, "serial")}};
+    return answers;
 }
 
 // Clients show the sources from these events.
@@ -122,22 +119,24 @@ bool card_goes_back_now(adapter_t& adapter) {
 // What the assembler and the loader have said belongs to the failure.
 void begin(adapter_t& adapter, const json& arguments) {
     const session_options_t options = options_in(arguments);
-    const std::string speed = text_in(arguments, "speed", "max");
-    if (speed != "max" && speed != "board") {
-        throw refused_t{"speed: '" + speed + "' is neither max nor board"};
-    }
+    const std::optional<double> speed = speed_in(arguments);
     const bool ends_at_halt = flag_in(arguments, "noDebug") || !flag_in(arguments, "stopAtEnd", true);
     board_told_t board;
     board.wanted = flag_in(arguments, "board");
     board.sound = flag_in(arguments, "sound");
+    board.screen = flag_in(arguments, "screen", true);
+    const bool waits = flag_in(arguments, "waits");
     flag_in(arguments, "stopOnEntry");
     const bool asks_for_card = member(arguments, "cardGoesBack").is_null();
     const bool card_goes_back = flag_in(arguments, "cardGoesBack");
+    const bool hears = front.hears;
     front = {};
+    front.hears = hears;
     front.answers = answers_in(arguments);
+    front.waits = waits;
+    begin_sound(board.sound);
 
     line_failure_is_fault = true;
-    speaker_recording = board.sound;
     screen_open = true;
     session_log = [&adapter](const std::string& text) { tell_output(adapter, "console", text + "\n"); };
     try {
@@ -153,7 +152,8 @@ void begin(adapter_t& adapter, const json& arguments) {
     vga_repaint();
     adapter.launch = arguments;
     adapter.ends_at_halt = ends_at_halt;
-    adapter.at_board_speed = speed == "board";
+    adapter.speed = speed;
+    adapter.wanted = "";
     adapter.board = std::move(board);
     adapter.card_goes_back = asks_for_card ? std::nullopt : std::optional(card_goes_back);
     adapter.card_answer.reset();
@@ -184,6 +184,13 @@ void set_out(adapter_t& adapter) {
 }
 
 } // namespace
+
+void check_answer(const question_t& question, const std::string& answer) {
+    // A file over a source would destroy a student's work.
+    if (question.title == SD_QUESTION && answer.ends_with(".k")) {
+        throw refused_t{"sd: " + answer + " is a source"};
+    }
+}
 
 json initialize(adapter_t& adapter, const json& arguments) {
     adapter.client.first_line = flag_in(arguments, "linesStartAt1", true) ? 1 : 0;

@@ -134,8 +134,10 @@ json stack_trace(adapter_t& adapter, const json& arguments) {
     const auto levels = static_cast<size_t>(number_in(arguments, "levels", 0, INT32_MAX, 0));
     going_t going(adapter, LOOKS_FOR_CALLER);
     const uint64_t begin_us = stopwatch_us();
+    // Who wants to see only where the program is does not wait until its callers are found.
+    const bool only_first = first == 0 && levels == 1;
     std::vector<frame_t> frames = session_frames([&](double share) {
-        return go_on(adapter, share) &&
+        return !only_first && go_on(adapter, share) &&
                (adapter.client.progress || stopwatch_us() - begin_us < MOST_US_IN_SILENCE);
     });
     // The next instruction would be whatever stands behind the halt.

@@ -15,8 +15,8 @@
 
 namespace {
 
-// How far apart copies are: far enough that they take little of the time, near enough that the way from one
-// to the next is short.
+// How far apart copies are, in the time that the board runs: far enough that they take little of the time,
+// near enough that the way from one to the next is short.
 constexpr uint64_t LEAST_US_BETWEEN_COPIES = 15000;
 constexpr uint64_t COPIES_SHARE = 20; // one part of so many is for copies
 
@@ -50,7 +50,7 @@ struct history_t {
     moment_t newest = 0;
     std::deque<act_t> acts;
     uint32_t acts_forgotten = 0;
-    uint64_t copied_at_us = 0;
+    uint64_t ran_us = 0;  // since the last copy was made
     uint64_t copy_us = 0; // that the last copy took
     moment_t longest_search = FIRST_LONGEST_SEARCH;
 };
@@ -112,15 +112,14 @@ void thin() {
 void copy() {
     const uint64_t begin = stopwatch_us();
     take_checkpoint(now());
-    history.copied_at_us = stopwatch_us();
-    history.copy_us = history.copied_at_us - begin;
+    history.copy_us = stopwatch_us() - begin;
+    history.ran_us = 0;
     forget_oldest();
     thin();
 }
 
 void copy_if_due() {
-    const uint64_t since = stopwatch_us() - history.copied_at_us;
-    if (since >= std::max(LEAST_US_BETWEEN_COPIES, history.copy_us * COPIES_SHARE)) {
+    if (history.ran_us >= std::max(LEAST_US_BETWEEN_COPIES, history.copy_us * COPIES_SHARE)) {
         copy();
     }
 }
@@ -305,6 +304,7 @@ pass_t history_run(int32_t most) {
         }
         piece = static_cast<int32_t>(std::min<moment_t>(left, static_cast<moment_t>(piece)));
     }
+    const uint64_t begin_us = stopwatch_us();
     const pass_t pass = run_piece(piece);
     if (is_past) {
         while (act_is_due()) {
@@ -313,6 +313,7 @@ pass_t history_run(int32_t most) {
         settle_present();
     } else {
         history.newest = now();
+        history.ran_us += stopwatch_us() - begin_us;
         copy_if_due();
     }
     return pass;

@@ -16,13 +16,17 @@
 #include "core/simulate.h"
 #include "debugger/ports.h"
 #include "debugger/session_state.h"
+#include "devices/audio.h"
+#include "devices/camera.h"
 #include "devices/io.h"
 #include "devices/ledswitchtimer.h"
 #include "devices/registers.h"
 #include "devices/sdram.h"
+#include "devices/serial.h"
 #include "devices/vga.h"
 
 std::function<bool()> session_card_goes_back = [] { return true; };
+void (*session_played)(int32_t sample) = nullptr;
 
 namespace session {
 
@@ -144,6 +148,9 @@ void session_begin(const session_options_t& options) {
 void session_end() {
     if (state.begun) {
         history_end();
+        serial_disconnect();
+        microphone_disconnect();
+        camera_disconnect();
     }
     stops = nullptr;
     forget_proofs();

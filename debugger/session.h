@@ -190,5 +190,9 @@ struct change_t {
 [[nodiscard]] std::optional<change_t> session_became_true(const expression_t& condition,
                                                           const progress_t& progress = nullptr);
 
+// Called with each sample that the speaker plays while the program runs, also where it goes through its past
+// anew. nullptr: nobody listens.
+extern void (*session_played)(int32_t sample);
+
 // Called with the text of each log that is met.
 extern std::function<void(const std::string& text)> session_log;

@@ -81,6 +81,10 @@ bool look_through(moment_t begin, moment_t end, const words_sought_t& sought, co
         const double done = static_cast<double>(history_now() - begin) / static_cast<double>(end - begin);
         return progress && !progress(done);
     };
+    // Who does not want to wait at all gets no board that has moved.
+    if (progress && !progress(0)) {
+        return false;
+    }
     if (!history_go_to(begin, progress ? [&](double /*way there*/) { return progress(0); } : progress_t())) {
         return false;
     }

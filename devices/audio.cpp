@@ -39,6 +39,7 @@
 
 std::ostream* sound_log = &std::cout;
 bool speaker_recording = true;
+void (*speaker_played)(int32_t sample) = nullptr;
 
 namespace {
 
@@ -94,22 +95,13 @@ void play_batch() {
     begin_batch();
 }
 
-// Divided, not shifted: a negative sample is rounded toward zero.
 void play(int32_t sample) {
     assert(!batch_is_full());
-    machine.speaker_batch[machine.speaker_batch_samples] = static_cast<int16_t>(sample / HOST_STEP);
+    machine.speaker_batch[machine.speaker_batch_samples] = sample_of_host(sample);
     ++machine.speaker_batch_samples;
     if (batch_is_full()) {
         play_batch();
     }
-}
-
-void record(int32_t sample) {
-    std::deque<sample_run_t>& runs = machine.speaker_samples;
-    if (runs.empty() || runs.back().sample != sample || runs.back().times == UINT32_MAX) {
-        runs.push_back({.sample = sample, .times = 0});
-    }
-    ++runs.back().times;
 }
 
 void clear_recording() {
@@ -186,6 +178,9 @@ bool is_wav(const std::string& name) { return name.ends_with(".wav") || name.siz
 
 } // namespace
 
+// Divided, not shifted: a negative sample is rounded toward zero.
+int16_t sample_of_host(int32_t sample) { return static_cast<int16_t>(sample / HOST_STEP); }
+
 void advance_audio() {
     if (!machine.microphone_samples.empty()) {
         machine.microphone_samples.pop_front();
@@ -193,7 +188,10 @@ void advance_audio() {
     machine.microphone_sample_avail = true;
     machine.speaker_current_sample_played = true;
     if (speaker_recording) {
-        record(machine.speaker_current_sample);
+        add_sample(machine.speaker_samples, machine.speaker_current_sample);
+    }
+    if (speaker_played != nullptr) {
+        speaker_played(machine.speaker_current_sample);
     }
     if (simulator.speaker_on) {
         play(machine.speaker_current_sample);

@@ -16,6 +16,12 @@ extern std::ostream* sound_log;
 // Whether the samples that the speaker plays are kept for saving.
 extern bool speaker_recording;
 
+// Told of each sample that the speaker plays. nullptr: nobody.
+extern void (*speaker_played)(int32_t sample);
+
+// A sample, of 32 bits, as the host's sound has it, with 16.
+[[nodiscard]] int16_t sample_of_host(int32_t sample);
+
 // One audio tick: the speaker plays its current sample, the microphone goes on to its next one.
 void advance_audio();
 

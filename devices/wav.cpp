@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cerrno>
 #include <concepts>
 #include <cstddef>
@@ -18,7 +17,7 @@
 
 namespace {
 
-static_assert(std::endian::native == std::endian::little); // the numbers of a file as they stand
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__); // the numbers of a file as they stand
 
 constexpr int32_t FORMAT_BYTES = 40;
 constexpr int16_t EXTENSIBLE = -2; // 0xfffe
@@ -138,8 +137,7 @@ std::ifstream open_recording(const std::string& name) {
 }
 
 template <std::integral number_t> void append(std::string& bytes, number_t number) {
-    const auto parts = std::bit_cast<std::array<char, sizeof number>>(number);
-    bytes.append(parts.data(), parts.size());
+    bytes.append(reinterpret_cast<const char*>(&number), sizeof number);
 }
 
 std::string header(size_t samples) {
@@ -181,6 +179,13 @@ void read_wav(const std::string& name, std::deque<int32_t>& samples) {
         throw;
     }
     check_disk();
+}
+
+void add_sample(std::deque<sample_run_t>& runs, int32_t sample) {
+    if (runs.empty() || runs.back().sample != sample || runs.back().times == UINT32_MAX) {
+        runs.push_back({.sample = sample, .times = 0});
+    }
+    ++runs.back().times;
 }
 
 void write_wav(saved_file_t& file, const std::deque<sample_run_t>& runs) {

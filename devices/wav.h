@@ -14,5 +14,8 @@
 // wrong with the file; some samples may have been appended by then.
 void read_wav(const std::string& name, std::deque<int32_t>& samples);
 
+// Appends a sample to a recording.
+void add_sample(std::deque<sample_run_t>& runs, int32_t sample);
+
 // Writes the header and all samples, each run as often as it counts. Throws what the file throws.
 void write_wav(saved_file_t& file, const std::deque<sample_run_t>& runs);

@@ -50,6 +50,19 @@ got     .data   0
 one     .data   1
 zero    .data   0
 `;
+// Plays what the microphone hears.
+const LOOP = `next    cp      0x80000050 one
+wait    cp      got 0x80000051
+        be      wait got zero
+        cp      0x80000042 0x80000052
+        cp      0x80000040 one
+        cp      0x80000050 zero
+        cp      0x80000040 zero
+        be      next zero zero
+got     .data   0
+one     .data   1
+zero    .data   0
+`;
 // Writes the first word of four blocks; the last one stays in the buffer.
 const NOTES = `next    cp      0x80000083 place
         cp      0x80000084 word
@@ -75,6 +88,7 @@ const pathOf = (name) => path.join(folder, name);
 fs.writeFileSync(pathOf('broken.k'), BROKEN);
 fs.writeFileSync(pathOf('parrot.k'), PARROT);
 fs.writeFileSync(pathOf('notes.k'), NOTES);
+fs.writeFileSync(pathOf('loop.k'), LOOP);
 // From 1.
 function lineOf(name, text) {
     const line = fs.readFileSync(pathOf(name), 'utf8').split('\n').findIndex((one) => one.includes(text)) + 1;
@@ -295,6 +309,40 @@ async function input() {
     await end();
 }
 
+const wav = (...words) => {
+    const data = Buffer.from(Int32Array.from(words).buffer);
+    const format = Buffer.from('28000000feff0100401f0000007d00000400200016002000040000000100000000001000800000aa00389b71', 'hex');
+    const head = Buffer.from('RIFF----WAVEfmt ').fill(0, 4, 8);
+    const length = Buffer.from(Int32Array.of(data.length).buffer);
+    return Buffer.concat([head, format, Buffer.from('data'), length, data]);
+};
+
+// A program that waits for what the user gives it, in its own time, and what it has played.
+async function waits() {
+    const said = [];
+    await begin('loop.k', { waits: true, speed: 20000, board: true, sound: true });
+    client.on('tovik/wanted', ({ body }) => said.push(body.question));
+    await client.configurationDoneRequest();
+    await ask('tovik/record', { on: true });
+    await until(() => said.length === 1);
+    for (const [name, content, times] of [['empty.wav', wav(), 2], ['broken.wav', 'x', 3], ['good.wav', wav(...Array(9).fill(7 << 16)), 4]]) {
+        fs.writeFileSync(pathOf(name), content);
+        await ask('tovik/answer', { question: 'microphone', answer: pathOf(name) });
+        await until(() => said.length === times);
+    }
+    assert.deepEqual(said, ['microphone', 'microphone', 'microphone', null]);
+    assert.match(output.stderr, /not a WAV file/);
+    await until(() => said.length === 5); // its samples are over
+    await go('pause');
+    const { now } = await ask('tovik/history');
+    assert(now > 9 * 833 && now < 11 * 833, `${now}`);
+    await ask('tovik/saveRecording', { file: pathOf('said.wav') });
+    assert.equal(fs.readFileSync(pathOf('said.wav')).readInt32LE(fs.statSync(pathOf('said.wav')).size - 4), 7 << 16);
+    await assert.rejects(ask('tovik/answer', { question: 'sd', answer: 'x.k' }), /source/);
+    await ask('tovik/speed', { speed: 'max' });
+    await end();
+}
+
 // What the SD card's file holds after a change in the past.
 async function card() {
     const file = pathOf('card');
@@ -458,6 +506,7 @@ async function walk() {
     await forwardsAndBackwards();
     await faultAndBoard();
     await input();
+    await waits();
     await card();
     await lostLine();
     await debuggingPage();

@@ -119,6 +119,11 @@ TEST_F(Adapter, TellsOfLongWaysAndGivesThemUp) {
     EXPECT_EQ(told[0]["body"]["requestId"], 7);
     const moment_t now = history_now();
 
+    // Where the program is can be said at once.
+    const json top = ask("stackTrace", {{"threadId", 1}, {"levels", 1}});
+    EXPECT_EQ(top["body"]["stackFrames"][0]["name"], "loop?");
+    EXPECT_EQ(events(), "response");
+
     // Messages for others, and one for this.
     cancels = {cancel_of("requestId", 6).dump(), cancel_of("progressId", "way 1").dump(), "{", "[1]"};
     EXPECT_TRUE(ask("evaluate", search)["success"]);
