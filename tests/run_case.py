@@ -6,11 +6,15 @@ A case is a text of sections, each headed "-- NAME --". The section "run" is a s
 section is a file that the script finds in its folder, and so is what stands in a folder of the case's name. The
 script's environment has the programs on its PATH, EXAMPLES (the folder of examples) and the function unprivileged,
 which runs a command as a user who may not do everything.
+
+Usage: run_case.py CASE [WASM]: with the folder of the programs for WebAssembly, tovik-run is the one of them, under
+Node. Where that cannot be, the case is skipped, unless TOVIK_ALL_TESTS is set: then it fails.
 """
 
 import os
 import pathlib
 import re
+import shlex
 import shutil
 import subprocess
 import sys
@@ -21,6 +25,26 @@ unprivileged() {
     if [ "$(id -u)" = 0 ]; then setpriv --reuid=65534 --regid=65534 --clear-groups "$@"; else "$@"; fi
 }
 """
+
+SKIPPED = 77
+WEB = pathlib.Path(__file__).resolve().parent.parent / "web"
+
+
+def make_programs(wasm, folder):
+    """Copies: a user who may not do everything may not even enter the folder of the project."""
+    parts = {"wasm": wasm, "node": WEB / "node", "node/node_modules/pako": WEB / "node_modules/pako"}
+    if shutil.which("node") is None or not all(part.is_dir() for part in parts.values()):
+        print("Node, its packages or the build for WebAssembly are missing: see scripts/web")
+        sys.exit(1 if "TOVIK_ALL_TESTS" in os.environ else SKIPPED)
+    for name, part in parts.items():
+        shutil.copytree(part, folder / name, ignore=shutil.ignore_patterns("tovik-loop.*", "tovik-tail.*"))
+    for program in ("tovik", "tovik-check"):
+        (folder / program).symlink_to(pathlib.Path(os.environ["TOVIK_BIN"]) / program)
+    (folder / "tovik-run").write_text(f"#!/bin/sh\nTOVIK_WASM={shlex.quote(str(folder / 'wasm'))} "
+                                      f"exec node {shlex.quote(str(folder / 'node/tovik-run.cjs'))} \"$@\"\n")
+    (folder / "tovik-run").chmod(0o755)
+    folder.chmod(0o755)
+    os.environ["TOVIK_BIN"] = str(folder)
 
 
 def run(script, folder):
@@ -42,7 +66,10 @@ def main():
     expected.update({name: sections.pop(name) for name in list(sections) if name in expected})
     script = sections.pop("run")
     folder = pathlib.Path(tempfile.mkdtemp(prefix="tovik-case-"))
+    programs = pathlib.Path(tempfile.mkdtemp(prefix="tovik-programs-"))
     try:
+        if len(sys.argv) > 2:
+            make_programs(pathlib.Path(sys.argv[2]), programs)
         if case.with_suffix("").is_dir():
             shutil.copytree(case.with_suffix(""), folder, dirs_exist_ok=True)
         folder.chmod(0o777)
@@ -51,6 +78,7 @@ def main():
         actual = run(script, folder)
     finally:
         shutil.rmtree(folder)
+        shutil.rmtree(programs)
     for name in expected:
         if actual[name] != expected[name]:
             print(f"{name}, expected:\n{expected[name]}\n{name}, actual:\n{actual[name]}")

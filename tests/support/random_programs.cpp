@@ -96,6 +96,7 @@ instruction_t pick_ordinary(random_t& random, int32_t target) {
     return {opcode, target, pick_data(random), pick_right(random, opcode)};
 }
 
+// No two arguments pick: compilers have orders of their own for them.
 instruction_t pick_branch(random_t& random, int32_t target, int32_t left, int32_t right) {
     if (one_in(random, 2)) {
         std::swap(left, right);
@@ -112,7 +113,7 @@ program_t make_wild(random_t& random) {
         words[i] = one_in(random, 6) ? pick_wild(random) : pick(random, 0, is_opcode ? 18 : MEMORY_SIZE - 1);
     }
     for (size_t i = 0; i < MEMORY_SIZE; i += words.size()) {
-        std::ranges::copy(words, machine.memory + i);
+        std::copy(words.begin(), words.end(), machine.memory + i);
     }
     machine.pc = one_in(random, 8) ? pick_wild(random) : 4 * pick(random, 0, MEMORY_SIZE / 4 - 1);
     return {.code = 0, .instructions = MEMORY_SIZE / 4, .data = 0, .words = MEMORY_SIZE};
@@ -164,6 +165,8 @@ constexpr polled_t POLLED[] = {{0x05, 0x01}, {0x05, 0x02}, {0x00, 0x01},   {0x11
 void emit_filler(random_t& random, int32_t& place, int32_t loop, int32_t polled) {
     const int32_t word = loop + pick(random, 0, 15);
     const int32_t variable = pick_variable(random);
+    const int32_t target = loop + 4 * pick(random, -1, 6);
+    const auto [left, right] = std::array{pick_data(random), pick_data(random)};
     const instruction_t fillers[] = {
         {K24_ADD, COUNT, COUNT, ONE},
         {K24_CP, word, loop + pick(random, 0, 15)},
@@ -172,7 +175,7 @@ void emit_filler(random_t& random, int32_t& place, int32_t loop, int32_t polled)
         {K24_BE, place + WORDS_PER_INSTRUCTION, ZERO, ZERO},
         {K24_CP, variable, port(pick_from(random, POLLED).response)},
         {K24_CPFA, variable, polled, one_in(random, 2) ? ZERO : ONE},
-        pick_branch(random, loop + 4 * pick(random, -1, 6), pick_data(random), pick_data(random)),
+        pick_branch(random, target, left, right),
         pick_ordinary(random, variable),
         pick_ordinary(random, variable),
     };
@@ -312,7 +315,8 @@ program_t make_patching(random_t& random) {
             instruction = {K24_CALL, place + 4, one_in(random, 2) ? place + pick(random, 1, 3) : word};
         } else if (shape == 8 || (shape == 7 && one_in(random, 4))) { // some to overlapping instructions
             const int32_t target = shape == 7 ? word : code + 4 * pick(random, 0, instructions);
-            instruction = pick_branch(random, target, pick_data(random), pick_data(random));
+            const auto [left, right] = std::array{pick_data(random), pick_data(random)};
+            instruction = pick_branch(random, target, left, right);
         }
         emit(place, instruction);
     }
@@ -354,12 +358,14 @@ program_t make_edges(random_t& random) {
     const auto operand = [&] { return one_in(random, 3) ? pick_wild(random) : pick_data(random); };
     for (int32_t i = pick(random, 2, 12); i > 0; --i) {
         const int32_t address = one_in(random, 2) ? pick_wild(random) : pick_readable(random);
+        const int32_t target = one_in(random, 4) ? operand() : place + 4;
+        const auto [left, right] = std::array{operand(), pick_data(random)};
         const instruction_t edges[] = {
             // a value that must not be read when nothing is left of it
             {pick(random, K24_SL, K24_SR), pick_data(random), operand(), pick_data(random)},
             {K24_DIV, operand(), pick_data(random), pick_data(random)},
             {pick(random, K24_CPFA, K24_CPTA), pick_data(random), address, pick_data(random)},
-            pick_branch(random, one_in(random, 4) ? operand() : place + 4, operand(), pick_data(random)),
+            pick_branch(random, target, left, right),
             {pick(random, K24_ADD, K24_RET), operand(), operand(), operand()}};
         emit(place, pick_from(random, edges));
     }

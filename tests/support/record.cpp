@@ -57,7 +57,8 @@ std::string record_t::difference() const {
     for (size_t i = 0; i < stretches.size(); ++i) {
         // Nearly always equal: memcmp first, then the place.
         if (std::memcmp(stretches_[i].data(), stretches[i].data(), stretches_[i].size()) != 0) {
-            const auto mine = std::ranges::mismatch(stretches_[i], stretches[i]).in1;
+            const auto mine =
+                std::mismatch(stretches_[i].begin(), stretches_[i].end(), stretches[i].begin()).first;
             return "stretch " + std::to_string(i) + ", byte " + std::to_string(mine - stretches_[i].begin());
         }
     }

@@ -1,10 +1,8 @@
 #include "ui/gui_batch/again.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstddef>
-#include <limits>
 #include <utility>
 
 #include <fcntl.h>
@@ -12,63 +10,15 @@
 #include <unistd.h>
 
 #include "base/files.h"
-#include "base/machine.h"
-#include "core/engine.h"
-#include "core/simulate.h"
-#include "core/stops.h"
+#include "ui/gui_batch/search.h"
 
 namespace {
-
-uint64_t last_write = 0; // which instruction, from 1
-
-bool note_write(int32_t /*address*/, uint64_t count) {
-    last_write = count;
-    return false;
-}
-
-void watch(const stops_t* wanted) {
-    stops = wanted;
-    forget_proofs();
-}
-
-// From the beginning, until so many instructions have been executed, or the run stops or waits.
-void run_until(uint64_t count) {
-    simulator.step = -1;
-    simulator.running = true;
-    simulate_begin();
-    constexpr uint64_t MOST = std::numeric_limits<int32_t>::max();
-    pass_t pass{};
-    while (!pass.idle && pass.wait == nullptr && machine.instr_count < count) {
-        pass = simulate_pass(static_cast<int32_t>(std::min(count - machine.instr_count, MOST)));
-    }
-}
-
-std::optional<writer_t> search(int32_t address, bool (*begin)()) {
-    const std::pair end{machine.pc, machine.instr_count};
-    if (!begin()) {
-        return std::nullopt;
-    }
-    stops_t question;
-    question.watched.set(static_cast<size_t>(address));
-    question.at_write = note_write;
-    watch(&question);
-    run_until(end.second);
-    watch(nullptr);
-    if (std::pair{machine.pc, machine.instr_count} != end || (last_write > 0 && !begin())) {
-        return std::nullopt;
-    }
-    if (last_write == 0) {
-        return writer_t{NOBODY, 0};
-    }
-    run_until(last_write - 1);
-    return writer_t{machine.pc, last_write};
-}
 
 // Says nothing where it has no answer.
 [[noreturn]] void answer(int pipe, int32_t address, bool (*begin)()) {
     const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
     const bool is_silent = dup2(nowhere, STDOUT_FILENO) >= 0 && dup2(nowhere, STDERR_FILENO) >= 0;
-    if (const std::optional<writer_t> writer = is_silent ? search(address, begin) : std::nullopt) {
+    if (const std::optional<writer_t> writer = is_silent ? search_writer(address, begin) : std::nullopt) {
         const std::pair<int32_t, uint64_t> words{writer->pc, writer->count};
         _exit(write_all(pipe, {reinterpret_cast<const char*>(&words), sizeof words}));
     }

@@ -161,8 +161,11 @@ void follow_sound() {
 
 // A tone that sounds may turn out to have stopped at its last change.
 void write_until(uint64_t count) {
-    std::ranges::stable_sort(events.waiting, {}, &happening_t::count);
-    const auto end = std::ranges::upper_bound(events.waiting, count, {}, &happening_t::count);
+    std::stable_sort(
+        events.waiting.begin(), events.waiting.end(),
+        [](const happening_t& left, const happening_t& right) { return left.count < right.count; });
+    const auto end = std::upper_bound(events.waiting.begin(), events.waiting.end(), count,
+                                      [](uint64_t most, const happening_t& one) { return most < one.count; });
     for (auto one = events.waiting.begin(); one != end; ++one) {
         append_to_stream(events.file, one->line);
     }

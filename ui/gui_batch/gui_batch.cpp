@@ -141,7 +141,9 @@ void set_words(const std::string& text) {
 }
 
 void set_all_words() {
-    std::ranges::for_each(batch.options.set, set_words);
+    for (const std::string& text : batch.options.set) {
+        set_words(text);
+    }
     forget_proofs();
 }
 
@@ -154,7 +156,8 @@ bool begin_again() {
     prepare_answers();
     prepare_board();
     batch.console_next = 0;
-    return std::ranges::equal(machine.memory, batch.run.places.loaded);
+    return std::equal(std::begin(machine.memory), std::end(machine.memory), batch.run.places.loaded.begin(),
+                      batch.run.places.loaded.end());
 }
 
 // Only where nothing but the script, the console and files that stay as they are have come from outside.
@@ -331,7 +334,7 @@ void check_output(const std::string& option, const std::string& file) {
         std::error_code missing;
         return std::filesystem::equivalent(file, other, missing);
     };
-    if (file.ends_with(".k") || std::ranges::any_of(batch.files, is_same)) {
+    if (file.ends_with(".k") || std::any_of(batch.files.begin(), batch.files.end(), is_same)) {
         throw usage_error_t{option + ": " + file + " is a source or a file of this run"};
     }
 }
@@ -426,7 +429,7 @@ void open_files_or_none() {
     try {
         open_files();
     } catch (const usage_error_t&) {
-        std::ranges::for_each(batch.outputs, close);
+        std::for_each(batch.outputs.begin(), batch.outputs.end(), close);
         for (stream_t* const stream : {&batch.serial, &batch.events_file, &batch.waves_file}) {
             close_file(stream->descriptor);
         }
@@ -508,7 +511,7 @@ int run_batch(const options_t& options, const labels_t& labels, places_t places,
     batch.begun = true;
     simulator.running = true;
     const int status = run_until_stop();
-    std::ranges::for_each(batch.outputs, close);
+    std::for_each(batch.outputs.begin(), batch.outputs.end(), close);
     return status;
 }
 

@@ -40,7 +40,7 @@ CLI::Validator ending_check(const std::string& ending) {
 CLI::Validator length_check(std::ptrdiff_t most) {
     return {[=](const std::string& text) {
                 const auto begins = [](char byte) { return (byte & 0xc0) != 0x80; };
-                return std::ranges::count_if(text, begins) <= most
+                return std::count_if(text.begin(), text.end(), begins) <= most
                            ? ""
                            : "'" + text + "' has more than " + std::to_string(most) + " characters";
             },
@@ -73,7 +73,7 @@ CLI::Validator checks_check() {
 // The library calls the value of an unknown option a program; the option is what is wrong.
 void check_arguments(const std::string& program, const std::vector<std::string>& unexpected) {
     const auto is_option = [](const std::string& argument) { return argument.starts_with('-'); };
-    const auto option = std::ranges::find_if(unexpected, is_option);
+    const auto option = std::find_if(unexpected.begin(), unexpected.end(), is_option);
     if (option != unexpected.end()) {
         throw usage_error_t{"unknown option " + *option + HINT};
     }

@@ -159,7 +159,8 @@ void find_next_response() {
 
 void touch(int32_t address) {
     const device_t* const device = address < 0 ? find_device(io_offset(address)) : nullptr;
-    const auto group = std::ranges::find(waves.groups, device, &group_t::device);
+    const auto group = std::find_if(waves.groups.begin(), waves.groups.end(),
+                                    [&](const group_t& one) { return one.device == device; });
     if (group != waves.groups.end()) {
         show(*group);
         waves.touched.push_back(&*group);
@@ -237,8 +238,8 @@ void note_waves() {
         return;
     }
     for (group_t& group : waves.groups) {
-        const bool is_due =
-            unknown_touched || std::ranges::find(waves.touched, &group) != waves.touched.end();
+        const bool is_due = unknown_touched || std::find(waves.touched.begin(), waves.touched.end(),
+                                                         &group) != waves.touched.end();
         if (is_due || (all_due && group.is_shown)) {
             note(group);
         }

@@ -1,0 +1,12 @@
+# The libraries that are only headers, without the computer's own headers beside them: those of a browser are others.
+set(WEB_HEADERS ${PROJECT_BINARY_DIR}/headers)
+foreach(folder nlohmann kissfft CLI)
+  find_path(${folder}_PARENT ${folder} PATHS /usr/include /usr/local/include NO_CMAKE_FIND_ROOT_PATH NO_DEFAULT_PATH REQUIRED)
+  file(MAKE_DIRECTORY ${WEB_HEADERS})
+  file(CREATE_LINK ${${folder}_PARENT}/${folder} ${WEB_HEADERS}/${folder} SYMBOLIC)
+endforeach()
+set(KISSFFT_INCLUDE_DIR ${WEB_HEADERS})
+foreach(library nlohmann_json::nlohmann_json CLI11::CLI11)
+  add_library(${library} INTERFACE IMPORTED)
+  target_include_directories(${library} SYSTEM INTERFACE ${WEB_HEADERS})
+endforeach()
