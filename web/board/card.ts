@@ -1,0 +1,148 @@
+// The SD card. The browser keeps it from one visit to the next.
+
+import { element } from '../page/dom';
+import { button, download, makeFileSlot, type FileSlot, type Held } from './rows';
+
+interface Card {
+    name: string;
+    bytes: Uint8Array<ArrayBuffer>;
+}
+
+const STORE = 'cards';
+const KEY = 'card';
+
+function settled<Result>(request: IDBRequest<Result>): Promise<Result> {
+    return new Promise((resolve, reject) => {
+        request.onsuccess = () => resolve(request.result);
+        request.onerror = () => reject(request.error ?? new Error('the browser keeps nothing'));
+    });
+}
+
+async function withStore<Result>(use: (store: IDBObjectStore) => IDBRequest<Result>): Promise<Result> {
+    const opening = indexedDB.open('tovik-card', 1);
+    opening.onupgradeneeded = () => opening.result.createObjectStore(STORE);
+    const database = await settled(opening);
+    try {
+        return await settled(use(database.transaction(STORE, 'readwrite').objectStore(STORE)));
+    } finally {
+        database.close();
+    }
+}
+
+// Both fail where the browser keeps nothing.
+async function loadCard(): Promise<Card | null> {
+    const card: Card | undefined = await withStore((store) => store.get(KEY));
+    return card ?? null;
+}
+
+async function storeCard(card: Card | null): Promise<void> {
+    await (card ? withStore((store) => store.put(card, KEY)) : withStore((store) => store.delete(KEY)));
+}
+
+const MIB = 1024 * 1024;
+const SIZES = [1, 8, 64]; // of a new card, in MiB
+
+export interface CardSlot extends FileSlot {
+    loaded: Promise<void>; // what was kept is there
+    changed(path: string, bytes: Uint8Array): void; // the program has written to it
+}
+
+export function makeCardSlot(give: (slot: FileSlot) => void): CardSlot {
+    let former: Held | null = null;
+    let isKept = true;
+    let isBusy = false;
+    // There is one card for all tabs.
+    const others = new BroadcastChannel('tovik-card');
+    others.onmessage = () => {
+        if (slot.held()) {
+            slot.say('The browser keeps the card of another tab now: download this one before you leave.');
+        }
+    };
+    // A program may write faster than the browser keeps.
+    const keep = async (): Promise<void> => {
+        isKept = false;
+        while (!isKept && !isBusy) {
+            isKept = isBusy = true;
+            const held = slot.held();
+            try {
+                await storeCard(
+                    held && { name: held.name, bytes: new Uint8Array(await held.content.arrayBuffer()) },
+                );
+                others.postMessage(null);
+            } catch {
+                slot.say('The browser does not keep the card: download it before you leave.');
+            }
+            isBusy = false;
+        }
+    };
+    const put = (held: Held | null): void => {
+        slot.put(held);
+        size.hidden = create.hidden = held !== null;
+        save.hidden = remove.hidden = held === null;
+        back.hidden = held !== null || former === null;
+    };
+    const size = element(
+        'select',
+        { 'aria-label': 'Size of a new card' },
+        ...SIZES.map((mib) => element('option', { value: mib }, `${mib} MB`)),
+    );
+    const create = button('New empty card', () => {
+        slot.fill({ name: 'card.img', content: new Blob([new Uint8Array(Number(size.value) * MIB)]) });
+    });
+    const save = button('Download', () => {
+        const held = slot.held();
+        if (held) {
+            download(held.name, held.content);
+        }
+    });
+    const remove = button('Take out', () => {
+        former = slot.held();
+        put(null);
+        void keep();
+    });
+    const back = button('Put it back', () => {
+        if (former) {
+            slot.fill(former);
+        }
+    });
+    const slot = makeFileSlot(
+        {
+            name: 'SD card',
+            prefix: 'card',
+            kinds: '',
+            most: 64 * MIB,
+            mostText: 'A card has at most 64 MB.',
+            convert: (file) => Promise.resolve(file),
+        },
+        () => {
+            put(slot.held());
+            void keep();
+            give(slot);
+        },
+        create,
+        size,
+        save,
+        remove,
+        back,
+    );
+    put(null);
+    const loaded = loadCard().then(
+        (kept) => {
+            if (kept && !slot.held()) {
+                put({ name: kept.name, content: new Blob([kept.bytes]) });
+            }
+        },
+        () => slot.say('This browser keeps no card from one visit to the next.'),
+    );
+    return {
+        ...slot,
+        loaded,
+        changed(path, bytes) {
+            const held = slot.held();
+            if (held && path === slot.path()) {
+                put({ name: held.name, content: new Blob([bytes as Uint8Array<ArrayBuffer>]) });
+                void keep();
+            }
+        },
+    };
+}

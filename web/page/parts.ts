@@ -1,0 +1,256 @@
+// Small parts of the page: buttons, menus, tabs, dialogs, messages, and bars between parts that can be moved.
+
+import { element } from './dom';
+import { remember, remembered } from './store';
+
+export function button(
+    text: string,
+    pressed: () => void,
+    attributes: Record<string, string> = {},
+): HTMLButtonElement {
+    const made = element('button', { type: 'button', ...attributes }, text);
+    made.addEventListener('click', pressed);
+    return made;
+}
+
+export interface Choice {
+    text: string;
+    hint?: string; // a key, or a few words
+    chosen(): void;
+}
+
+// A button with a menu, whose choices are asked for when it opens.
+export function menu(label: string, name: string, choices: () => Choice[]): HTMLElement {
+    const list = element('div', { class: 'menu-list', role: 'menu', hidden: true });
+    const opener = element(
+        'button',
+        {
+            type: 'button',
+            'aria-haspopup': 'menu',
+            'aria-expanded': 'false',
+            'aria-label': name,
+            title: name,
+        },
+        label,
+    );
+    const close = (): void => {
+        list.hidden = true;
+        opener.setAttribute('aria-expanded', 'false');
+    };
+    const makeItem = ({ text, hint, chosen }: Choice): HTMLElement => {
+        const item = element(
+            'button',
+            { type: 'button', role: 'menuitem', tabindex: -1 },
+            text,
+            hint === undefined ? null : element('span', { class: 'hint' }, hint),
+        );
+        item.addEventListener('click', () => {
+            close();
+            opener.focus();
+            chosen();
+        });
+        return item;
+    };
+    opener.addEventListener('click', () => {
+        if (!list.hidden) {
+            close();
+            return;
+        }
+        list.replaceChildren(...choices().map(makeItem));
+        list.hidden = false;
+        opener.setAttribute('aria-expanded', 'true');
+        const { left } = opener.getBoundingClientRect();
+        list.classList.toggle('to-left', left + list.offsetWidth > innerWidth - 8);
+        (list.firstElementChild as HTMLElement | null)?.focus();
+    });
+    const whole = element('div', { class: 'menu' }, opener, list);
+    whole.addEventListener('keydown', (event) => {
+        const items = [...list.children] as HTMLElement[];
+        const at = items.indexOf(document.activeElement as HTMLElement);
+        const next = { ArrowDown: at + 1, ArrowUp: at - 1, Home: 0, End: -1 }[event.key];
+        if (event.key === 'Escape' && !list.hidden) {
+            close();
+            opener.focus();
+        } else if (next !== undefined && !list.hidden) {
+            event.preventDefault();
+            items.at(next % items.length)?.focus();
+        }
+    });
+    whole.addEventListener('focusout', (event) => {
+        if (!whole.contains(event.relatedTarget as Node | null)) {
+            close();
+        }
+    });
+    return whole;
+}
+
+export interface TabPanel {
+    id: string;
+    title: string;
+    element: HTMLElement;
+}
+
+export interface Tabs {
+    element: HTMLElement;
+    select(id: string): void;
+}
+
+// Panels of which one is seen at a time; which one is remembered.
+export function makeTabs(label: string, panels: readonly TabPanel[]): Tabs {
+    const bar = element('div', { class: 'tab-bar', role: 'tablist', 'aria-label': label });
+    const body = element('div', { class: 'tab-body' });
+    const key = `tab-${label}`;
+    const tabs = panels.map((panel) => {
+        const tab = element(
+            'button',
+            { type: 'button', role: 'tab', id: `tab-${panel.id}`, 'aria-controls': `panel-${panel.id}` },
+            panel.title,
+        );
+        tab.addEventListener('click', () => {
+            select(panel.id);
+            remember(key, panel.id);
+        });
+        bar.append(tab);
+        const place = element(
+            'div',
+            { class: 'tab-panel', role: 'tabpanel', id: `panel-${panel.id}`, 'aria-labelledby': tab.id },
+            panel.element,
+        );
+        body.append(place);
+        return { id: panel.id, tab, place };
+    });
+    const select = (id: string): void => {
+        for (const one of tabs) {
+            const chosen = one.id === id;
+            one.tab.setAttribute('aria-selected', String(chosen));
+            one.tab.tabIndex = chosen ? 0 : -1;
+            one.place.hidden = !chosen;
+        }
+    };
+    bar.addEventListener('keydown', (event) => {
+        const at = tabs.findIndex(({ tab }) => tab === document.activeElement);
+        const step = { ArrowRight: 1, ArrowLeft: -1 }[event.key];
+        const next = step === undefined || at < 0 ? undefined : tabs.at((at + step) % tabs.length);
+        if (next !== undefined) {
+            event.preventDefault();
+            next.tab.click();
+            next.tab.focus();
+        }
+    });
+    const last = remembered(key);
+    select(panels.find(({ id }) => id === last)?.id ?? panels[0]?.id ?? '');
+    return { element: element('div', { class: 'tabs' }, bar, body), select };
+}
+
+// A bar that changes a length of the page, kept in a variable of the style. `sign`: 1 if the length grows to the
+// right or downwards.
+export function makeBar(name: string, direction: 'x' | 'y', sign: 1 | -1, label: string): HTMLElement {
+    const root = document.documentElement;
+    const bar = element('div', {
+        class: `bar bar-${direction}`,
+        role: 'separator',
+        tabindex: 0,
+        'aria-label': label,
+        'aria-orientation': direction === 'x' ? 'vertical' : 'horizontal',
+    });
+    const length = (): number => {
+        const beside = sign === 1 ? bar.previousElementSibling : bar.nextElementSibling;
+        const box = beside?.getBoundingClientRect();
+        return (direction === 'x' ? box?.width : box?.height) ?? 0;
+    };
+    const set = (pixels: number): void => {
+        const whole = direction === 'x' ? innerWidth : innerHeight;
+        const part = Math.round(Math.min(Math.max((pixels / whole) * 100, 8), 80) * 10) / 10;
+        root.style.setProperty(`--${name}`, `${part}${direction === 'x' ? 'vw' : 'vh'}`);
+        bar.setAttribute('aria-valuenow', String(Math.round(part)));
+        remember(name, String(part));
+    };
+    const last = Number(remembered(name) ?? '');
+    if (last > 0) {
+        set((last / 100) * (direction === 'x' ? innerWidth : innerHeight));
+    }
+    bar.addEventListener('pointerdown', (event) => {
+        const place = (of: PointerEvent): number => (direction === 'x' ? of.clientX : of.clientY);
+        const [start, was] = [place(event), length()];
+        bar.setPointerCapture(event.pointerId);
+        const move = (to: PointerEvent): void => set(was + sign * (place(to) - start));
+        bar.addEventListener('pointermove', move);
+        bar.addEventListener('lostpointercapture', () => bar.removeEventListener('pointermove', move), {
+            once: true,
+        });
+    });
+    bar.addEventListener('keydown', (event) => {
+        const step = { ArrowRight: 24, ArrowDown: 24, ArrowLeft: -24, ArrowUp: -24 }[event.key];
+        if (step !== undefined) {
+            event.preventDefault();
+            set(length() + sign * step);
+        }
+    });
+    return bar;
+}
+
+// Shows a dialog. `fill` gets a function that closes it.
+export function showDialog(title: string, fill: (close: () => void) => (Node | string)[]): void {
+    const dialog = element('dialog', { 'aria-label': title });
+    const close = (): void => dialog.close();
+    dialog.append(
+        element(
+            'div',
+            { class: 'dialog-head' },
+            element('h2', {}, title),
+            button('×', close, { 'aria-label': 'Close' }),
+        ),
+        element('div', { class: 'dialog-body' }, ...fill(close)),
+    );
+    dialog.addEventListener('close', () => dialog.remove());
+    dialog.addEventListener('pointerdown', (event) => {
+        if (event.target === dialog) {
+            close(); // outside of it
+        }
+    });
+    document.body.append(dialog);
+    dialog.showModal();
+    dialog.querySelector<HTMLElement>('[autofocus], .dialog-body input, .dialog-body button')?.focus();
+}
+
+export interface Messages {
+    element: HTMLElement;
+    // Shows a sentence until it is closed, or for some seconds if it is only a `note`.
+    say(text: string, kind?: 'note' | 'warning' | 'fault', actions?: Choice[]): void;
+}
+
+const NOTE_STAYS = 8000; // milliseconds
+const MOST_MESSAGES = 4;
+
+export function makeMessages(): Messages {
+    const list = element('div', {
+        class: 'messages',
+        role: 'log',
+        'aria-live': 'polite',
+        'aria-label': 'Messages',
+    });
+    return {
+        element: list,
+        say(text, kind = 'note', actions = []) {
+            [...list.children]
+                .filter((child) => child.firstChild?.textContent === text)
+                .forEach((old) => old.remove());
+            const one = element('div', { class: `message ${kind}` }, element('p', {}, text));
+            for (const { text: name, chosen } of actions) {
+                const act = (): void => {
+                    one.remove();
+                    chosen();
+                };
+                one.append(button(name, act));
+            }
+            one.append(button('×', () => one.remove(), { 'aria-label': 'Close', class: 'close' }));
+            list.append(one);
+            while (list.children.length > MOST_MESSAGES) {
+                list.firstElementChild?.remove();
+            }
+            if (kind === 'note' && actions.length === 0) {
+                setTimeout(() => one.remove(), NOTE_STAYS);
+            }
+        },
+    };
+}

@@ -1,0 +1,159 @@
+// Where programs are kept: the browser's database, or only memory where it refuses that.
+
+import type { Program } from './program';
+
+// A state of a file that came before.
+export interface Version {
+    program: string; // its id
+    file: string;
+    when: number; // in milliseconds
+    text: string;
+}
+
+export interface Store {
+    kept: boolean; // false: all is gone with the page
+    all(): Promise<Program[]>;
+    // Changes a program at one go, whatever other tabs do: `change` gets it as it is kept, null for a new one,
+    // and returns its next state with versions to be kept beside it, or null for no change.
+    update(id: string, change: (stored: Program | null) => Change | null): Promise<void>;
+    remove(id: string): Promise<void>;
+    versions(id: string): Promise<Version[]>; // the newest first
+}
+
+export interface Change {
+    program: Program;
+    versions: Version[];
+}
+
+const MOST_VERSIONS = 20; // of a file
+
+function promise<T>(request: IDBRequest<T>): Promise<T> {
+    return new Promise((resolve, reject) => {
+        request.onsuccess = () => resolve(request.result);
+        request.onerror = () => reject(request.error ?? new Error('the database fails'));
+    });
+}
+
+function finished(transaction: IDBTransaction): Promise<void> {
+    return new Promise((resolve, reject) => {
+        transaction.oncomplete = () => resolve();
+        const fail = (): void => reject(transaction.error ?? new Error('the database fails'));
+        transaction.onabort = fail;
+        transaction.onerror = fail;
+    });
+}
+
+function openDatabase(): Promise<IDBDatabase> {
+    const request = indexedDB.open('tovik', 1);
+    request.onupgradeneeded = () => {
+        request.result.createObjectStore('programs', { keyPath: 'id' });
+        request.result.createObjectStore('versions', { keyPath: ['program', 'file', 'when'] });
+    };
+    return promise(request);
+}
+
+const ofProgram = (id: string): IDBKeyRange => IDBKeyRange.bound([id], [id, []]);
+
+// Adds a version, and removes those of its file that are too many.
+function addVersion(versions: IDBObjectStore, version: Version): void {
+    versions.put(version);
+    const { program, file } = version;
+    const keys = versions.getAllKeys(IDBKeyRange.bound([program, file], [program, file, []]));
+    keys.onsuccess = () => keys.result.slice(0, -MOST_VERSIONS).forEach((key) => versions.delete(key));
+}
+
+function databaseStore(database: IDBDatabase): Store {
+    const begin = (mode: IDBTransactionMode): IDBTransaction =>
+        database.transaction(['programs', 'versions'], mode, { durability: 'relaxed' });
+    return {
+        kept: true,
+        all: () => promise(begin('readonly').objectStore('programs').getAll()) as Promise<Program[]>,
+        update(id, change) {
+            const transaction = begin('readwrite');
+            const programs = transaction.objectStore('programs');
+            const read = programs.get(id) as IDBRequest<Program | undefined>;
+            read.onsuccess = () => {
+                const made = change(read.result ?? null);
+                if (made !== null) {
+                    programs.put(made.program);
+                    made.versions.forEach((version) =>
+                        addVersion(transaction.objectStore('versions'), version),
+                    );
+                }
+            };
+            return finished(transaction);
+        },
+        remove(id) {
+            const transaction = begin('readwrite');
+            transaction.objectStore('programs').delete(id);
+            transaction.objectStore('versions').delete(ofProgram(id));
+            return finished(transaction);
+        },
+        async versions(id) {
+            const list = promise(begin('readonly').objectStore('versions').getAll(ofProgram(id)));
+            return ((await list) as Version[]).sort((a, b) => b.when - a.when);
+        },
+    };
+}
+
+function memoryStore(): Store {
+    const programs = new Map<string, Program>();
+    let versions: Version[] = [];
+    return {
+        kept: false,
+        all: () => Promise.resolve([...programs.values()]),
+        update(id, change) {
+            const made = change(programs.get(id) ?? null);
+            if (made !== null) {
+                programs.set(id, made.program);
+                versions = [...made.versions, ...versions];
+            }
+            return Promise.resolve();
+        },
+        remove(id) {
+            programs.delete(id);
+            versions = versions.filter((version) => version.program !== id);
+            return Promise.resolve();
+        },
+        versions: (id) => Promise.resolve(versions.filter((version) => version.program === id)),
+    };
+}
+
+export async function openStore(): Promise<Store> {
+    try {
+        return databaseStore(await openDatabase());
+    } catch {
+        return memoryStore();
+    }
+}
+
+// Small things that the page remembers, such as the sizes of its parts. They are no loss.
+export function remember(name: string, value: string | null): void {
+    try {
+        if (value === null) {
+            localStorage.removeItem(`tovik-${name}`);
+        } else {
+            localStorage.setItem(`tovik-${name}`, value);
+        }
+    } catch {
+        // Not allowed here, or full.
+    }
+}
+
+export function remembered(name: string): string | null {
+    try {
+        return localStorage.getItem(`tovik-${name}`);
+    } catch {
+        return null;
+    }
+}
+
+export function rememberedNames(beginning: string): string[] {
+    try {
+        return Object.keys(localStorage)
+            .filter((key) => key.startsWith(`tovik-${beginning}`))
+            .map((key) => key.slice('tovik-'.length));
+    } catch {
+        return [];
+    }
+}
