@@ -21,13 +21,17 @@ set(CPACK_DEBIAN_TOVIK_PACKAGE_NAME tovik)
 set(CPACK_DEBIAN_TOVIK_PACKAGE_SECTION education)
 set(CPACK_DEBIAN_TOVIK_PACKAGE_DEPENDS
   "tovik-run (= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}), hicolor-icon-theme, shared-mime-info")
+set(CPACK_DEBIAN_TOVIK_PACKAGE_RECOMMENDS "xdg-utils")
 set(CPACK_DEBIAN_TOVIK_PACKAGE_SUGGESTS "pulseaudio | pipewire-pulse, ffmpeg, sox")
 set(CPACK_COMPONENT_TOVIK_DESCRIPTION "assembler and simulated board for the K24 processor
 The K24 is a small 32-bit processor for teaching. This program assembles
 sources for it and runs them on a board in windows: switches, lamps,
 digits, a screen with keyboard, mouse and touch, sound, an SD card, a
 serial port and a camera. It steps through a program, stops at addresses
-and after writes, and shows all words of memory.")
+and after writes, and shows all words of memory.
+.
+The same is here as one page for browsers, and tovik-page, which puts a
+program and an assignment into that page.")
 
 set(CPACK_DEBIAN_TOVIK-RUN_PACKAGE_NAME tovik-run)
 set(CPACK_DEBIAN_TOVIK-RUN_PACKAGE_SECTION education)

@@ -10,7 +10,7 @@ local code_characters, wide_code_characters = 66, 78
 local manual = {
   { "tovik", 1 }, { "tovik-run", 1, "tovik-run.md" }, { "tovik-check", 1, "tovik-check.md" },
   { "tovik-lsp", 1, "editors.md" }, { "tovik-dap", 1, "tovik-dap.md" },
-  { "tovik-grade", 1, "tovik-grade.md" },
+  { "tovik-grade", 1, "tovik-grade.md" }, { "tovik-page", 1, "tovik-page.md" },
   { "k24-formats", 5, "formats.md" }, { "k24", 7, "k24.md" },
   { "k24-devices", 7, "devices.md" }, { "k24-diagnostics", 7, "diagnostics.md" }, { "tovik-relay", 8, "relay.md" },
 }
