@@ -31,6 +31,8 @@ COMPLETIONS = [
     ("tovik-run --mic pri", "tovik-run --mic primes.wav "),
     ("tovik-check --explain undefined-l", "tovik-check --explain undefined-label "),
     ("tovik-check pri", "tovik-check primes.k "),
+    ("tovik-page --out", "tovik-page --output "),
+    ("tovik-page --program pri", "tovik-page --program primes.k "),
     ("tovik -", "tovik -a "),
     ("tovik -a pri", "tovik -a primes.k "),
     ("tovik-relay --max-c", "tovik-relay --max-clients "),
