@@ -228,10 +228,7 @@ constexpr awaited_t STREAMS[] = {
 
 std::string_view name_of_awaited(bool (*wait)(int)) {
     if (wait == front_answers) {
-        const auto* const question =
-            std::find_if(QUESTIONS.begin(), QUESTIONS.end(),
-                         [](const question_t& one) { return one.title == front.wanted; });
-        return question->argument;
+        return question_titled(front.wanted).argument;
     }
     const auto* const stream = std::find_if(std::begin(STREAMS), std::end(STREAMS),
                                             [&](const awaited_t& one) { return one.wait == wait; });

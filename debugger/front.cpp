@@ -1,5 +1,6 @@
 #include "debugger/front.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "base/machine.h"
@@ -24,18 +25,10 @@ constexpr int COUNT_BITS = 15;
 constexpr int64_t MOST_ANSWERS = (int64_t{1} << COUNT_BITS) - 1;
 constexpr int64_t ANSWERED = int64_t{1} << 62;
 
-size_t place_of(std::string_view title) {
-    size_t place = 0;
-    while (QUESTIONS[place].title != title) {
-        ++place;
-    }
-    return place;
-}
-
 given_t next_answer(std::string_view title) {
     const passed_t* const last = journal_last(door_e::QUESTION);
     const int64_t counts = last == nullptr ? 0 : last->value & ~ANSWERED;
-    const int shift = static_cast<int>(place_of(title)) * COUNT_BITS;
+    const int shift = static_cast<int>(&question_titled(title) - QUESTIONS.data()) * COUNT_BITS;
     const int64_t given = counts >> shift & MOST_ANSWERS;
     const auto answers = front.answers.find(title);
     if (answers == front.answers.end() || given >= static_cast<int64_t>(answers->second.size()) ||
@@ -51,13 +44,18 @@ bool is_answer(const given_t& given) { return (given.value & ANSWERED) != 0; }
 given_t take_answer(std::string_view title) {
     given_t given = next_answer(title);
     if (front.waits && !is_answer(given)) {
-        front.wanted = QUESTIONS[place_of(title)].title;
+        front.wanted = question_titled(title).title;
         throw host_wait_t{front_answers};
     }
     return given;
 }
 
 } // namespace
+
+const question_t& question_titled(std::string_view title) {
+    return *std::find_if(QUESTIONS.begin(), QUESTIONS.end(),
+                         [&](const question_t& one) { return one.title == title; });
+}
 
 std::optional<std::string> front_answer(std::string_view title) {
     given_t given = through_journal(door_e::QUESTION, [&] { return take_answer(title); });

@@ -21,6 +21,9 @@ struct question_t {
 constexpr std::string_view SERIAL_PORT;
 extern const std::array<question_t, 4> QUESTIONS;
 
+// The one with a title, which must be of one.
+[[nodiscard]] const question_t& question_titled(std::string_view title);
+
 struct front_message_t {
     bool error;
     std::string text;

@@ -1,8 +1,8 @@
 #pragma once
 
-// The doors to the computer inside a browser, but for the loudspeaker, which hears what the board plays,
-// which gives and takes only between two stretches of a run: whoever runs the board there puts in here what
-// has come, and carries away what is to go out.
+// The doors to the computer inside a browser, which gives and takes only between two stretches of a run:
+// whoever runs the board there puts in here what has come, and carries away what is to go out. Not the
+// loudspeaker: the front end hears what the board plays.
 
 #include <cstdint>
 #include <deque>

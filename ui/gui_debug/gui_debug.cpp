@@ -2,7 +2,6 @@
 // questions are answered from debugger/front.h, and what is to be told is put there. Nothing waits for
 // anybody.
 
-#include <algorithm>
 #include <optional>
 #include <string>
 #include <utility>
@@ -30,11 +29,8 @@ bool gui_choosefile(bool save, std::string title, std::string /*filter_name*/, s
         filename = *answer;
         return true;
     }
-    const auto* const question = std::find_if(QUESTIONS.begin(), QUESTIONS.end(),
-                                              [&](const question_t& one) { return one.title == title; });
-    gui_message("The launch has no further file for its argument \"" + std::string(question->argument) +
-                    "\".",
-                false);
+    const std::string argument(question_titled(title).argument);
+    gui_message("The launch has no further file for its argument \"" + argument + "\".", false);
     return false;
 }
 

@@ -2,7 +2,7 @@
 
 import { element } from '../page/dom';
 
-export function sizeText(bytes: number): string {
+function sizeText(bytes: number): string {
     const kib = bytes / 1024;
     return kib < 1
         ? `${bytes} bytes`

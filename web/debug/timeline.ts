@@ -8,7 +8,7 @@ import { button, whenSeen } from './ui';
 const NS_PER_INSTRUCTION = 150;
 
 // "1.234 s" of the board's own time.
-export function boardTime(moment: number): string {
+function boardTime(moment: number): string {
     const ns = moment * NS_PER_INSTRUCTION;
     if (ns < 1e6) {
         return `${(ns / 1e3).toFixed(2)} µs`;
@@ -16,7 +16,7 @@ export function boardTime(moment: number): string {
     return ns < 1e9 ? `${(ns / 1e6).toFixed(3)} ms` : `${(ns / 1e9).toFixed(3)} s`;
 }
 
-export function grouped(number: number): string {
+function grouped(number: number): string {
     return String(number).replace(/\B(?=(\d{3})+$)/g, '\u202f');
 }
 

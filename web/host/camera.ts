@@ -7,7 +7,7 @@ const [WIDTH, HEIGHT] = [640, 480];
 const FRAME_MS = 33;
 
 // A picture as a camera delivers it. `rgba` has four bytes a point; the number of points is even.
-export function yuyvOf(rgba: Uint8ClampedArray): Uint8Array {
+function yuyvOf(rgba: Uint8ClampedArray): Uint8Array {
     const yuyv = new Uint8ClampedArray(rgba.length / 2);
     const at = (i: number): number => rgba[i] ?? 0;
     for (let from = 0, to = 0; from < rgba.length; from += 8, to += 4) {

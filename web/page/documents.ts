@@ -12,9 +12,9 @@ import type { Files } from './program';
 const FOLDER = '/program/';
 
 export const pathOf = (name: string): string => FOLDER + name;
-export const uriOf = (name: string): string =>
+const uriOf = (name: string): string =>
     `file://${FOLDER}${name.split('/').map(encodeURIComponent).join('/')}`;
-export const nameOfPath = (path: string): string => path.slice(FOLDER.length);
+const nameOfPath = (path: string): string => path.slice(FOLDER.length);
 export const nameOfUri = (uri: string): string => nameOfPath(decodeURIComponent(uri.slice('file://'.length)));
 
 export interface Document extends WorkspaceFile {
@@ -87,7 +87,7 @@ export function removeDocument(documents: Documents, name: string): void {
 }
 
 // Applies a change of text, whether the document has an editor or not.
-export function changeDocument(documents: Documents, document: Document, change: TransactionSpec): void {
+function changeDocument(documents: Documents, document: Document, change: TransactionSpec): void {
     if (document.view !== null) {
         document.view.dispatch(change);
         return;
