@@ -197,19 +197,20 @@ export function makeTab(page) {
     };
     // Pastes a text in place of all that is in the editor.
     const write = async (program) => {
-        await page.evaluate((words) => {
-            const area = document.body.appendChild(document.createElement('textarea'));
-            area.id = 'to-copy';
-            area.value = words;
-            area.focus();
-        }, program);
-        await key('Control+a');
-        await key('Control+c');
-        await page.$eval('#to-copy', (area) => area.remove());
         const first = program.split('\n', 1)[0];
         const isThere = async () =>
             (await page.$eval('.cm-line', (line) => line.textContent)).startsWith(first);
+        // A program that has just been made takes the keyboard for its editor, a moment later.
         await until(true, async () => {
+            await page.evaluate((words) => {
+                const area = document.body.appendChild(document.createElement('textarea'));
+                area.id = 'to-copy';
+                area.value = words;
+                area.focus();
+            }, program);
+            await key('Control+a');
+            await key('Control+c');
+            await page.$eval('#to-copy', (area) => area.remove());
             await page.click('.cm-content');
             await key('Control+a');
             await key('Control+v');
