@@ -99,11 +99,11 @@ void measure_jumps() {
         place ^= place << 17;
         const moment_t target = oldest + place % (newest - oldest);
         uint64_t begin = stopwatch_us();
-        history_go_to(target);
+        finish(history_go_to(target));
         worst_jump = std::max(worst_jump, stopwatch_us() - begin);
         for (int step = 0; step < 3; ++step) {
             begin = stopwatch_us();
-            history_go_to(history_now() - 1);
+            finish(history_go_to(history_now() - 1));
             worst_step = std::max(worst_step, stopwatch_us() - begin);
         }
         forget_calls();

@@ -4,22 +4,27 @@
 #include <cmath>
 #include <exception>
 #include <utility>
+#include <variant>
 
 #include "base/machine.h"
 #include "debugger/adapter_internal.h"
 #include "debugger/front.h"
 #include "host/capture.h"
+#include "host/clock.h"
 #include "host/line.h"
 #include "host/sound.h"
 
 namespace {
 
+// What may take long is gone as a way.
+using handler_t = std::variant<json (*)(adapter_t&, const json&), way_t<json> (*)(adapter_t&, json)>;
+
 struct request_t {
     std::string_view command;
-    json (*handle)(adapter_t&, const json&);
+    handler_t handle;
 };
 
-constexpr request_t REQUESTS[] = {
+const request_t REQUESTS[] = {
     {"initialize", initialize},
     {"launch", launch},
     {"attach", attach},
@@ -82,7 +87,7 @@ void check_phase(const adapter_t& adapter, std::string_view command) {
     }
 }
 
-json handle(adapter_t& adapter, const std::string& command, const json& arguments) {
+way_t<json> handle(adapter_t& adapter, std::string command, json arguments) {
     check_phase(adapter, command);
     const auto* const request = std::find_if(std::begin(REQUESTS), std::end(REQUESTS),
                                              [&](const request_t& one) { return one.command == command; });
@@ -92,7 +97,13 @@ json handle(adapter_t& adapter, const std::string& command, const json& argument
     if (!arguments.is_object() && !arguments.is_null()) {
         throw refused_t{"the arguments are not an object"};
     }
-    return request->handle(adapter, arguments.is_null() ? json::object() : arguments);
+    if (arguments.is_null()) {
+        arguments = json::object();
+    }
+    if (const auto* const short_one = std::get_if<0>(&request->handle)) {
+        co_return (*short_one)(adapter, arguments);
+    }
+    co_return co_await std::get<1>(request->handle)(adapter, arguments);
 }
 
 // All kinds have the one form, which clients might translate.
@@ -106,24 +117,24 @@ json failure(json response, const std::string& message, refusal_e kind = refusal
     return response;
 }
 
-// The answer comes before what the request leads to.
-json answer(adapter_t& adapter, const json& response, const std::string& command, const json& arguments) {
+way_t<json> answer(adapter_t& adapter, json response, std::string command, json arguments) {
     try {
         json good = response;
         good["success"] = true;
-        if (json body = handle(adapter, command, arguments); !body.is_null()) {
+        json body = co_await handle(adapter, command, arguments);
+        if (!body.is_null()) {
             good["body"] = std::move(body);
         }
-        return good;
+        co_return good;
     } catch (const refused_t& error) {
-        return failure(response, error.message, error.kind);
+        co_return failure(response, error.message, error.kind);
     } catch (const tovik_error& error) {
-        return failure(response, error.message);
+        co_return failure(response, error.message);
     } catch (const host_failure_t&) {
         const std::string text = front.messages.empty() ? "the computer fails" : front.messages.back().text;
-        return failure(response, text);
+        co_return failure(response, text);
     } catch (const std::exception& error) {
-        return failure(response, error.what());
+        co_return failure(response, error.what());
     }
 }
 
@@ -142,16 +153,16 @@ json parse_message(std::string_view text) {
     return too_deep ? json(json::value_t::discarded) : message;
 }
 
-void take(adapter_t& adapter, std::string_view text) {
-    const json message = parse_message(text);
+// Carries a message out. The answer comes before what the request leads to.
+way_t<> take(adapter_t& adapter, json message) {
     json response = {{"type", "response"}, {"request_seq", 0}, {"command", ""}};
     if (message.is_discarded()) {
         adapter.messages.push_back(failure(response, "this is not JSON, or too deep"));
-        return;
+        co_return;
     }
     const json& type = member(message, "type");
     if (type == "response" || type == "event") {
-        return;
+        co_return;
     }
     const json& seq = member(message, "seq");
     const json& command = member(message, "command");
@@ -159,14 +170,41 @@ void take(adapter_t& adapter, std::string_view text) {
     if (type != "request" || !command.is_string() || !seq.is_number_integer()) {
         adapter.messages.push_back(
             failure(response, "a request has the type request, a number seq and a command"));
-        return;
+        co_return;
     }
     response["command"] = command;
     adapter.request = seq;
-    const size_t place = adapter.messages.size();
-    json answered = answer(adapter, response, command, member(message, "arguments"));
-    adapter.messages.insert(adapter.messages.begin() + static_cast<std::ptrdiff_t>(place),
+    adapter.answer_at = adapter.messages.size();
+    json answered = co_await answer(adapter, response, command, member(message, "arguments"));
+    adapter.messages.insert(adapter.messages.begin() + static_cast<std::ptrdiff_t>(adapter.answer_at),
                             std::move(answered));
+}
+
+// Goes on with what is under way, for about the time of a piece.
+void go_on_with_way(adapter_t& adapter) {
+    const uint64_t begin_us = stopwatch_us();
+    while (!adapter.under_way->go_on()) {
+        if (stopwatch_us() - begin_us >= adapter.piece_us) {
+            return;
+        }
+    }
+    way_t<> ended = std::move(*adapter.under_way);
+    adapter.under_way.reset();
+    ended.result();
+}
+
+void begin(adapter_t& adapter, way_t<> way) {
+    adapter.under_way.emplace(std::move(way));
+    go_on_with_way(adapter);
+}
+
+// Each when those before it have been carried out.
+void take_waiting(adapter_t& adapter) {
+    while (!adapter.under_way && !adapter.waiting.empty() && !adapter.over) {
+        json message = std::move(adapter.waiting.front());
+        adapter.waiting.pop_front();
+        begin(adapter, take(adapter, std::move(message)));
+    }
 }
 
 // ---- The run
@@ -243,19 +281,36 @@ void tell_wanted(adapter_t& adapter, bool (*wait)(int)) {
     }
 }
 
-session_pass_t run_piece(adapter_t& adapter, int32_t most) {
+session_pass_t failed_pass(std::string description) {
+    session_pass_t pass;
+    pass.stop.why = stop_e::FAULT;
+    pass.stop.description = std::move(description);
+    return pass;
+}
+
+way_t<session_pass_t> pass_of_session(adapter_t& adapter, int32_t most) {
+    const progress_t goes_on = [&](double share) { return go_on(adapter, share); };
     try {
-        return session_run(most, [&](double share) { return go_on(adapter, share); });
+        co_return co_await session_run(most, goes_on);
     } catch (const host_failure_t&) {
-        const std::string text = front.messages.empty() ? "the computer fails" : front.messages.back().text;
-        return {.stop = {.why = stop_e::FAULT, .ids = {}, .description = text}};
+        co_return failed_pass(front.messages.empty() ? "the computer fails" : front.messages.back().text);
     } catch (const tovik_error& error) {
-        return {.stop = {.why = stop_e::FAULT, .ids = {}, .description = error.message}};
+        co_return failed_pass(error.message);
     }
 }
 
-// Returns after how many milliseconds to go on.
-std::optional<int> run(adapter_t& adapter, uint64_t now_us, adapter_pass_t& pass) {
+way_t<> run_piece(adapter_t& adapter, int32_t most) {
+    const session_pass_t piece = co_await pass_of_session(adapter, most);
+    const bool has_stopped = piece.stop.why != stop_e::NONE;
+    adapter.wait = piece.wait;
+    tell_wanted(adapter, has_stopped ? nullptr : piece.wait);
+    if (has_stopped) {
+        tell_stop(adapter, piece.stop);
+    }
+}
+
+// Begins the next piece when it is time for it; else returns after how many milliseconds it will be.
+std::optional<int> run(adapter_t& adapter, uint64_t now_us) {
     constexpr double LEAST_US = 16'000; // each piece is work for whoever shows the board
     constexpr double MS_PER_SECOND = 1'000;
     constexpr int LONGEST_SILENCE_MS = 500; // of a loudspeaker that asks for more
@@ -275,15 +330,8 @@ std::optional<int> run(adapter_t& adapter, uint64_t now_us, adapter_pass_t& pass
         }
     }
     adapt_piece(adapter, now_us);
-    const session_pass_t piece =
-        run_piece(adapter, static_cast<int32_t>(std::min<int64_t>(most, adapter.piece)));
-    pass.wait = piece.wait;
-    tell_wanted(adapter, piece.stop.why == stop_e::NONE ? piece.wait : nullptr);
-    if (piece.stop.why == stop_e::NONE) {
-        return 0;
-    }
-    tell_stop(adapter, piece.stop);
-    return std::nullopt;
+    begin(adapter, run_piece(adapter, static_cast<int32_t>(std::min<int64_t>(most, adapter.piece))));
+    return adapter.phase == phase_e::RUNNING ? std::optional(0) : std::nullopt;
 }
 
 } // namespace
@@ -319,6 +367,7 @@ std::vector<std::string> take_messages(adapter_t& adapter) {
         texts.push_back(message.dump(-1, ' ', false, json::error_handler_t::replace));
     }
     adapter.messages.clear();
+    adapter.answer_at = 0;
     return texts;
 }
 
@@ -430,15 +479,27 @@ void check_begun(const adapter_t& adapter) {
     }
 }
 
+bool adapter_is_on_its_way(const adapter_t& adapter) { return adapter.under_way.has_value(); }
+
 std::vector<std::string> adapter_take(adapter_t& adapter, std::string_view message) {
-    take(adapter, message);
+    adapter.waiting.push_back(parse_message(message));
+    take_waiting(adapter);
     return take_messages(adapter);
 }
 
 adapter_pass_t adapter_run(adapter_t& adapter, uint64_t now_us) {
     adapter_pass_t pass{};
-    pass.next_ms = run(adapter, now_us, pass);
-    if (adapter.phase >= phase_e::LAUNCHED && adapter.phase != phase_e::ENDED) {
+    if (adapter.under_way) {
+        go_on_with_way(adapter);
+        take_waiting(adapter);
+        pass.next_ms =
+            adapter.under_way || adapter.phase == phase_e::RUNNING ? std::optional(0) : std::nullopt;
+    } else {
+        pass.next_ms = run(adapter, now_us);
+    }
+    pass.wait = std::exchange(adapter.wait, nullptr);
+    const bool has_program = adapter.phase >= phase_e::LAUNCHED && adapter.phase != phase_e::ENDED;
+    if (has_program && !adapter.under_way) {
         tell_what_was_said(adapter);
         tell_lcd_at_rest(adapter, now_us);
         const std::optional<int> board_ms = tell_board(adapter, now_us);
@@ -448,20 +509,4 @@ adapter_pass_t adapter_run(adapter_t& adapter, uint64_t now_us) {
     }
     pass.messages = take_messages(adapter);
     return pass;
-}
-
-bool adapter_interrupts(const adapter_t& adapter, std::string_view text) {
-    const json message = parse_message(text);
-    const json& command = message.is_discarded() ? message : member(message, "command");
-    if (command == "cancel") {
-        const json& arguments = member(message, "arguments");
-        const json& way = member(arguments, "progressId");
-        return way.is_null() ? member(arguments, "requestId") == adapter.way.request : way == adapter.way.id;
-    }
-    for (const char* const one : {"pause", "disconnect", "terminate", "restart"}) {
-        if (command == one) {
-            return true;
-        }
-    }
-    return false;
 }

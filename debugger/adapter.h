@@ -1,7 +1,7 @@
 #pragma once
 
 // The Debug Adapter Protocol for a K24 program: messages in, messages out, and a run in pieces. It has no
-// input, output, threads or clock of its own: whoever carries the messages calls it.
+// input, output or threads of its own: whoever carries the messages calls it.
 //
 // A program begins with the request `launch` and is then a session of debugger/session.h. What is not in the
 // protocol, the board with its lamps, keys and screen, has requests and an event of its own:
@@ -11,7 +11,7 @@
 // `instructionReference`: word N is the bytes 4 N to 4 N + 3, the lowest one first.
 
 #include <cstdint>
-#include <functional>
+#include <deque>
 #include <map>
 #include <optional>
 #include <set>
@@ -55,7 +55,7 @@ struct breakpoints_told_t {
 };
 
 // A long way through the history, as the client is told of it.
-struct way_t {
+struct way_told_t {
     std::string title{};
     int64_t request = 0; // the number of the one that leads there
     uint64_t began_us = 0;
@@ -67,16 +67,13 @@ struct way_t {
 struct adapter_t {
     std::string version{};
 
-    // Called during long ways through the history, with messages that are to be sent at once; whether to go
-    // on. Without it all ways are gone to their ends.
-    std::function<bool(const std::vector<std::string>& messages)> go_on{};
-
     // The time of what the loudspeaker has asked for so far, in microseconds from anywhere: where there is
     // one, it sets the pace of the board's own speed, and not the clock.
     std::optional<uint64_t> speaker_us{};
 
-    uint64_t piece_us = 8'000; // how long a piece of a run is to take
+    uint64_t piece_us = 8'000; // how long a piece of a run, or of a long way, is to take
 
+    bool gone = false; // nobody reads any more: long ways are given up
     bool over = false; // the client has disconnected, and the program that carries the messages is to end
 
     // The adapter's own.
@@ -84,9 +81,11 @@ struct adapter_t {
     client_says_t client{};
     int64_t next_seq = 1;
     int64_t request = 0; // the number of the last
-    way_t way{};
+    way_told_t way{};
     int next_way = 1;
+    std::deque<nlohmann::json> waiting{};   // messages that have come while something was under way
     std::vector<nlohmann::json> messages{}; // to be sent
+    size_t answer_at = 0;                   // where among them the answer to the last request comes
     nlohmann::json launch{};                // the arguments of this request, for `restart`
     bool ends_at_halt = false;
     std::optional<double> speed{};        // in instructions a second; none: as fast as possible
@@ -109,10 +108,21 @@ struct adapter_t {
     uint64_t piece_at_us = 0;            // when the last one began; 0 for none
     uint64_t paced_us = 0;               // when the board's clock and its instructions agreed; 0 for not yet
     moment_t paced_moment = 0;           // and where it was then
+    bool (*wait)(int most_ms) = nullptr; // for what the last piece waits
+
+    // A request, or a piece of the run, that is not at its end. The last member: when it is dropped, it still
+    // finds the others.
+    std::optional<way_t<>> under_way{};
 };
+
+// Whether the board is at any moment of its past, on the way to somewhere else: it is not to be shown.
+[[nodiscard]] bool adapter_is_on_its_way(const adapter_t& adapter);
 
 // Takes a message, and returns those to be sent. A message that cannot be understood or carried out has the
 // answer that it failed; nothing that comes ends the adapter.
+//
+// What leads a long way through the history is only begun, and adapter_run goes on with it. Messages that
+// come meanwhile wait for its end; one that asks for an end or a pause, or cancels the way, has it given up.
 [[nodiscard]] std::vector<std::string> adapter_take(adapter_t& adapter, std::string_view message);
 
 // What is to be done after a piece of a run.
@@ -127,10 +137,6 @@ struct adapter_pass_t {
     bool (*wait)(int most_ms) = nullptr;
 };
 
-// Goes on with what runs, for about piece_us; to be called after messages, too. `now_us` is the time on a
-// clock that never goes back, in microseconds from anywhere.
+// Goes on with what runs or is under way, for about piece_us; to be called after messages, too. `now_us` is
+// the time on a clock that never goes back, in microseconds from anywhere.
 [[nodiscard]] adapter_pass_t adapter_run(adapter_t& adapter, uint64_t now_us);
-
-// Whether a message that has come is reason enough to give up the way that is gone, before it is taken: one
-// that asks for an end or a pause, or cancels this way.
-[[nodiscard]] bool adapter_interrupts(const adapter_t& adapter, std::string_view message);

@@ -130,15 +130,6 @@ void act(adapter_t& adapter, std::function<void()> what) {
     }
 }
 
-json go_to(adapter_t& adapter, moment_t moment) {
-    adapter.went_at = history_now();
-    going_t going(adapter, "Going to another moment");
-    const bool arrived = session_go_to(moment, going.progress());
-    adapter.stop = {};
-    tell_stopped(adapter, "goto", arrived ? "" : "Given up on the way");
-    return {{"now", history_now()}};
-}
-
 } // namespace
 
 std::string lcd_text() { return lcd_line(0) + "|" + lcd_line(1); }
@@ -324,9 +315,15 @@ json answer_card(adapter_t& adapter, bool goes_back) {
     return {{"result", "The card " + does + " the next change."}, {"variablesReference", 0}};
 }
 
-json go_to_moment(adapter_t& adapter, const json& arguments) {
+way_t<json> go_to_moment(adapter_t& adapter, json arguments) {
     check_begun(adapter);
-    return go_to(adapter, static_cast<moment_t>(number_in(arguments, "moment", 0, INT64_MAX)));
+    const auto moment = static_cast<moment_t>(number_in(arguments, "moment", 0, INT64_MAX));
+    adapter.went_at = history_now();
+    going_t going(adapter, "Going to another moment");
+    const bool arrived = co_await session_go_to(moment, going.progress());
+    adapter.stop = {};
+    tell_stopped(adapter, "goto", arrived ? "" : "Given up on the way");
+    co_return json({{"now", history_now()}});
 }
 
 json history_bounds(adapter_t& adapter, const json& /*arguments*/) {
@@ -334,19 +331,19 @@ json history_bounds(adapter_t& adapter, const json& /*arguments*/) {
     return {{"first", history_first()}, {"now", history_now()}, {"newest", history_newest()}};
 }
 
-json last_write(adapter_t& adapter, const json& arguments) {
+way_t<json> last_write(adapter_t& adapter, json arguments) {
     check_stopped(adapter);
     const int32_t place = place_named(text_in(arguments, "expression"));
     going_t going(adapter, LOOKS_BACK);
-    const std::optional<change_t> written = session_last_write(place, going.progress());
+    const std::optional<change_t> written = co_await session_last_write(place, going.progress());
     going.check();
     if (!written) {
-        return {{"found", false}};
+        co_return json({{"found", false}});
     }
-    return {{"found", true},
-            {"moment", written->moment},
-            {"count", written->count},
-            {"byUser", written->by_user},
-            {"instructionReference", memory_reference(written->pc)},
-            {"place", shown(where(session_places(), written->pc))}};
+    co_return json({{"found", true},
+                    {"moment", written->moment},
+                    {"count", written->count},
+                    {"byUser", written->by_user},
+                    {"instructionReference", memory_reference(written->pc)},
+                    {"place", shown(where(session_places(), written->pc))}});
 }

@@ -88,7 +88,7 @@ class going_t {
 
 // The same for a motion, from when it begins until it ends.
 void begin_way(adapter_t& adapter, const char* title);
-bool go_on(adapter_t& adapter, double share);
+bool go_on(adapter_t& adapter, double share); // whether to
 void end_way(adapter_t& adapter);
 
 // ---- Launch
@@ -96,7 +96,7 @@ void end_way(adapter_t& adapter);
 void set_phase(adapter_t& adapter, phase_e phase);
 // Throws refused_t where an answer to a question of the board's would do harm.
 void check_answer(const question_t& question, const std::string& answer);
-void begin_motion(adapter_t& adapter, motion_e motion, int32_t address = -1);
+void begin_motion(adapter_t& adapter, motion_e motion);
 
 // Tells that the program has stopped, or is over.
 void tell_stop(adapter_t& adapter, const session_stop_t& stop);
@@ -160,7 +160,7 @@ void tell_lcd(adapter_t& adapter);
 // The same when the text has stayed for a while, so that nobody gets it character by character.
 void tell_lcd_at_rest(adapter_t& adapter, uint64_t now_us);
 
-// ---- The requests; the names are those of the protocol
+// ---- The requests; the names are those of the protocol. Those that may take long are ways.
 
 json initialize(adapter_t& adapter, const json& arguments);
 json launch(adapter_t& adapter, const json& arguments);
@@ -177,11 +177,11 @@ json data_breakpoint_info(adapter_t& adapter, const json& arguments);
 json set_data_breakpoints(adapter_t& adapter, const json& arguments);
 
 json threads(adapter_t& adapter, const json& arguments);
-json stack_trace(adapter_t& adapter, const json& arguments);
+way_t<json> stack_trace(adapter_t& adapter, json arguments);
 json continue_program(adapter_t& adapter, const json& arguments);
 json next_instruction(adapter_t& adapter, const json& arguments);
 json step_in(adapter_t& adapter, const json& arguments);
-json step_out(adapter_t& adapter, const json& arguments);
+way_t<json> step_out(adapter_t& adapter, json arguments);
 json step_back(adapter_t& adapter, const json& arguments);
 json reverse_continue(adapter_t& adapter, const json& arguments);
 json pause_program(adapter_t& adapter, const json& arguments);
@@ -194,7 +194,7 @@ json scopes(adapter_t& adapter, const json& arguments);
 json variables(adapter_t& adapter, const json& arguments);
 json set_variable(adapter_t& adapter, const json& arguments);
 json set_expression(adapter_t& adapter, const json& arguments);
-json evaluate_text(adapter_t& adapter, const json& arguments);
+way_t<json> evaluate_text(adapter_t& adapter, json arguments);
 json completions(adapter_t& adapter, const json& arguments);
 
 json disassemble(adapter_t& adapter, const json& arguments);
@@ -213,6 +213,6 @@ json board_record(adapter_t& adapter, const json& arguments);
 json save_recording(adapter_t& adapter, const json& arguments);
 json set_speed(adapter_t& adapter, const json& arguments);
 json answer_question(adapter_t& adapter, const json& arguments);
-json go_to_moment(adapter_t& adapter, const json& arguments);
+way_t<json> go_to_moment(adapter_t& adapter, json arguments);
 json history_bounds(adapter_t& adapter, const json& arguments);
-json last_write(adapter_t& adapter, const json& arguments);
+way_t<json> last_write(adapter_t& adapter, json arguments);

@@ -1,5 +1,6 @@
 // Long ways through the history: the client is told how far they have come, and can give them up.
 
+#include <algorithm>
 #include <utility>
 
 #include "debugger/adapter_internal.h"
@@ -16,9 +17,15 @@ json event(const adapter_t& adapter, const char* name, json body) {
     return {{"type", "event"}, {"event", name}, {"body", std::move(body)}};
 }
 
+// What is told on the way comes before the answer.
+void tell_on_the_way(adapter_t& adapter, json message) {
+    adapter.messages.push_back(std::move(message));
+    adapter.answer_at = adapter.messages.size();
+}
+
 void tell_progress(adapter_t& adapter, double share) {
     constexpr double PERCENT = 100;
-    way_t& way = adapter.way;
+    way_told_t& way = adapter.way;
     const uint64_t now_us = stopwatch_us();
     const bool is_due =
         way.id.empty() ? now_us - way.began_us >= LEAST_US : now_us - way.told_us >= US_BETWEEN_UPDATES;
@@ -28,7 +35,7 @@ void tell_progress(adapter_t& adapter, double share) {
     way.told_us = now_us;
     json body = {{"percentage", static_cast<int>(share * PERCENT)}};
     if (!way.id.empty()) {
-        adapter.messages.push_back(event(adapter, "progressUpdate", std::move(body)));
+        tell_on_the_way(adapter, event(adapter, "progressUpdate", std::move(body)));
         return;
     }
     way.id = "way " + std::to_string(adapter.next_way++);
@@ -37,7 +44,18 @@ void tell_progress(adapter_t& adapter, double share) {
     if (adapter.phase != phase_e::RUNNING) {
         body["requestId"] = way.request;
     }
-    adapter.messages.push_back(event(adapter, "progressStart", std::move(body)));
+    tell_on_the_way(adapter, event(adapter, "progressStart", std::move(body)));
+}
+
+// Whether a message that waits is reason enough to give up the way.
+bool interrupts(const adapter_t& adapter, const json& message) {
+    const json& command = member(message, "command");
+    if (command == "cancel") {
+        const json& arguments = member(message, "arguments");
+        const json& way = member(arguments, "progressId");
+        return way.is_null() ? member(arguments, "requestId") == adapter.way.request : way == adapter.way.id;
+    }
+    return command == "pause" || command == "disconnect" || command == "terminate" || command == "restart";
 }
 
 } // namespace
@@ -65,9 +83,9 @@ void begin_way(adapter_t& adapter, const char* title) {
 
 bool go_on(adapter_t& adapter, double share) {
     tell_progress(adapter, share);
-    if (adapter.go_on && !adapter.go_on(take_messages(adapter))) {
-        adapter.way.given_up = true;
-    }
+    adapter.way.given_up |=
+        adapter.gone || std::any_of(adapter.waiting.begin(), adapter.waiting.end(),
+                                    [&](const json& message) { return interrupts(adapter, message); });
     return !adapter.way.given_up;
 }
 

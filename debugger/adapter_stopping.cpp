@@ -31,10 +31,15 @@ constexpr uint64_t MOST_US_IN_SILENCE = 2'000'000;
 
 constexpr const char* LOOKS_FOR_CALLER = "Looking for the callers";
 
-json go(adapter_t& adapter, motion_e motion, int32_t address = -1) {
+json go(adapter_t& adapter, motion_e motion) {
     check_begun(adapter);
-    begin_motion(adapter, motion, address);
+    begin_motion(adapter, motion);
     return nullptr;
+}
+
+void set_running(adapter_t& adapter) {
+    set_phase(adapter, phase_e::RUNNING);
+    begin_way(adapter, "Going back");
 }
 
 std::string first_line(const std::string& text) { return text.substr(0, text.find('\n')); }
@@ -63,16 +68,10 @@ json shown_frame(const adapter_t& adapter, const frame_t& frame, size_t index) {
 
 } // namespace
 
-void begin_motion(adapter_t& adapter, motion_e motion, int32_t address) {
+void begin_motion(adapter_t& adapter, motion_e motion) {
     adapter.went_at = history_now();
-    if (motion == motion_e::STEP_OUT) {
-        going_t going(adapter, LOOKS_FOR_CALLER);
-        session_go(motion, address, going.progress());
-    } else {
-        session_go(motion, address);
-    }
-    set_phase(adapter, phase_e::RUNNING);
-    begin_way(adapter, "Going back");
+    session_go(motion);
+    set_running(adapter);
 }
 
 void tell_stopped(adapter_t& adapter, const char* reason, const std::string& description,
@@ -128,7 +127,7 @@ json threads(adapter_t& /*adapter*/, const json& /*arguments*/) {
     return {{"threads", {{{"id", THREAD}, {"name", "K24"}}}}};
 }
 
-json stack_trace(adapter_t& adapter, const json& arguments) {
+way_t<json> stack_trace(adapter_t& adapter, json arguments) {
     check_stopped(adapter);
     const auto first = static_cast<size_t>(number_in(arguments, "startFrame", 0, INT32_MAX, 0));
     const auto levels = static_cast<size_t>(number_in(arguments, "levels", 0, INT32_MAX, 0));
@@ -136,10 +135,11 @@ json stack_trace(adapter_t& adapter, const json& arguments) {
     const uint64_t begin_us = stopwatch_us();
     // Who wants to see only where the program is does not wait until its callers are found.
     const bool only_first = first == 0 && levels == 1;
-    std::vector<frame_t> frames = session_frames([&](double share) {
+    const progress_t goes_on = [&](double share) {
         return !only_first && go_on(adapter, share) &&
                (adapter.client.progress || stopwatch_us() - begin_us < MOST_US_IN_SILENCE);
-    });
+    };
+    std::vector<frame_t> frames = co_await session_frames(goes_on);
     // The next instruction would be whatever stands behind the halt.
     if (machine.halted && !frames.empty() && frames.front().address >= WORDS_PER_INSTRUCTION) {
         frames.front().address -= WORDS_PER_INSTRUCTION;
@@ -148,7 +148,7 @@ json stack_trace(adapter_t& adapter, const json& arguments) {
     for (size_t i = first; i < frames.size() && (levels == 0 || i - first < levels); ++i) {
         shown.push_back(shown_frame(adapter, frames[i], i));
     }
-    return {{"stackFrames", shown}, {"totalFrames", frames.size()}};
+    co_return json({{"stackFrames", shown}, {"totalFrames", frames.size()}});
 }
 
 json continue_program(adapter_t& adapter, const json& /*arguments*/) {
@@ -162,7 +162,14 @@ json next_instruction(adapter_t& adapter, const json& /*arguments*/) {
 
 json step_in(adapter_t& adapter, const json& /*arguments*/) { return go(adapter, motion_e::STEP_IN); }
 
-json step_out(adapter_t& adapter, const json& /*arguments*/) { return go(adapter, motion_e::STEP_OUT); }
+way_t<json> step_out(adapter_t& adapter, json /*arguments*/) {
+    check_begun(adapter);
+    adapter.went_at = history_now();
+    going_t going(adapter, LOOKS_FOR_CALLER);
+    co_await session_step_out(going.progress());
+    set_running(adapter);
+    co_return nullptr;
+}
 
 // Line by line a call behind is gone over, instruction by instruction it is gone into.
 json step_back(adapter_t& adapter, const json& arguments) {

@@ -385,7 +385,7 @@ json set_expression(adapter_t& adapter, const json& arguments) {
 
 // In the console also an assignment, and there and where something is watched what takes a search through the
 // past. A client may have a command that says "watch" instead of a console.
-json evaluate_text(adapter_t& adapter, const json& arguments) {
+way_t<json> evaluate_text(adapter_t& adapter, json arguments) {
     check_launched(adapter);
     const std::string text(trimmed(text_in(arguments, "expression")));
     const bool hex = wants_hex(arguments);
@@ -393,23 +393,23 @@ json evaluate_text(adapter_t& adapter, const json& arguments) {
     if (is_command(text) && (context == "repl" || context == "watch")) {
         check_stopped(adapter);
         going_t going(adapter, LOOKS_BACK);
-        const std::string result = session_evaluate(text, going.progress());
+        const std::string result = co_await session_evaluate(text, going.progress());
         going.check();
-        return {{"result", result}, {"variablesReference", 0}};
+        co_return json({{"result", result}, {"variablesReference", 0}});
     }
     if (text == CARD_GOES_BACK || text == CARD_STAYS) {
-        return answer_card(adapter, text == CARD_GOES_BACK);
+        co_return answer_card(adapter, text == CARD_GOES_BACK);
     }
     if (context != "repl") {
-        return evaluated(text, hex);
+        co_return evaluated(text, hex);
     }
     if (const size_t equals = find_assignment(text); equals != std::string::npos) {
         check_stopped(adapter);
         const int32_t place = place_named(text.substr(0, equals));
-        return {{"result", change(adapter, place, text.substr(equals + 1), hex)["value"]},
-                {"variablesReference", 0}};
+        co_return json({{"result", change(adapter, place, text.substr(equals + 1), hex)["value"]},
+                        {"variablesReference", 0}});
     }
-    return evaluated(text, hex);
+    co_return evaluated(text, hex);
 }
 
 json completions(adapter_t& adapter, const json& arguments) {

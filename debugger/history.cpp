@@ -22,11 +22,14 @@ constexpr uint64_t COPIES_SHARE = 20; // one part of so many is for copies
 
 // Pieces in which the board runs, in instructions: the clock is looked at after each.
 constexpr int32_t PIECE = 200000;
-constexpr moment_t PIECE_OF_THE_PAST = 20000000;
 
-// After how long, about, the progress is asked. Where every instruction is looked at, little is done then.
-constexpr uint64_t US_BETWEEN_QUESTIONS = 20000;
-constexpr moment_t LEAST_PIECE_OF_THE_PAST = 1000;
+// A longer stretch of the past has at least one copy in it.
+constexpr moment_t LONGEST_STRETCH = 20000000;
+
+// After how long, about, a way pauses. Where every instruction is looked at, little is done then.
+constexpr uint64_t US_BETWEEN_PAUSES = 2000;
+constexpr moment_t FEWEST_BETWEEN_PAUSES = 1000;
+constexpr moment_t PIECE_GROWS = 4;
 
 // A stretch that takes longer to search is searched in parts, so that whoever asks it stretch by stretch gets
 // his turn.
@@ -136,11 +139,17 @@ pass_t run_piece(int32_t most) {
     return pass;
 }
 
+// How many instructions take about the time between two pauses, judged by the last piece.
+moment_t next_piece(moment_t piece, uint64_t took_us) {
+    const moment_t better = piece * US_BETWEEN_PAUSES / std::max<uint64_t>(took_us, 1);
+    return std::clamp(better, FEWEST_BETWEEN_PAUSES, std::min<moment_t>(piece * PIECE_GROWS, PIECE));
+}
+
 // Executes the past up to a moment, with what the user did on the way and there. Copies of what lies just
 // before it are made: who goes to a moment mostly goes on from there backwards.
-bool repeat_until(moment_t end, bool with_copies, const progress_t& progress) {
+way_t<bool> repeat_until(moment_t end, bool with_copies, progress_t progress) {
     const moment_t begin = now();
-    moment_t piece = PIECE;
+    moment_t piece = FEWEST_BETWEEN_PAUSES;
     const auto goes_on = [&] {
         return !progress || progress(static_cast<double>(now() - begin) / static_cast<double>(end - begin));
     };
@@ -158,21 +167,22 @@ bool repeat_until(moment_t end, bool with_copies, const progress_t& progress) {
         if (acts_done() < history.acts.size()) {
             most = std::min(most, history.acts[acts_done()].moment - now());
         }
-        const moment_t target = now() + std::min(most, PIECE_OF_THE_PAST);
+        const moment_t target = now() + std::min(most, LONGEST_STRETCH);
         while (now() < target && !machine.halted) {
+            co_await pause_t{};
             if (!goes_on()) {
-                return false;
+                co_return false;
             }
             const uint64_t begin_us = stopwatch_us();
             run_piece(static_cast<int32_t>(std::min(target - now(), piece)));
-            const bool was_short = stopwatch_us() - begin_us < US_BETWEEN_QUESTIONS;
-            piece = std::clamp(was_short ? piece * 2 : piece / 2, LEAST_PIECE_OF_THE_PAST, PIECE_OF_THE_PAST);
+            piece = next_piece(piece, stopwatch_us() - begin_us);
         }
         if (with_copies && end - now() > SHORT_WAY / 2) {
+            co_await pause_t{};
             take_checkpoint(now());
         }
     }
-    return true;
+    co_return true;
 }
 
 void check_files() {
@@ -200,6 +210,15 @@ void leave_newest() {
 
 void settle_present() { journal_go_to(journal_mark(), at_newest()); }
 
+// However a way ends, the journal knows whether it has led to the newest moment.
+class settling_t {
+  public:
+    settling_t() = default;
+    settling_t(const settling_t&) = delete;
+    settling_t& operator=(const settling_t&) = delete;
+    ~settling_t() { settle_present(); }
+};
+
 // While the past is repeated, nobody's stops are in force.
 class without_stops_t {
   public:
@@ -224,25 +243,26 @@ class without_stops_t {
 
 // Goes to the last copy before the end of a stretch, after making some on the way where it is a long one.
 // Returns false when the progress has said so.
-bool begin_search_before(moment_t end, const progress_t& progress) {
+way_t<bool> begin_search_before(moment_t end, progress_t progress) {
     const moment_t begin = *checkpoint_until(end - 1);
     restore(begin);
     if (end - begin > history.longest_search) {
         const without_stops_t quiet;
-        if (!repeat_until(end - 1, true, progress)) {
-            return false;
+        if (!co_await repeat_until(end - 1, true, progress)) {
+            co_return false;
         }
+        co_await pause_t{};
         thin();
         restore(*checkpoint_until(end - 1));
     }
-    return true;
+    co_return true;
 }
 
 void adapt_search(uint64_t took_us) {
     if (took_us > MOST_SEARCH_US) {
         history.longest_search = std::max(history.longest_search / 2, SHORT_WAY);
     } else if (took_us < MOST_SEARCH_US / 4) {
-        history.longest_search = std::min(history.longest_search * 2, PIECE_OF_THE_PAST);
+        history.longest_search = std::min(history.longest_search * 2, LONGEST_STRETCH);
     }
 }
 
@@ -327,30 +347,36 @@ void history_act(std::function<void()> act, bool card_goes_back) {
     perform(history.acts.back().act);
 }
 
-bool history_go_to(moment_t moment, const progress_t& progress) {
+way_t<bool> history_go_to(moment_t moment, progress_t progress) {
     const moment_t target = std::clamp(moment, history_first(), history.newest);
     if (target == now()) {
-        return true;
+        co_return true;
     }
     check_files();
     const without_stops_t quiet;
     leave_newest();
+    const settling_t settling;
     const moment_t copy_moment = *checkpoint_until(target);
     if (target < now() || copy_moment > now()) {
         restore(copy_moment);
     }
-    const bool arrived = repeat_until(target, true, progress);
+    const bool arrived = co_await repeat_until(target, true, progress);
     thin();
-    settle_present();
-    return arrived;
+    co_return arrived;
+}
+
+way_t<bool> history_repeat(moment_t end, progress_t progress) {
+    const settling_t settling;
+    co_return co_await repeat_until(end, false, progress);
 }
 
 moment_t history_copy_until(moment_t moment) { return *checkpoint_until(moment); }
 
-bool history_search(moment_t before, const std::function<bool()>& found, const progress_t& progress,
-                    const std::function<void()>& begins) {
+way_t<bool> history_search(moment_t before, std::function<bool()> found, progress_t progress,
+                           std::function<void()> begins) {
     check_files();
     leave_newest();
+    const settling_t settling;
     moment_t end = std::min(before, history.newest);
     bool is_found = false;
     moment_t begin = end;
@@ -364,7 +390,8 @@ bool history_search(moment_t before, const std::function<bool()>& found, const p
     const progress_t of_search = progress ? progress_t(of_all) : nullptr;
     while (!is_found && end > history_first()) {
         is_on_its_way = true;
-        if (!begin_search_before(end, of_search)) {
+        co_await pause_t{};
+        if (!co_await begin_search_before(end, of_search)) {
             break;
         }
         is_on_its_way = false;
@@ -373,15 +400,14 @@ bool history_search(moment_t before, const std::function<bool()>& found, const p
         if (begins) {
             begins();
         }
-        if (!repeat_until(end, false, of_search)) {
+        if (!co_await repeat_until(end, false, of_search)) {
             break;
         }
         adapt_search(stopwatch_us() - begin_us);
         is_found = found();
         end = begin;
     }
-    settle_present();
-    return is_found;
+    co_return is_found;
 }
 
 size_t history_size() { return outside_size() + checkpoints_size(); }

@@ -20,6 +20,7 @@
 
 #include "core/simulate.h"
 #include "debugger/pages.h"
+#include "debugger/way.h"
 
 constexpr size_t MOST_HISTORY_BYTES = size_t{256} << 20;
 
@@ -54,7 +55,14 @@ using progress_t = std::function<bool(double)>;
 // Goes to a moment, or to the nearest that can be reached, after all that the user did there. Returns false,
 // with the board at some moment on the way, when the progress has said so. Throws tovik_error when a file
 // from which the board has read is no longer what it was.
-bool history_go_to(moment_t moment, const progress_t& progress = nullptr);
+//
+// This way and the next pause every few milliseconds. The board is then at any moment, and nothing else may
+// be done with the history before the end. One that is dropped leaves the board where it is.
+way_t<bool> history_go_to(moment_t moment, progress_t progress = nullptr);
+
+// Executes the past from where the board is up to a moment, with the stops in force that the caller has set,
+// which must not stop it. Returns whether the progress has let it.
+way_t<bool> history_repeat(moment_t end, progress_t progress = nullptr);
 
 // The moment of the newest copy of the board that is not after one of the history: from there the way on is
 // the shortest.
@@ -65,8 +73,8 @@ bool history_go_to(moment_t moment, const progress_t& progress = nullptr);
 // Returns whether it was, and false, too, when the progress has said that it is enough: all of it would be
 // the whole way to the beginning. `begins` is called where each stretch begins. The board is afterwards at
 // any moment. Throws as history_go_to.
-bool history_search(moment_t before, const std::function<bool()>& found, const progress_t& progress = nullptr,
-                    const std::function<void()>& begins = nullptr);
+way_t<bool> history_search(moment_t before, std::function<bool()> found, progress_t progress = nullptr,
+                           std::function<void()> begins = nullptr);
 
 // What the history takes of memory, about, in bytes.
 [[nodiscard]] size_t history_size();

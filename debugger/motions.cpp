@@ -1,6 +1,8 @@
 // The ways forward and back.
 
 #include <algorithm>
+#include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <utility>
@@ -59,36 +61,64 @@ session_stop_t stop_for(stop_e why, std::string description = {}) {
 // Nobody waits longer for a reason.
 constexpr uint64_t MOST_SEARCH_US = 500000;
 
-std::optional<writer_t> find_writer(int32_t address) {
+way_t<std::optional<writer_t>> find_writer(int32_t address) {
     const uint64_t begin = stopwatch_us();
     bool gave_up = false;
-    const auto goes_on = [&](double /*done*/) {
+    const progress_t goes_on = [&](double /*done*/) {
         gave_up = stopwatch_us() - begin >= MOST_SEARCH_US;
         return !gave_up;
     };
-    const std::optional<change_t> written = session_last_write(address, goes_on);
+    const std::optional<change_t> written = co_await session_last_write(address, goes_on);
     if (gave_up || (written && written->by_user) || (!written && history_first() > 0)) {
-        return std::nullopt;
+        co_return std::nullopt;
     }
-    return written ? writer_t{written->pc, written->count} : writer_t{NOBODY, 0};
+    co_return written ? writer_t{written->pc, written->count} : writer_t{NOBODY, 0};
 }
 
-session_stop_t stop_at_fault() {
-    std::string text = last_stop().error;
-    text += (text.ends_with('\n') ? "" : "\n") + shown(where(state.places, machine.pc));
-    const reason_t reason = reason_of(state.places, find_writer);
-    text += (reason.text.empty() ? "" : "\n") + reason.text;
-    return stop_for(stop_e::FAULT, std::move(text));
+// What is told of the board with the help of those who wrote its words. Who asks for one cannot wait until it
+// has been found: it is found afterwards, and all is told once more.
+way_t<std::string> told_with_writers(std::function<std::string(const last_writer_t&)> tell) {
+    std::map<int32_t, std::optional<writer_t>> known;
+    for (;;) {
+        std::optional<int32_t> wanted;
+        std::string text = tell([&](int32_t address) -> std::optional<writer_t> {
+            const auto found = known.find(address);
+            if (found == known.end()) {
+                wanted = address;
+                return std::nullopt;
+            }
+            return found->second;
+        });
+        if (!wanted) {
+            co_return text;
+        }
+        const std::optional<writer_t> writer = co_await find_writer(*wanted);
+        known.emplace(*wanted, writer);
+    }
 }
 
-session_stop_t stop_at_halt() {
-    const std::string reason = halt_in_words(state.places, find_writer);
-    return stop_for(stop_e::HALT, reason.empty() ? "" : "Halted. " + reason);
+way_t<std::string> fault_text() {
+    const stop_t stop = {last_stop().reason, last_stop().error}; // looking for a writer changes it
+    const auto tell = [&](const last_writer_t& last_writer) {
+        return reason_of(state.places, stop, last_writer).text;
+    };
+    const std::string reason = co_await told_with_writers(tell);
+    const std::string place = shown(where(state.places, machine.pc));
+    co_return stop.error + (stop.error.ends_with('\n') ? "" : "\n") + place + (reason.empty() ? "" : "\n") +
+        reason;
+}
+
+way_t<std::string> halt_text() {
+    const auto tell = [](const last_writer_t& last_writer) {
+        return halt_in_words(state.places, last_writer);
+    };
+    const std::string reason = co_await told_with_writers(tell);
+    co_return reason.empty() ? "" : "Halted. " + reason;
 }
 
 session_stop_t stop_before_run() {
     if (machine.halted) {
-        return stop_at_halt();
+        return stop_for(stop_e::HALT);
     }
     if (state.motion.paused) {
         return stop_for(stop_e::PAUSE, waiting_in_words(state.places));
@@ -117,10 +147,10 @@ bool is_single_step() {
 
 session_stop_t stop_after_run(const pass_t& pass) {
     if (pass.idle && machine.halted) {
-        return stop_at_halt();
+        return stop_for(stop_e::HALT);
     }
     if (pass.idle && last_stop().reason == stop_reason_e::ERROR) {
-        return stop_at_fault();
+        return stop_for(stop_e::FAULT);
     }
     if (state.met.by_write && is_breakpoint(machine.pc)) {
         ask_here();
@@ -146,7 +176,8 @@ pass_t run_heard(int32_t most) {
     return history_run(most);
 }
 
-session_pass_t run_forward(int32_t most) {
+// What a halt or a fault has to say is still missing.
+session_pass_t run_piece(int32_t most) {
     settle_watches();
     state.work = 0;
     while (most > 0 && state.work < MOST_WORK) {
@@ -174,44 +205,58 @@ session_pass_t run_forward(int32_t most) {
     return {};
 }
 
-bool move_to(moment_t moment, const progress_t& progress = nullptr) {
-    const bool arrived = history_go_to(moment, progress);
+way_t<session_pass_t> run_forward(int32_t most) {
+    session_pass_t pass = run_piece(most);
+    if (pass.stop.why == stop_e::HALT) {
+        pass.stop.description = co_await halt_text();
+    } else if (pass.stop.why == stop_e::FAULT) {
+        pass.stop.description = co_await fault_text();
+    }
+    co_return pass;
+}
+
+way_t<bool> move_to(moment_t moment, progress_t progress = nullptr) {
+    const bool arrived = co_await history_go_to(moment, progress);
     state.script_stop.reset();
     forget_hits_after(history_now());
     settle_watches();
-    return arrived;
+    co_return arrived;
 }
 
 // The moment of the call from which the instruction before now, at machine.pc, returns, if it does and the
 // call was one.
-std::optional<moment_t> call_returned_from(moment_t now, const progress_t& progress) {
+way_t<std::optional<moment_t>> call_returned_from(moment_t now, progress_t progress) {
     if (!whole_in_memory(machine.pc) || words_at(machine.pc).opcode != K24_RET) {
-        return std::nullopt;
+        co_return std::nullopt;
     }
     const int32_t return_word = words_at(machine.pc).arg1;
     if (!in_memory(return_word)) {
-        return std::nullopt;
+        co_return std::nullopt;
     }
     const int32_t behind = machine.memory[return_word];
-    const std::optional<change_t> written = session_last_write(return_word, progress);
+    const std::optional<change_t> written = co_await session_last_write(return_word, progress);
     const bool is_call = written && written->moment < now && !written->by_user &&
                          written->pc == behind - WORDS_PER_INSTRUCTION && whole_in_memory(written->pc) &&
                          words_at(written->pc).opcode == K24_CALL;
-    return is_call ? std::optional(written->moment - 1) : std::nullopt;
+    co_return is_call ? std::optional(written->moment - 1) : std::nullopt;
 }
 
-session_stop_t step_back(bool over, const progress_t& progress = nullptr) {
+way_t<session_stop_t> step_back(bool over, progress_t progress) {
+    session_stop_t stop;
     const moment_t now = history_now();
     if (now <= history_first()) {
-        return {.why = stop_e::BEGINNING, .ids = {}, .description = {}};
+        stop.why = stop_e::BEGINNING;
+        co_return stop;
     }
-    move_to(now - 1);
+    co_await move_to(now - 1);
     if (over) {
-        if (const std::optional<moment_t> call = call_returned_from(now, progress)) {
-            move_to(*call);
+        const std::optional<moment_t> call = co_await call_returned_from(now, progress);
+        if (call) {
+            co_await move_to(*call);
         }
     }
-    return {.why = stop_e::STEP, .ids = {}, .description = {}};
+    stop.why = stop_e::STEP;
+    co_return stop;
 }
 
 // While it lives, nothing stops and what is met is kept.
@@ -230,56 +275,62 @@ double share_of_motion(double share_of_rest) {
 }
 
 // Looks through one stretch of the past.
-session_stop_t search_stretch(const progress_t& progress) {
+way_t<session_stop_t> search_stretch(progress_t progress) {
     motion_t& motion = state.motion;
     state.met = {};
     if (motion.paused) {
-        move_to(motion.frontier);
-        return stop_for(stop_e::PAUSE);
+        co_await move_to(motion.frontier);
+        co_return stop_for(stop_e::PAUSE);
     }
     if (motion.frontier <= history_first()) {
-        move_to(history_first());
-        return stop_for(stop_e::BEGINNING);
+        co_await move_to(history_first());
+        co_return stop_for(stop_e::BEGINNING);
     }
     moment_t begin = motion.frontier;
     {
         const collecting_t collecting;
-        const auto begins = [&] {
+        const std::function<bool()> found = [] { return true; };
+        const std::function<void()> begins = [&] {
             begin = history_now();
             settle_watches();
         };
-        const auto goes_on = [&](double share) {
+        const progress_t goes_on = [&](double share) {
             motion.paused |= progress && !progress(share_of_motion(share));
             return !motion.paused;
         };
-        if (!history_search(
-                motion.frontier, [] { return true; }, goes_on, begins)) {
-            return {};
+        if (!co_await history_search(motion.frontier, found, goes_on, begins)) {
+            co_return session_stop_t{};
         }
     }
     motion.frontier = begin;
     if (state.met.ids.empty()) {
-        return {};
+        co_return session_stop_t{};
     }
     const meeting_t met = state.met;
-    if (!move_to(met.moment, progress)) {
-        return stop_for(stop_e::PAUSE);
+    if (!co_await move_to(met.moment, progress)) {
+        co_return stop_for(stop_e::PAUSE);
     }
     state.met = met;
-    return stop_of_meeting();
+    co_return stop_of_meeting();
 }
 
-session_pass_t carry_out(int32_t most, const progress_t& progress) {
+way_t<session_pass_t> carry_out(int32_t most, progress_t progress) {
+    session_pass_t pass;
     switch (state.motion.kind) {
     case motion_e::STEP_BACK:
-        return {.stop = step_back(false)};
+        pass.stop = co_await step_back(false, progress);
+        break;
     case motion_e::STEP_BACK_OVER:
-        return {.stop = step_back(true, progress)};
+        pass.stop = co_await step_back(true, progress);
+        break;
     case motion_e::REVERSE_CONTINUE:
-        return {.stop = search_stretch(progress)};
+        pass.stop = co_await search_stretch(progress);
+        break;
     default:
-        return run_forward(most);
+        pass = co_await run_forward(most);
+        break;
     }
+    co_return pass;
 }
 
 void aim_over() {
@@ -290,20 +341,12 @@ void aim_over() {
     }
 }
 
-void aim_out(const progress_t& progress) {
-    const std::vector<frame_t> frames = session_frames(progress);
-    if (frames.size() > 1) {
-        state.motion.target = frames[1].address + WORDS_PER_INSTRUCTION;
-        state.motion.return_word = frames[0].return_word;
-    }
-}
-
 } // namespace
 } // namespace session
 
 using namespace session;
 
-void session_go(motion_e motion, int32_t address, const progress_t& progress) {
+void session_go(motion_e motion, int32_t address) {
     remember_values();
     state.motion = {};
     state.motion.kind = motion;
@@ -311,31 +354,40 @@ void session_go(motion_e motion, int32_t address, const progress_t& progress) {
     state.motion.frontier = history_now();
     if (motion == motion_e::STEP_OVER) {
         aim_over();
-    } else if (motion == motion_e::STEP_OUT) {
-        aim_out(progress);
     } else if (motion == motion_e::RUN_TO) {
         state.motion.target = address;
     }
     state.motion.going = true;
 }
 
+way_t<> session_step_out(progress_t progress) {
+    const std::vector<frame_t> frames = co_await session_frames(progress);
+    session_go(motion_e::STEP_OUT);
+    if (frames.size() > 1) {
+        state.motion.target = frames[1].address + WORDS_PER_INSTRUCTION;
+        state.motion.return_word = frames[0].return_word;
+    }
+}
+
 void session_pause() { state.motion.paused = true; }
 
-session_pass_t session_run(int32_t most, const progress_t& progress) {
+way_t<session_pass_t> session_run(int32_t most, progress_t progress) {
+    session_pass_t pass;
     if (!state.motion.going) {
-        return {.stop = state.last};
+        pass.stop = state.last;
+        co_return pass;
     }
     put_stops();
-    session_pass_t pass = carry_out(most, progress);
+    pass = co_await carry_out(most, progress);
     if (pass.stop.why != stop_e::NONE) {
         state.last = pass.stop;
         state.motion = {};
     }
-    return pass;
+    co_return pass;
 }
 
-bool session_go_to(moment_t moment, const progress_t& progress) {
+way_t<bool> session_go_to(moment_t moment, progress_t progress) {
     remember_values();
     state.motion = {};
-    return move_to(moment, progress);
+    co_return co_await move_to(moment, progress);
 }

@@ -426,7 +426,8 @@ std::string awaited_in_words(const std::vector<int32_t>& ports) {
         const device_t* const device = find_device(ports[i]);
         const register_e kind = find_register(ports[i])->kind;
         const int32_t value = peek_register(ports[i]).value_or(0);
-        text += (i == 0 ? "" : ", and for ") + register_in_words(ports[i]);
+        text += (i == 0 ? "" : ", and for ") + name_of_register(ports[i]) + ", " +
+                hexadecimal(wrap_add(IO_BASE, ports[i]));
         // That a response is 0 goes without saying.
         text += kind == register_e::RESPONSE && value == 0 ? "" : ", now " + std::to_string(value);
         const bool is_last = i + 1 == ports.size() || find_device(ports[i + 1]) != device;
@@ -492,13 +493,13 @@ std::string halt_in_words(const places_t& places, const last_writer_t& last_writ
     return telling.text;
 }
 
-reason_t reason_of(const places_t& places, const last_writer_t& last_writer) {
+reason_t reason_of(const places_t& places, stop_t stop, const last_writer_t& last_writer) {
     telling_t telling = {places, last_writer, ""};
     reason_t reason;
     int32_t pc = machine.pc;
-    switch (last_stop().reason) {
+    switch (stop.reason) {
     case stop_reason_e::ERROR:
-        say_fault(telling, std::string(last_stop().error)); // looking for a writer changes that one
+        say_fault(telling, stop.error); // last_stop() may change when a writer is looked for
         break;
     case stop_reason_e::HALT:
         pc = wrap_sub(machine.pc, WORDS_PER_INSTRUCTION);

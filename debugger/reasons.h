@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "core/simulate.h"
 #include "debugger/places.h"
 
 constexpr int32_t NOBODY = -1;
@@ -27,9 +28,10 @@ struct reason_t {
     std::vector<int32_t> waits_for; // offsets of the registers that a loop reads which does nothing else
 };
 
-// Of the last run, which has stopped, or of the next instructions of one that has been interrupted. Changes
-// nothing on the board. Without `last_writer` an overwritten word is only told by what was loaded.
-[[nodiscard]] reason_t reason_of(const places_t& places, const last_writer_t& last_writer = nullptr);
+// Of a run that has stopped so, or of the next instructions of one that has been interrupted. Changes nothing
+// on the board. Without `last_writer` an overwritten word is only told by what was loaded.
+[[nodiscard]] reason_t reason_of(const places_t& places, stop_t stop,
+                                 const last_writer_t& last_writer = nullptr);
 
 // What the next instructions do if they wait or go round for ever: "The program waits at ..."; else empty.
 [[nodiscard]] std::string waiting_in_words(const places_t& places);

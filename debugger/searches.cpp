@@ -75,39 +75,39 @@ void look_at_condition(moment_t moment, bool by_user = false) {
 }
 
 // Looks through the past until now, the newest first, and comes back. Returns whether something was found.
-bool search_past(const stops_t& question, const std::function<void()>& begins,
-                 std::function<void(int32_t)> user_has, const progress_t& progress) {
+way_t<bool> search_past(const stops_t& question, std::function<void()> begins,
+                        std::function<void(int32_t)> user_has, progress_t progress) {
     const moment_t here = history_now();
+    const std::function<bool()> found = [] { return search.last.has_value(); };
     bool is_found = false;
     {
         const other_stops_t others(question);
         act_done = std::move(user_has);
-        is_found = history_search(
-            here, [] { return search.last.has_value(); }, progress, begins);
+        is_found = co_await history_search(here, found, progress, begins);
     }
     if (!is_found) {
         search.last.reset();
     }
-    history_go_to(here);
-    return is_found;
+    co_await history_go_to(here);
+    co_return is_found;
 }
 
 // As search_past, with what was done at the moment that was found.
-std::optional<change_t> look_for_change(const stops_t& question, const std::function<void()>& begins,
-                                        std::function<void(int32_t)> user_has, const progress_t& progress) {
+way_t<std::optional<change_t>> look_for_change(const stops_t& question, std::function<void()> begins,
+                                               std::function<void(int32_t)> user_has, progress_t progress) {
     const moment_t here = history_now();
-    if (!search_past(question, begins, std::move(user_has), progress)) {
-        return std::nullopt;
+    if (!co_await search_past(question, begins, user_has, progress)) {
+        co_return std::nullopt;
     }
     change_t change = {.moment = *search.last, .pc = -1, .count = 0, .by_user = search.by_user};
-    history_go_to(change.moment);
+    co_await history_go_to(change.moment);
     change.count = machine.instr_count;
     if (!change.by_user) {
-        history_go_to(change.moment - 1);
+        co_await history_go_to(change.moment - 1);
     }
     change.pc = machine.pc;
-    history_go_to(here);
-    return change;
+    co_await history_go_to(here);
+    co_return change;
 }
 
 void look_for_writes_to_word(stops_t& question) {
@@ -136,9 +136,9 @@ void look_for_writes_to_port(stops_t& question) {
 
 using namespace session;
 
-std::optional<change_t> session_last_write(int32_t address, const progress_t& progress) {
+way_t<std::optional<change_t>> session_last_write(int32_t address, progress_t progress) {
     if (address >= MEMORY_SIZE) {
-        return std::nullopt;
+        co_return std::nullopt;
     }
     search = {};
     search.address = address;
@@ -148,16 +148,17 @@ std::optional<change_t> session_last_write(int32_t address, const progress_t& pr
     } else {
         look_for_writes_to_port(question);
     }
-    const auto user_has = [](int32_t written) {
+    const std::function<void()> begins = look_ahead;
+    const std::function<void(int32_t)> user_has = [](int32_t written) {
         if (written == search.address) {
             find(history_now(), true);
         }
         look_ahead();
     };
-    return look_for_change(question, look_ahead, user_has, progress);
+    co_return co_await look_for_change(question, begins, user_has, progress);
 }
 
-std::optional<change_t> session_became_true(const expression_t& condition, const progress_t& progress) {
+way_t<std::optional<change_t>> session_became_true(expression_t condition, progress_t progress) {
     search = {};
     search.condition = &condition;
     stops_t question;
@@ -176,7 +177,9 @@ std::optional<change_t> session_became_true(const expression_t& condition, const
             return false;
         };
     }
-    const auto begins = [] { search.before = is_true(); };
-    const auto user_has = [](int32_t /*written*/) { look_at_condition(history_now(), true); };
-    return look_for_change(question, begins, user_has, progress);
+    const std::function<void()> begins = [] { search.before = is_true(); };
+    const std::function<void(int32_t)> user_has = [](int32_t /*written*/) {
+        look_at_condition(history_now(), true);
+    };
+    co_return co_await look_for_change(question, begins, user_has, progress);
 }

@@ -5,7 +5,9 @@
 // business.
 //
 // The board is a single one, so there is one session at a time. Nothing here waits: a run goes on piece by
-// piece, as often as the front end calls session_run.
+// piece, as often as the front end calls session_run, and what may take long is a way of debugger/way.h, that
+// pauses every few milliseconds. While one is under way the board is at any moment of its past, and nothing
+// else may be done with the session.
 
 #include <cstdint>
 #include <functional>
@@ -16,6 +18,7 @@
 #include "debugger/expressions.h"
 #include "debugger/history.h"
 #include "debugger/places.h"
+#include "debugger/way.h"
 
 // ---- Beginning and end
 
@@ -72,16 +75,19 @@ enum class motion_e : uint8_t {
     CONTINUE,
     STEP_IN,   // one instruction
     STEP_OVER, // a call and all until its return
-    STEP_OUT,  // until the called code returns
+    STEP_OUT,  // until the called code returns; session_step_out begins it
     RUN_TO,    // until an address is reached
     STEP_BACK, // one instruction; with `over` of a return and all since its call
     STEP_BACK_OVER,
     REVERSE_CONTINUE, // to the last stop before, or the beginning of the history
 };
 
-// Begins a motion; session_run carries it out. Looks for the caller first, to step out: if the progress says
-// that it is enough, it is guessed.
-void session_go(motion_e motion, int32_t address = -1, const progress_t& progress = nullptr);
+// Begins a motion; session_run carries it out.
+void session_go(motion_e motion, int32_t address = -1);
+
+// The same for the one that looks for the caller first: if the progress says that it is enough, it is
+// guessed.
+way_t<> session_step_out(progress_t progress = nullptr);
 
 // The motion ends at the next instruction.
 void session_pause();
@@ -105,19 +111,19 @@ struct session_stop_t {
     std::string description; // of a fault or a watch: all that is known, in sentences
 };
 
-// Executes at most about so many instructions of the motion; on the way back, one stretch of the history,
-// however long: progress is called meanwhile, with its share of the way to the beginning, and when it says
-// that it is enough the motion ends as with session_pause. Returns why it has ended, or NONE; without a
-// motion, why the last one has ended. `wait` is what the program waits for at the computer, if it does, see
-// pass_t.
+// Executes at most about so many instructions of the motion, without a pause; on the way back, one stretch of
+// the history: progress is called meanwhile, with its share of the way to the beginning, and when it says
+// that it is enough the motion ends as with session_pause. It pauses, too, to look for a reason to stop.
+// Returns why it has ended, or NONE; without a motion, why the last one has ended. `wait` is what the program
+// waits for at the computer, if it does, see pass_t.
 struct session_pass_t {
     session_stop_t stop;
     bool (*wait)(int most_ms) = nullptr;
 };
-session_pass_t session_run(int32_t most, const progress_t& progress = nullptr);
+way_t<session_pass_t> session_run(int32_t most, progress_t progress = nullptr);
 
 // Goes to a moment of the history. As history_go_to.
-bool session_go_to(moment_t moment, const progress_t& progress = nullptr);
+way_t<bool> session_go_to(moment_t moment, progress_t progress = nullptr);
 
 // The next instruction is the one at an address: an act of the user's.
 void session_set_pc(int32_t address);
@@ -147,7 +153,7 @@ struct frame_t {
 // but long ago, that takes its time. Where the program writes call instructions itself they may be missing.
 // When the progress has said that it is enough, the callers are guessed from the return words; what was found
 // out meanwhile shortens the next way. Throws as history_go_to.
-[[nodiscard]] std::vector<frame_t> session_frames(const progress_t& progress = nullptr);
+way_t<std::vector<frame_t>> session_frames(progress_t progress = nullptr);
 
 // The label list as variables: a label of one word, or an array that a label begins.
 struct variable_t {
@@ -171,7 +177,7 @@ void session_set_word(int32_t address, int32_t value);
 
 // The text for a {log}, or an evaluation in the console: an expression, or "last write LABEL" and "when
 // EXPRESSION", which say who wrote a word last and when a condition became true.
-[[nodiscard]] std::string session_evaluate(const std::string& text, const progress_t& progress = nullptr);
+way_t<std::string> session_evaluate(std::string text, progress_t progress = nullptr);
 
 struct change_t {
     moment_t moment;      // after the instruction that did it
@@ -182,13 +188,11 @@ struct change_t {
 
 // Who wrote a word of memory, or a port, last before now; none when nobody did since the history began. The
 // board is afterwards where it was.
-[[nodiscard]] std::optional<change_t> session_last_write(int32_t address,
-                                                         const progress_t& progress = nullptr);
+way_t<std::optional<change_t>> session_last_write(int32_t address, progress_t progress = nullptr);
 
 // What made an expression true (not 0) last before now; none when it has not become true since the history
 // began.
-[[nodiscard]] std::optional<change_t> session_became_true(const expression_t& condition,
-                                                          const progress_t& progress = nullptr);
+way_t<std::optional<change_t>> session_became_true(expression_t condition, progress_t progress = nullptr);
 
 // Called with each sample that the speaker plays while the program runs, also where it goes through its past
 // anew. nullptr: nobody listens.

@@ -17,8 +17,7 @@ constexpr moment_t FIRST_STRETCH = 1000;
 constexpr moment_t STRETCH_GROWS = 4;
 constexpr moment_t LONG_STRETCH = 1000000;     // it may as well begin at a copy of the board
 constexpr moment_t LONGEST_STRETCH = 20000000; // so that little is lost when it is given up
-constexpr moment_t MOST_AT_ONCE = 5000000;
-constexpr size_t MOST_USES = 1000; // of each word
+constexpr size_t MOST_USES = 1000;             // of each word
 
 using words_sought_t = std::set<int32_t>;
 
@@ -76,34 +75,25 @@ stops_t stops_at_uses(const words_sought_t& sought) {
 
 // Executes a stretch of the past again and keeps the newest use of each word that is sought. Returns whether
 // the progress has let it.
-bool look_through(moment_t begin, moment_t end, const words_sought_t& sought, const progress_t& progress) {
-    const auto wants_end = [&] {
-        const double done = static_cast<double>(history_now() - begin) / static_cast<double>(end - begin);
-        return progress && !progress(done);
-    };
+way_t<bool> look_through(moment_t begin, moment_t end, const words_sought_t& sought, progress_t progress) {
     // Who does not want to wait at all gets no board that has moved.
     if (progress && !progress(0)) {
-        return false;
+        co_return false;
     }
-    if (!history_go_to(begin, progress ? [&](double /*way there*/) { return progress(0); } : progress_t())) {
-        return false;
+    const progress_t way_there = [&](double /*share*/) { return !progress || progress(0); };
+    if (!co_await history_go_to(begin, way_there)) {
+        co_return false;
     }
     const stops_t question = stops_at_uses(sought);
     const other_stops_t others(question);
     act_done = [](int32_t /*written*/) { look_at_next(); };
     looking = {.sought = &sought, .end = end, .upcoming = {}, .newest = {}};
     look_at_next(); // nobody asks where a run begins
-    while (history_now() < end) {
-        const moment_t next = std::min(history_now() + MOST_AT_ONCE, end);
-        while (history_now() < next) {
-            history_run(static_cast<int32_t>(next - history_now()));
-        }
-        if (wants_end()) {
-            return false;
-        }
+    if (!co_await history_repeat(end, progress)) {
+        co_return false;
     }
     keep_upcoming();
-    return true;
+    co_return true;
 }
 
 // The words of the calls in memory.
@@ -137,7 +127,7 @@ void note_use(int32_t word, moment_t behind, const use_t& use) {
 }
 
 // Makes known the last use of each word before a moment. Returns whether the progress has let it.
-bool find_uses(moment_t moment, words_sought_t sought, const progress_t& progress) {
+way_t<bool> find_uses(moment_t moment, words_sought_t sought, progress_t progress) {
     const moment_t first = history_first();
     moment_t begin = moment;
     const auto is_known = [&](int32_t word) {
@@ -164,12 +154,14 @@ bool find_uses(moment_t moment, words_sought_t sought, const progress_t& progres
         if (length >= LONG_STRETCH) {
             begin = history_copy_until(begin);
         }
-        if (!look_through(begin, end, sought, progress ? [&](double done) {
-                const double way = static_cast<double>(moment - end) + done * static_cast<double>(end - begin);
-                return progress(way / static_cast<double>(moment - first));
-            } : progress_t())) {
+        const auto of_all = [&](double done) {
+            const double way = static_cast<double>(moment - end) + done * static_cast<double>(end - begin);
+            return progress(way / static_cast<double>(moment - first));
+        };
+        const progress_t of_stretch = progress ? progress_t(of_all) : nullptr;
+        if (!co_await look_through(begin, end, sought, of_stretch)) {
             state.vain = {sought, end, moment};
-            return false;
+            co_return false;
         }
         for (const auto& [word, use] : looking.newest) {
             const bool is_call = use.words.opcode == K24_CALL;
@@ -181,7 +173,7 @@ bool find_uses(moment_t moment, words_sought_t sought, const progress_t& progres
     for (const int32_t word : sought) {
         note_use(word, first, {.until = moment});
     }
-    return true;
+    co_return true;
 }
 
 // The last use of a word of those before a moment, and the moment just behind it.
@@ -225,10 +217,10 @@ constexpr int DEEPEST = 3;
 
 // The stack at a moment; none when the progress has said that it is enough. The board is afterwards at any
 // moment.
-std::optional<std::vector<call_t>> find_stack(moment_t moment, const words_sought_t& words, int depth,
-                                              const progress_t& progress) {
-    if (!find_uses(moment, words, progress)) {
-        return std::nullopt;
+way_t<std::optional<std::vector<call_t>>> find_stack(moment_t moment, const words_sought_t& words, int depth,
+                                                     progress_t progress) {
+    if (!co_await find_uses(moment, words, progress)) {
+        co_return std::nullopt;
     }
     const std::vector<last_use_t> uses = last_uses(words, moment);
     std::vector<call_t> stack;
@@ -237,8 +229,8 @@ std::optional<std::vector<call_t>> find_stack(moment_t moment, const words_sough
         if (use.call.address < 0) {
             continue;
         }
-        if (!find_uses(call_moment, words, progress)) {
-            return std::nullopt;
+        if (!co_await find_uses(call_moment, words, progress)) {
+            co_return std::nullopt;
         }
         // It is over if one that was under way then has been used since.
         const auto is_used_since = [&](const call_t& other) {
@@ -248,9 +240,10 @@ std::optional<std::vector<call_t>> find_stack(moment_t moment, const words_sough
         };
         std::vector<call_t> under_way = open_calls(words, call_moment);
         if (depth > 0 && std::any_of(under_way.begin(), under_way.end(), is_used_since)) {
-            std::optional<std::vector<call_t>> known = find_stack(call_moment, words, depth - 1, progress);
+            std::optional<std::vector<call_t>> known =
+                co_await find_stack(call_moment, words, depth - 1, progress);
             if (!known) {
-                return std::nullopt;
+                co_return std::nullopt;
             }
             under_way = std::move(*known);
         }
@@ -259,7 +252,7 @@ std::optional<std::vector<call_t>> find_stack(moment_t moment, const words_sough
             stack.insert(stack.begin(), use.call);
         }
     }
-    return stack;
+    co_return stack;
 }
 
 // The subroutine in which an address probably is begins where the last call before it leads, and was called
@@ -316,10 +309,11 @@ void forget_uses_after(moment_t moment) {
 
 using namespace session;
 
-std::vector<frame_t> session_frames(const progress_t& progress) {
+way_t<std::vector<frame_t>> session_frames(progress_t progress) {
     const moment_t here = history_now();
-    const std::optional<std::vector<call_t>> found = find_stack(here, return_words(), DEEPEST, progress);
-    history_go_to(here);
+    const words_sought_t words = return_words();
+    const std::optional<std::vector<call_t>> found = co_await find_stack(here, words, DEEPEST, progress);
+    co_await history_go_to(here);
     const bool is_known = found.has_value();
     const std::vector<call_t> stack = is_known ? *found : guess_stack();
     std::vector<frame_t> frames;
@@ -330,5 +324,5 @@ std::vector<frame_t> session_frames(const progress_t& progress) {
         address = call.address;
     }
     frames.push_back({.address = address, .subroutine = "", .return_word = -1, .guessed = !is_known});
-    return frames;
+    co_return frames;
 }

@@ -26,27 +26,29 @@ std::string since_begin() {
     return "since the history began" + (first > 0 ? ", after instruction " + std::to_string(first) : "");
 }
 
-std::string when_text(const std::string& text, const progress_t& progress) {
+way_t<std::string> when_text(std::string text, progress_t progress) {
     const expression_t condition = parse(text);
-    const std::optional<change_t> change = session_became_true(condition, progress);
+    const std::optional<change_t> change = co_await session_became_true(condition, progress);
     if (!change) {
-        return (evaluate(condition) != 0 ? "it has been true " : "it has not become true ") + since_begin();
+        co_return (evaluate(condition) != 0 ? "it has been true " : "it has not become true ") +
+            since_begin();
     }
-    return "after instruction " + std::to_string(change->moment) + ", " +
-           (change->by_user ? "by the user" : shown(where(state.places, change->pc)));
+    co_return "after instruction " + std::to_string(change->moment) + ", " +
+        (change->by_user ? "by the user" : shown(where(state.places, change->pc)));
 }
 
-std::string last_write_text(const std::string& text, const progress_t& progress) {
+way_t<std::string> last_write_text(std::string text, progress_t progress) {
     const std::optional<int32_t> address = address_of(parse(text));
     if (!address) {
         throw tovik_error("'" + text + "' is no word and no register");
     }
-    const std::optional<change_t> written = session_last_write(*address, progress);
+    const std::optional<change_t> written = co_await session_last_write(*address, progress);
     if (!written) {
-        return "nobody has written it " + since_begin();
+        co_return "nobody has written it " + since_begin();
     }
     const std::string who = written->by_user ? "the user, before " : "";
-    return who + shown(where(state.places, written->pc)) + ", instruction " + std::to_string(written->count);
+    co_return who + shown(where(state.places, written->pc)) + ", instruction " +
+        std::to_string(written->count);
 }
 
 } // namespace
@@ -111,14 +113,14 @@ std::string shown_value(int32_t value) {
     return std::to_string(value) + rest.data();
 }
 
-std::string session_evaluate(const std::string& text, const progress_t& progress) {
+way_t<std::string> session_evaluate(std::string text, progress_t progress) {
     constexpr std::string_view LAST_WRITE = "last write ";
     constexpr std::string_view WHEN = "when ";
     if (text.starts_with(LAST_WRITE)) {
-        return last_write_text(text.substr(LAST_WRITE.size()), progress);
+        co_return co_await last_write_text(text.substr(LAST_WRITE.size()), progress);
     }
     if (text.starts_with(WHEN)) {
-        return when_text(text.substr(WHEN.size()), progress);
+        co_return co_await when_text(text.substr(WHEN.size()), progress);
     }
-    return shown_value(evaluate(parse(text)));
+    co_return shown_value(evaluate(parse(text)));
 }

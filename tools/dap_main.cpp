@@ -1,6 +1,5 @@
 // The entry of tovik-dap: the debug adapter on standard input and output.
 
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -35,7 +34,6 @@ constexpr int HOST_WAIT_MS = 10;
 struct input_t {
     lsp_stream_t stream;
     std::deque<std::string> messages;
-    size_t harmless = 0; // of them, that are no reason to give up what is being done
     bool ended = false;
 };
 
@@ -83,28 +81,15 @@ bool send(const std::vector<std::string>& messages) {
     return true;
 }
 
-bool is_interrupted(const adapter_t& adapter, input_t& input) {
-    receive(input, 0);
-    const auto interrupting = std::find_if(
-        input.messages.begin() + static_cast<std::ptrdiff_t>(input.harmless), input.messages.end(),
-        [&](const std::string& message) { return adapter_interrupts(adapter, message); });
-    input.harmless = static_cast<size_t>(interrupting - input.messages.begin());
-    return input.ended || interrupting != input.messages.end();
-}
-
 // Until the client disconnects, or is gone.
 int serve() {
     input_t input;
     adapter_t adapter;
     adapter.version = TOVIK_VERSION;
-    adapter.go_on = [&](const std::vector<std::string>& messages) {
-        return send(messages) && !is_interrupted(adapter, input);
-    };
     for (;;) {
         while (!input.messages.empty() && !adapter.over) {
             const std::string message = std::move(input.messages.front());
             input.messages.pop_front();
-            input.harmless = 0;
             if (!send(adapter_take(adapter, message))) {
                 return EXIT_FAILED;
             }
@@ -112,14 +97,16 @@ int serve() {
         if (adapter.over) {
             return EXIT_SUCCESS;
         }
-        if (input.ended) {
+        // What had come by the end is still carried out.
+        if (input.ended && !adapter_is_on_its_way(adapter)) {
             return EXIT_FAILED;
         }
+        adapter.gone = input.ended;
         const adapter_pass_t pass = adapter_run(adapter, stopwatch_us());
         if (!send(pass.messages)) {
             return EXIT_FAILED;
         }
-        if (input.messages.empty()) {
+        if (!adapter.over) {
             receive(input, pass.wait != nullptr ? 0 : pass.next_ms.value_or(FOREVER));
         }
         if (pass.wait != nullptr && input.messages.empty()) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -9,8 +10,10 @@
 
 #include <unistd.h>
 
+#include "core/stops.h"
 #include "debugger/adapter.h"
 #include "debugger/session.h"
+#include "host/journal.h"
 #include "tests/support/gui_recording.h"
 #include "tests/support/host_standin.h"
 
@@ -34,7 +37,7 @@ const std::string program = testing::TempDir() + "tovik-adapter-" + std::to_stri
 class Adapter : public testing::Test {
   protected:
     adapter_t adapter;
-    std::vector<std::string> cancels; // a message that comes while a way is gone, once the client knows of it
+    std::vector<std::string> cancels; // messages that come while a way is under way
     json told = json::array();        // of progress and stops
 
     void keep(const std::vector<std::string>& texts) {
@@ -45,19 +48,30 @@ class Adapter : public testing::Test {
         }
     }
 
-    json ask(const std::string& command, const json& arguments = json::object()) {
-        told.clear();
+    void send(int seq, const std::string& command, const json& arguments = json::object()) {
         const json request = {
-            {"type", "request"}, {"seq", 7}, {"command", command}, {"arguments", arguments}};
+            {"type", "request"}, {"seq", seq}, {"command", command}, {"arguments", arguments}};
         keep(adapter_take(adapter, request.dump()));
-        for (uint64_t now_us = 1; adapter.phase == phase_e::RUNNING; now_us += 10000) {
+    }
+
+    void run_on() {
+        uint64_t now_us = 1;
+        for (; adapter_is_on_its_way(adapter) || adapter.phase == phase_e::RUNNING; now_us += 10000) {
             keep(adapter_run(adapter, now_us).messages);
         }
-        json response;
-        for (const json& message : told) {
-            response = message["type"] == "response" ? message : response;
+    }
+
+    json ask(const std::string& command, const json& arguments = json::object()) {
+        told.clear();
+        send(7, command, arguments);
+        for (const std::string& cancel : cancels) {
+            keep(adapter_take(adapter, cancel));
         }
-        return response;
+        run_on();
+        const auto response = std::find_if(told.begin(), told.end(), [](const json& message) {
+            return message["type"] == "response" && message["request_seq"] == 7;
+        });
+        return response == told.end() ? json() : *response;
     }
 
     // "progressStart, progressUpdate, progressEnd": each once, however often it came.
@@ -74,14 +88,6 @@ class Adapter : public testing::Test {
 
     void SetUp() override {
         std::ofstream(program + ".k") << PROGRAM;
-        adapter.go_on = [this](const std::vector<std::string>& messages) {
-            keep(messages);
-            bool goes_on = true;
-            for (const std::string& cancel : cancels) {
-                goes_on &= !adapter_interrupts(adapter, cancel);
-            }
-            return goes_on;
-        };
         ask("initialize", {{"supportsProgressReporting", true}});
         ask("launch", {{"program", program + ".k"}, {"limit", 9000000}});
         ask("configurationDone");
@@ -143,7 +149,7 @@ TEST_F(Adapter, TellsOfLongWaysAndGivesThemUp) {
     EXPECT_GT(history_now(), 0);
     cancels.clear();
     session_go(motion_e::REVERSE_CONTINUE);
-    static_cast<void>(session_run(1));
+    static_cast<void>(finish(session_run(1)));
     EXPECT_EQ(ask("tovik/switch", {{"number", 0}})["message"], "the program is going back");
     ask("reverseContinue");
     EXPECT_EQ(events(), "response, progressStart, progressUpdate, progressEnd, stopped");
@@ -151,6 +157,57 @@ TEST_F(Adapter, TellsOfLongWaysAndGivesThemUp) {
     EXPECT_TRUE(ask("tovik/goTo", {{"moment", now}})["success"]);
     EXPECT_EQ(history_now(), now);
     EXPECT_EQ(ask("stackTrace", {{"threadId", 1}})["body"]["stackFrames"][0]["name"], "loop");
+}
+
+TEST_F(Adapter, MessagesWaitForALongWayOrEndIt) {
+    const json search = {{"expression", "last write begun"}, {"context", "repl"}};
+    const auto responses = [&] {
+        std::string text;
+        for (const json& message : told) {
+            if (message["type"] == "response") {
+                text += std::to_string(message["request_seq"].get<int>()) + (message["success"] ? " " : "! ");
+            }
+        }
+        return text;
+    };
+    const auto begin_search = [&] {
+        told.clear();
+        send(1, "evaluate", search);
+        for (int piece = 0; piece < 9; ++piece) {
+            keep(adapter_run(adapter, 1).messages);
+        }
+        EXPECT_TRUE(adapter_is_on_its_way(adapter));
+    };
+    adapter.board.wanted = true;
+    const moment_t now = history_now();
+    begin_search();
+    send(2, "threads");
+    send(3, "evaluate", search);
+    send(4, "cancel", {{"requestId", 3}}); // of the one that waits
+    EXPECT_EQ(events(), "progressStart, progressUpdate") << "no board of the past";
+    run_on();
+    EXPECT_EQ(responses(), "1 2 3! 4 ");
+    EXPECT_EQ(events().substr(events().size() - 11), "tovik/board");
+
+    // Dropped, it leaves a board that can go on.
+    begin_search();
+    adapter.under_way.reset();
+    EXPECT_EQ(stops, nullptr);
+    EXPECT_EQ(simulator.breakpoint, -1);
+    EXPECT_FALSE(ask("tovik/goTo", {{"moment", now}}).is_null());
+    EXPECT_FALSE(in_the_past());
+    EXPECT_EQ(history_now(), now);
+
+    begin_search();
+    send(2, "restart");
+    run_on();
+    EXPECT_EQ(responses(), "1! 2 ");
+    EXPECT_EQ(adapter.stop.why, stop_e::LIMIT);
+    begin_search();
+    send(2, "disconnect");
+    run_on();
+    EXPECT_EQ(responses(), "1! 2 ");
+    EXPECT_TRUE(adapter.over);
 }
 
 } // namespace

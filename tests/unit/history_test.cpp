@@ -222,10 +222,11 @@ void try_program(const program_kind_t& kind, random_t random) {
         for (int ways = pick(random, 1, 4); ways > 0; --ways) {
             const station_t& there = pick_from(random, stations);
             if (one_in(random, 3)) {
-                history_go_to(static_cast<moment_t>(pick(random, 0, static_cast<int32_t>(history_newest()))));
+                const int32_t newest = static_cast<int32_t>(history_newest());
+                finish(history_go_to(static_cast<moment_t>(pick(random, 0, newest))));
             }
             if (there.moment >= history_first()) {
-                history_go_to(there.moment);
+                finish(history_go_to(there.moment));
                 expect_station(there);
             }
             if (testing::Test::HasFatalFailure()) {

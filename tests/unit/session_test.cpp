@@ -120,10 +120,14 @@ int32_t address_of_text(const std::string& text) {
 
 std::string go(motion_e motion, int32_t address) {
     said.clear();
-    session_go(motion, address);
+    if (motion == motion_e::STEP_OUT) {
+        finish(session_step_out());
+    } else {
+        session_go(motion, address);
+    }
     for (int32_t most = 3;; most = 70001) {
         // Pieces of odd lengths: where they end must make no difference.
-        if (const session_pass_t pass = session_run(most); pass.stop.why != stop_e::NONE) {
+        if (const session_pass_t pass = finish(session_run(most)); pass.stop.why != stop_e::NONE) {
             return told(pass.stop);
         }
     }
@@ -169,7 +173,7 @@ template <typename stop_t> std::vector<stop_t> parse_stops(std::istream& words) 
 
 std::string stack(const progress_t& progress = nullptr) {
     std::string text;
-    for (const frame_t& frame : session_frames(progress)) {
+    for (const frame_t& frame : finish(session_frames(progress))) {
         text += (text.empty() ? "" : ", ") + frame.subroutine + "@" + std::to_string(frame.address) +
                 (frame.guessed ? "?" : "");
     }
@@ -214,7 +218,7 @@ std::string obeyed(const std::string& line) {
     }
     words >> argument;
     if (command == "goto") {
-        session_go_to(std::stoull(argument));
+        finish(session_go_to(std::stoull(argument)));
         return place();
     }
     if (command == "pc") {
@@ -227,7 +231,7 @@ std::string obeyed(const std::string& line) {
         session_set_word(address_of_text(argument), value);
         return place();
     }
-    return session_evaluate(line.substr(2));
+    return finish(session_evaluate(line.substr(2)));
 }
 
 std::string obey(const std::string& line) {
@@ -444,7 +448,7 @@ TEST_F(session, plays_a_script_like_a_run_without_a_debugger) {
 
     session_begin({.program = program, .limit = {}, .script = script});
     session_go(motion_e::CONTINUE);
-    while (session_run(70001).stop.why == stop_e::NONE) {
+    while (finish(session_run(70001)).stop.why == stop_e::NONE) {
     }
     simulator.step = -1;
     simulator.running = false;

@@ -234,7 +234,7 @@ void write_profile(saved_file_t& file) { file.write(profile_text(*batch.options.
 void write_picture(saved_file_t& file) { file.write(png_of_screen(*batch.options.png_file)); }
 
 std::string report() {
-    batch.run.why = reason_of(batch.run.places, find_writer);
+    batch.run.why = reason_of(batch.run.places, last_stop(), find_writer);
     return batch.options.report_format == "json" ? json_report(batch.run) : text_report(batch.run);
 }
 

@@ -17,7 +17,6 @@
 #include "base/messages.h"
 #include "debugger/adapter.h"
 #include "debugger/front.h"
-#include "host/clock.h"
 #include "host/web.h"
 #include "language/server.h"
 #include "ui/screen.h"
@@ -39,35 +38,21 @@ std::vector<std::string> list_sources(const std::string& folder) {
 
 server_t server{.read = read_file, .list = list_sources, .version = TOVIK_VERSION};
 
-EM_JS(void, tell_page, (const char* message), { Module.tell(UTF8ToString(message)); });
-
-// While a way through the history is gone nothing can come in, so nobody could give it up.
-constexpr uint64_t LONGEST_WAY_US = 10'000'000;
-constexpr const char* TOO_LONG =
-    R"({"type":"event","event":"output","seq":0,"body":{"category":"important","output":)"
-    R"("It would take longer than ten seconds, and is given up.\n"}})";
-
-uint64_t called_us = 0; // when the page has called
-
-bool go_on(const std::vector<std::string>& messages) {
-    std::for_each(messages.begin(), messages.end(), [](const std::string& text) { tell_page(text.c_str()); });
-    if (stopwatch_us() - called_us < LONGEST_WAY_US) {
-        return true;
-    }
-    tell_page(TOO_LONG);
-    return false;
-}
-
 adapter_t new_adapter() {
     adapter_t adapter;
     adapter.version = TOVIK_VERSION;
-    adapter.go_on = go_on;
     adapter.piece_us = 2'000; // the worker puts several together, and looks at its clock in between
     return adapter;
 }
 
 adapter_t adapter = new_adapter();
 adapter_pass_t pass;
+
+void begin_anew_if_over() {
+    if (adapter.over) {
+        adapter = new_adapter();
+    }
+}
 
 // Texts for the page, which stay until the next call. No JSON text has a line end of its own.
 const char* handed_out(const std::vector<std::string>& texts) {
@@ -111,11 +96,8 @@ EMSCRIPTEN_KEEPALIVE const char* language_take(const char* message) {
 }
 
 EMSCRIPTEN_KEEPALIVE const char* board_take(const char* message) {
-    called_us = stopwatch_us();
     const std::vector<std::string> answers = adapter_take(adapter, message);
-    if (adapter.over) {
-        adapter = new_adapter();
-    }
+    begin_anew_if_over();
     return handed_out(answers);
 }
 
@@ -123,8 +105,8 @@ EMSCRIPTEN_KEEPALIVE const char* board_take(const char* message) {
 // none.
 EMSCRIPTEN_KEEPALIVE const char* board_run(double now_us, double speaker_us) {
     adapter.speaker_us = speaker_us < 0 ? std::nullopt : std::optional(static_cast<uint64_t>(speaker_us));
-    called_us = stopwatch_us();
     pass = adapter_run(adapter, static_cast<uint64_t>(now_us));
+    begin_anew_if_over();
     return handed_out(pass.messages);
 }
 
@@ -139,6 +121,10 @@ EMSCRIPTEN_KEEPALIVE bool board_waits() { return pass.wait != nullptr && !pass.w
 // Whether something has changed since the last call: then `screen_box` has its corners, which are both in it,
 // and `screen_pixels` its pixels row by row, as a canvas has them.
 EMSCRIPTEN_KEEPALIVE bool screen_take() {
+    // The picture is then one of somewhere on the way.
+    if (adapter_is_on_its_way(adapter)) {
+        return false;
+    }
     const screen_changes_t changes = take_screen_changes();
     if (!changes.copy && changes.fills.empty()) {
         return false;
@@ -187,6 +173,9 @@ EMSCRIPTEN_KEEPALIVE void camera_attach(bool on) { web_host.has_camera = on; }
 EMSCRIPTEN_KEEPALIVE void camera_put(const uint8_t* yuyv, size_t count) {
     web_host.frame = std::vector<uint8_t>(yuyv, yuyv + count);
 }
+
+// Whether the program has not taken the frame yet.
+EMSCRIPTEN_KEEPALIVE bool camera_keeps() { return web_host.frame.has_value(); }
 
 // ---- Serial line
 

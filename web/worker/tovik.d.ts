@@ -1,18 +1,33 @@
 // What Emscripten makes of web/wasm/worker.cpp, as far as the worker uses it.
 
 declare module '*/tovik-tail.js' {
+    type Stream = { readonly fd: number };
+
+    interface StreamOperations {
+        write(
+            stream: Stream,
+            from: Uint8Array,
+            offset: number,
+            length: number,
+            position: number,
+            canOwn: boolean,
+        ): number;
+    }
+
     interface Tovik {
         HEAPU8: Uint8Array<ArrayBuffer>;
-        tell: (message: string) => void; // called in the midst of a call, with a message of the server's
         FS: {
             mkdirTree(path: string): void;
             writeFile(path: string, bytes: Uint8Array): void;
             readFile(path: string): Uint8Array;
             unlink(path: string): void;
-            readdir(path: string): string[];
-            stat(path: string): { mtime: Date };
-            utime(path: string, atime: number, mtime: number): void; // in milliseconds
-            analyzePath(path: string): { exists: boolean };
+            rmdir(path: string): void;
+            open(path: string, flags: 'r'): Stream;
+            read(stream: Stream, into: Uint8Array, offset: number, length: number, position: number): number;
+            close(stream: Stream): void;
+            lookupPath(path: string): { node: { stream_ops: StreamOperations } };
+            analyzePath(path: string): { exists: boolean; object: { mode: number } | null };
+            isFile(mode: number): boolean;
         };
         UTF8ToString(pointer: number): string;
         stringToUTF8(text: string, pointer: number, most: number): void;
@@ -35,6 +50,7 @@ declare module '*/tovik-tail.js' {
         _microphone_put(samples: number, count: number): void;
         _camera_attach(on: boolean): void;
         _camera_put(yuyv: number, count: number): void;
+        _camera_keeps(): number;
         _line_wanted(): number;
         _line_wanted_name(): number;
         _line_times(): number;

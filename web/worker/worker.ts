@@ -49,7 +49,6 @@ async function start(role: Role, program: WebAssembly.Module): Promise<void> {
     const waiting: ToWorker[] = [];
     scope.onmessage = (event) => waiting.push(event.data);
     const tovik = await startProgram(program);
-    tovik.tell = tellLines;
     const server = role === 'language' ? makeLanguageServer(tovik) : makeBoard(tovik, tell, tellLines, fail);
     const take = (message: ToWorker): void => {
         try {
