@@ -18,6 +18,7 @@ export interface Board {
     setLive(on: boolean): void;
     // For the launch: bit i is switch i.
     switches(): number;
+    resetSwitches(): void; // while there is no program
 }
 
 // A change of a text is told to a screen reader once it has been there so long.
@@ -103,12 +104,7 @@ export function makeBoard(ask: Ask): Board {
         element: element(
             'section',
             { class: 'board', 'aria-label': 'Board' },
-            element(
-                'div',
-                { class: 'board-parts' },
-                screen.frame,
-                element('div', { class: 'board-scroll' }, panel.drawing),
-            ),
+            element('div', { class: 'board-parts' }, screen.frame, panel.drawing),
             digits.region,
             text.region,
         ),
@@ -119,5 +115,6 @@ export function makeBoard(ask: Ask): Board {
             screen.setLive(on);
         },
         switches: () => switches,
+        resetSwitches: () => update({ switches: 0 }),
     };
 }

@@ -1,15 +1,12 @@
 // The SD card. The browser keeps it from one visit to the next.
 
+import { openChannel } from '../page/channel';
 import { element } from '../page/dom';
+import type { FileChange, FilePart } from '../worker/protocol';
 import { button, download, makeFileSlot, type FileSlot, type Held } from './rows';
 
-interface Card {
-    name: string;
-    bytes: Uint8Array<ArrayBuffer>;
-}
-
 const STORE = 'cards';
-const KEY = 'card';
+const KEY = 'inserted';
 
 function settled<Result>(request: IDBRequest<Result>): Promise<Result> {
     return new Promise((resolve, reject) => {
@@ -30,13 +27,24 @@ async function withStore<Result>(use: (store: IDBObjectStore) => IDBRequest<Resu
 }
 
 // Both fail where the browser keeps nothing.
-async function loadCard(): Promise<Card | null> {
-    const card: Card | undefined = await withStore((store) => store.get(KEY));
+async function loadCard(): Promise<Held | null> {
+    const card: Held | undefined = await withStore((store) => store.get(KEY));
     return card ?? null;
 }
 
-async function storeCard(card: Card | null): Promise<void> {
+async function storeCard(card: Held | null): Promise<void> {
     await (card ? withStore((store) => store.put(card, KEY)) : withStore((store) => store.delete(KEY)));
+}
+
+// Only what is new is copied.
+function withParts(content: Blob, parts: readonly FilePart[]): Blob {
+    const pieces: BlobPart[] = [];
+    let end = 0;
+    for (const { at, bytes } of parts) {
+        pieces.push(content.slice(end, at), bytes);
+        end = at + bytes.length;
+    }
+    return new Blob([...pieces, content.slice(end)]);
 }
 
 const MIB = 1024 * 1024;
@@ -44,7 +52,7 @@ const SIZES = [1, 8, 64]; // of a new card, in MiB
 
 export interface CardSlot extends FileSlot {
     loaded: Promise<void>; // what was kept is there
-    changed(path: string, bytes: Uint8Array): void; // the program has written to it
+    changed(change: FileChange): void; // the program has written to it
 }
 
 export function makeCardSlot(give: (slot: FileSlot) => void): CardSlot {
@@ -52,23 +60,20 @@ export function makeCardSlot(give: (slot: FileSlot) => void): CardSlot {
     let isKept = true;
     let isBusy = false;
     // There is one card for all tabs.
-    const others = new BroadcastChannel('tovik-card');
-    others.onmessage = () => {
+    const others = openChannel('tovik-card');
+    others?.addEventListener('message', () => {
         if (slot.held()) {
             slot.say('The browser keeps the card of another tab now: download this one before you leave.');
         }
-    };
+    });
     // A program may write faster than the browser keeps.
     const keep = async (): Promise<void> => {
         isKept = false;
         while (!isKept && !isBusy) {
             isKept = isBusy = true;
-            const held = slot.held();
             try {
-                await storeCard(
-                    held && { name: held.name, bytes: new Uint8Array(await held.content.arrayBuffer()) },
-                );
-                others.postMessage(null);
+                await storeCard(slot.held());
+                others?.postMessage(null);
             } catch {
                 slot.say('The browser does not keep the card: download it before you leave.');
             }
@@ -129,7 +134,7 @@ export function makeCardSlot(give: (slot: FileSlot) => void): CardSlot {
     const loaded = loadCard().then(
         (kept) => {
             if (kept && !slot.held()) {
-                put({ name: kept.name, content: new Blob([kept.bytes]) });
+                put(kept);
             }
         },
         () => slot.say('This browser keeps no card from one visit to the next.'),
@@ -137,11 +142,13 @@ export function makeCardSlot(give: (slot: FileSlot) => void): CardSlot {
     return {
         ...slot,
         loaded,
-        changed(path, bytes) {
+        changed({ path, parts, more }) {
             const held = slot.held();
             if (held && path === slot.path()) {
-                put({ name: held.name, content: new Blob([bytes as Uint8Array<ArrayBuffer>]) });
-                void keep();
+                put({ name: held.name, content: withParts(held.content, parts) });
+                if (!more) {
+                    void keep();
+                }
             }
         },
     };

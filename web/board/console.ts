@@ -76,13 +76,17 @@ function makeOutput(): { element: HTMLElement; append(text: string): void; clear
     return { element: output, append, clear };
 }
 
-// The characters of a text as the board has them: one byte each.
+// The characters of a text as the board has them: one byte each. There may be one more than it keeps.
 function bytesOf(text: string): string {
-    return [...text.replaceAll('\r\n', '\n')]
-        .map(codeOf)
-        .filter((code) => code !== 0)
-        .map((code) => String.fromCharCode(code))
-        .join('');
+    let bytes = '';
+    for (const character of text.replaceAll('\r\n', '\n')) {
+        const code = codeOf(character);
+        bytes += code === 0 ? '' : String.fromCharCode(code);
+        if (bytes.length > MOST_TYPED) {
+            break;
+        }
+    }
+    return bytes;
 }
 
 export function makeConsole(ask: Ask): SerialConsole {
@@ -103,8 +107,8 @@ export function makeConsole(ask: Ask): SerialConsole {
             bytes.length > MOST_TYPED
                 ? `The board keeps ${MOST_TYPED} characters that the program has not read yet; more are lost.`
                 : '';
-        for (let at = 0; live && at < bytes.length; at += MOST_TYPED) {
-            ask('tovik/serial', { data: btoa(bytes.slice(at, at + MOST_TYPED)) });
+        if (live && bytes !== '') {
+            ask('tovik/serial', { data: btoa(bytes.slice(0, MOST_TYPED)) });
         }
     };
     output.element.addEventListener('keydown', (event) => {

@@ -62,8 +62,8 @@ export function makeRow(name: string, ...controls: Node[]): Row {
         'section',
         { class: 'slot', 'aria-label': name },
         element('p', { class: 'slot-name' }, element('strong', {}, name), ' ', state),
-        wish,
         element('div', { class: 'slot-controls' }, ...controls),
+        wish, // below them: nothing moves away from under a pointer when the program asks
         note,
     );
     return {
@@ -73,6 +73,9 @@ export function makeRow(name: string, ...controls: Node[]): Row {
         want(sentence) {
             wish.textContent = sentence;
             row.classList.toggle('wanted', sentence !== '');
+            if (sentence !== '') {
+                row.scrollIntoView({ block: 'nearest' });
+            }
         },
     };
 }
@@ -87,6 +90,7 @@ export interface FileSlot extends Row {
     held(): Held | null;
     path(): string;
     put(held: Held | null): void; // without an answer for the program
+    setComputer(on: boolean): void; // the computer's own device is used in place of a file
     fill(held: Held): void; // and the program gets it
     wantsFile(wish: boolean): void;
 }
@@ -102,13 +106,18 @@ export interface FileKind {
 
 export function makeFileSlot(kind: FileKind, give: (slot: FileSlot) => void, ...controls: Node[]): FileSlot {
     let held: Held | null = null;
+    let computer = false;
     const chooser = element('input', { type: 'file', accept: kind.kinds, hidden: true });
     const again = button('Give it again', () => give(slot));
     const choose = button('Choose a file…', () => chooser.click());
-    const row = makeRow(kind.name, choose, again, chooser, ...controls);
+    const row = makeRow(kind.name, choose, chooser, ...controls, again);
+    const showState = (): void => {
+        const file = held ? `${held.name}, ${sizeText(held.content.size)}` : 'nothing inserted';
+        row.setState(computer ? 'that of this computer' : file);
+    };
     const put = (what: Held | null): void => {
         held = what;
-        row.setState(what ? `${what.name}, ${sizeText(what.content.size)}` : 'nothing inserted');
+        showState();
     };
     const take = async (file: File | undefined): Promise<void> => {
         if (!file) {
@@ -130,6 +139,10 @@ export function makeFileSlot(kind: FileKind, give: (slot: FileSlot) => void, ...
         held: () => held,
         path: () => `/media/${kind.prefix}-${held?.name.replaceAll('/', '_') ?? ''}`,
         put,
+        setComputer(on) {
+            computer = on;
+            showState();
+        },
         fill(what) {
             put(what);
             give(slot);

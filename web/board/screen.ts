@@ -20,6 +20,9 @@ const [WIDTH, HEIGHT] = [640, 480];
 // How quickly the second Escape has to follow the first one to give the keyboard back to the page.
 const LEAVE_MS = 700;
 
+// So long the program has to see a motion or a press before the release: it only looks from time to time.
+const SEEN_MS = 60;
+
 function connectKeys(
     canvas: HTMLCanvasElement,
     isLive: () => boolean,
@@ -79,10 +82,30 @@ function connectKeys(
 function connectPointer(canvas: HTMLCanvasElement, send: (body: Body) => void): () => void {
     let moved: { x: number; y: number } | null = null; // and not told yet
     let buttons = 0; // bit i is the board's button i + 1: left, middle, right
+    let toldAt = -SEEN_MS;
+    let timer = 0;
+    const waiting: Body[] = []; // behind a release that comes too early
+    const tell = (body: Body): void => {
+        if (timer === 0) {
+            send(body);
+        } else {
+            waiting.push(body);
+        }
+    };
     const flush = (): void => {
         if (moved) {
-            send(moved);
+            tell(moved);
             moved = null;
+            toldAt = performance.now();
+        }
+    };
+    const awaitLook = (): void => {
+        const rest = toldAt + SEEN_MS - performance.now();
+        if (timer === 0 && rest > 0) {
+            timer = window.setTimeout(() => {
+                timer = 0;
+                waiting.splice(0).forEach(send);
+            }, rest);
         }
     };
     const place = (event: PointerEvent): { x: number; y: number } => {
@@ -107,29 +130,34 @@ function connectPointer(canvas: HTMLCanvasElement, send: (body: Body) => void): 
             moved = { x, y };
             return;
         }
-        moved = null;
+        flush();
+        if ((now & ~buttons) === 0) {
+            awaitLook();
+        } else {
+            toldAt = performance.now();
+        }
         [1, 2, 3].forEach((button) => {
             const bit = 1 << (button - 1);
             if ((now & bit) !== (buttons & bit)) {
-                send({ x, y, button, down: (now & bit) !== 0 });
+                tell({ x, y, button, down: (now & bit) !== 0 });
             }
         });
         buttons = now;
     };
     const release = (): void => {
-        [1, 2, 3].filter((i) => (buttons >> (i - 1)) & 1).forEach((button) => send({ button, down: false }));
+        [1, 2, 3].filter((i) => (buttons >> (i - 1)) & 1).forEach((button) => tell({ button, down: false }));
         buttons = 0;
     };
     canvas.addEventListener('pointerenter', (event) => {
         if (event.isPrimary) {
-            send({ inside: true, ...place(event) });
+            tell({ inside: true, ...place(event) });
         }
     });
     canvas.addEventListener('pointerleave', (event) => {
         if (event.isPrimary) {
             flush();
             release();
-            send({ inside: false });
+            tell({ inside: false });
         }
     });
     canvas.addEventListener('pointerdown', (event) => {
@@ -147,6 +175,9 @@ function connectPointer(canvas: HTMLCanvasElement, send: (body: Body) => void): 
 function makeTyping(send: (body: Body) => void): HTMLElement {
     const input = element('input', {
         type: 'text',
+        class: 'screen-typing',
+        placeholder: 'Type to the program',
+        'aria-label': 'Type to the program',
         autocapitalize: 'off',
         autocomplete: 'off',
         spellcheck: 'false',
@@ -162,7 +193,7 @@ function makeTyping(send: (body: Body) => void): HTMLElement {
             type(codeOf(event.key));
         }
     });
-    return element('label', { class: 'screen-typing' }, 'Type to the program', input);
+    return input;
 }
 
 // `leave` gives the keyboard to something else on the page.
@@ -176,7 +207,7 @@ export function makeScreen(ask: Ask, leave: () => void): Screen {
         'aria-label': 'Screen of the board',
         'aria-describedby': 'board-screen-hint',
     });
-    const context = canvas.getContext('2d', { alpha: false });
+    const context = canvas.getContext('2d', { alpha: false, desynchronized: true });
     let live = false;
     const whileLive =
         (command: string) =>
@@ -191,7 +222,7 @@ export function makeScreen(ask: Ask, leave: () => void): Screen {
     const hint = element(
         'p',
         { class: 'screen-hint', id: 'board-screen-hint' },
-        'A click gives the program your keys, Tab too; Escape twice takes them back.',
+        'A click gives the program all your keys; Escape twice takes them back.',
     );
     // Enlarged points stay sharp; a picture made smaller needs its points mixed.
     new ResizeObserver(() => {

@@ -29,7 +29,8 @@ export interface Slots {
     // True with the answer to `launch`, before `configurationDone`, so that microphone and camera are there
     // when the program begins; false when the program has ended.
     setLive(on: boolean): void;
-    // From the event `tovik/wanted`. `why`: what was wrong with the answer before, or empty.
+    // From the event `tovik/wanted`; the slot comes into view. `why`: what was wrong with the answer before, or
+    // empty.
     wanted(question: Question | null, why?: string): void;
 }
 
@@ -39,7 +40,7 @@ const MIB = 1024 * 1024;
 const PICTURE_BYTES = 614400;
 const RECORDING = '/speaker.wav'; // in the worker
 
-const WANTED: Record<Question, string> = {
+export const WANTED: Record<Question, string> = {
     sd: 'The program waits for a card: choose a file, or make an empty card.',
     microphone: 'The program waits for sound: choose a file, or switch the microphone on.',
     camera: 'The program waits for a picture: choose a movie, or switch the camera on.',
@@ -62,13 +63,11 @@ async function checkMovie(file: File): Promise<Blob> {
 }
 
 async function convertSound(file: File): Promise<Blob> {
-    const bytes = await boardSound(new Uint8Array(await file.arrayBuffer())).catch(() => {
-        throw new Error('the browser does not know this kind of sound.');
-    });
-    if (bytes.length <= HEADER_BYTES) {
+    const sound = await boardSound(new Uint8Array(await file.arrayBuffer()));
+    if (sound.size <= HEADER_BYTES) {
         throw new Error('there is no sound in it.');
     }
-    return new Blob([bytes as Uint8Array<ArrayBuffer>]);
+    return sound;
 }
 
 // `request` is that of the debug adapter.
@@ -123,16 +122,21 @@ export function makeSlots(request: Request): Slots {
         }
         rows[door]().say(sentence);
     });
+    const show = (door: 'speaker' | 'microphone' | 'camera', on: boolean): void => {
+        toggles[door].set(on);
+        if (door !== 'speaker') {
+            (door === 'camera' ? camera : microphone).setComputer(on);
+        }
+    };
     // The switches show what has come of it.
     const plug = async (door: 'microphone' | 'camera', on: boolean): Promise<void> => {
         if (live) {
             const answer = await ask(rows[door](), `tovik/${door}`, { on });
-            toggles[door].set(answer?.['on'] === true);
+            show(door, answer?.['on'] === true);
         }
     };
-    const turn = async (door: 'speaker' | 'microphone' | 'camera', on: boolean): Promise<void> => {
-        rows[door]().say('');
-        toggles[door].set(on);
+    const perform = async (door: 'speaker' | 'microphone' | 'camera', on: boolean): Promise<void> => {
+        show(door, on);
         try {
             if (on) {
                 await doors[door].open();
@@ -144,9 +148,17 @@ export function makeSlots(request: Request): Slots {
                 doors[door].close();
             }
         } catch (error) {
-            toggles[door].set(false);
+            show(door, false);
             rows[door]().say(error instanceof Error ? error.message : String(error));
         }
+    };
+    const turned = { speaker: Promise.resolve(), microphone: Promise.resolve(), camera: Promise.resolve() };
+    const turn = (door: 'speaker' | 'microphone' | 'camera', on: boolean): Promise<void> => {
+        rows[door]().say('');
+        toggles[door].set(on);
+        // One after the other: what is switched off while it still opens is closed as soon as it is open.
+        turned[door] = turned[door].then(() => perform(door, on));
+        return turned[door];
     };
     const toggles = {
         speaker: makeToggle('Sound', (on) => turn('speaker', on)),
@@ -180,12 +192,13 @@ export function makeSlots(request: Request): Slots {
     const serial = makeSerialRow(
         (answer) => void ask(serial, 'tovik/answer', { question: 'serial', answer }),
     );
-    const record = makeToggle('Record', async (on) => {
+    const setRecord = async (on: boolean): Promise<void> => {
         record.set(on);
-        if (live) {
-            await ask(speaker, 'tovik/record', { on });
+        if (live && (await ask(speaker, 'tovik/record', { on })) && live) {
+            saveRecording.disabled &&= !on;
         }
-    });
+    };
+    const record = makeToggle('Record', setRecord);
     const saveRecording = button('Save the recording', () => {
         void ask(speaker, 'tovik/saveRecording', { file: RECORDING }).then((answer) => {
             if (answer) {
@@ -241,7 +254,7 @@ export function makeSlots(request: Request): Slots {
         take(message) {
             doors.take(message);
             if (message.kind === 'changed') {
-                card.changed(message.path, message.bytes);
+                card.changed(message);
             } else if (message.kind === 'file' && message.path === RECORDING && message.bytes) {
                 download('speaker.wav', message.bytes as Uint8Array<ArrayBuffer>);
             }
@@ -257,7 +270,7 @@ export function makeSlots(request: Request): Slots {
         },
         setLive(on) {
             live = on;
-            saveRecording.disabled = !on;
+            saveRecording.disabled = true;
             removeOld();
             if (!on) {
                 wanted(null);
@@ -270,7 +283,7 @@ export function makeSlots(request: Request): Slots {
                 }
             }
             if (record.isOn()) {
-                void ask(speaker, 'tovik/record', { on: true });
+                void setRecord(true);
             }
         },
         wanted,

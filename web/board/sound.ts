@@ -2,6 +2,8 @@
 
 const RATE = 8000;
 export const HEADER_BYTES = 68;
+const MOST_MINUTES = 30;
+const PIECE = 60 * RATE; // samples that are converted at a time
 
 // Whether a file has a WAV header of the length that the board's kind has. If anything in it is wrong, the board
 // says what.
@@ -10,37 +12,49 @@ function isForTheBoard(bytes: Uint8Array): boolean {
     return text.startsWith('RIFF') && text.slice(8) === 'WAVEfmt ' && bytes[16] === 40;
 }
 
-// One channel of signed samples of 32 bits, 8000 a second; those of `samples` lie from -1 to 1.
-export function wavOf(samples: Float32Array): Uint8Array {
-    const view = new DataView(new ArrayBuffer(HEADER_BYTES + samples.length * 4));
+// Of a file with one channel of signed samples of 32 bits, 8000 a second.
+function headerOf(samples: number): ArrayBuffer {
+    const view = new DataView(new ArrayBuffer(HEADER_BYTES));
     const text = (at: number, value: string): void =>
         [...value].forEach((c, i) => view.setUint8(at + i, c.charCodeAt(0)));
     text(0, 'RIFF');
-    view.setUint32(4, view.byteLength - 8, true);
+    view.setUint32(4, HEADER_BYTES + samples * 4 - 8, true);
     text(8, 'WAVEfmt ');
     [40, 0x1fffe, RATE, RATE * 4, 0x200004, 0x200016, 4, 1, 0x100000, 0xaa000080, 0x719b3800].forEach(
         (value, i) => view.setUint32(16 + i * 4, value, true),
     );
     text(60, 'data');
-    view.setUint32(64, samples.length * 4, true);
-    samples.forEach((sample, i) =>
-        view.setInt32(HEADER_BYTES + i * 4, Math.round(Math.min(Math.max(sample, -1), 1) * 0x7fffffff), true),
-    );
-    return new Uint8Array(view.buffer);
+    view.setUint32(64, samples * 4, true);
+    return view.buffer;
 }
 
-// Any sound that the browser can play, as the board takes it.
-export async function boardSound(bytes: Uint8Array<ArrayBuffer>): Promise<Uint8Array> {
+// The mean of the channels, which lie from -1 to 1.
+function mix(channels: readonly Float32Array[]): Int32Array<ArrayBuffer> {
+    const mixed = new Float32Array(channels[0]?.length ?? 0);
+    for (const channel of channels) {
+        channel.forEach((sample, i) => (mixed[i] = (mixed[i] ?? 0) + sample / channels.length));
+    }
+    return Int32Array.from(mixed, (sample) => Math.round(Math.min(Math.max(sample, -1), 1) * 0x7fffffff));
+}
+
+// Any sound that the browser can play, as the board takes it. Fails with a sentence for the user.
+export async function boardSound(bytes: Uint8Array<ArrayBuffer>): Promise<Blob> {
     if (isForTheBoard(bytes)) {
-        return bytes;
+        return new Blob([bytes]);
     }
     const decoder = new OfflineAudioContext(1, 1, RATE);
-    const sound = await decoder.decodeAudioData(bytes.buffer);
-    const mixed = new Float32Array(sound.length);
-    for (let channel = 0; channel < sound.numberOfChannels; channel += 1) {
-        sound.getChannelData(channel).forEach((sample, i) => {
-            mixed[i] = (mixed[i] ?? 0) + sample / sound.numberOfChannels;
-        });
+    const sound = await decoder.decodeAudioData(bytes.buffer).catch(() => {
+        throw new Error('the browser does not know this kind of sound.');
+    });
+    // A small file may have hours of silence.
+    if (sound.duration > MOST_MINUTES * 60) {
+        throw new Error(`it is longer than ${MOST_MINUTES} minutes.`);
     }
-    return wavOf(mixed);
+    const channels = Array.from({ length: sound.numberOfChannels }, (_, i) => sound.getChannelData(i));
+    const parts: BlobPart[] = [headerOf(sound.length)];
+    for (let at = 0; at < sound.length; at += PIECE) {
+        await new Promise((resolve) => setTimeout(resolve)); // the page goes on meanwhile
+        parts.push(mix(channels.map((channel) => channel.subarray(at, at + PIECE))));
+    }
+    return new Blob(parts);
 }

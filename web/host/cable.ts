@@ -1,5 +1,7 @@
 // The serial cable between two tabs of the same browser that have given it the same name.
 
+import { openChannel } from '../page/channel';
+
 // A device at the other end of the line, or the cable. `close` is the program's wish.
 export interface Line {
     send(bytes: Uint8Array): void;
@@ -25,36 +27,51 @@ const ANSWER_MS = 300;
 const PARTNER = 'another tab';
 
 export function openCable(name: string, events: LineEvents): Line {
-    const channel = new BroadcastChannel(`tovik-cable-${name}`);
     const self = `${Math.random()}`;
-    const since = Date.now();
-    const there = new Set<string>();
+    const there = new Set<string>(); // who has answered
+    let channel: BroadcastChannel | null = null;
     let partner = '';
-    const say = (said: Said): void => channel.postMessage(said);
+    let timer = 0;
+    const say = (said: Said): void => channel?.postMessage(said);
     const leave = (): void => {
         if (partner !== '') {
             say({ kind: 'leave', from: self, to: partner });
         }
-        removeEventListener('pagehide', leave);
-        channel.close();
+        partner = '';
+        there.clear();
+        channel?.close();
+        channel = null;
         clearTimeout(timer);
     };
-    const timer = window.setTimeout(() => {
-        if (there.size > 1) {
-            leave();
-            events.failed(`Two tabs are connected by the cable "${name}" already. Choose another name.`);
+    const connect = (): void => {
+        channel = openChannel(`tovik-cable-${name}`);
+        if (!channel) {
+            fail('The browser does not let this page have a cable to another tab.');
             return;
         }
+        const since = Date.now();
+        channel.onmessage = ({ data }: MessageEvent<Said>) => hear(data, since);
+        timer = window.setTimeout(join, ANSWER_MS);
+        say({ kind: 'hello', from: self, since });
+    };
+    const join = (): void => {
+        timer = 0;
+        const answers = [...there];
+        there.clear();
         if (partner !== '') {
             return; // it has joined in the meantime
         }
-        [partner = ''] = there;
+        if (answers.length > 1) {
+            fail(`Two tabs are connected by the cable "${name}" already. Choose another name.`);
+            return;
+        }
+        [partner = ''] = answers;
         if (partner !== '') {
             say({ kind: 'join', from: self, to: partner });
         }
         events.opened(partner === '' ? '' : PARTNER);
-    }, ANSWER_MS);
-    channel.onmessage = ({ data }: MessageEvent<Said>) => {
+    };
+    const hear = (data: Said, since: number): void => {
         if (data.kind === 'hello') {
             if (since < data.since || (since === data.since && self < data.from)) {
                 say({ kind: 'here', from: self, to: data.from });
@@ -62,7 +79,9 @@ export function openCable(name: string, events: LineEvents): Line {
         } else if (data.to !== self) {
             return;
         } else if (data.kind === 'here') {
+            // A tab that is busy answers late, and another one may do so as well.
             there.add(data.from);
+            timer ||= window.setTimeout(join, ANSWER_MS);
         } else if (data.kind === 'join') {
             // The partner until now, if there was one, has gone without a word.
             const isNew = partner !== data.from;
@@ -77,8 +96,24 @@ export function openCable(name: string, events: LineEvents): Line {
             events.opened('');
         }
     };
+    // A page that is left may come back as it was.
+    const comeBack = (event: PageTransitionEvent): void => {
+        if (event.persisted) {
+            connect();
+        }
+    };
+    const close = (): void => {
+        removeEventListener('pagehide', leave);
+        removeEventListener('pageshow', comeBack);
+        leave();
+    };
+    const fail = (reason: string): void => {
+        close();
+        events.failed(reason);
+    };
     addEventListener('pagehide', leave);
-    say({ kind: 'hello', from: self, since });
+    addEventListener('pageshow', comeBack);
+    connect();
     return {
         // What is sent while nobody is at the other end is lost, as with any cable.
         send(bytes) {
@@ -86,6 +121,6 @@ export function openCable(name: string, events: LineEvents): Line {
                 say({ kind: 'bytes', from: self, to: partner, bytes });
             }
         },
-        close: leave,
+        close,
     };
 }

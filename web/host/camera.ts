@@ -5,6 +5,7 @@ import { openDevice, refusal, type SwitchedDoor, type Tell } from './door';
 
 const [WIDTH, HEIGHT] = [640, 480];
 const FRAME_MS = 33;
+const IDLE_MS = 500; // between frames that no program takes: the newest is not much older
 
 // A picture as a camera delivers it. `rgba` has four bytes a point; the number of points is even.
 function yuyvOf(rgba: Uint8ClampedArray): Uint8Array {
@@ -39,6 +40,7 @@ export function makeCamera(tell: Tell): SwitchedDoor {
     const canvas = new OffscreenCanvas(WIDTH, HEIGHT);
     const context = canvas.getContext('2d', { alpha: false, willReadFrequently: true }) as never;
     let timer = 0;
+    let sentAt = 0;
 
     const send = (): void => {
         clearTimeout(timer);
@@ -49,6 +51,8 @@ export function makeCamera(tell: Tell): SwitchedDoor {
             timer = window.setTimeout(send, FRAME_MS); // it has not begun yet
             return;
         }
+        sentAt = performance.now();
+        timer = window.setTimeout(send, IDLE_MS);
         const yuyv = takePicture(video, context);
         server.post({ kind: 'frame', yuyv }, [yuyv.buffer]);
     };
@@ -70,7 +74,7 @@ export function makeCamera(tell: Tell): SwitchedDoor {
         take(message) {
             if (message.kind === 'frameTaken') {
                 clearTimeout(timer);
-                timer = window.setTimeout(send, FRAME_MS);
+                timer = window.setTimeout(send, sentAt + FRAME_MS - performance.now());
             }
         },
         async open() {

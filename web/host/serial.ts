@@ -16,6 +16,7 @@ interface Serial {
 }
 
 const BUFFER_BYTES = 16384;
+const CLOSE_MS = 1000; // for what has been sent and has not gone out yet
 const NONE = 'The serial device has to be chosen first.';
 
 const serial = (navigator as { serial?: Serial }).serial;
@@ -53,6 +54,8 @@ export function openDeviceLine(events: LineEvents): Line {
     const release = async (): Promise<void> => {
         await reader?.cancel().catch(() => {});
         reader?.releaseLock();
+        const patience = new Promise((resolve) => setTimeout(resolve, CLOSE_MS));
+        await Promise.race([writer?.close().catch(() => {}), patience]);
         await writer?.abort().catch(() => {});
         writer?.releaseLock();
         await port?.close().catch(() => {});

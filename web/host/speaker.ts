@@ -6,11 +6,13 @@ import { loadWorklet, SAMPLES_PER_SECOND, type SwitchedDoor, type Tell } from '.
 
 const AHEAD = SAMPLES_PER_SECOND * 0.1; // samples that wait to be played
 const LEAST_ASKED = SAMPLES_PER_SECOND * 0.032; // at once: each time wakes the board and paints its screen
+const LATENCY = 0.032; // seconds; browsers would wake this thread twice as often
 const WATCH_MS = 1000;
 const BEGIN_MS = 500; // in which the browser usually begins to play
 
 // The port that it is given leads to the worker: it says how many samples it wants, and gets them, or more from
-// a program that runs faster than the board. After a gap it first gathers a few. Says 1 when it begins to play.
+// a program that runs faster than the board. A wish that is not fulfilled in time is given up, and told once more: the
+// board forgets wishes when its pace begins anew. After a gap it first gathers a few. Says 1 when it begins to play.
 const PLAYER = `
 registerProcessor('tovik-speaker', class extends AudioWorkletProcessor {
     constructor() {
@@ -21,11 +23,14 @@ registerProcessor('tovik-speaker', class extends AudioWorkletProcessor {
     }
     start(worker) {
         this.worker = worker;
-        this.asked = this.first = this.count = this.place = this.last = this.next = 0;
+        this.asked = this.silent = this.first = this.count = this.place = this.last = this.next = 0;
         this.gathers = true;
+        this.gaveUp = false;
         if (worker) {
             worker.onmessage = ({ data }) => {
                 this.asked = Math.max(this.asked - data.length, 0);
+                this.silent = 0;
+                this.gaveUp = false;
                 for (const sample of data) {
                     if (this.count < this.waiting.length) {
                         this.waiting[(this.first + this.count) % this.waiting.length] = sample / 32768;
@@ -51,6 +56,11 @@ registerProcessor('tovik-speaker', class extends AudioWorkletProcessor {
             this.hasBegun = true;
             this.port.postMessage(1);
         }
+        this.silent += output.length * ${SAMPLES_PER_SECOND} / sampleRate;
+        if (this.silent > ${AHEAD} && !this.gaveUp) {
+            this.asked = 0;
+            this.gaveUp = true;
+        }
         const wanted = ${AHEAD} - this.count - this.asked;
         if (this.worker && wanted >= ${LEAST_ASKED}) {
             this.asked += wanted;
@@ -73,7 +83,7 @@ registerProcessor('tovik-speaker', class extends AudioWorkletProcessor {
 
 function makeContext(): AudioContext {
     try {
-        return new AudioContext({ sampleRate: SAMPLES_PER_SECOND, latencyHint: 'interactive' });
+        return new AudioContext({ sampleRate: SAMPLES_PER_SECOND, latencyHint: LATENCY });
     } catch {
         return new AudioContext(); // one that does not know the board's rate
     }

@@ -1,6 +1,6 @@
 // The board in its worker: when it runs, and what goes through its doors.
 
-import { forgetWrite, isWritten } from './files';
+import { takeWritten } from './files';
 import { bytesAt, withBytes, withText } from './memory';
 import type { Tovik } from './program';
 import type { FromWorker, ToWorker } from './protocol';
@@ -10,9 +10,8 @@ const TURN_MS = 8;
 
 const SCREEN_MS = 30;
 const CARD_MS = 1000;
-const CARD_SHARE = 20; // one part of so many of the time is for handing on a large card
-const MEDIA = '/media';
-const CARD = 'card-'; // how the names of cards begin
+const CARD_PART = 4 * 1024 * 1024; // bytes that are handed on at once,
+const CARD_PART_MS = 50; // and how long until the next ones are
 
 const US_PER_MS = 1000;
 const US_PER_SAMPLE = 125;
@@ -32,10 +31,11 @@ export function makeBoard(
 ): { take(message: ToWorker): void } {
     const turns = makeTurns(turn);
     const screen = makeScreen(tovik, tell);
-    const speaker = makeSpeaker(tovik, turns.begin);
+    const speaker = makeSpeaker(tovik, turns.now);
     const microphone = makeMicrophone(tovik, turns.begin);
     const line = makeLine(tovik, tell);
     const card = makeCard(tovik, tell, fail);
+    let isFrameThere = false;
 
     function turn(): void {
         try {
@@ -45,6 +45,7 @@ export function makeBoard(
             speaker.send();
             line.tell();
             card.tell();
+            tellFrame();
         } catch (error) {
             fail(error);
         }
@@ -68,7 +69,14 @@ export function makeBoard(
 
     function putFrame(yuyv: Uint8Array): void {
         withBytes(tovik, yuyv, (pointer) => tovik._camera_put(pointer, yuyv.length));
-        tell({ kind: 'frameTaken' });
+        isFrameThere = true;
+    }
+
+    function tellFrame(): void {
+        if (isFrameThere && !tovik._camera_keeps()) {
+            isFrameThere = false;
+            tell({ kind: 'frameTaken' });
+        }
     }
 
     return {
@@ -109,6 +117,7 @@ export function makeBoard(
 }
 
 interface Turns {
+    now(): void;
     begin(): void; // a turn comes next
     next(ms: number): void; // or after so long; -1: not by itself
 }
@@ -119,10 +128,13 @@ function makeTurns(turn: () => void): Turns {
     const channel = new MessageChannel();
     let isPosted = false;
     let timer = 0;
-    channel.port2.onmessage = () => {
-        isPosted = false;
+    const now = (): void => {
         clearTimeout(timer);
         turn();
+    };
+    channel.port2.onmessage = () => {
+        isPosted = false;
+        now();
     };
     const begin = (): void => {
         if (!isPosted) {
@@ -138,7 +150,7 @@ function makeTurns(turn: () => void): Turns {
             timer = self.setTimeout(begin, ms);
         }
     };
-    return { begin, next };
+    return { now, begin, next };
 }
 
 function makeScreen(tovik: Tovik, tell: Tell) {
@@ -171,7 +183,7 @@ function makeScreen(tovik: Tovik, tell: Tell) {
     };
 }
 
-function makeSpeaker(tovik: Tovik, begin: () => void) {
+function makeSpeaker(tovik: Tovik, run: () => void) {
     let port: MessagePort | null = null;
     let asked = 0; // samples, since there is one
     let askedAt = 0;
@@ -184,7 +196,7 @@ function makeSpeaker(tovik: Tovik, begin: () => void) {
                 port.onmessage = (event: MessageEvent<number>) => {
                     asked += event.data;
                     askedAt = performance.now();
-                    begin();
+                    run();
                 };
             }
         },
@@ -250,35 +262,30 @@ function makeLine(tovik: Tovik, tell: Tell) {
 }
 
 // The card that the program writes to is one of the page's files. A look at it comes after each turn, also after the
-// last one, but not more often than once in CARD_MS.
+// last one, but not more often than once in CARD_MS, unless there is more.
 function makeCard(tovik: Tovik, tell: Tell, fail: (error: unknown) => void) {
     let nextAt = 0;
     let timer = 0;
     const look = (): void => {
         timer = 0;
-        const begin = performance.now();
-        for (const name of tovik.FS.readdir(MEDIA).filter((one) => one.startsWith(CARD))) {
-            const path = `${MEDIA}/${name}`;
-            if (isWritten(tovik, path)) {
-                forgetWrite(tovik, path);
-                tell({ kind: 'changed', path, bytes: tovik.FS.readFile(path) });
-            }
-        }
-        const end = performance.now();
-        nextAt = end + Math.max(CARD_MS, (end - begin) * CARD_SHARE);
-    };
-    const tryToLook = (): void => {
         try {
-            look();
+            const written = takeWritten(tovik, CARD_PART);
+            nextAt = performance.now() + (written?.more ? CARD_PART_MS : CARD_MS);
+            if (written) {
+                tell(
+                    written,
+                    written.parts.map(({ bytes }) => bytes.buffer),
+                );
+                plan();
+            }
         } catch (error) {
             fail(error);
         }
     };
-    return {
-        tell(): void {
-            if (timer === 0 && tovik.FS.analyzePath(MEDIA).exists) {
-                timer = self.setTimeout(tryToLook, Math.max(nextAt - performance.now(), 0));
-            }
-        },
+    const plan = (): void => {
+        if (timer === 0) {
+            timer = self.setTimeout(look, Math.max(nextAt - performance.now(), 0));
+        }
     };
+    return { tell: plan };
 }

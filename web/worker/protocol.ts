@@ -11,6 +11,20 @@ export interface FileMessage {
     bytes: Uint8Array | null;
 }
 
+// Some of what the program has written to a file. Its parts belong together once no more comes.
+export interface FileChange {
+    kind: 'changed';
+    path: string;
+    parts: FilePart[];
+    more: boolean;
+}
+
+// Bytes of a file, from a place on.
+export interface FilePart {
+    at: number;
+    bytes: Uint8Array<ArrayBuffer>;
+}
+
 export type ToWorker =
     // Comes first. `program` is the WebAssembly program.
     | { kind: 'start'; role: Role; program: WebAssembly.Module }
@@ -40,8 +54,8 @@ export type FromWorker =
     | { kind: 'message'; text: string }
     // A file that was asked for.
     | FileMessage
-    // A file that the program has written: the SD card. It comes at most once a second.
-    | { kind: 'changed'; path: string; bytes: Uint8Array }
+    // What the program has written to a file that came: to the SD card.
+    | FileChange
     // What has changed on the screen: its pixels row by row, in RGBA.
     | {
           kind: 'screen';
@@ -51,7 +65,7 @@ export type FromWorker =
           height: number;
           rgba: Uint8ClampedArray<ArrayBuffer>;
       }
-    // The frame has arrived: another one may come.
+    // The program has taken the frame: the next one may come.
     | { kind: 'frameTaken' }
     // What the program wants of the serial line.
     | { kind: 'lineOpen'; line: 'device' | 'cable' | 'closed'; name: string }
