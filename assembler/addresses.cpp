@@ -65,7 +65,7 @@ void fault_duplicate(passes_t& passes, const statement_t& statement, span_t toke
     }
     diagnostic->related = {{first_place, "first defined here"}};
     if (find_operation(name) != nullptr) {
-        explain_first_column(*diagnostic, name);
+        explain_first_column(*diagnostic, map, name);
         passes.muted = true;
     }
 }

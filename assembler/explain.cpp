@@ -216,9 +216,25 @@ void explain_read(diagnostic_t& diagnostic) {
     }
 }
 
-void explain_first_column(diagnostic_t& diagnostic, std::string_view operation) {
+std::string indentation_in(const source_map_t& map, uint32_t file) {
+    constexpr size_t LONGEST_LOOK = 4096; // it is asked for at each fault
+    const std::string_view text = map.files[file].text;
+    for (size_t begin = 0; begin < std::min(text.size(), LONGEST_LOOK);) {
+        const std::string_view line = text.substr(begin, text.find('\n', begin) - begin);
+        uint32_t position = 0;
+        const span_t word = take_token(line, position);
+        if (word.begin > 0 && find_operation(line.substr(word.begin, word.size)) != nullptr) {
+            return std::string(line.substr(0, word.begin));
+        }
+        begin += line.size() + 1;
+    }
+    return std::string(16, ' '); // as in the examples
+}
+
+void explain_first_column(diagnostic_t& diagnostic, const source_map_t& map, std::string_view operation) {
+    const place_t& place = diagnostic.place;
     diagnostic.help = quoted(operation) + " stands in the first column, where labels are: indent it";
-    diagnostic.fix = {{{.file = diagnostic.place.file, .line = diagnostic.place.line}, "    "}};
+    diagnostic.fix = {{{.file = place.file, .line = place.line}, indentation_in(map, place.file)}};
 }
 
 void explain_count(diagnostic_t& diagnostic, const source_map_t& map, const statement_t& statement) {
@@ -287,7 +303,7 @@ void explain_opcode(diagnostic_t& diagnostic, const source_map_t& map, const sta
         }
         return;
     case meant_e::OPERATION:
-        explain_first_column(diagnostic, text_of(map, statement.file, statement.label));
+        explain_first_column(diagnostic, map, text_of(map, statement.file, statement.label));
         return;
     case meant_e::LABEL: {
         const bool has_colon = opcode.ends_with(':');
@@ -302,6 +318,11 @@ void explain_opcode(diagnostic_t& diagnostic, const source_map_t& map, const sta
         return;
     }
     case meant_e::UNKNOWN: {
+        if (statement.label.size != 0 && numeric(opcode)) {
+            const std::string data = ".data " + std::string(opcode);
+            suggest(diagnostic, "a value needs `.data`: write " + quoted(data), data);
+            return;
+        }
         diagnostic.help = help_for_others(opcode);
         if (!diagnostic.help.empty()) {
             return;

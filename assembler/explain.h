@@ -30,7 +30,11 @@ void explain_comment(diagnostic_t& diagnostic, std::string_view comment);
 void explain_number(diagnostic_t& diagnostic, std::string_view number, bool is_label);
 void explain_label(diagnostic_t& diagnostic, const source_map_t& map, std::string_view name, names_t& names);
 void explain_read(diagnostic_t& diagnostic); // what has been explained is read: a number there is an address
-void explain_first_column(diagnostic_t& diagnostic, std::string_view operation); // that is taken for a label
+// Of an operation that is taken for a label.
+void explain_first_column(diagnostic_t& diagnostic, const source_map_t& map, std::string_view operation);
+
+// What stands before the operations of a file that have no label: as in its first such line.
+std::string indentation_in(const source_map_t& map, uint32_t file);
 void explain_count(diagnostic_t& diagnostic, const source_map_t& map, const statement_t& statement);
 void explain_include(diagnostic_t& diagnostic, std::string_view name); // that cannot be opened
 

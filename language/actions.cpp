@@ -34,6 +34,9 @@ std::string title_of(const project_t& program, const diagnostic_t& diagnostic) {
     const bool same = std::all_of(diagnostic.fix.begin(), diagnostic.fix.end(), [&](const edit_t& other) {
         return other.text == edit.text && old_text(program, other) == old;
     });
+    if (same && old.empty() && !edit.text.empty() && !is_shown(edit.text)) {
+        return "Indent it";
+    }
     if (!same || (!is_shown(edit.text) && !is_shown(old))) {
         std::string help = diagnostic.help;
         help.front() = help.front() >= 'a' && help.front() <= 'z'
@@ -186,8 +189,8 @@ std::optional<constant_t> missing_constant(const project_t& program, const diagn
     const auto [begin, end] = bytes_of(text, diagnostic.place);
     if (diagnostic.code == code::UNDEFINED_LABEL) {
         const std::string name = text.bytes.substr(begin, end - begin);
-        const bool character = name.starts_with('\'') || name.starts_with('"');
-        return character || is_target(text.bytes, begin)
+        const bool other = name.find_first_of("'\",:;=()[]{}") != std::string::npos; // meant otherwise
+        return other || is_target(text.bytes, begin)
                    ? std::nullopt
                    : std::optional(constant_t{name, std::to_string(value_in(name)), true});
     }

@@ -6,6 +6,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "assembler/explain.h"
 #include "assembler/invisible.h"
 #include "assembler/similar.h"
 #include "language/warnings_internal.h"
@@ -39,7 +40,8 @@ void warn_of_operation(warnings_t& warnings, uint32_t index, std::string_view na
     if (alone && operation.count == 0) {
         place_t place = diagnostic.place;
         place.last = exact ? 0 : place.last;
-        diagnostic.fix = {{place, "                " + std::string(exact ? "" : operation.name)}};
+        diagnostic.fix = {
+            {place, indentation_in(*warnings.map, place.file) + std::string(exact ? "" : operation.name)}};
     }
 }
 

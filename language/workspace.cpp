@@ -170,14 +170,16 @@ bool comes_back(const project_t& program, uint32_t first) {
 }
 
 // Subroutines and data that are made to be included: code that begins with a label and returns, and that does
-// not end the program.
+// not end the program. Lines that are no instructions yet may become any.
 bool looks_like_part(const project_t& program) {
     const source_map_t& map = program.analysis.map;
     bool label_before = false;
+    bool has_unknown = false;
     uint32_t first = NOTHING;
     for (uint32_t i = 0; i < map.statements.size(); ++i) {
         const statement_t& statement = map.statements[i];
         label_before |= statement.label.size != 0;
+        has_unknown |= statement.operation == nullptr && statement.opcode.size != 0;
         if (statement.operation == nullptr || is_data(*statement.operation)) {
             continue;
         }
@@ -186,7 +188,7 @@ bool looks_like_part(const project_t& program) {
         }
         first = std::min(first, i);
     }
-    return first == NOTHING || comes_back(program, first);
+    return first == NOTHING ? !has_unknown : comes_back(program, first);
 }
 
 // Without the rest of the program only these can be told.
