@@ -22,8 +22,9 @@ namespace {
 namespace fs = std::filesystem;
 using json = nlohmann::ordered_json;
 
-// What the page takes: web/page/program.ts and disk.ts have the same numbers.
+// What the page takes: web/page/program.ts, disk.ts and task.ts have the same numbers.
 constexpr size_t LONGEST_TEXT = 1 << 20;  // bytes
+constexpr size_t LONGEST_TASK = 1 << 15;  // characters, in UTF-16 and without pictures
 constexpr size_t LONGEST_FILE_NAME = 100; // characters
 constexpr size_t MOST_FILES = 200;
 
@@ -68,14 +69,17 @@ library_t library_of(const page_t& page) {
     }
 }
 
-std::string replaced(std::string text,
+std::string replaced(std::string_view text,
                      std::initializer_list<std::pair<std::string_view, std::string_view>> words) {
-    for (const auto& [old, other] : words) {
-        for (size_t at = text.find(old); at != std::string::npos; at = text.find(old, at + other.size())) {
-            text.replace(at, old.size(), other);
-        }
+    std::string made;
+    while (!text.empty()) {
+        const auto* const word = std::find_if(words.begin(), words.end(),
+                                              [&](const auto& one) { return text.starts_with(one.first); });
+        const bool found = word != words.end();
+        made += found ? word->second : text.substr(0, 1);
+        text.remove_prefix(found ? word->first.size() : 1);
     }
-    return text;
+    return made;
 }
 
 // Puts the task in, and its name into the title.
@@ -122,6 +126,26 @@ void check_text(const std::string& name, std::string_view text) {
     }
 }
 
+// Characters of an assignment. Of a picture in it only "data:" is counted.
+size_t task_size(std::string_view text) {
+    constexpr std::string_view BEGIN = "data:image/";
+    constexpr std::string_view MIDDLE = ";base64,";
+    const std::string word = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ_abcdefghijklmnopqrstuvwxyz";
+    size_t size = count_characters(text);
+    size += static_cast<size_t>(
+        std::count_if(text.begin(), text.end(), [](char c) { return static_cast<uint8_t>(c) >= 0xf0; }));
+    size_t end = 0;
+    for (size_t at = text.find(BEGIN); at != std::string_view::npos; at = text.find(BEGIN, end)) {
+        const size_t kind = at + BEGIN.size();
+        end = std::min(text.find_first_not_of(word, kind), text.size());
+        if (end > kind && text.substr(end).starts_with(MIDDLE)) {
+            end = std::min(text.find_first_not_of(word + "+/=", end + MIDDLE.size()), text.size());
+            size -= end - at - std::string_view("data:").size();
+        }
+    }
+    return size;
+}
+
 // Why the page has no file of that name, or nothing.
 std::string_view wrong_name(const std::string& name) {
     if (wrong_byte(name) != std::string::npos) {
@@ -138,6 +162,9 @@ std::string_view wrong_name(const std::string& name) {
                    (c >= 0 && c < ' ');
         })) {
         return " has one of : * ? \" < > | \\";
+    }
+    if (name.find(".k/") != std::string::npos) {
+        return " is in a folder whose name ends in .k"; // it could be that of a file, too
     }
     const std::string bounds = "/" + name;
     return bounds.find("/.") != std::string::npos || bounds.find("/ ") != std::string::npos ||
@@ -232,6 +259,9 @@ json task_of(const wish_t& wish, const analysis_t& analysis, const library_t& li
     }
     const std::string text = wish.text.empty() ? "" : read_whole(wish.text);
     check_text(wish.text, text);
+    if (task_size(text) > LONGEST_TASK) {
+        throw tovik_error(wish.text + " is larger than 32 KiB, not counting its pictures");
+    }
     const std::string name = wish.name.empty() ? fs::path(wish.program).stem().string() : wish.name;
     if (wrong_byte(name) != std::string::npos) {
         throw tovik_error("the name " + name + " is not in UTF-8");

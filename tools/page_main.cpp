@@ -1,6 +1,7 @@
 // The entry of tovik-page: writes the page for browsers with a program and an assignment in it.
 
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
@@ -127,6 +128,7 @@ int fail(const std::string& message) {
 
 int main(int argc, char** argv) {
     hold_standard_streams();
+    std::signal(SIGXFSZ, SIG_IGN); // a file that may not be that large is an error, and nothing of it stays
     try {
         write_page(parse_options(argc, argv));
         return EXIT_SUCCESS;
