@@ -62,13 +62,13 @@ function row(title: string, about: string, open: () => void, ...more: HTMLElemen
 export interface ProgramsOptions {
     all: Program[];
     current: string; // its id
-    kept: boolean;
+    about: string; // a sentence on where they are kept
     open(program: Program): void;
     create(): void;
     fromDisk(): void;
     remove(program: Program): void;
     restore(program: Program): void;
-    destroy(program: Program): void;
+    destroy(program: Program, done: () => void): void;
 }
 
 export function showPrograms(options: ProgramsOptions): void {
@@ -104,8 +104,7 @@ export function showPrograms(options: ProgramsOptions): void {
                     forever.textContent = 'Really?';
                     return;
                 }
-                options.destroy(program);
-                forever.closest('li')?.remove();
+                options.destroy(program, () => forever.closest('li')?.remove());
             });
             const about = `${files(program)}, deleted ${when(program.deleted ?? 0)}`;
             return element(
@@ -124,9 +123,6 @@ export function showPrograms(options: ProgramsOptions): void {
                 forever,
             );
         });
-        const where = options.kept
-            ? 'Your programs are kept in this browser, on this computer.'
-            : 'This browser keeps nothing for this page: save your programs as files before you close it.';
         return [
             element(
                 'div',
@@ -137,7 +133,7 @@ export function showPrograms(options: ProgramsOptions): void {
             element('ul', { class: 'rows' }, ...liveRows),
             gone.length === 0 ? '' : element('h3', {}, 'Recently deleted'),
             element('ul', { class: 'rows' }, ...goneRows),
-            element('p', { class: 'quiet' }, where),
+            element('p', { class: 'quiet' }, options.about),
         ];
     });
 }
@@ -182,8 +178,8 @@ export function showExamples({ examples, exercises }: Examples, open: (example: 
 
 const LONG_LINK = 8000; // characters; some programs cut longer ones
 
-export function showLink(link: string, copied: boolean): void {
-    showDialog('Share', () => {
+export function showLink(link: string, copied: boolean, savePage: () => void): void {
+    showDialog('Share', (close) => {
         const box = element('textarea', { readonly: true, rows: 4, 'aria-label': 'Link' });
         box.value = link;
         const said = element('span', { role: 'status' }, copied ? 'The link is copied.' : '');
@@ -195,21 +191,36 @@ export function showLink(link: string, copied: boolean): void {
             );
         });
         queueMicrotask(() => box.select());
+        const save = button(
+            'Save as a page…',
+            () => {
+                close();
+                savePage();
+            },
+            { class: 'primary' },
+        );
+        const about =
+            location.protocol === 'file:'
+                ? [
+                      element(
+                          'p',
+                          {},
+                          'This page is a file, so the link opens only on this computer. ' +
+                              'For somebody else, save the program as a page.',
+                      ),
+                      element('div', { class: 'buttons start' }, save),
+                  ]
+                : [
+                      element(
+                          'p',
+                          {},
+                          'Whoever opens this link gets a copy of the program as it is now. It is in the link itself.',
+                      ),
+                  ];
         return [
-            element(
-                'p',
-                {},
-                'Whoever opens this link gets a copy of the program as it is now. It is in the link itself.',
-            ),
+            ...about,
             box,
             element('div', { class: 'buttons start' }, copy, said),
-            location.protocol === 'file:'
-                ? element(
-                      'p',
-                      { class: 'quiet' },
-                      'This page is a file, so the link works only where it is at the same place.',
-                  )
-                : '',
             link.length > LONG_LINK
                 ? element(
                       'p',
@@ -224,12 +235,14 @@ export function showLink(link: string, copied: boolean): void {
 // What was written in the dialog and not saved, by the program's id.
 const drafts = new Map<string, string>();
 
-export function showSavePage(program: Program, save: (name: string, text: string) => void): void {
+// `save` says what is wrong, as a sentence, or null.
+export function showSavePage(program: Program, save: (name: string, text: string) => string | null): void {
     showDialog('Save as a page', (close) => {
         const name = element('input', { type: 'text', value: program.name });
         const text = element('textarea', { rows: 10, placeholder: '# Task\n\nWrite a program that …' });
         text.value = drafts.get(program.id) ?? program.text;
         text.addEventListener('input', () => drafts.set(program.id, text.value));
+        const fault = element('p', { class: 'fault', role: 'alert' });
         const form = element(
             'form',
             {},
@@ -240,6 +253,7 @@ export function showSavePage(program: Program, save: (name: string, text: string
             ),
             element('label', {}, 'Name', name),
             element('label', {}, 'Assignment, in Markdown, or nothing', text),
+            fault,
             element(
                 'div',
                 { class: 'buttons' },
@@ -249,9 +263,11 @@ export function showSavePage(program: Program, save: (name: string, text: string
         );
         form.addEventListener('submit', (event) => {
             event.preventDefault();
-            close();
-            drafts.delete(program.id);
-            save(name.value.trim() || program.name, text.value);
+            fault.textContent = save(name.value.trim() || program.name, text.value) ?? '';
+            if (fault.textContent === '') {
+                close();
+                drafts.delete(program.id);
+            }
         });
         return [form];
     });
@@ -290,14 +306,14 @@ export function showLicenses(text: string): void {
 export function chooseForDropped(
     files: File[],
     program: string,
-    work: { openFiles(files: File[]): Promise<void>; addFiles(files: File[]): Promise<void> },
+    work: { openFiles(files: File[]): void; addFiles(files: File[]): void },
 ): void {
     const names = files.map(({ name }) => name);
     const about = names.slice(0, 5).join(', ') + (names.length > 5 ? ` and ${names.length - 5} more` : '');
     showDialog('Open files', (close) => {
-        const closing = (chosen: (files: File[]) => Promise<void>) => (): void => {
+        const closing = (chosen: (files: File[]) => void) => (): void => {
             close();
-            void chosen(files);
+            chosen(files);
         };
         return [
             element('p', {}, about),

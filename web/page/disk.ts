@@ -43,7 +43,7 @@ export async function readSources(list: readonly File[]): Promise<Opened> {
         }
     }
     if (list.length > MOST_FILES) {
-        refused.push(`Only the first ${MOST_FILES} files were looked at.`);
+        refused.unshift(`Only the first ${MOST_FILES} files were looked at.`);
     }
     return { files, refused };
 }

@@ -23,6 +23,7 @@ export interface Document extends WorkspaceFile {
     open: boolean; // for the server
     view: EditorView | null;
     problems: ServerDiagnostic[];
+    isChecked: boolean; // the server has said so, or else that there are none
 }
 
 export interface Documents {
@@ -47,6 +48,7 @@ export function makeDocument(name: string, text: string, own: boolean): Document
         open: false,
         view: null,
         problems: [],
+        isChecked: false,
         getView: () => document.view,
     };
     return document;
@@ -78,12 +80,26 @@ export function addDocument(documents: Documents, document: Document): void {
 export function removeDocument(documents: Documents, name: string): void {
     const document = documents.all.get(name);
     if (document !== undefined) {
-        document.view?.destroy();
         documents.all.delete(name);
-        if (document.open) {
-            documents.client?.didClose(document.uri);
-        }
+        closeDocument(documents, document);
     }
+}
+
+// One that is no longer among them: its editor goes, and the server forgets it.
+export function closeDocument(documents: Documents, document: Document): void {
+    document.view?.destroy();
+    if (document.open) {
+        documents.client?.didClose(document.uri);
+    }
+}
+
+// Puts others in the place of all of them, at one go. Neither editors nor the server are told: returns those that were
+// there, which are to be closed.
+export function replaceDocuments(documents: Documents, made: readonly Document[]): Document[] {
+    const before = [...documents.all.values()];
+    documents.all.clear();
+    made.forEach((document) => documents.all.set(document.name, document));
+    return before;
 }
 
 // Applies a change of text, whether the document has an editor or not.

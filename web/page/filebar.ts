@@ -3,16 +3,21 @@
 import { ask } from './dialogs';
 import { chooseFiles, readSources } from './disk';
 import { element } from './dom';
-import { menu } from './parts';
+import { attempt, menu } from './parts';
 import type { Choice, Messages } from './parts';
 import { freeName, wrongName } from './program';
 import type { Files } from './program';
 import type { Workspace } from './workspace';
 
+const MOST_SAID = 4;
+
 // Reads files from the disk, and says which ones are no sources.
 export async function readFiles(list: readonly File[], messages: Messages): Promise<Files> {
     const { files, refused } = await readSources(list);
-    refused.forEach((sentence) => messages.say(sentence, 'fault'));
+    refused.slice(0, MOST_SAID).forEach((sentence) => messages.say(sentence, 'fault'));
+    if (refused.length > MOST_SAID) {
+        messages.say(`${refused.length - MOST_SAID} more files could not be read.`, 'fault');
+    }
     return files;
 }
 
@@ -27,7 +32,7 @@ export function makeFileBar(workspace: Workspace, messages: Messages): HTMLEleme
     const create = (): void =>
         askName('New file', freeName('part.k', taken), (name) => workspace.addFiles(new Map([[name, '']])));
     const add = (): void =>
-        void chooseFiles().then(async (list) => workspace.addFiles(await readFiles(list, messages)));
+        attempt(messages, async () => workspace.addFiles(await readFiles(await chooseFiles(), messages)));
     const choices = (): Choice[] => {
         const document = editor.current();
         const always = [
@@ -51,7 +56,7 @@ export function makeFileBar(workspace: Workspace, messages: Messages): HTMLEleme
             ...always,
             { text: 'Rename the file…', chosen: () => askName('Rename', document.name, rename) },
             ...(document.name === workspace.main() ? [] : [begins]),
-            { text: 'Delete the file', chosen: () => workspace.remove(document) },
+            { text: 'Delete the file', chosen: () => attempt(messages, () => workspace.remove(document)) },
         ];
     };
     return element('div', { class: 'file-bar' }, editor.tabs, menu('⋯', 'This file', choices));

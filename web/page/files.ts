@@ -1,6 +1,7 @@
 // The program that is open in this tab, and how it is kept: soon after each pause in typing, when the page is left,
 // and together with what other tabs make of it.
 
+import { openChannel } from './channel';
 import type { Change, Store, Version } from './store';
 import { remember, remembered, rememberedNames } from './store';
 import type { Files, Program } from './program';
@@ -24,7 +25,7 @@ export interface Keeping {
     open(program: Program): void;
     now(): Program; // as it was kept last
     touch(): void; // something has changed
-    save(): Promise<void>;
+    save(): Promise<boolean>; // false: it could not be, which has been said
     isKept(): boolean; // all that is in the page is
 }
 
@@ -59,8 +60,13 @@ function nextState(
     return { program, aside };
 }
 
-const same = (a: Program, b: Program): boolean =>
+const same = (a: Shown, b: Shown): boolean =>
     a.name === b.name && a.main === b.main && a.text === b.text && sameFiles(a.files, b.files);
+
+// Whether `next` need not be written. A program that another tab has deleted for good comes back only with what was
+// written here since.
+const isThere = (base: Program, shown: Shown, stored: Program | null, next: Program): boolean =>
+    stored === null ? base.revision > 0 && same(base, shown) : same(next, stored);
 
 export const sameFiles = (a: Files, b: Files): boolean =>
     a.size === b.size && [...a].every(([name, text]) => b.get(name) === text);
@@ -71,7 +77,8 @@ function changeTo(next: Program, stored: Program, last: Map<string, number>): Ch
     const versions: Version[] = [];
     for (const [file, text] of stored.files) {
         const now = next.files.get(file);
-        const due = now === undefined || when - (last.get(file) ?? 0) >= APART;
+        const isGone = (now ?? '').trim() === '';
+        const due = isGone || when - (last.get(file) ?? 0) >= APART;
         if (now !== text && due && text.trim() !== '') {
             versions.push({ program: next.id, file, when, text });
             last.set(file, when);
@@ -100,8 +107,7 @@ interface Journal {
 async function keepJournal(store: Store, { base, shown }: Journal): Promise<boolean> {
     await store.update(base.id, (stored) => {
         const { program } = nextState(base, shown, stored ?? base);
-        const isThere = stored !== null && same(program, stored);
-        return isThere ? null : changeTo(program, stored ?? base, new Map());
+        return isThere(base, shown, stored, program) ? null : changeTo(program, stored ?? base, new Map());
     });
     return store.kept;
 }
@@ -119,13 +125,13 @@ function readJournal(text: string): Journal | null {
 }
 
 export function makeKeeping({ store, shown, adopt, failed }: KeepingOptions): Keeping {
-    const others = new BroadcastChannel('tovik-programs');
+    const others = openChannel('tovik-programs');
     const last = new Map<string, number>();
     let base: Program | null = null;
     let dirty = false;
     let isWriting = false;
     let timer = 0;
-    let running: Promise<void> = Promise.resolve();
+    let running: Promise<unknown> = Promise.resolve();
 
     const writeJournal = (): void => {
         const text = JSON.stringify({ base, shown: shown() }, (_, value: unknown) =>
@@ -135,9 +141,9 @@ export function makeKeeping({ store, shown, adopt, failed }: KeepingOptions): Ke
     };
 
     // One after the other: each begins with what the one before has left.
-    const sync = async (): Promise<void> => {
+    const sync = async (): Promise<boolean> => {
         if (base === null) {
-            return;
+            return true;
         }
         const [from, mine] = [base, shown()];
         let next: { program: Program; aside: Map<string, string> } | null = null;
@@ -147,7 +153,7 @@ export function makeKeeping({ store, shown, adopt, failed }: KeepingOptions): Ke
         try {
             await store.update(from.id, (stored) => {
                 next = nextState(from, mine, stored ?? from);
-                if (stored !== null && same(next.program, stored)) {
+                if (isThere(from, mine, stored, next.program)) {
                     return null;
                 }
                 const change = changeTo(next.program, stored ?? from, last);
@@ -155,48 +161,50 @@ export function makeKeeping({ store, shown, adopt, failed }: KeepingOptions): Ke
                 written = true;
                 return change;
             });
-        } catch (error) {
-            dirty = true;
-            failed(error instanceof Error ? error.message : String(error));
-            return;
         } finally {
             isWriting = false;
         }
         const made = next as { program: Program; aside: Map<string, string> } | null;
         if (made === null || base !== from) {
-            return; // another program has been opened
+            return true; // another program has been opened
         }
         if (written) {
-            others.postMessage({ id: from.id, revision: made.program.revision });
+            others?.postMessage({ id: from.id, revision: made.program.revision });
         }
         const live = shown().files;
-        base = made.program;
-        if (!sameFiles(base.files, mine.files) || base.name !== mine.name || base.main !== mine.main) {
-            adopt(base, mine.files, made.aside);
+        let seen = made.program;
+        if (!sameFiles(seen.files, mine.files) || seen.name !== mine.name || seen.main !== mine.main) {
+            adopt(seen, mine.files, made.aside);
             // What was typed meanwhile stays in the page; then it is as before the other tab's change.
             const typed = [...live].filter(([name, text]) => text !== mine.files.get(name));
-            const files = new Map(base.files);
+            const files = new Map(seen.files);
             typed
                 .filter(([name]) => !made.aside.has(name))
                 .forEach(([name]) => files.set(name, from.files.get(name) ?? ''));
-            base = { ...base, files };
+            seen = { ...seen, files };
             dirty ||= typed.length > 0;
         }
+        base = seen; // if the page could not take it, the next one tries again
         if (!dirty) {
             remember(JOURNAL, null);
         }
+        return true;
     };
-    const save = (): Promise<void> => {
+    const save = (): Promise<boolean> => {
         clearTimeout(timer);
-        const done = running.then(sync);
-        running = done.catch(() => undefined); // the next one comes nevertheless
+        const done = running.then(sync).catch((error: unknown) => {
+            dirty = true;
+            failed(error instanceof Error ? error.message : String(error));
+            return false;
+        });
+        running = done;
         return done;
     };
-    others.onmessage = (event: MessageEvent<{ id: string; revision: number }>) => {
+    others?.addEventListener('message', (event: MessageEvent<{ id: string; revision: number }>) => {
         if (base !== null && event.data.id === base.id && event.data.revision > base.revision) {
             void save();
         }
-    };
+    });
     const leave = (): void => {
         // What is being written may get no further.
         if ((dirty || isWriting) && base !== null) {
@@ -210,6 +218,7 @@ export function makeKeeping({ store, shown, adopt, failed }: KeepingOptions): Ke
         open(program) {
             base = program;
             dirty = false;
+            last.clear();
         },
         now() {
             if (base === null) {

@@ -1,15 +1,13 @@
 // The menus in the head of the page, and the keys for them.
 
 import { canPickFolder, hasPlace, placeKey } from './disk';
-import { button, menu } from './parts';
+import { attempt, button, menu } from './parts';
 import type { Choice, Messages } from './parts';
 import type { Programs } from './programs';
 import type { Workspace } from './workspace';
 
 export function makeMenus(workspace: Workspace, programs: Programs, messages: Messages): HTMLElement[] {
-    const run = (work: () => Promise<void>) => (): void => {
-        work().catch((error: Error) => messages.say(`That did not work: ${error.message}.`, 'fault'));
-    };
+    const run = (work: () => Promise<void>) => (): void => attempt(messages, work);
     const current = (): string => workspace.editor.current()?.name ?? 'the file';
     const save = (elsewhere: boolean): (() => void) => run(() => programs.saveFile(elsewhere));
     addEventListener('keydown', (event) => {

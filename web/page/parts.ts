@@ -142,6 +142,10 @@ export function makeTabs(label: string, panels: readonly TabPanel[]): Tabs {
     return { element: element('div', { class: 'tabs' }, bar, body), select };
 }
 
+// In percent of the window.
+const LEAST_SHARE = 8;
+const GREATEST_SHARE = 80;
+
 // A bar that changes a length of the page, kept in a variable of the style. `sign`: 1 if the length grows to the
 // right or downwards.
 export function makeBar(name: string, direction: 'x' | 'y', sign: 1 | -1, label: string): HTMLElement {
@@ -152,22 +156,28 @@ export function makeBar(name: string, direction: 'x' | 'y', sign: 1 | -1, label:
         tabindex: 0,
         'aria-label': label,
         'aria-orientation': direction === 'x' ? 'vertical' : 'horizontal',
+        'aria-valuemin': LEAST_SHARE,
+        'aria-valuemax': GREATEST_SHARE,
     });
+    const whole = (): number => (direction === 'x' ? innerWidth : innerHeight);
     const length = (): number => {
         const beside = sign === 1 ? bar.previousElementSibling : bar.nextElementSibling;
         const box = beside?.getBoundingClientRect();
         return (direction === 'x' ? box?.width : box?.height) ?? 0;
     };
+    const tell = (): void =>
+        bar.setAttribute('aria-valuenow', String(Math.round((length() / whole()) * 100)));
+    new ResizeObserver(tell).observe(bar); // it is seen, for the first time or again
     const set = (pixels: number): void => {
-        const whole = direction === 'x' ? innerWidth : innerHeight;
-        const part = Math.round(Math.min(Math.max((pixels / whole) * 100, 8), 80) * 10) / 10;
+        const share = Math.min(Math.max((pixels / whole()) * 100, LEAST_SHARE), GREATEST_SHARE);
+        const part = Math.round(share * 10) / 10;
         root.style.setProperty(`--${name}`, `${part}${direction === 'x' ? 'vw' : 'vh'}`);
-        bar.setAttribute('aria-valuenow', String(Math.round(part)));
+        tell();
         remember(name, String(part));
     };
     const last = Number(remembered(name) ?? '');
     if (last > 0) {
-        set((last / 100) * (direction === 'x' ? innerWidth : innerHeight));
+        set((last / 100) * whole());
     }
     bar.addEventListener('pointerdown', (event) => {
         const place = (of: PointerEvent): number => (direction === 'x' ? of.clientX : of.clientY);
@@ -189,8 +199,11 @@ export function makeBar(name: string, direction: 'x' | 'y', sign: 1 | -1, label:
     return bar;
 }
 
-// Shows a dialog. `fill` gets a function that closes it.
+// Shows a dialog, unless there is one. `fill` gets a function that closes it.
 export function showDialog(title: string, fill: (close: () => void) => (Node | string)[]): void {
+    if (document.querySelector('dialog[open]') !== null) {
+        return;
+    }
     const dialog = element('dialog', { 'aria-label': title });
     const close = (): void => dialog.close();
     dialog.append(
@@ -215,23 +228,28 @@ export function showDialog(title: string, fill: (close: () => void) => (Node | s
 
 export interface Messages {
     element: HTMLElement;
-    // Shows a sentence until it is closed, or for some seconds if it is only a `note`.
-    say(text: string, kind?: 'note' | 'warning' | 'fault', actions?: Choice[]): void;
+    // Shows a sentence until it is closed, or for some seconds if it is only a `note`. Returns what closes it.
+    say(text: string, kind?: 'note' | 'warning' | 'fault', actions?: Choice[]): () => void;
 }
 
 const NOTE_STAYS = 8000; // milliseconds
-const MOST_MESSAGES = 4;
+const MOST_LASTING = 50;
+const MOST_PASSING = 4;
 
 export function makeMessages(): Messages {
-    const list = element('div', {
-        class: 'messages',
-        role: 'log',
-        'aria-live': 'polite',
-        'aria-label': 'Messages',
-    });
+    // What lasts has a place of its own; what passes stands before other things.
+    const lasting = element('div', { class: 'messages-lasting' });
+    const passing = element('div', { class: 'messages-passing' });
     return {
-        element: list,
+        element: element(
+            'div',
+            { class: 'messages', role: 'log', 'aria-live': 'polite', 'aria-label': 'Messages' },
+            lasting,
+            passing,
+        ),
         say(text, kind = 'note', actions = []) {
+            const passes = kind === 'note' && actions.length === 0;
+            const list = passes ? passing : lasting;
             [...list.children]
                 .filter((child) => child.firstChild?.textContent === text)
                 .forEach((old) => old.remove());
@@ -243,14 +261,25 @@ export function makeMessages(): Messages {
                 };
                 one.append(button(name, act));
             }
-            one.append(button('×', () => one.remove(), { 'aria-label': 'Close', class: 'close' }));
+            const close = (): void => one.remove();
+            one.append(button('×', close, { 'aria-label': 'Close', class: 'close' }));
             list.append(one);
-            while (list.children.length > MOST_MESSAGES) {
+            if (list.children.length > (passes ? MOST_PASSING : MOST_LASTING)) {
                 list.firstElementChild?.remove();
             }
-            if (kind === 'note' && actions.length === 0) {
-                setTimeout(() => one.remove(), NOTE_STAYS);
+            list.scrollTop = list.scrollHeight;
+            if (passes) {
+                setTimeout(close, NOTE_STAYS);
             }
+            return close;
         },
     };
+}
+
+// Does what may fail, and says so if it does.
+export function attempt(messages: Messages, work: () => Promise<unknown>): void {
+    work().catch((error: unknown) => {
+        const reason = error instanceof Error ? error.message : String(error);
+        messages.say(`That did not work: ${reason.replace(/\.$/, '')}.`, 'fault');
+    });
 }

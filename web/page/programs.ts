@@ -1,17 +1,20 @@
 // What the user does with programs and files: opening, making, deleting, saving, sharing.
 
+import { watchesKey } from '../debug/watches';
 import { ask, showExamples, showLink, showPrograms, showSavePage, showVersions } from './dialogs';
 import type { Examples } from './dialogs';
 import { chooseFiles, download, placeKey, rememberOrigins, saveFile, saveFolder } from './disk';
 import { textOf } from './documents';
 import { readFiles } from './filebar';
+import { attempt } from './parts';
 import type { Messages } from './parts';
 import { newProgram } from './program';
 import type { Files, Given, Program } from './program';
-import { givenInLink, givenInPage, linkOf, markOf, pageWith } from './share';
+import { faultOf, givenInLink, givenInPage, linkOf, markOf, pageWith } from './share';
 import { sameFiles } from './files';
-import { remembered } from './store';
+import { remember, remembered } from './store';
 import type { Store } from './store';
+import { isLong } from './task';
 import type { Workspace } from './workspace';
 
 const FIRST = 'counter.k'; // the example of the first visit
@@ -68,6 +71,9 @@ export function makePrograms({ workspace, messages, examples, stop }: ProgramsOp
         const names = (await present()).map(({ name }) => name);
         await open(newProgram(given, from, names));
     };
+    // The same in answer to a press.
+    const choose = (given: Given, from: string | null = null): void =>
+        attempt(messages, () => openNew(given, from));
     const create = (): void => {
         ask(
             'New program',
@@ -76,7 +82,10 @@ export function makePrograms({ workspace, messages, examples, stop }: ProgramsOp
             'Make it',
             (name) => (name === '' ? 'It needs a name.' : null),
             (name) => {
-                void openNew({ ...BLANK, name }).then(() => editor.current()?.view?.focus());
+                attempt(messages, async () => {
+                    await openNew({ ...BLANK, name });
+                    editor.current()?.view?.focus();
+                });
             },
         );
     };
@@ -116,14 +125,18 @@ export function makePrograms({ workspace, messages, examples, stop }: ProgramsOp
         if (given === null) {
             return false;
         }
+        if (typeof given === 'string') {
+            messages.say(given, 'fault');
+            return false;
+        }
         const mark = markOf(given);
         const before = (await present()).some(({ from }) => from === mark);
-        programs.startAgain = () => void openNew(given, mark);
+        programs.startAgain = () => choose(given, mark);
         await openGiven(given, mark, () => true);
         if (before) {
             const again = {
                 text: 'Start again from the given program',
-                chosen: () => void openNew(given, mark),
+                chosen: () => choose(given, mark),
             };
             messages.say('You go on with your own work on this page.', 'note', [again]);
         }
@@ -136,10 +149,7 @@ export function makePrograms({ workspace, messages, examples, stop }: ProgramsOp
             store = opened;
             const kept = await present();
             if (!store.kept) {
-                messages.say(
-                    'This browser keeps nothing for this page. Save your programs as files before you close it.',
-                    'warning',
-                );
+                messages.say(store.about, 'warning');
                 addEventListener('beforeunload', (event) => event.preventDefault());
             }
             if ((await openLink()) || (await openPage())) {
@@ -165,14 +175,17 @@ export function makePrograms({ workspace, messages, examples, stop }: ProgramsOp
         async choosePrograms() {
             const current = workspace.program();
             await workspace.save();
-            const change = (program: Program, deleted: number | null): Promise<void> | undefined =>
+            const change = async (program: Program, deleted: number | null): Promise<void> =>
                 store?.update(program.id, (stored) =>
                     stored === null
                         ? null
                         : { program: { ...stored, deleted, revision: stored.revision + 1 }, versions: [] },
                 );
             const restore = (program: Program): void =>
-                void change(program, null)?.then(() => open({ ...program, deleted: null }));
+                attempt(messages, async () => {
+                    await change(program, null);
+                    await open({ ...program, deleted: null });
+                });
             const remove = async (program: Program): Promise<void> => {
                 await change(program, Date.now());
                 if (program.id === workspace.program().id) {
@@ -185,16 +198,21 @@ export function makePrograms({ workspace, messages, examples, stop }: ProgramsOp
             showPrograms({
                 all: await all(),
                 current: current.id,
-                kept: store?.kept ?? false,
-                open: (program) => void open(program),
+                about: store?.about ?? '',
+                open: (program) => attempt(messages, () => open(program)),
                 create,
-                fromDisk: () => void programs.chooseFiles(),
-                remove: (program) => void remove(program),
+                fromDisk: () => attempt(messages, programs.chooseFiles),
+                remove: (program) => attempt(messages, () => remove(program)),
                 restore,
-                destroy: (program) => void store?.remove(program.id),
+                destroy: (program, done) =>
+                    attempt(messages, async () => {
+                        await store?.remove(program.id);
+                        remember(watchesKey(program.id), null);
+                        done();
+                    }),
             });
         },
-        chooseExample: () => showExamples(examples, (example) => void openNew(exampleOf(example))),
+        chooseExample: () => showExamples(examples, (example) => choose(exampleOf(example))),
         chooseFiles: async () => programs.openFiles(await chooseFiles()),
         create,
         async saveFile(elsewhere) {
@@ -211,13 +229,31 @@ export function makePrograms({ workspace, messages, examples, stop }: ProgramsOp
             }
         },
         savePage() {
-            showSavePage(workspace.program(), (name, text) => {
-                workspace.setTask(text);
-                const page = pageWith({ ...workspace.program(), name });
-                download(`${name.replace(/[\\/:*?"<>|]/g, '-')}.html`, page, 'text/html');
+            const asked = workspace.program();
+            showSavePage(asked, (name, text) => {
+                const now = workspace.program();
+                const isOpen = now.id === asked.id; // a link may have opened another one
+                const given = { ...(isOpen ? now : asked), name, text };
+                const fault = faultOf(given);
+                if (fault !== null) {
+                    return `It cannot be saved as a page: ${fault}.`;
+                }
+                if (isLong(text)) {
+                    return 'An assignment has at most 32 KiB, and pictures in it.';
+                }
+                if (isOpen) {
+                    workspace.setTask(text);
+                }
+                download(`${name.replace(/[\\/:*?"<>|]/g, '-')}.html`, pageWith(given), 'text/html');
+                return null;
             });
         },
         async share() {
+            const fault = faultOf(workspace.program());
+            if (fault !== null) {
+                messages.say(`There is no link to this program: ${fault}.`, 'warning');
+                return;
+            }
             const link = await linkOf(workspace.program());
             if (link === null) {
                 messages.say('A link carries at most 1 MiB. Save this program as a page instead.', 'warning');
@@ -227,7 +263,7 @@ export function makePrograms({ workspace, messages, examples, stop }: ProgramsOp
                 () => true,
                 () => false,
             );
-            showLink(link, copied);
+            showLink(link, copied, programs.savePage);
         },
         async versions() {
             await workspace.save();

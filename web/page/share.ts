@@ -5,6 +5,7 @@ import { packGiven, unpackGiven } from './program';
 
 const MOST_UNPACKED = 1024 * 1024; // bytes
 const MARK = '#program=';
+const PIECE = 4096; // bytes to be unpacked at a time
 
 async function collect(
     stream: ReadableStream<Uint8Array>,
@@ -30,12 +31,24 @@ async function collect(
     return all;
 }
 
+// Null: it is longer than `most` bytes.
 export async function inflate(
     bytes: Uint8Array<ArrayBuffer>,
     format: CompressionFormat,
     most: number,
 ): Promise<Uint8Array<ArrayBuffer> | null> {
-    return collect(new Blob([bytes]).stream().pipeThrough(new DecompressionStream(format)), most);
+    let at = 0;
+    // Browsers unpack at one go what they are given, which may become a thousand times as long.
+    const pieces = new ReadableStream<Uint8Array<ArrayBuffer>>({
+        pull(to) {
+            to.enqueue(bytes.subarray(at, at + PIECE));
+            at += PIECE;
+            if (at >= bytes.length) {
+                to.close();
+            }
+        },
+    });
+    return collect(pieces.pipeThrough(new DecompressionStream(format)), most);
 }
 
 export function fromBase64(text: string): Uint8Array<ArrayBuffer> {
@@ -46,6 +59,12 @@ function toBase64Url(bytes: Uint8Array): string {
     let text = '';
     bytes.forEach((byte) => (text += String.fromCharCode(byte)));
     return btoa(text).replaceAll('+', '-').replaceAll('/', '_').replaceAll('=', '');
+}
+
+// Why no page and no link with this program could be opened, or null.
+export function faultOf(given: Given): string | null {
+    const again = unpackGiven(packGiven(given));
+    return typeof again === 'string' ? again : null;
 }
 
 // The program in a link to this page; null if it is larger than what a link is opened with.
@@ -64,16 +83,17 @@ export async function givenInLink(hash: string): Promise<Given | string | null> 
     if (!hash.startsWith(MARK)) {
         return null;
     }
-    const broken = 'The program in this link cannot be read: a part of the link seems to be missing.';
+    const broken = (reason: string): string => `The program in this link cannot be read: ${reason}.`;
     try {
         const packed = fromBase64(hash.slice(MARK.length).replaceAll('-', '+').replaceAll('_', '/'));
         const bytes = await inflate(packed, 'deflate-raw', MOST_UNPACKED);
         if (bytes === null) {
             return 'The program in this link is larger than 1 MiB. It has not been opened.';
         }
-        return unpackGiven(new TextDecoder('utf-8', { fatal: true }).decode(bytes)) ?? broken;
+        const given = unpackGiven(new TextDecoder('utf-8', { fatal: true }).decode(bytes));
+        return typeof given === 'string' ? broken(given) : given;
     } catch {
-        return broken;
+        return broken('a part of the link seems to be missing');
     }
 }
 
@@ -88,9 +108,11 @@ export function markOf(given: Given): string {
     return (a >>> 0).toString(36) + (b >>> 0).toString(36);
 }
 
-export function givenInPage(): Given | null {
+// The same for the page.
+export function givenInPage(): Given | string | null {
     const text = document.getElementById('tovik-task')?.textContent ?? '';
-    return text.trim() === '' ? null : unpackGiven(text);
+    const given = text.trim() === '' ? null : unpackGiven(text);
+    return typeof given === 'string' ? `The program in this page cannot be read: ${given}.` : given;
 }
 
 // This page as a file, with another program in it, or with none. All that it consists of is marked; what scripts

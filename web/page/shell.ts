@@ -44,7 +44,7 @@ export function themeButton(): HTMLButtonElement {
             document.documentElement.dataset['theme'] = other;
             made.setAttribute('aria-pressed', String(other === 'dark'));
         },
-        { 'aria-label': 'Dark colours', title: 'Dark or light colours' },
+        { 'aria-label': 'Dark colors', title: 'Dark or light colors' },
     );
     dark.addEventListener('change', draw);
     draw();
@@ -101,7 +101,7 @@ export function makeShell(pieces: Pieces): Shell {
             pieces.name,
             element('div', { class: 'menus' }, ...pieces.menus),
         ),
-        element('div', { class: 'run' }, ...pieces.controls),
+        element('section', { class: 'run', 'aria-label': 'Running the program' }, ...pieces.controls),
         switcher,
         work,
         pieces.messages,

@@ -12,6 +12,7 @@ export interface Version {
 
 export interface Store {
     kept: boolean; // false: all is gone with the page
+    about: string; // a sentence on that
     all(): Promise<Program[]>;
     // Changes a program at one go, whatever other tabs do: `change` gets it as it is kept, null for a new one,
     // and returns its next state with versions to be kept beside it, or null for no change.
@@ -26,6 +27,9 @@ export interface Change {
 }
 
 const MOST_VERSIONS = 20; // of a file
+const PATIENCE = 10_000; // milliseconds until the browser has to give its database
+const SLOW = 'it does not answer';
+const NEWER = 'its programs are those of a newer tovik';
 
 function promise<T>(request: IDBRequest<T>): Promise<T> {
     return new Promise((resolve, reject) => {
@@ -44,12 +48,24 @@ function finished(transaction: IDBTransaction): Promise<void> {
 }
 
 function openDatabase(): Promise<IDBDatabase> {
-    const request = indexedDB.open('tovik', 1);
-    request.onupgradeneeded = () => {
-        request.result.createObjectStore('programs', { keyPath: 'id' });
-        request.result.createObjectStore('versions', { keyPath: ['program', 'file', 'when'] });
-    };
-    return promise(request);
+    return new Promise((resolve, reject) => {
+        const request = indexedDB.open('tovik', 1);
+        const timer = setTimeout(() => reject(new Error(SLOW)), PATIENCE);
+        request.onupgradeneeded = () => {
+            request.result.createObjectStore('programs', { keyPath: 'id' });
+            request.result.createObjectStore('versions', { keyPath: ['program', 'file', 'when'] });
+        };
+        request.onsuccess = () => {
+            clearTimeout(timer);
+            request.result.onversionchange = () => request.result.close(); // a newer tovik waits for that
+            resolve(request.result);
+        };
+        request.onerror = () => {
+            clearTimeout(timer);
+            const isNewer = request.error?.name === 'VersionError';
+            reject(isNewer ? new Error(NEWER) : (request.error ?? new Error('the database fails')));
+        };
+    });
 }
 
 const ofProgram = (id: string): IDBKeyRange => IDBKeyRange.bound([id], [id, []]);
@@ -63,13 +79,23 @@ function addVersion(versions: IDBObjectStore, version: Version): void {
 }
 
 function databaseStore(database: IDBDatabase): Store {
-    const begin = (mode: IDBTransactionMode): IDBTransaction =>
+    const open = (mode: IDBTransactionMode): IDBTransaction =>
         database.transaction(['programs', 'versions'], mode, { durability: 'relaxed' });
+    const begin = async (mode: IDBTransactionMode): Promise<IDBTransaction> => {
+        try {
+            return open(mode);
+        } catch {
+            database = await openDatabase(); // the browser has closed it, as it may at any time
+            return open(mode);
+        }
+    };
     return {
         kept: true,
-        all: () => promise(begin('readonly').objectStore('programs').getAll()) as Promise<Program[]>,
-        update(id, change) {
-            const transaction = begin('readwrite');
+        about: 'Your programs are kept in this browser, on this computer.',
+        all: async () =>
+            promise((await begin('readonly')).objectStore('programs').getAll()) as Promise<Program[]>,
+        async update(id, change) {
+            const transaction = await begin('readwrite');
             const programs = transaction.objectStore('programs');
             const read = programs.get(id) as IDBRequest<Program | undefined>;
             read.onsuccess = () => {
@@ -83,24 +109,26 @@ function databaseStore(database: IDBDatabase): Store {
             };
             return finished(transaction);
         },
-        remove(id) {
-            const transaction = begin('readwrite');
+        async remove(id) {
+            const transaction = await begin('readwrite');
             transaction.objectStore('programs').delete(id);
             transaction.objectStore('versions').delete(ofProgram(id));
             return finished(transaction);
         },
         async versions(id) {
-            const list = promise(begin('readonly').objectStore('versions').getAll(ofProgram(id)));
+            const versions = (await begin('readonly')).objectStore('versions');
+            const list = promise(versions.getAll(ofProgram(id)));
             return ((await list) as Version[]).sort((a, b) => b.when - a.when);
         },
     };
 }
 
-function memoryStore(): Store {
+function memoryStore(reason: string): Store {
     const programs = new Map<string, Program>();
     let versions: Version[] = [];
     return {
         kept: false,
+        about: `This browser keeps nothing for this page${reason}. Save your programs as files before you close it.`,
         all: () => Promise.resolve([...programs.values()]),
         update(id, change) {
             const made = change(programs.get(id) ?? null);
@@ -122,8 +150,9 @@ function memoryStore(): Store {
 export async function openStore(): Promise<Store> {
     try {
         return databaseStore(await openDatabase());
-    } catch {
-        return memoryStore();
+    } catch (error) {
+        const reason = error instanceof Error ? error.message : '';
+        return memoryStore([SLOW, NEWER].includes(reason) ? `: ${reason}` : '');
     }
 }
 

@@ -4,11 +4,13 @@ import type { Extension } from '@codemirror/state';
 import { element } from './dom';
 import {
     addDocument,
+    closeDocument,
     makeDocument,
     ownCopy,
     ownFiles,
     pathOf,
     removeDocument,
+    replaceDocuments,
     setText,
     textOf,
 } from './documents';
@@ -20,7 +22,7 @@ import type { Keeping } from './files';
 import { makeLanguage } from './language';
 import type { Language } from './language';
 import type { Choice, Messages } from './parts';
-import { freeName } from './program';
+import { freeName, MOST_FILES } from './program';
 import type { Files, Program } from './program';
 import { remember } from './store';
 import type { Store, Version } from './store';
@@ -44,11 +46,11 @@ export interface Workspace {
     main(): string;
     begin(store: Store): void; // programs can be opened from then on
     program(): Program; // as it is in the page
-    open(program: Program): Promise<void>;
+    open(program: Program): Promise<void>; // fails, and all stays, if what is open could not be kept
     show(path: string): void;
     addFiles(files: Files): void;
     rename(document: Document, name: string): void;
-    remove(document: Document): void;
+    remove(document: Document): Promise<void>;
     setMain(document: Document): void;
     setTask(text: string): void;
     restore(version: Version): void;
@@ -102,7 +104,8 @@ export function makeWorkspace(options: WorkspaceOptions): Workspace {
     faults.addEventListener('click', () => editor.problems());
     status.append(faults);
     const drawStatus = (): void => {
-        const problems = editor.current()?.problems ?? [];
+        const current = editor.current();
+        const problems = current?.problems ?? [];
         const count = (most: number, one: string, several: string): string => {
             const number = problems.filter(({ severity }) => (severity ?? 1) === most).length;
             return number === 0 ? '' : `${number} ${number === 1 ? one : several}`;
@@ -110,7 +113,8 @@ export function makeWorkspace(options: WorkspaceOptions): Workspace {
         const parts = [count(1, 'fault', 'faults'), count(2, 'warning', 'warnings')].filter(
             (part) => part !== '',
         );
-        faults.textContent = parts.length === 0 ? 'No faults' : parts.join(', ');
+        const none = current?.own && !current.isChecked ? 'Checking…' : 'No faults';
+        faults.textContent = parts.length === 0 ? none : parts.join(', ');
         faults.classList.toggle(
             'bad',
             problems.some(({ severity }) => severity === 1),
@@ -122,11 +126,6 @@ export function makeWorkspace(options: WorkspaceOptions): Workspace {
         if (source !== undefined && !documents.all.has(name)) {
             addDocument(documents, makeDocument(name, source, false));
         }
-    };
-    const fill = (files: Files): void => {
-        [...documents.all.keys()].forEach((name) => removeDocument(documents, name));
-        files.forEach((source, name) => addDocument(documents, makeDocument(name, source, true)));
-        [...library.keys()].forEach(addLibrary);
     };
     const firstName = (): string => [...documents.all.values()].find(({ own }) => own)?.name ?? '';
     const shown = (): { name: string; main: string; text: string; files: Files } => ({
@@ -193,11 +192,37 @@ export function makeWorkspace(options: WorkspaceOptions): Workspace {
         options.opened(program);
     };
 
+    const add = (files: Files): void => {
+        let last: Document | null = null;
+        const room = Math.max(MOST_FILES - ownFiles(documents).size, 0);
+        for (const [name, source] of [...files].slice(0, room)) {
+            last = put(freeName(name, taken), source);
+        }
+        if (files.size > room) {
+            const left = files.size - room;
+            const text = `A program has at most ${MOST_FILES} files: ${left} could not be added.`;
+            messages.say(text, 'fault');
+        }
+        if (last !== null) {
+            editor.show(last);
+        }
+        changed();
+    };
+
     const kept = (): Keeping => {
         if (keeping === null) {
             throw new Error('there is no store yet');
         }
         return keeping;
+    };
+    // All that is in the page. False: it cannot be, which has been said.
+    const keepAll = async (): Promise<boolean> => {
+        do {
+            if (!(await kept().save())) {
+                return false;
+            }
+        } while (!kept().isKept()); // something was typed meanwhile
+        return true;
     };
     nameInput.addEventListener('input', changed);
     nameInput.addEventListener('change', () => {
@@ -213,28 +238,32 @@ export function makeWorkspace(options: WorkspaceOptions): Workspace {
         nameInput,
         main: () => main,
         begin(store) {
-            const failed = (reason: string): void =>
-                messages.say(
-                    `This browser could not keep the program: ${reason}. Save it as a file.`,
-                    'fault',
-                );
+            const failed = (reason: string): void => {
+                const text = `This browser could not keep the program: ${reason}. Save it as a file.`;
+                messages.say(text, 'fault');
+            };
             keeping = makeKeeping({ store, shown, adopt, failed });
         },
         program: () => ({ ...kept().now(), ...shown() }),
         async open(program) {
-            if (documents.all.size > 0) {
-                await kept().save();
-                if (!kept().isKept()) {
-                    return; // it could not be, which has been said: what is in the page must stay
-                }
-                [...documents.all.keys()].forEach((name) => options.forgotten(pathOf(name)));
+            const made = [...program.files].map(([name, source]) => makeDocument(name, source, true));
+            if (documents.all.size > 0 && !(await keepAll())) {
+                throw new Error('the program that is open could not be kept, so it stays');
             }
-            editor.clear();
-            fill(program.files);
+            // Nothing here can fail: the page must never show the files of one program and keep them as another.
+            const before = replaceDocuments(documents, made);
             main = program.main;
             text = program.text;
             nameInput.value = program.name;
             kept().open(program);
+
+            editor.clear();
+            before.forEach((document) => {
+                closeDocument(documents, document);
+                options.forgotten(pathOf(document.name));
+            });
+            made.forEach((document) => addDocument(documents, document));
+            [...library.keys()].forEach(addLibrary);
             remember('last', program.id);
             options.opened(program);
             const first = documents.all.get(main) ?? documents.all.get(firstName());
@@ -249,17 +278,12 @@ export function makeWorkspace(options: WorkspaceOptions): Workspace {
                 editor.show(document, false);
             }
         },
-        addFiles(files) {
-            let last: Document | null = null;
-            for (const [name, source] of files) {
-                last = put(freeName(name, taken), source);
-            }
-            if (last !== null) {
-                editor.show(last);
-            }
-            changed();
-        },
+        addFiles: add,
         rename(document, name) {
+            if (documents.all.get(document.name) !== document) {
+                messages.say(`${document.name} is not here any more.`, 'warning');
+                return;
+            }
             const made = put(name, textOf(document));
             options.renamed(pathOf(document.name), pathOf(name));
             main = document.name === main ? name : main;
@@ -267,21 +291,34 @@ export function makeWorkspace(options: WorkspaceOptions): Workspace {
             editor.show(made);
             changed();
         },
-        remove(document) {
+        async remove(document) {
+            // It stays among the earlier versions as it was kept last.
+            if (!(await keepAll()) || documents.all.get(document.name) !== document) {
+                return;
+            }
             const source = textOf(document);
             const wasMain = document.name === main;
             drop(document);
             if (firstName() === '') {
-                put('main.k', '');
                 main = 'main.k';
-                editor.closeTab('');
+                editor.show(put(main, ''));
             }
             changed();
+            const { id, name: program } = { ...kept().now(), ...shown() };
             const undo: Choice = {
                 text: 'Undo',
                 chosen() {
-                    const made = put(document.name, source);
-                    main = wasMain ? document.name : main;
+                    if (kept().now().id !== id) {
+                        const where = `${document.name} belongs to “${program}”`;
+                        messages.say(`${where}: it is among the earlier versions there.`, 'warning');
+                        return;
+                    }
+                    // What is there now stays.
+                    const now = documents.all.get(document.name);
+                    const isFree = now === undefined || !now.own || textOf(now).trim() === '';
+                    const name = isFree ? document.name : freeName(document.name, taken);
+                    const made = put(name, source);
+                    main = wasMain ? name : main;
                     editor.show(made);
                     changed();
                 },
@@ -299,12 +336,12 @@ export function makeWorkspace(options: WorkspaceOptions): Workspace {
             options.opened({ ...kept().now(), ...shown() });
         },
         restore(version) {
-            const present = documents.all.get(version.file);
-            const name = present?.own ? version.file.replace(/\.k$/, ' (earlier).k') : version.file;
-            const made = put(freeName(name, taken), version.text);
-            editor.show(made);
-            changed();
+            const { file, text: earlier } = version;
+            const name = taken(file) ? freeName(file, taken, ' (earlier)') : file;
+            add(new Map([[name, earlier]]));
         },
-        save: () => kept().save(),
+        async save() {
+            await kept().save();
+        },
     };
 }
