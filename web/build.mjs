@@ -65,7 +65,8 @@ function examples() {
     for (const part of text(ROOT, 'docs/examples.md').split(/^## /m).slice(1)) {
         const [, name, words] = /^(\S+\.k)\n\n((?:.+\n)+)/.exec(part) ?? [];
         if (name !== undefined) {
-            about.set(name, words.replace(/\s+/g, ' ').replaceAll('`', '').trim());
+            const plain = words.replaceAll('`', '').replace(/\[([^\]]*)\]\([^)]*\)/g, '$1');
+            about.set(name, plain.replace(/\s+/g, ' ').trim());
         }
     }
     const sources = (folder) =>

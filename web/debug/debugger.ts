@@ -61,8 +61,9 @@ export interface Debugger {
     // A file is no longer part of the program, or has another name: its breakpoints go, or go with it.
     forget: (path: string) => void;
     renamed: (path: string, newPath: string) => void;
-    // Another program is open: its labels are others, even where they have the same names.
-    forgetData: () => void;
+    // Another program is open, with this id: its labels are others, even where they have the same names, and what was
+    // said is not about it.
+    opened: (id: string) => void;
 }
 
 // The registers of devices; their addresses never change.
@@ -151,6 +152,10 @@ export function makeDebugger({ adapter, start, show, seeSource }: DebuggerOption
         use: session.use,
         forget: marks.forget,
         renamed: marks.renamed,
-        forgetData: data.forget,
+        opened(id) {
+            data.forget();
+            watches.open(id);
+            session.say(null);
+        },
     };
 }

@@ -9,6 +9,7 @@ import {
     ViewPlugin,
     WidgetType,
     gutter,
+    lineNumbers,
     hoverTooltip,
     keymap,
     type DecorationSet,
@@ -240,48 +241,50 @@ export function makeEditors(session: Session, marks: Marks, show: (path: string)
         let press = 0;
         let isLong = false;
         const lineOf = (view: EditorView, from: number): number => view.state.doc.lineAt(from).number;
-        return gutter({
+        const domEventHandlers: Parameters<typeof gutter>[0]['domEventHandlers'] = {
+            click(view, line) {
+                if (!isLong) {
+                    toggle(path, lineOf(view, line.from));
+                }
+                isLong = false;
+                return true;
+            },
+            contextmenu(view, line, event) {
+                event.preventDefault();
+                const { clientX, clientY } = event as MouseEvent;
+                if (!isLong) {
+                    openForm(path, lineOf(view, line.from), clientX, clientY);
+                }
+                return true;
+            },
+            touchstart(view, line, event) {
+                const { clientX = 0, clientY = 0 } = (event as TouchEvent).touches[0] ?? {};
+                isLong = false;
+                press = window.setTimeout(() => {
+                    isLong = true;
+                    openForm(path, lineOf(view, line.from), clientX, clientY);
+                }, 600);
+                return false;
+            },
+            touchend() {
+                clearTimeout(press);
+                return false;
+            },
+            touchmove() {
+                clearTimeout(press);
+                return false;
+            },
+        };
+        const marksGutter = gutter({
             class: 'debug-gutter',
             renderEmptyElements: true,
             lineMarker: (view, line) => markOf(path, view, lineOf(view, line.from)),
             lineMarkerChange: (update) =>
                 update.transactions.some((one) => one.effects.some((effect) => effect.is(refresh))),
             initialSpacer: () => new Mark('debug-breakpoint debug-spacer', ''),
-            domEventHandlers: {
-                click(view, line) {
-                    if (!isLong) {
-                        toggle(path, lineOf(view, line.from));
-                    }
-                    isLong = false;
-                    return true;
-                },
-                contextmenu(view, line, event) {
-                    event.preventDefault();
-                    const { clientX, clientY } = event as MouseEvent;
-                    if (!isLong) {
-                        openForm(path, lineOf(view, line.from), clientX, clientY);
-                    }
-                    return true;
-                },
-                touchstart(view, line, event) {
-                    const { clientX = 0, clientY = 0 } = (event as TouchEvent).touches[0] ?? {};
-                    isLong = false;
-                    press = window.setTimeout(() => {
-                        isLong = true;
-                        openForm(path, lineOf(view, line.from), clientX, clientY);
-                    }, 600);
-                    return false;
-                },
-                touchend() {
-                    clearTimeout(press);
-                    return false;
-                },
-                touchmove() {
-                    clearTimeout(press);
-                    return false;
-                },
-            },
+            domEventHandlers,
         });
+        return [lineNumbers({ domEventHandlers }), marksGutter];
     };
 
     const hover = hoverTooltip(

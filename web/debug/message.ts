@@ -1,6 +1,8 @@
 // Why the program has stopped, and what has to be said or asked otherwise.
 
+import { WANTED, type Question } from '../board/slots';
 import { element } from '../page/dom';
+import type { State } from './debugger';
 import type { Marks } from './marks';
 import type { Notice, Session } from './session';
 import { button } from './ui';
@@ -52,13 +54,16 @@ export function makeMessage(
             ...(details ? [element('p', { class: 'debug-details' }, ...withPlaces(details, reveal))] : []),
         ];
     };
+    let wanted: Question | null = null; // a device for which the program waits
+    const sayState = (state: State): string =>
+        (state === 'running' && wanted ? WANTED[wanted] : STATES[state]) ?? '';
     const sayWhy = (): void => {
         const stop = session.stop();
         const frame = session.frame();
         why.hidden = session.state() === 'idle';
         why.dataset['reason'] = stop?.reason ?? '';
         if (!stop) {
-            why.replaceChildren(...paragraphs(STATES[session.state()] ?? ''));
+            why.replaceChildren(...paragraphs(sayState(session.state())));
             return;
         }
         const isAtEnd = stop.reason === 'halt' || stop.reason === 'exception';
@@ -77,7 +82,9 @@ export function makeMessage(
             first.append(sentence ? ' Next is ' : 'Next is ', link, '.');
         }
     };
+    let shown: Notice | null = null;
     const show = (next: Notice | null): void => {
+        shown = next;
         notice.hidden = next === null;
         notice.classList.toggle('debug-fault', next?.isFault ?? false);
         notice.replaceChildren(
@@ -98,9 +105,22 @@ export function makeMessage(
             sayWhy();
         }
     });
-    session.onLaunched(sayChanged);
+    session.onLaunched(() => {
+        wanted = null;
+        sayChanged();
+    });
+    session.onEvent('tovik/wanted', ({ question }) => {
+        wanted = question as Question | null;
+        sayWhy();
+    });
     marks.onEdit(sayChanged);
     marks.onEdit(sayWhy);
+    marks.onEdit(() => {
+        // Why it did not start may be mended.
+        if (shown?.isFault && ['idle', 'ended'].includes(session.state())) {
+            show(null);
+        }
+    });
     session.onNotice(show);
     return element('div', { class: 'debug-message' }, notice, changed, why);
 }

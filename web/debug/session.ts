@@ -260,12 +260,17 @@ export function makeSession(firstAdapter: Adapter): Session {
                 over('ended');
             }
         },
-        progressStart: (body) =>
+        progressStart: (body) => {
             setWay({
                 id: String(body['progressId']),
                 title: String(body['title']),
                 share: Number(body['percentage'] ?? 0),
-            }),
+            });
+            // The user goes on, and does not wait for what was asked about the place that is left.
+            if (state === 'running' && body['requestId'] !== undefined) {
+                cancelWay();
+            }
+        },
         progressUpdate: (body) => {
             if (way && way.id === body['progressId']) {
                 setWay({ ...way, share: Number(body['percentage'] ?? way.share) });

@@ -86,6 +86,7 @@ export function makeTimeline(session: Session): HTMLElement {
         slider.disabled = state !== 'stopped';
         if (state === 'idle') {
             text.textContent = '';
+            slider.removeAttribute('aria-valuetext');
             slider.value = slider.min = slider.max = '0';
         }
     });

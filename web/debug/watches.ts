@@ -1,19 +1,23 @@
 // Expressions whose values are shown at each stop.
 
 import { element } from '../page/dom';
+import { remember, remembered } from '../page/store';
 import { sentenceOf, type Session } from './session';
-import { button, remember, remembered, whenSeen } from './ui';
+import { button, whenSeen } from './ui';
 
 const MOST = 100;
 
 export interface Watches {
     element: HTMLElement;
     add: (expression: string) => void;
+    open: (program: string) => void; // those of this one, by its id
 }
 
-function keptExpressions(): string[] {
+export const watchesKey = (program: string): string => `watches-${program}`;
+
+function keptExpressions(program: string): string[] {
     try {
-        const kept: unknown = JSON.parse(remembered('watches') ?? '[]');
+        const kept: unknown = JSON.parse(remembered(watchesKey(program)) ?? '[]');
         return Array.isArray(kept) ? kept.filter((one) => typeof one === 'string').slice(0, MOST) : [];
     } catch {
         return [];
@@ -21,7 +25,8 @@ function keptExpressions(): string[] {
 }
 
 export function makeWatches(session: Session): Watches {
-    let expressions = keptExpressions();
+    let program = '';
+    let expressions: string[] = [];
     const values = new Map<string, string>();
     const list = element('ul', { class: 'debug-list', 'aria-label': 'Watches' });
     const input = element('input', {
@@ -38,7 +43,7 @@ export function makeWatches(session: Session): Watches {
     const cells = new Map<string, HTMLElement>();
     const keep = (next: string[]): void => {
         expressions = next;
-        remember('watches', JSON.stringify(expressions));
+        remember(watchesKey(program), expressions.length === 0 ? null : JSON.stringify(expressions));
         cells.clear();
         const rows = expressions.map((expression) => {
             const value = element('span', { class: 'debug-value' }, values.get(expression) ?? '');
@@ -90,7 +95,6 @@ export function makeWatches(session: Session): Watches {
         add(input.value.trim());
         input.value = '';
     });
-    keep(expressions);
     const panel = element('div', { class: 'debug-panel' }, list, form);
     whenSeen(session, panel, refresh);
     session.onState((state) => {
@@ -100,5 +104,9 @@ export function makeWatches(session: Session): Watches {
             cells.forEach((cell) => cell.replaceChildren());
         }
     });
-    return { element: panel, add };
+    const open = (id: string): void => {
+        program = id;
+        keep(keptExpressions(id));
+    };
+    return { element: panel, add, open };
 }

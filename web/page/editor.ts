@@ -1,6 +1,6 @@
 // The editors: one for each file that has been shown, and the tabs above them.
 
-import { completionKeymap } from '@codemirror/autocomplete';
+import { autocompletion, completionKeymap } from '@codemirror/autocomplete';
 import { defaultKeymap, history, historyKeymap, insertNewlineAndIndent } from '@codemirror/commands';
 import { indentService } from '@codemirror/language';
 import { lintGutter, lintKeymap, openLintPanel } from '@codemirror/lint';
@@ -20,7 +20,7 @@ import { element } from './dom';
 import type { Document, Documents } from './documents';
 import { showKnownProblems } from './language';
 import type { Language } from './language';
-import { syntax } from './syntax';
+import { OPERATIONS, syntax } from './syntax';
 
 declare const STYLE_WORD: string; // by which the policy of the page knows CodeMirror's styles
 
@@ -80,6 +80,26 @@ function previousStop(view: EditorView): boolean {
     return true;
 }
 
+// A word before an operation is a label, which begins in the first column: there it goes when the operation has been
+// typed. Returns false: the key that comes then does what it always does.
+function placeLabel(view: EditorView): boolean {
+    const { state } = view;
+    const { main } = state.selection;
+    const line = state.doc.lineAt(main.head);
+    const typed = state.sliceDoc(line.from, main.head);
+    const [, label = '', operation = ''] = /^\s+(\S+)\s+(\S+)$/.exec(typed) ?? [];
+    const isLabel = OPERATIONS.has(operation) && !OPERATIONS.has(label) && !/^#|\/\//.test(label);
+    if (main.empty && !state.readOnly && isLabel) {
+        const insert = `${`${label} `.padEnd(STOPS[0] ?? 0)}${operation}`;
+        view.dispatch({
+            changes: { from: line.from, to: main.head, insert },
+            selection: { anchor: line.from + insert.length },
+            userEvent: 'input',
+        });
+    }
+    return false;
+}
+
 // A line after one with an operation begins where operations do.
 const indentation = indentService.of((context, place) => {
     const before = context.lineAt(place, -1).text.slice(0, place - context.lineAt(place, -1).from);
@@ -90,20 +110,38 @@ const indentation = indentService.of((context, place) => {
     return /^(?!\/\/|#)\S+\s+(?!\/\/)\S/.test(before) ? (STOPS[0] ?? 0) : 0;
 });
 
+// Where new colors take the text before the caret away and put it back, Chromium leaves the caret beside it and not in
+// it, and the next blank that is typed may then stand before that text.
+const caretInText = EditorView.updateListener.of(({ view }) => {
+    const { main } = view.state.selection;
+    const selection = document.getSelection();
+    if (!main.empty || !view.hasFocus || view.composing || !(selection?.focusNode instanceof Element)) {
+        return;
+    }
+    const { node, offset } = view.domAtPos(main.head, -1);
+    if (node instanceof Text) {
+        selection.collapse(node, offset);
+    }
+});
+
 const basics: Extension = [
+    caretInText,
+    lintGutter(),
     lineNumbers(),
     highlightActiveLineGutter(),
+    // Enter is for a new line, unless the user has chosen something.
+    autocompletion({ selectOnOpen: false, icons: false }),
     history(),
     drawSelection(),
     indentation,
     highlightActiveLine(),
     highlightSelectionMatches({ highlightWordAroundCursor: true, wholeWords: true, minSelectionLength: 2 }),
-    lintGutter(),
     EditorState.tabSize.of(8),
     EditorState.phrases.of({ 'No diagnostics': 'No faults' }),
     EditorView.cspNonce.of(STYLE_WORD),
     EditorView.contentAttributes.of({ spellcheck: 'false', autocapitalize: 'off', autocorrect: 'off' }),
     keymap.of([
+        ...['Space', 'Tab', 'Enter'].map((key) => ({ key, run: placeLabel })),
         { key: 'Tab', run: nextStop },
         { key: 'Backspace', run: previousStop },
         { key: 'Enter', run: insertNewlineAndIndent },
@@ -181,6 +219,7 @@ export function makeEditor(options: EditorOptions): Editor {
         const { name } = document;
         const selected = document === current;
         const faults = document.problems.filter(({ severity }) => severity === 1).length;
+        const count = `${faults} ${faults === 1 ? 'fault' : 'faults'}`;
         const tab = element(
             'button',
             {
@@ -190,15 +229,14 @@ export function makeEditor(options: EditorOptions): Editor {
                 'aria-controls': 'editor-place',
                 tabindex: selected ? 0 : -1,
                 class: document.own ? null : 'library',
+                'aria-label': faults === 0 ? null : `${name}, ${count}`,
                 title: options.isMain(name) ? `${name}: the program begins here` : name,
             },
             options.isMain(name) && documents.all.size > 1
                 ? element('span', { class: 'main-mark' }, '▸ ')
                 : null,
             name,
-            faults === 0
-                ? null
-                : element('span', { class: 'count', title: `${faults} faults` }, String(faults)),
+            faults === 0 ? null : element('span', { class: 'count', title: count }, String(faults)),
         );
         tab.addEventListener('click', () => show(document));
         return tab;

@@ -5,7 +5,7 @@ import { EditorView, ViewPlugin, keymap } from '@codemirror/view';
 import type { ViewUpdate } from '@codemirror/view';
 import { LSPClient, LSPPlugin } from '@codemirror/lsp-client';
 import * as lsp from '@codemirror/lsp-client';
-import { setDiagnostics } from '@codemirror/lint';
+import { closeLintPanel, setDiagnostics } from '@codemirror/lint';
 import type { Action, Diagnostic } from '@codemirror/lint';
 import type { Extension, Text } from '@codemirror/state';
 import type {
@@ -17,6 +17,7 @@ import type {
 } from 'vscode-languageserver-protocol';
 import type { Server } from './workers';
 import type { Document, Documents } from './documents';
+import { element } from './dom';
 import { ProgramWorkspace, nameOfUri } from './documents';
 import { tokenColours, wantColours } from './tokens';
 import { sanitize } from './sanitize';
@@ -80,6 +81,20 @@ async function applyFix(
 const about = (diagnostic: ServerDiagnostic): string =>
     JSON.stringify([diagnostic.range.start, diagnostic.message]);
 
+// In the list of faults with its line; code stands between backquotes.
+function renderProblem(line: number, message: string): HTMLElement {
+    const parts = message.split('`').map((part, i) => (i % 2 === 1 ? element('code', {}, part) : part));
+    return element('span', {}, element('span', { class: 'fault-line' }, `Line ${line}: `), ...parts);
+}
+
+// A list with nothing in it gives its place back to the editor.
+function closeEmptyList(view: EditorView): void {
+    const hadFocus = view.dom.querySelector('.cm-panel-lint')?.contains(document.activeElement) ?? false;
+    if (closeLintPanel(view) && hadFocus) {
+        view.focus();
+    }
+}
+
 function showProblems(document: Document, fixes: readonly CodeAction[]): void {
     const { view } = document;
     const plugin = view === null ? null : LSPPlugin.get(view);
@@ -96,15 +111,20 @@ function showProblems(document: Document, fixes: readonly CodeAction[]): void {
                 name: title,
                 apply: (_, from, to) => void applyFix(view, document, from, to, title),
             }));
+        const message = typeof problem.message === 'string' ? problem.message : problem.message.value;
         return {
             from: place(problem.range.start),
             to: place(problem.range.end),
             severity: severities[problem.severity ?? 1] ?? 'error',
-            message: typeof problem.message === 'string' ? problem.message : problem.message.value,
+            message,
+            renderMessage: () => renderProblem(problem.range.start.line + 1, message),
             actions,
         };
     });
     view.dispatch(setDiagnostics(view.state, shown));
+    if (shown.length === 0) {
+        closeEmptyList(view);
+    }
 }
 
 export function makeLanguage(documents: Documents, problemsChanged: () => void): Language {
@@ -117,6 +137,7 @@ export function makeLanguage(documents: Documents, problemsChanged: () => void):
             return true; // of an older state: those of the newer one come
         }
         document.problems = params.diagnostics;
+        document.isChecked = true;
         showProblems(document, []);
         problemsChanged();
         const { view, version } = document;
@@ -203,6 +224,7 @@ export function makeLanguage(documents: Documents, problemsChanged: () => void):
             // Those that have been shown already have their faults from the server that is gone.
             documents.all.forEach((document) => {
                 document.problems = [];
+                document.isChecked = false;
             });
         },
         take: (text) => heard(text),

@@ -20,6 +20,7 @@ export interface Machine {
     debug: Debugger;
     board: HTMLElement;
     panels: TabPanel[];
+    resetSwitches(): void; // while there is no program
     // A worker for the board that is `ready`.
     connect(server: Server): void;
     take(message: FromWorker): void;
@@ -33,6 +34,7 @@ export interface MachineOptions {
     seeSource(): void;
     say(sentence: string, kind: 'note' | 'warning' | 'fault'): void;
     started(): void; // a program begins
+    refused(): void; // it did not
     revive(): void; // a worker has to be there
     seePanel(id: string): void; // something in it wants to be seen
 }
@@ -90,10 +92,10 @@ export function makeMachine(options: MachineOptions): Machine {
         made.on('tovik/board', (body) => board.update(body));
         made.on('tovik/wanted', ({ question }) => {
             asked = question as Question | null;
-            tellWanted();
             if (question !== null) {
                 options.seePanel('slots');
             }
+            tellWanted();
         });
         made.on('output', ({ category, output }) => {
             if (category === 'stderr' && typeof output === 'string') {
@@ -145,13 +147,16 @@ export function makeMachine(options: MachineOptions): Machine {
         lastFault = '';
         isSpoken = false;
         options.started();
-        await debug.launch(pathOf(main), {
+        const isBegun = await debug.launch(pathOf(main), {
             ...slots.answersForLaunch(),
             switches: board.switches(),
             board: true,
             screen: false,
             waits: true,
         });
+        if (!isBegun) {
+            options.refused();
+        }
     };
 
     const board = makeBoard(ask);
@@ -172,6 +177,7 @@ export function makeMachine(options: MachineOptions): Machine {
     return {
         debug,
         board: board.element,
+        resetSwitches: board.resetSwitches,
         panels: [
             ...debug.panels,
             { id: 'slots', title: 'Devices', element: slots.element },

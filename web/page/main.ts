@@ -9,7 +9,7 @@ import { makeFileBar } from './filebar';
 import { keepJournals } from './files';
 import { makeMachine, makeMirror } from './machine';
 import { makeMenus } from './menus';
-import { button, makeMessages } from './parts';
+import { attempt, button, makeMessages } from './parts';
 import { makePrograms } from './programs';
 import type { Files } from './program';
 import { makeShell, themeButton } from './shell';
@@ -37,7 +37,8 @@ const workspace = makeWorkspace({
         if (program.id !== shownId) {
             shownId = program.id;
             hint.hidden = true; // it is about the first one
-            machine.debug.forgetData();
+            machine.debug.opened(program.id);
+            machine.resetSwitches();
             shell.seeEditor();
         }
         if (program.text !== shownTask) {
@@ -69,6 +70,13 @@ const machine = makeMachine({
         hint.remove();
         shell.seeBoard();
     },
+    // What can be done about it stands in the list.
+    refused() {
+        const { editor } = workspace;
+        if (editor.current()?.problems.some(({ severity }) => severity === 1)) {
+            editor.problems();
+        }
+    },
 });
 
 const programs = makePrograms({ workspace, messages, examples, stop: () => machine.debug.stop() });
@@ -96,11 +104,18 @@ async function begin(): Promise<void> {
     await keepJournals(store);
     workspace.begin(store);
     if (await programs.begin(store)) {
-        hint.textContent = 'This program counts on the red lamps. Press Start and watch them.';
+        hint.textContent =
+            'This program counts on the red lamps. Press Start and watch them. ' +
+            'The screen shows noise: the program does not draw on it.';
         hint.hidden = false;
     }
-    addEventListener('hashchange', () => void programs.openLink());
-    acceptDrops((files) => chooseForDropped(files, workspace.program().name, programs));
+    addEventListener('hashchange', () => attempt(messages, programs.openLink));
+    acceptDrops((files) =>
+        chooseForDropped(files, workspace.program().name, {
+            openFiles: () => attempt(messages, () => programs.openFiles(files)),
+            addFiles: () => attempt(messages, () => programs.addFiles(files)),
+        }),
+    );
 }
 
 async function startWorkers(): Promise<void> {
@@ -132,15 +147,17 @@ async function startWorkers(): Promise<void> {
         });
     };
     let board: Server | null = null;
+    let closeFault = (): void => undefined;
     const startBoard = (): void => {
         const server: Server = startServer('board', program, source, (message) => {
             if (message.kind === 'ready') {
+                closeFault();
                 machine.connect(server);
             } else if (message.kind === 'failed') {
                 board = null;
                 machine.failed(message.reason);
                 const text = `The board has stopped working: ${message.reason}. Your program is safe.`;
-                messages.say(text, 'fault', [{ text: 'Start it again', chosen: revive }]);
+                closeFault = messages.say(text, 'fault', [{ text: 'Start it again', chosen: revive }]);
             } else {
                 machine.take(message);
             }

@@ -4,7 +4,7 @@ import { HighlightStyle, StreamLanguage, syntaxHighlighting } from '@codemirror/
 import type { Extension } from '@codemirror/state';
 import { tags } from '@lezer/highlight';
 
-const OPERATIONS = new Set(
+export const OPERATIONS = new Set(
     'halt add sub mult div cp and or not sl sr cpfa cpta be bne blt call ret cpdata .data'.split(' '),
 );
 const WORD = /^(?:(?!\/\/)\S)+/; // a word ends at white space or at a comment
