@@ -60,7 +60,10 @@ class Serial(unittest.TestCase):
         self.assertFalse(settings[LOCAL] & (termios.ICANON | termios.ISIG))
         os.write(master, b"HAL" * 20 + b".")
         self.assertEqual((0, "halt", ""), self.end(process))
-        self.assertEqual(b"IBM" * 20, os.read(master, 1000))
+        answer = b""
+        while len(answer) < 60:  # a terminal hands on what it has, which may not be all
+            answer += os.read(master, 1000)
+        self.assertEqual(b"IBM" * 20, answer)
         # Its other end goes.
         process = self.start(READY, "--serial", os.ttyname(line), "--limit", "400000")
         self.assertEqual(b"\0", os.read(master, 1))

@@ -62,6 +62,7 @@ test('words are changed, in the variables and in the memory, and the program goe
         'again           add     sum sum one\n                be      again zero zero\nsum             .data   0\none             .data   1\nzero            .data   0\n',
     );
     await until(/^No faults/, tab.status);
+    assert.equal(await tab.text('[aria-label=Watches] li'), ''); // those of the other program
     await page.select('.debug-speed select', '1000');
     await tab.press('Start');
     await until(/^The program runs/, tab.message);

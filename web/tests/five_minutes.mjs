@@ -117,6 +117,10 @@ const SENTENCES = [
     [String.raw`It says "([^"]+)"`, (tab, words) => until(saying(words), () => tab.text('.cm-panel'))],
     [String.raw`The window says "([^"]+)"`, (tab, words) => until(saying(words), () => tab.text('dialog'))],
     [
+        String.raw`A page that is a file offers "([^"]+)"`,
+        (tab, name) => tab.page.url().startsWith('file:') && tab.find('button', name),
+    ],
+    [
         String.raw`(HEX\d)-HEX\d shows "(....)"`,
         (tab, name, digits) =>
             until(
@@ -229,7 +233,7 @@ async function follow(tab) {
     assert.deepEqual(tab.errors, []);
 }
 
-// The third picture: an example on a small screen, in dark colours.
+// The third picture: an example on a small screen, in dark colors.
 async function pictureTablet(browser) {
     if (pictures === undefined) {
         return;
@@ -242,7 +246,7 @@ async function pictureTablet(browser) {
     });
     await tab.press('Examples');
     await tab.press('pong.k');
-    await tab.press('Dark colours');
+    await tab.press('Dark colors');
     await tab.press('Start');
     await until(/: 000/, () => tab.shows('HEX3'));
     await new Promise((resolve) => setTimeout(resolve, 3000));

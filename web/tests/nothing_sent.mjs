@@ -40,7 +40,7 @@ test('a session', async () => {
         await until(/link/, () => tab.text('dialog'));
         await tab.press('Close');
         await tab.open('sd_notes.k');
-        await tab.run(/^The program runs/);
+        await tab.run(/for a card/);
         await tab.press('New empty card');
         await until(/^Halted/, tab.message);
         await tab.page.reload();
