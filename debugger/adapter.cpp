@@ -117,6 +117,11 @@ json failure(json response, const std::string& message, refusal_e kind = refusal
     return response;
 }
 
+// The board has said it.
+std::string text_of_host_failure() {
+    return front.messages.empty() ? "the computer fails" : front.messages.back().text;
+}
+
 way_t<json> answer(adapter_t& adapter, json response, std::string command, json arguments) {
     try {
         json good = response;
@@ -131,8 +136,7 @@ way_t<json> answer(adapter_t& adapter, json response, std::string command, json 
     } catch (const tovik_error& error) {
         co_return failure(response, error.message);
     } catch (const host_failure_t&) {
-        const std::string text = front.messages.empty() ? "the computer fails" : front.messages.back().text;
-        co_return failure(response, text);
+        co_return failure(response, text_of_host_failure());
     } catch (const std::exception& error) {
         co_return failure(response, error.what());
     }
@@ -293,7 +297,7 @@ way_t<session_pass_t> pass_of_session(adapter_t& adapter, int32_t most) {
     try {
         co_return co_await session_run(most, goes_on);
     } catch (const host_failure_t&) {
-        co_return failed_pass(front.messages.empty() ? "the computer fails" : front.messages.back().text);
+        co_return failed_pass(text_of_host_failure());
     } catch (const tovik_error& error) {
         co_return failed_pass(error.message);
     }

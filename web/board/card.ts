@@ -2,18 +2,12 @@
 
 import { openChannel } from '../page/channel';
 import { element } from '../page/dom';
+import { settled } from '../page/store';
 import type { FileChange, FilePart } from '../worker/protocol';
 import { button, download, makeFileSlot, type FileSlot, type Held } from './rows';
 
 const STORE = 'cards';
 const KEY = 'inserted';
-
-function settled<Result>(request: IDBRequest<Result>): Promise<Result> {
-    return new Promise((resolve, reject) => {
-        request.onsuccess = () => resolve(request.result);
-        request.onerror = () => reject(request.error ?? new Error('the browser keeps nothing'));
-    });
-}
 
 async function withStore<Result>(use: (store: IDBObjectStore) => IDBRequest<Result>): Promise<Result> {
     const opening = indexedDB.open('tovik-card', 1);

@@ -3,8 +3,8 @@
 
 import type { Body } from '../page/adapter';
 import { element } from '../page/dom';
+import { remember, remembered } from '../page/store';
 import { makeSignal, type Session, type Signal, type Stop } from './session';
-import { remember, remembered } from './ui';
 
 const SPEEDS: [string, string][] = [
     ['max', 'As fast as possible'],

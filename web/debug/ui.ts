@@ -166,20 +166,3 @@ export function editInPlace(
     input.select();
     input.focus();
 }
-
-// What the browser keeps for the next time; it may refuse.
-export function remembered(key: string): string | null {
-    try {
-        return localStorage.getItem(`tovik.${key}`);
-    } catch {
-        return null;
-    }
-}
-
-export function remember(key: string, value: string): void {
-    try {
-        localStorage.setItem(`tovik.${key}`, value);
-    } catch {
-        // Then it is not kept.
-    }
-}

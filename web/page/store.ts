@@ -31,7 +31,8 @@ const PATIENCE = 10_000; // milliseconds until the browser has to give its datab
 const SLOW = 'it does not answer';
 const NEWER = 'its programs are those of a newer tovik';
 
-function promise<T>(request: IDBRequest<T>): Promise<T> {
+// Fails where the database does.
+export function settled<T>(request: IDBRequest<T>): Promise<T> {
     return new Promise((resolve, reject) => {
         request.onsuccess = () => resolve(request.result);
         request.onerror = () => reject(request.error ?? new Error('the database fails'));
@@ -93,7 +94,7 @@ function databaseStore(database: IDBDatabase): Store {
         kept: true,
         about: 'Your programs are kept in this browser, on this computer.',
         all: async () =>
-            promise((await begin('readonly')).objectStore('programs').getAll()) as Promise<Program[]>,
+            settled((await begin('readonly')).objectStore('programs').getAll()) as Promise<Program[]>,
         async update(id, change) {
             const transaction = await begin('readwrite');
             const programs = transaction.objectStore('programs');
@@ -117,7 +118,7 @@ function databaseStore(database: IDBDatabase): Store {
         },
         async versions(id) {
             const versions = (await begin('readonly')).objectStore('versions');
-            const list = promise(versions.getAll(ofProgram(id)));
+            const list = settled(versions.getAll(ofProgram(id)));
             return ((await list) as Version[]).sort((a, b) => b.when - a.when);
         },
     };

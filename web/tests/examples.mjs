@@ -30,6 +30,7 @@ const HALTING = ['primes.k', 'sort.k', 'fibonacci.k', 'hello_lcd.k', 'sdram_copy
 const WAITING = {
     'sd_notes.k': /for a card/,
     'echo.k': /for sound/,
+    'spectrum.k': /for sound/,
     'mirror.k': /for a picture/,
     'snapshot.k': /for a picture/,
 };
