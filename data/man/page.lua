@@ -70,14 +70,23 @@ local function begun_section(block)
   return block.t == "Table" and sections[text(pandoc.utils.to_simple_table(block).headers[1] or {})]
 end
 
--- Code that is too wide is indented less than the text around it, and its lines go on below where even that is not
--- enough.
+-- A line that is too wide goes on below, from the last blank that leaves it short enough.
+local function insert_broken(lines, line)
+  while utf8.len(line) > wide_code_characters do
+    local begin = line:sub(1, utf8.offset(line, wide_code_characters + 2) - 1):match("^(.*%S) ")
+    if not begin then break end
+    table.insert(lines, begin)
+    line = "    " .. line:sub(#begin + 2)
+  end
+  table.insert(lines, line)
+end
+
+-- Code that is too wide is indented less than the text around it, and broken where even that is not enough.
 local function set_code(block)
   local widest, lines = 0, {}
   for line in (block.text .. "\n"):gmatch("([^\n]*)\n") do
     widest = math.max(widest, utf8.len(line))
-    if utf8.len(line) > wide_code_characters then line = line:gsub("^(.*) (.*)$", "%1\n    %2") end
-    table.insert(lines, line)
+    insert_broken(lines, line)
   end
   if widest <= code_characters then return block end
   local written = table.concat(lines, "\n"):gsub("[\\`^~-]", { ["\\"] = "\\e", ["`"] = "\\(ga", ["^"] = "\\(ha",
