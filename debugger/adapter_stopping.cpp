@@ -165,8 +165,10 @@ json step_in(adapter_t& adapter, const json& /*arguments*/) { return go(adapter,
 way_t<json> step_out(adapter_t& adapter, json /*arguments*/) {
     check_begun(adapter);
     adapter.went_at = history_now();
-    going_t going(adapter, LOOKS_FOR_CALLER);
-    co_await session_step_out(going.progress());
+    {
+        going_t going(adapter, LOOKS_FOR_CALLER);
+        co_await session_step_out(going.progress());
+    }
     set_running(adapter);
     co_return nullptr;
 }

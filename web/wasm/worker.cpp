@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <deque>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -48,9 +49,15 @@ adapter_t new_adapter() {
 adapter_t adapter = new_adapter();
 adapter_pass_t pass;
 
-void begin_anew_if_over() {
+// What has come behind the end is for the next one.
+void begin_anew_if_over(std::vector<std::string>& messages) {
     if (adapter.over) {
+        const std::deque<nlohmann::json> waiting = std::move(adapter.waiting);
         adapter = new_adapter();
+        for (const nlohmann::json& message : waiting) {
+            const std::vector<std::string> answers = adapter_take(adapter, message.dump());
+            messages.insert(messages.end(), answers.begin(), answers.end());
+        }
     }
 }
 
@@ -96,8 +103,8 @@ EMSCRIPTEN_KEEPALIVE const char* language_take(const char* message) {
 }
 
 EMSCRIPTEN_KEEPALIVE const char* board_take(const char* message) {
-    const std::vector<std::string> answers = adapter_take(adapter, message);
-    begin_anew_if_over();
+    std::vector<std::string> answers = adapter_take(adapter, message);
+    begin_anew_if_over(answers);
     return handed_out(answers);
 }
 
@@ -106,7 +113,7 @@ EMSCRIPTEN_KEEPALIVE const char* board_take(const char* message) {
 EMSCRIPTEN_KEEPALIVE const char* board_run(double now_us, double speaker_us) {
     adapter.speaker_us = speaker_us < 0 ? std::nullopt : std::optional(static_cast<uint64_t>(speaker_us));
     pass = adapter_run(adapter, static_cast<uint64_t>(now_us));
-    begin_anew_if_over();
+    begin_anew_if_over(pass.messages);
     return handed_out(pass.messages);
 }
 
