@@ -134,6 +134,7 @@ export function makeSession(firstAdapter: Adapter): Session {
     let launchNumber = 0;
     let underWay: Promise<unknown> = Promise.resolve(); // a launch, or an end
     let way: Way | null = null;
+    let motion = 0; // the request of the last one
     let giveUpQuestion: (() => void) | null = null;
     const states = makeSignal<State>();
     const looks = makeSignal<void>();
@@ -267,7 +268,7 @@ export function makeSession(firstAdapter: Adapter): Session {
                 share: Number(body['percentage'] ?? 0),
             });
             // The user goes on, and does not wait for what was asked about the place that is left.
-            if (state === 'running' && body['requestId'] !== undefined) {
+            if (state === 'running' && Number(body['requestId']) < motion) {
                 cancelWay();
             }
         },
@@ -387,7 +388,9 @@ export function makeSession(firstAdapter: Adapter): Session {
             const before = stop;
             cancelWay();
             setState('running');
-            ask(command, { ...THREAD, ...arguments_ }).catch((error) => {
+            const asked = ask(command, { ...THREAD, ...arguments_ });
+            motion = adapter.last();
+            asked.catch((error) => {
                 if (state === 'running') {
                     setState('stopped');
                     stop = before;
@@ -432,6 +435,7 @@ export function makeSession(firstAdapter: Adapter): Session {
         },
         use(next) {
             adapter = next;
+            motion = 0;
             phase = 'none';
             over('idle');
             listenToAll();

@@ -16,6 +16,7 @@ export class RequestFailed extends Error {
 
 export interface Adapter {
     request(command: string, arguments_?: Body): Promise<Body>;
+    last(): number; // of the requests
     on(event: string, heard: (body: Body) => void): void;
     take(text: string): void; // a message of the adapter's
     end(reason: string): void; // what was asked fails
@@ -48,6 +49,7 @@ export function makeAdapter(server: Server): Adapter {
             server.post({ kind: 'message', text });
             return promise;
         },
+        last: () => seq,
         on(event, heard) {
             listeners.set(event, [...(listeners.get(event) ?? []), heard]);
         },
