@@ -50,7 +50,7 @@ export interface CardSlot extends FileSlot {
 }
 
 export function makeCardSlot(give: (slot: FileSlot) => void): CardSlot {
-    let former: Held | null = null;
+    let former: (Held & { path: string }) | null = null; // that was taken out
     let isKept = true;
     let isBusy = false;
     // There is one card for all tabs.
@@ -95,13 +95,15 @@ export function makeCardSlot(give: (slot: FileSlot) => void): CardSlot {
         }
     });
     const remove = button('Take out', () => {
-        former = slot.held();
+        const held = slot.held();
+        former = held && { ...held, path: slot.path() };
         put(null);
         void keep();
     });
     const back = button('Put it back', () => {
         if (former) {
-            slot.fill(former);
+            const { name, content } = former;
+            slot.fill({ name, content }, true);
         }
     });
     const slot = makeFileSlot(
@@ -143,6 +145,8 @@ export function makeCardSlot(give: (slot: FileSlot) => void): CardSlot {
                 if (!more) {
                     void keep();
                 }
+            } else if (former && path === former.path) {
+                former.content = withParts(former.content, parts); // what was written last comes a little later
             }
         },
     };

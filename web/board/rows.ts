@@ -91,7 +91,9 @@ export interface FileSlot extends Row {
     path(): string;
     put(held: Held | null): void; // without an answer for the program
     setComputer(on: boolean): void; // the computer's own device is used in place of a file
-    fill(held: Held): void; // and the program gets it
+    // And the program gets it. Another one than before has a path of its own: a program that runs may still write to
+    // that of before.
+    fill(held: Held, isSame?: boolean): void;
     wantsFile(wish: boolean): void;
 }
 
@@ -106,6 +108,7 @@ export interface FileKind {
 
 export function makeFileSlot(kind: FileKind, give: (slot: FileSlot) => void, ...controls: Node[]): FileSlot {
     let held: Held | null = null;
+    let number = 1; // of all that have been in it
     let computer = false;
     const chooser = element('input', { type: 'file', accept: kind.kinds, hidden: true });
     const again = button('Give it again', () => give(slot));
@@ -137,13 +140,14 @@ export function makeFileSlot(kind: FileKind, give: (slot: FileSlot) => void, ...
     const slot: FileSlot = {
         ...row,
         held: () => held,
-        path: () => `/media/${kind.prefix}-${held?.name.replaceAll('/', '_') ?? ''}`,
+        path: () => `/media/${kind.prefix}-${number}-${held?.name.replaceAll('/', '_') ?? ''}`,
         put,
         setComputer(on) {
             computer = on;
             showState();
         },
-        fill(what) {
+        fill(what, isSame = false) {
+            number += isSame ? 0 : 1;
             put(what);
             give(slot);
         },

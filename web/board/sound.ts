@@ -40,6 +40,10 @@ function mix(channels: readonly Float32Array[]): Int32Array<ArrayBuffer> {
 // Any sound that the browser can play, as the board takes it. Fails with a sentence for the user.
 export async function boardSound(bytes: Uint8Array<ArrayBuffer>): Promise<Blob> {
     if (isForTheBoard(bytes)) {
+        // The board would only ask for another one.
+        if (String.fromCharCode(...bytes.subarray(60, HEADER_BYTES)) === 'data\0\0\0\0') {
+            throw new Error('there is no sound in it.');
+        }
         return new Blob([bytes]);
     }
     const decoder = new OfflineAudioContext(1, 1, RATE);

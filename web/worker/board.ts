@@ -13,6 +13,8 @@ const CARD_MS = 1000;
 const CARD_PART = 4 * 1024 * 1024; // bytes that are handed on at once,
 const CARD_PART_MS = 50; // and how long until the next ones are
 
+const WAITING_MS = 1000; // for what comes as a message
+
 const US_PER_MS = 1000;
 const US_PER_SAMPLE = 125;
 
@@ -44,7 +46,7 @@ export function makeBoard(
             turns.next(nextMs < 0 || (screenMs > 0 && screenMs < nextMs) ? screenMs : nextMs);
             speaker.send();
             line.tell();
-            card.tell();
+            card.tell(nextMs < 0);
             tellFrame();
         } catch (error) {
             fail(error);
@@ -59,7 +61,7 @@ export function makeBoard(
             tellLines(tovik.UTF8ToString(tovik._board_run(now * US_PER_MS, speaker.timeUs(now))));
             const next = tovik._board_next_ms();
             if (next === 0 && tovik._board_waits()) {
-                return CARD_MS; // what it waits for comes as a message
+                return WAITING_MS;
             }
             if (next !== 0 || performance.now() - begin >= TURN_MS) {
                 return next;
@@ -261,8 +263,8 @@ function makeLine(tovik: Tovik, tell: Tell) {
     };
 }
 
-// The card that the program writes to is one of the page's files. A look at it comes after each turn, also after the
-// last one, but not more often than once in CARD_MS, unless there is more.
+// The card that the program writes to is one of the page's files. While the program runs, a look at it comes not more
+// often than once in CARD_MS, unless there is more; when it rests, at once, since the user may take the card out then.
 function makeCard(tovik: Tovik, tell: Tell, fail: (error: unknown) => void) {
     let nextAt = 0;
     let timer = 0;
@@ -287,5 +289,14 @@ function makeCard(tovik: Tovik, tell: Tell, fail: (error: unknown) => void) {
             timer = self.setTimeout(look, Math.max(nextAt - performance.now(), 0));
         }
     };
-    return { tell: plan };
+    return {
+        tell(atRest: boolean): void {
+            if (atRest) {
+                clearTimeout(timer);
+                look();
+            } else {
+                plan();
+            }
+        },
+    };
 }
