@@ -1,5 +1,5 @@
-// The program that is open in this tab, and how it is kept: soon after each pause in typing, when the page is left,
-// and together with what other tabs make of it.
+// The program that is open in this tab, and how it is kept: soon after each pause in typing, each second while there is
+// none, when the page is left, and together with what other tabs make of it.
 
 import { openChannel } from './channel';
 import type { Change, Store, Version } from './store';
@@ -7,7 +7,8 @@ import { remember, remembered, rememberedNames } from './store';
 import type { Files, Program } from './program';
 import { merge } from './program';
 
-const PAUSE = 300; // milliseconds without typing until a state is kept
+const PAUSE = 300; // milliseconds without typing until a state is kept,
+const LONGEST = 1000; // or with it: the browser may end the page without a word
 const APART = 2 * 60 * 1000; // milliseconds between two kept versions of a file
 const JOURNALS = 'unsaved-';
 // Each tab has its own.
@@ -114,11 +115,17 @@ async function keepJournal(store: Store, { base, shown }: Journal): Promise<bool
 
 // Null: it is not one of ours.
 function readJournal(text: string): Journal | null {
+    const areFiles = (files: unknown): boolean =>
+        files instanceof Map &&
+        [...(files as Map<unknown, unknown>)].flat().every((one) => typeof one === 'string');
     try {
         const journal = JSON.parse(text, (key, value: unknown) =>
             key === 'files' ? new Map(value as [string, string][]) : value,
         ) as Journal;
-        return journal.base.files instanceof Map && journal.shown.files instanceof Map ? journal : null;
+        const { base, shown } = journal;
+        const texts = [base.id, base.name, base.main, base.text, shown.name, shown.main, shown.text];
+        const isOurs = texts.every((one) => typeof one === 'string');
+        return isOurs && areFiles(base.files) && areFiles(shown.files) ? journal : null;
     } catch {
         return null;
     }
@@ -131,10 +138,20 @@ export function makeKeeping({ store, shown, adopt, failed }: KeepingOptions): Ke
     let dirty = false;
     let isWriting = false;
     let timer = 0;
+    let latest = 0; // when what has been typed has to be kept; 0: nothing has since
     let running: Promise<unknown> = Promise.resolve();
 
-    const writeJournal = (): void => {
-        const text = JSON.stringify({ base, shown: shown() }, (_, value: unknown) =>
+    // The browser takes some megabytes here, so the files that are kept as they are do not come along.
+    const writeJournal = (from: Program): void => {
+        const now = shown();
+        const isWhole = !store.kept || from.revision === 0;
+        const changed = (files: Files, others: Files): Files =>
+            isWhole ? files : new Map([...files].filter(([name, text]) => text !== others.get(name)));
+        const journal: Journal = {
+            base: { ...from, files: changed(from.files, now.files) },
+            shown: { ...now, files: changed(now.files, from.files) },
+        };
+        const text = JSON.stringify(journal, (_, value: unknown) =>
             value instanceof Map ? [...(value as Files)] : value,
         );
         remember(JOURNAL, text);
@@ -192,6 +209,7 @@ export function makeKeeping({ store, shown, adopt, failed }: KeepingOptions): Ke
     };
     const save = (): Promise<boolean> => {
         clearTimeout(timer);
+        latest = 0;
         const done = running.then(sync).catch((error: unknown) => {
             dirty = true;
             failed(error instanceof Error ? error.message : String(error));
@@ -208,7 +226,7 @@ export function makeKeeping({ store, shown, adopt, failed }: KeepingOptions): Ke
     const leave = (): void => {
         // What is being written may get no further.
         if ((dirty || isWriting) && base !== null) {
-            writeJournal();
+            writeJournal(base);
             void save();
         }
     };
@@ -229,7 +247,9 @@ export function makeKeeping({ store, shown, adopt, failed }: KeepingOptions): Ke
         touch() {
             dirty = true;
             clearTimeout(timer);
-            timer = window.setTimeout(() => void save(), PAUSE);
+            const now = Date.now();
+            latest ||= now + LONGEST;
+            timer = window.setTimeout(() => void save(), Math.min(PAUSE, latest - now));
         },
         save,
         isKept: () => !dirty,

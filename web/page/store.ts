@@ -51,12 +51,20 @@ function finished(transaction: IDBTransaction): Promise<void> {
 function openDatabase(): Promise<IDBDatabase> {
     return new Promise((resolve, reject) => {
         const request = indexedDB.open('tovik', 1);
-        const timer = setTimeout(() => reject(new Error(SLOW)), PATIENCE);
+        let isLate = false;
+        const timer = setTimeout(() => {
+            isLate = true;
+            reject(new Error(SLOW));
+        }, PATIENCE);
         request.onupgradeneeded = () => {
             request.result.createObjectStore('programs', { keyPath: 'id' });
             request.result.createObjectStore('versions', { keyPath: ['program', 'file', 'when'] });
         };
         request.onsuccess = () => {
+            if (isLate) {
+                request.result.close();
+                return;
+            }
             clearTimeout(timer);
             request.result.onversionchange = () => request.result.close(); // a newer tovik waits for that
             resolve(request.result);
