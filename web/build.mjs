@@ -101,6 +101,20 @@ function examples() {
     };
 }
 
+// What the page says of itself and of the K24: parts of the manual, without the links between its pages.
+function help() {
+    const sections = text(ROOT, 'docs/browser.md').split(/^(?=## )/m);
+    const chosen = ['Running a program', 'Programs and files', 'The devices', 'Without a mouse'].map(
+        (title) => sections.find((section) => section.startsWith(`## ${title}\n`)),
+    );
+    const [, sheet] = /<div class="sheet">(.*)<\/div>/s.exec(text(ROOT, 'docs/sheet.md')) ?? [];
+    if ([...chosen, sheet].includes(undefined)) {
+        throw new Error('a part of the manual has another name');
+    }
+    const plain = (words) => words.replace(/\[([^\]]*)\]\([^)]*\)/g, '$1');
+    return { page: plain(chosen.join('\n')), k24: plain(sheet) };
+}
+
 // The texts of the licenses of all that is in the file, those that are the same only once.
 function licenses(inputs) {
     const packages = new Map();
@@ -154,6 +168,7 @@ const parts = {
     examples: json(examples()),
     script,
     worker: inScript('the worker', worker.code),
+    help: json(help()),
     licenses: inScript('a license', licenses([...page.inputs, ...worker.inputs])),
     tail: program('tovik-tail.wasm'),
     loop: program('tovik-loop.wasm'),

@@ -2,6 +2,7 @@
 
 import type { Body } from '../page/adapter';
 import { element } from '../page/dom';
+import { WANTED, type Question } from '../page/wanted';
 import type { Server } from '../page/workers';
 import type { FromWorker } from '../worker/protocol';
 import { makeDoors, type DoorName } from '../host/doors';
@@ -9,10 +10,6 @@ import { makeCardSlot } from './card';
 import { makeSerialRow } from './line';
 import { button, download, makeFileSlot, makeRow, makeToggle, type FileSlot, type Row } from './rows';
 import { boardSound, HEADER_BYTES } from './sound';
-
-// What the event `tovik/wanted` has as `question`.
-export type Question =
-    'sd' | 'microphone' | 'camera' | 'serial' | 'microphoneStream' | 'cameraStream' | 'line';
 
 // The lists of a launch.
 export type Answers = { sd: string[]; microphone: string[]; camera: string[]; serial: string[] };
@@ -39,16 +36,6 @@ type Request = (command: string, arguments_: Body) => Promise<Body>;
 const MIB = 1024 * 1024;
 const PICTURE_BYTES = 614400;
 const RECORDING = '/speaker.wav'; // in the worker
-
-export const WANTED: Record<Question, string> = {
-    sd: 'The program waits for a card: choose a file, or make an empty card.',
-    microphone: 'The program waits for sound: choose a file, or switch the microphone on.',
-    camera: 'The program waits for a picture: choose a movie, or switch the camera on.',
-    serial: 'The program uses the serial port: say where it leads.',
-    microphoneStream: 'The program waits for the microphone.',
-    cameraStream: 'The program waits for the camera.',
-    line: 'The program waits for the serial line.',
-};
 
 function sentenceOf(text: string): string {
     return /[.!?]$/.test(text) ? text : `${text}.`;

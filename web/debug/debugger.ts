@@ -154,6 +154,7 @@ export function makeDebugger({ adapter, start, show, seeSource }: DebuggerOption
         renamed: marks.renamed,
         opened(id) {
             data.forget();
+            marks.open(id);
             watches.open(id);
             session.say(null);
         },

@@ -3,6 +3,8 @@
 
 import type { ChangeDesc, Text } from '@codemirror/state';
 import type { Body } from '../page/adapter';
+import { LONGEST_FILE } from '../page/program';
+import { keep, kept } from './kept';
 import { makeSignal, type Session, type Signal } from './session';
 
 export interface Breakpoint {
@@ -34,14 +36,36 @@ export interface Marks {
     isChanged: () => boolean; // a source, since the program was started
     forget: (path: string) => void;
     renamed: (path: string, newPath: string) => void;
+    // Only this program, by its id, has files from then on; its breakpoints are those of before.
+    open: (program: string) => void;
     onChange: Signal<void>['on'];
     onEdit: Signal<void>['on'];
+}
+
+// A breakpoint as it is remembered.
+type Kept = Pick<Breakpoint, 'line' | 'condition' | 'hits' | 'log'> & { path: string };
+
+function isKept(one: unknown): one is Kept {
+    const { line, ...texts } = (one ?? {}) as Partial<Kept>;
+    return (
+        Number.isInteger(line) &&
+        Number(line) >= 1 &&
+        Number(line) <= LONGEST_FILE &&
+        [texts.path, texts.condition, texts.hits, texts.log].every((text) => typeof text === 'string')
+    );
 }
 
 export function makeMarks(session: Session): Marks {
     const files = new Map<string, File>();
     const changes = makeSignal<void>();
     const edits = makeSignal<void>();
+    let program = '';
+    const keepAll = (): void => {
+        const all = [...files].flatMap(([path, { breakpoints }]) =>
+            breakpoints.map(({ line, condition, hits, log }) => ({ path, line, condition, hits, log })),
+        );
+        keep('breakpoints', program, all);
+    };
     const hasProgram = (): boolean => ['running', 'stopped'].includes(session.state());
 
     const fileOf = (path: string): File => {
@@ -116,6 +140,7 @@ export function makeMarks(session: Session): Marks {
                 const none = { condition: '', hits: '', log: '', at: 0, fault: '' };
                 file.breakpoints.push({ ...none, ...before, ...values, line });
             }
+            keepAll();
             changes.tell();
             if (hasProgram()) {
                 send(path).catch(session.complain);
@@ -125,6 +150,7 @@ export function makeMarks(session: Session): Marks {
         opened(path, text) {
             const file = fileOf(path);
             file.text = text;
+            file.breakpoints = file.breakpoints.filter(({ line }) => line >= 1 && line <= text.lines);
             if (hasProgram() && !file.launched) {
                 file.launched = text;
             }
@@ -151,6 +177,9 @@ export function makeMarks(session: Session): Marks {
             if (file.launched) {
                 file.changes = file.changes?.composeDesc(by) ?? by;
             }
+            if (count > 0) {
+                keepAll();
+            }
             if (file.breakpoints.length < count && hasProgram()) {
                 send(path).catch(session.complain);
             }
@@ -159,12 +188,24 @@ export function makeMarks(session: Session): Marks {
         lineNow: (path, line) => lineNow(fileOf(path), line),
         isChanged: () =>
             [...files.values()].some(({ text, launched }) => text && launched && !text.eq(launched)),
-        forget: (path) => void files.delete(path),
+        forget(path) {
+            if (files.delete(path)) {
+                keepAll();
+            }
+        },
         renamed(path, newPath) {
             const file = files.get(path);
             if (file) {
                 files.delete(path);
                 files.set(newPath, file);
+                keepAll();
+            }
+        },
+        open(id) {
+            program = id;
+            files.clear();
+            for (const { path, ...one } of kept('breakpoints', id, isKept)) {
+                fileOf(path).breakpoints.push({ ...one, at: 0, fault: '' });
             }
         },
         onChange: changes.on,

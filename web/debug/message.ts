@@ -1,7 +1,7 @@
 // Why the program has stopped, and what has to be said or asked otherwise.
 
-import { WANTED, type Question } from '../board/slots';
 import { element } from '../page/dom';
+import { WANTED, type Question } from '../page/wanted';
 import type { State } from './debugger';
 import type { Marks } from './marks';
 import type { Notice, Session } from './session';

@@ -44,13 +44,26 @@ export function makeTimeline(session: Session): HTMLElement {
     let wish: number | null = null;
     let isGoing = false;
 
-    const say = (moment: number): void => {
+    const wordsFor = (moment: number): string => {
         const unit = moment === 1 ? 'instruction' : 'instructions';
-        const words = `${grouped(moment)} ${unit}, ${boardTime(moment)}`;
+        return `${grouped(moment)} ${unit}, ${boardTime(moment)}`;
+    };
+    const say = (moment: number): void => {
+        const words = wordsFor(moment);
         text.textContent = words;
         slider.setAttribute('aria-valuetext', words);
         const newest = Number(slider.max);
         text.title = moment < newest ? `The newest moment is ${grouped(newest)}.` : '';
+    };
+    // Some times a second: what looks the same is not touched, since the page would be laid out anew.
+    const sayRunning = (moment: number): void => {
+        const newest = Number(slider.max);
+        const isAtEnd = newest > 0 && Number(slider.value) === newest && moment >= newest;
+        if (!isAtEnd) {
+            slider.max = String(Math.max(moment, newest));
+            slider.value = String(moment);
+        }
+        text.textContent = wordsFor(moment);
     };
     const goToWish = async (): Promise<void> => {
         if (isGoing) {
@@ -92,10 +105,7 @@ export function makeTimeline(session: Session): HTMLElement {
     });
     session.onEvent('tovik/board', (body: Body) => {
         if (session.state() === 'running') {
-            const moment = Number(body['moment']);
-            slider.max = String(Math.max(moment, Number(slider.max)));
-            slider.value = String(moment);
-            say(moment);
+            sayRunning(Number(body['moment']));
         }
     });
     session.onWay((next) => {

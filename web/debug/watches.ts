@@ -1,7 +1,7 @@
 // Expressions whose values are shown at each stop.
 
 import { element } from '../page/dom';
-import { remember, remembered } from '../page/store';
+import { keep, kept } from './kept';
 import { sentenceOf, type Session } from './session';
 import { button, whenSeen } from './ui';
 
@@ -11,17 +11,6 @@ export interface Watches {
     element: HTMLElement;
     add: (expression: string) => void;
     open: (program: string) => void; // those of this one, by its id
-}
-
-export const watchesKey = (program: string): string => `watches-${program}`;
-
-function keptExpressions(program: string): string[] {
-    try {
-        const kept: unknown = JSON.parse(remembered(watchesKey(program)) ?? '[]');
-        return Array.isArray(kept) ? kept.filter((one) => typeof one === 'string').slice(0, MOST) : [];
-    } catch {
-        return [];
-    }
 }
 
 export function makeWatches(session: Session): Watches {
@@ -41,16 +30,16 @@ export function makeWatches(session: Session): Watches {
         element('button', { type: 'submit' }, 'Watch'),
     );
     const cells = new Map<string, HTMLElement>();
-    const keep = (next: string[]): void => {
+    const watch = (next: string[]): void => {
         expressions = next;
-        remember(watchesKey(program), expressions.length === 0 ? null : JSON.stringify(expressions));
+        keep('watches', program, expressions);
         cells.clear();
         const rows = expressions.map((expression) => {
             const value = element('span', { class: 'debug-value' }, values.get(expression) ?? '');
             cells.set(expression, value);
             const remove = button(
                 '×',
-                () => keep(expressions.filter((one) => one !== expression)),
+                () => watch(expressions.filter((one) => one !== expression)),
                 'debug-more',
             );
             remove.setAttribute('aria-label', `Watch ${expression} no more`);
@@ -84,7 +73,7 @@ export function makeWatches(session: Session): Watches {
     };
     const add = (expression: string): void => {
         if (expression !== '' && !expressions.includes(expression) && expressions.length < MOST) {
-            keep([...expressions, expression]);
+            watch([...expressions, expression]);
             if (session.state() === 'stopped') {
                 refresh().catch(session.complain);
             }
@@ -106,7 +95,7 @@ export function makeWatches(session: Session): Watches {
     });
     const open = (id: string): void => {
         program = id;
-        keep(keptExpressions(id));
+        watch(kept('watches', id, (one) => typeof one === 'string'));
     };
     return { element: panel, add, open };
 }

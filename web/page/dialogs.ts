@@ -1,9 +1,10 @@
 // The dialogs: programs, examples, names, links, pages, versions, licenses.
 
 import { element } from './dom';
-import { button, showDialog } from './parts';
+import { button, makeTabs, showDialog } from './parts';
 import type { Program } from './program';
 import type { Version } from './store';
+import { showTask } from './task';
 
 // Asks for a line of text. `wrong` says what is wrong with it, as a sentence, or null.
 export function ask(
@@ -297,6 +298,32 @@ export function showVersions(versions: Version[], restore: (version: Version) =>
         const about = 'A restored version becomes a file of its own beside the present one.';
         return [element('p', { class: 'quiet' }, about), element('ul', { class: 'rows' }, ...rows), text];
     });
+}
+
+// Markdown that the page has with it.
+export interface Help {
+    page: string;
+    k24: string;
+}
+
+// Its dialog comes also by F1.
+export function helpButton(help: () => Help): HTMLButtonElement {
+    const show = (): void => {
+        const { page, k24 } = help();
+        const tabs = makeTabs('Help', [
+            { id: 'help-page', title: 'This page', element: showTask(page) },
+            { id: 'help-k24', title: 'The K24', element: showTask(k24) },
+        ]);
+        showDialog('Help', () => [element('div', { class: 'help' }, tabs.element)]);
+    };
+    addEventListener('keydown', (event) => {
+        // Some are the program's.
+        if (event.key === 'F1' && !event.defaultPrevented) {
+            event.preventDefault();
+            show();
+        }
+    });
+    return button('?', show, { 'aria-label': 'Help', title: 'Help (F1)' });
 }
 
 export function showLicenses(text: string): void {

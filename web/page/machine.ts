@@ -3,7 +3,6 @@
 import { makeBoard } from '../board/board';
 import { makeConsole } from '../board/console';
 import { makeSlots } from '../board/slots';
-import type { Question } from '../board/slots';
 import { makeDebugger } from '../debug/debugger';
 import type { Debugger } from '../debug/debugger';
 import type { FromWorker, ToWorker } from '../worker/protocol';
@@ -12,6 +11,7 @@ import type { Adapter, Body } from './adapter';
 import { pathOf } from './documents';
 import type { Files } from './program';
 import type { TabPanel } from './parts';
+import type { Question } from './wanted';
 import type { Server } from './workers';
 
 const PATIENCE = 3000; // milliseconds for what belongs to the computer

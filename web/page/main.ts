@@ -1,8 +1,8 @@
 // The page begins here: first what one sees, then the user's programs, then the workers.
 
 import { element } from './dom';
-import { chooseForDropped, showLicenses } from './dialogs';
-import type { Examples } from './dialogs';
+import { chooseForDropped, helpButton, showLicenses } from './dialogs';
+import type { Examples, Help } from './dialogs';
 import { acceptDrops } from './disk';
 import { compileProgram, workerSource } from './engine';
 import { makeFileBar } from './filebar';
@@ -21,7 +21,10 @@ import { makeWorkspace } from './workspace';
 
 const MIRROR_PAUSE = 500; // milliseconds without a key
 
-const examples = JSON.parse(document.getElementById('tovik-examples')?.textContent ?? '') as Examples;
+// Of the page's own text. What stands behind this script is there once the page is read.
+const part = (id: string): string => document.getElementById(id)?.textContent ?? '';
+
+const examples = JSON.parse(part('tovik-examples')) as Examples;
 const library = new Map(Object.entries(examples.library));
 const messages = makeMessages();
 
@@ -83,7 +86,11 @@ const programs = makePrograms({ workspace, messages, examples, stop: () => machi
 const hint = element('p', { class: 'hint-first', hidden: true });
 const shell = makeShell({
     name: workspace.nameInput,
-    menus: [...makeMenus(workspace, programs, messages), themeButton()],
+    menus: [
+        ...makeMenus(workspace, programs, messages),
+        helpButton(() => JSON.parse(part('tovik-help')) as Help),
+        themeButton(),
+    ],
     controls: [machine.debug.controls, machine.debug.timeline],
     notes: [machine.debug.message, hint],
     fileBar: makeFileBar(workspace, messages),
@@ -93,11 +100,7 @@ const shell = makeShell({
     board: machine.board,
     messages: messages.element,
 });
-workspace.status.append(
-    button('Licenses', () => showLicenses(document.getElementById('tovik-licenses')?.textContent ?? ''), {
-        class: 'quiet',
-    }),
-);
+workspace.status.append(button('Licenses', () => showLicenses(part('tovik-licenses')), { class: 'quiet' }));
 
 async function begin(): Promise<void> {
     const store = await openStore();
@@ -106,16 +109,22 @@ async function begin(): Promise<void> {
     if (await programs.begin(store)) {
         hint.textContent =
             'This program counts on the red lamps. Press Start and watch them. ' +
-            'The screen shows noise: the program does not draw on it.';
+            'The screen shows noise then: the program does not draw on it.';
         hint.hidden = false;
     }
-    addEventListener('hashchange', () => attempt(messages, programs.openLink));
-    acceptDrops((files) =>
+    const openLink = (): void => attempt(messages, programs.openLink);
+    addEventListener('hashchange', openLink);
+    openLink(); // one that has come while the page began
+    acceptDrops((files) => {
+        if (document.querySelector('dialog[open]') !== null) {
+            messages.say('Close the window first, and drop the files then.', 'warning');
+            return;
+        }
         chooseForDropped(files, workspace.program().name, {
             openFiles: () => attempt(messages, () => programs.openFiles(files)),
             addFiles: () => attempt(messages, () => programs.addFiles(files)),
-        }),
-    );
+        });
+    });
 }
 
 async function startWorkers(): Promise<void> {

@@ -223,7 +223,9 @@ export function showDialog(title: string, fill: (close: () => void) => (Node | s
     });
     document.body.append(dialog);
     dialog.showModal();
-    dialog.querySelector<HTMLElement>('[autofocus], .dialog-body input, .dialog-body button')?.focus();
+    dialog
+        .querySelector<HTMLElement>('[autofocus], .dialog-body :is(input, button):not([tabindex="-1"])')
+        ?.focus();
 }
 
 export interface Messages {

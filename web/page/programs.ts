@@ -1,6 +1,6 @@
 // What the user does with programs and files: opening, making, deleting, saving, sharing.
 
-import { watchesKey } from '../debug/watches';
+import { forgetKept } from '../debug/kept';
 import { ask, showExamples, showLink, showPrograms, showSavePage, showVersions } from './dialogs';
 import type { Examples } from './dialogs';
 import { chooseFiles, download, placeKey, rememberOrigins, saveFile, saveFolder } from './disk';
@@ -12,7 +12,7 @@ import { newProgram } from './program';
 import type { Files, Given, Program } from './program';
 import { faultOf, givenInLink, givenInPage, linkOf, markOf, pageWith } from './share';
 import { sameFiles } from './files';
-import { remember, remembered } from './store';
+import { remembered } from './store';
 import type { Store } from './store';
 import { isLong } from './task';
 import type { Workspace } from './workspace';
@@ -207,7 +207,7 @@ export function makePrograms({ workspace, messages, examples, stop }: ProgramsOp
                 destroy: (program, done) =>
                     attempt(messages, async () => {
                         await store?.remove(program.id);
-                        remember(watchesKey(program.id), null);
+                        forgetKept(program.id);
                         done();
                     }),
             });

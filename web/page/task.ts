@@ -14,7 +14,9 @@ export const isLong = (text: string): boolean =>
 
 export function showTask(text: string): HTMLElement {
     if (isLong(text)) {
-        return element('pre', { class: 'task-plain' }, text);
+        // In parts, of which the browser lays out those that are seen.
+        const parts = text.match(/(?:.*\n){1,100}|.+/g) ?? [];
+        return element('div', { class: 'task-plain' }, ...parts.map((part) => element('pre', {}, part)));
     }
     const markdown = new MarkdownIt({ html: false, linkify: false });
     markdown.validateLink = (url) => /^(https?|mailto):/i.test(url.trim()) || isPicture(url);

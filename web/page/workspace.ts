@@ -31,7 +31,7 @@ export interface WorkspaceOptions {
     library: ReadonlyMap<string, string>;
     messages: Messages;
     extension(path: string): Extension; // the debugger's
-    forgotten(path: string): void; // a file is gone
+    forgotten(path: string): void; // a file of the program is gone
     renamed(path: string, newPath: string): void;
     opened(program: Program): void; // another program, or its text or name is another one
     edited(): void;
@@ -258,10 +258,7 @@ export function makeWorkspace(options: WorkspaceOptions): Workspace {
             kept().open(program);
 
             editor.clear();
-            before.forEach((document) => {
-                closeDocument(documents, document);
-                options.forgotten(pathOf(document.name));
-            });
+            before.forEach((document) => closeDocument(documents, document));
             made.forEach((document) => addDocument(documents, document));
             [...library.keys()].forEach(addLibrary);
             remember('last', program.id);
