@@ -112,5 +112,57 @@ test('a breakpoint with a condition', async () => {
     await until(/ 3 /, () => row('n'));
     await tab.press('Continue');
     await until(/^Halted/, tab.message);
+    // It is kept with the program. What is kept for a file that is gone keeps nothing from running, and is no
+    // breakpoint of another program that has such a file.
+    await page.evaluate(() => {
+        const key = `tovik-breakpoints-${localStorage.getItem('tovik-last')}`;
+        const [one] = JSON.parse(localStorage.getItem(key));
+        const [other, broken] = [
+            { ...one, path: '/program/keys.k', line: 5 },
+            { ...one, path: '/program/gone.k', line: -1 },
+        ];
+        localStorage.setItem(key, JSON.stringify([one, other, broken]));
+    });
+    await page.reload();
+    await until(/^No faults/, tab.status);
+    await tab.run(/breakpoint/);
+    await until(/ 3 /, () => row('n'));
+    await tab.open('keys.k');
+    assert.equal(await page.$('.debug-breakpoint:not(.debug-spacer)'), null);
+});
+
+test('to step out, the callers are looked for as long as it takes', async () => {
+    await tab.newProgram(
+        'long',
+        `                call    work work_return
+                halt
+work            add     i i one
+                call    leaf leaf_return
+                bne     work i zero
+                ret     work_return
+leaf            ret     leaf_return
+i               .data   0
+one             .data   1
+zero            .data   0
+work_return     .data   0
+leaf_return     .data   0
+`,
+    );
+    await until(/^(No faults|\d)/, tab.status);
+    await tab.run(/^The program runs/);
+    const moment = async () => Number((await tab.text('.debug-moment')).split(' ')[0].replace(/\D/g, ''));
+    await until((now) => now > 5e8, moment);
+    await tab.press('Pause');
+    await until(/Next is/, tab.message);
+    await tab.press('Step out');
+    await until(/callers: [5-9]\d %/, () => tab.text('.debug-way'));
+    await tab.press('Stop');
     assert.deepEqual(tab.errors, []);
+});
+
+test('help is in the page', async () => {
+    await tab.key('F1');
+    await tab.press('The K24', 'tab');
+    assert.match(await tab.text('.help'), /word a = word b \+ word c.*0x800000e4/s);
+    await tab.key('Escape');
 });

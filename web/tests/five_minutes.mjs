@@ -254,10 +254,14 @@ async function pictureTablet(browser) {
 }
 
 const server = await servePage();
+const kinds = ['chrome', ...(hasFirefox ? ['firefox'] : [])];
 const ways =
     pictures !== undefined
         ? [['chrome', FILE_URL]]
-        : [['chrome', FILE_URL], ['chrome', server.url], ...(hasFirefox ? [['firefox', FILE_URL]] : [])];
+        : kinds.flatMap((kind) => [
+              [kind, FILE_URL],
+              [kind, server.url],
+          ]);
 try {
     for (const [kind, url] of ways) {
         const browser = await startBrowser(kind);
