@@ -170,6 +170,7 @@ export function makeMachine(options: MachineOptions): Machine {
         seeSource: options.seeSource,
     });
     debug.onState((state) => {
+        document.body.classList.toggle('running', state === 'running');
         if (state === 'idle' || state === 'ended') {
             setLive(false);
         }

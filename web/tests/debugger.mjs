@@ -152,6 +152,8 @@ leaf_return     .data   0
     await tab.run(/^The program runs/);
     const moment = async () => Number((await tab.text('.debug-moment')).split(' ')[0].replace(/\D/g, ''));
     await until((now) => now > 5e8, moment);
+    const blinking = await page.$eval('.cm-cursorLayer', (layer) => getComputedStyle(layer).animationName);
+    assert.equal(blinking, 'none'); // which would cost as much as half a board
     await tab.press('Pause');
     await until(/Next is/, tab.message);
     await tab.press('Step out');
