@@ -1,4 +1,4 @@
-// The dialogs: programs, examples, names, links, pages, versions, licenses.
+// The dialogs: programs, examples, names, links, pages, versions, help, licenses.
 
 import { element } from './dom';
 import { button, makeTabs, showDialog } from './parts';
