@@ -101,7 +101,7 @@ function examples() {
     };
 }
 
-// What the page says of itself and of the K24: parts of the manual, without the links between its pages.
+// What the page says of itself and of the K24: parts of the manual, without the sentences that lead to its other pages.
 function help() {
     const sections = text(ROOT, 'docs/browser.md').split(/^(?=## )/m);
     const chosen = ['Running a program', 'Programs and files', 'The devices', 'Without a mouse'].map(
@@ -111,7 +111,12 @@ function help() {
     if ([...chosen, sheet].includes(undefined)) {
         throw new Error('a part of the manual has another name');
     }
-    const plain = (words) => words.replace(/\[([^\]]*)\]\([^)]*\)/g, '$1');
+    const plain = (words) =>
+        words
+            .replace(/\[[^\]]*\]\([^)]*\)/g, '\0')
+            .split(/(?<=[.|])(?=\s)/) // sentences, and parts of a table's rows
+            .map((part) => (part.includes('\0') ? part.replace(/\S[^|]*/, '') : part))
+            .join('');
     return { page: plain(chosen.join('\n')), k24: plain(sheet) };
 }
 
