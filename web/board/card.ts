@@ -2,9 +2,10 @@
 
 import { openChannel } from '../page/channel';
 import { element } from '../page/dom';
+import { button } from '../page/parts';
 import { settled } from '../page/store';
 import type { FileChange, FilePart } from '../worker/protocol';
-import { button, download, makeFileSlot, type FileSlot, type Held } from './rows';
+import { download, makeFileSlot, type FileSlot, type Held } from './rows';
 
 const STORE = 'cards';
 const KEY = 'inserted';

@@ -1,8 +1,9 @@
 // Where the serial port leads.
 
 import { element } from '../page/dom';
+import { button } from '../page/parts';
 import { chooseDevice, hasSerialDevices } from '../host/serial';
-import { button, makeRow, type Row } from './rows';
+import { makeRow, type Row } from './rows';
 
 const LONGEST_NAME = 20; // of a cable
 

@@ -1,6 +1,7 @@
 // The rows of the slots.
 
 import { element } from '../page/dom';
+import { button } from '../page/parts';
 
 function sizeText(bytes: number): string {
     const kib = bytes / 1024;
@@ -15,12 +16,6 @@ export function download(name: string, bytes: BlobPart): void {
     const url = URL.createObjectURL(new Blob([bytes]));
     element('a', { href: url, download: name }).click();
     setTimeout(() => URL.revokeObjectURL(url), 60_000);
-}
-
-export function button(text: string, pressed: () => void): HTMLButtonElement {
-    const made = element('button', { type: 'button' }, text);
-    made.addEventListener('click', pressed);
-    return made;
 }
 
 export interface Toggle {

@@ -2,6 +2,7 @@
 
 import { element } from '../page/dom';
 import type { Body } from '../page/adapter';
+import { button } from '../page/parts';
 import type { FromWorker } from '../worker/protocol';
 import type { Ask } from './board';
 import { codeOf, isForTheBrowser } from './keys';
@@ -222,19 +223,28 @@ export function makeScreen(ask: Ask, leave: () => void): Screen {
     const hint = element(
         'p',
         { class: 'screen-hint', id: 'board-screen-hint' },
-        'A click gives the program all your keys; Escape twice takes them back.',
+        'A click gives the program all keys; Escape twice takes them back.',
     );
     // Enlarged points stay sharp; a picture made smaller needs its points mixed.
     new ResizeObserver(() => {
         canvas.classList.toggle('enlarged', canvas.clientWidth * devicePixelRatio >= WIDTH);
     }).observe(canvas);
+    const picture = element('div', { class: 'monitor-case' }, canvas);
+    const enlarge = button(
+        'Full screen',
+        () => {
+            void picture.requestFullscreen().catch(() => undefined); // which some pages around this one forbid
+            canvas.focus();
+        },
+        { class: 'screen-enlarge', title: 'The screen of the board on all of this one; Escape comes back' },
+    );
+    enlarge.hidden = !document.fullscreenEnabled;
     return {
         frame: element(
             'div',
             { class: 'monitor' },
-            element('div', { class: 'monitor-case' }, canvas),
-            hint,
-            makeTyping(sendKey),
+            picture,
+            element('div', { class: 'screen-below' }, enlarge, hint, makeTyping(sendKey)),
         ),
         paint({ x, y, width, height, rgba }) {
             context?.putImageData(new ImageData(rgba, width, height), x, y);

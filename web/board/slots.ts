@@ -2,13 +2,14 @@
 
 import type { Body } from '../page/adapter';
 import { element } from '../page/dom';
+import { button } from '../page/parts';
 import { WANTED, type Question } from '../page/wanted';
 import type { Server } from '../page/workers';
 import type { FromWorker } from '../worker/protocol';
 import { makeDoors, type DoorName } from '../host/doors';
 import { makeCardSlot } from './card';
 import { makeSerialRow } from './line';
-import { button, download, makeFileSlot, makeRow, makeToggle, type FileSlot, type Row } from './rows';
+import { download, makeFileSlot, makeRow, makeToggle, type FileSlot, type Row } from './rows';
 import { boardSound, HEADER_BYTES } from './sound';
 
 // The lists of a launch.

@@ -162,6 +162,14 @@ leaf_return     .data   0
     assert.deepEqual(tab.errors, []);
 });
 
+test('the screen of the board alone', async () => {
+    await tab.press('Full screen');
+    await until(true, () =>
+        page.evaluate('document.fullscreenElement?.contains(document.activeElement) ?? false'),
+    );
+    await page.evaluate('document.exitFullscreen()');
+});
+
 test('help is in the page', async () => {
     await tab.key('F1');
     await tab.press('The K24', 'tab');
