@@ -150,7 +150,7 @@ export function makeMarks(session: Session): Marks {
         opened(path, text) {
             const file = fileOf(path);
             file.text = text;
-            file.breakpoints = file.breakpoints.filter(({ line }) => line >= 1 && line <= text.lines);
+            file.breakpoints = file.breakpoints.filter(({ line }) => line <= text.lines);
             if (hasProgram() && !file.launched) {
                 file.launched = text;
             }

@@ -44,18 +44,15 @@ export function makeTimeline(session: Session): HTMLElement {
     let wish: number | null = null;
     let isGoing = false;
 
-    const wordsFor = (moment: number): string => {
-        const unit = moment === 1 ? 'instruction' : 'instructions';
-        return `${grouped(moment)} ${unit}, ${boardTime(moment)}`;
-    };
     const say = (moment: number): void => {
-        const words = wordsFor(moment);
+        const unit = moment === 1 ? 'instruction' : 'instructions';
+        const words = `${grouped(moment)} ${unit}, ${boardTime(moment)}`;
         text.textContent = words;
         slider.setAttribute('aria-valuetext', words);
         const newest = Number(slider.max);
         text.title = moment < newest ? `The newest moment is ${grouped(newest)}.` : '';
     };
-    // Some times a second: what looks the same is not touched, since the page would be laid out anew.
+    // Some times a second: a slider that looks the same is not touched, since the page would be laid out anew.
     const sayRunning = (moment: number): void => {
         const newest = Number(slider.max);
         const isAtEnd = newest > 0 && Number(slider.value) === newest && moment >= newest;
@@ -63,7 +60,7 @@ export function makeTimeline(session: Session): HTMLElement {
             slider.max = String(Math.max(moment, newest));
             slider.value = String(moment);
         }
-        text.textContent = wordsFor(moment);
+        say(moment);
     };
     const goToWish = async (): Promise<void> => {
         if (isGoing) {

@@ -1,6 +1,7 @@
 // What the views are made of.
 
 import { element, shape } from '../page/dom';
+import { button as pageButton } from '../page/parts';
 import type { Session } from './session';
 
 // An icon of paths on a square of 16; filled, unless a path begins with a blank, which is a line.
@@ -14,9 +15,7 @@ export function icon(paths: string[]): SVGSVGElement {
 }
 
 export function button(label: string, act: () => void, className = ''): HTMLButtonElement {
-    const made = element('button', { type: 'button', class: className }, label);
-    made.addEventListener('click', act);
-    return made;
+    return pageButton(label, act, { class: className });
 }
 
 // Calls when the values may be others and the element is seen; what is not seen is up to date when it is

@@ -49,9 +49,9 @@ adapter_t new_adapter() {
 adapter_t adapter = new_adapter();
 adapter_pass_t pass;
 
-// What has come behind the end is for the next one.
+// What has come behind the end is for the next one, which may come to its end as well.
 void begin_anew_if_over(std::vector<std::string>& messages) {
-    if (adapter.over) {
+    while (adapter.over) {
         const std::deque<nlohmann::json> waiting = std::move(adapter.waiting);
         adapter = new_adapter();
         for (const nlohmann::json& message : waiting) {
